@@ -1,0 +1,22 @@
+#pragma once
+
+#include <chrono>
+#include <compare>
+
+namespace platform {
+
+/// A moment of the wall clock. The default is now.
+class Date {
+ public:
+  Date() : time_(std::chrono::system_clock::now()) {}
+
+  /// The moment `seconds` later, or earlier for a negative number; clamped to what the clock can express.
+  Date addingTimeInterval(double seconds) const;
+
+  auto operator<=>(const Date&) const = default;
+
+ private:
+  std::chrono::system_clock::time_point time_;
+};
+
+}  // namespace platform

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+
+#include "platform/foundation/data.hpp"
+#include "platform/foundation/file_descriptor.hpp"
+
+namespace platform {
+
+/// An open file, closed at the end of its life at the latest. Failures are thrown as `SystemError`.
+class NSFileHandle {
+ public:
+  /// Reads from the start of the file.
+  static NSFileHandle fileHandleForReadingFromURL(const URL& url);
+  /// Writes from the start of a file that exists.
+  static NSFileHandle fileHandleForWritingToURL(const URL& url);
+  /// Gives end of file at once, and swallows what is written.
+  static NSFileHandle fileHandleWithNullDevice();
+
+  /// The next bytes, `count` at most; nothing at the end of the file.
+  std::optional<Data> readUpToCount(std::size_t count);
+
+  /// Closes now. Afterwards the handle is of no use.
+  void closeAndReturnError();
+
+  const FileDescriptor& descriptor() const noexcept { return descriptor_; }
+
+ private:
+  NSFileHandle(const URL& url, int flags) : path_(url.path()), descriptor_(FileDescriptor::open(url, flags)) {}
+
+  std::string path_;
+  FileDescriptor descriptor_;
+};
+
+}  // namespace platform

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <atomic>
+
+#include "platform/foundation/error.hpp"
+
+namespace platform {
+
+/// Thrown where a cancelled task is to stop.
+class CancellationError : public Error {
+ public:
+  CancellationError();
+};
+
+/// A unit of work that can be cancelled. It is the calling thread's task for the life of a `Scope`; a thread outside
+/// every scope has none and is never cancelled.
+class Task {
+ public:
+  Task() = default;
+  Task(const Task&) = delete;
+  Task& operator=(const Task&) = delete;
+
+  /// Cancels the task, for good; callable from any thread.
+  void cancel() noexcept { cancelled_.store(true); }
+
+  /// Makes a task the calling thread's task until the end of the scope. The task outlives the scope.
+  class Scope {
+   public:
+    explicit Scope(const Task& task) noexcept;
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+    ~Scope();
+
+   private:
+    const Task* outer_;
+  };
+
+  /// True when the calling thread's task was cancelled.
+  static bool isCancelled() noexcept;
+
+  /// Throws `CancellationError` when the calling thread's task was cancelled.
+  static void checkCancellation();
+
+ private:
+  std::atomic<bool> cancelled_ = false;
+};
+
+}  // namespace platform

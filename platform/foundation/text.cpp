@@ -1,0 +1,80 @@
+#include "platform/foundation/text.hpp"
+
+#include <utf8proc.h>
+
+#include <array>
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+namespace platform {
+namespace {
+
+struct Free {
+  void operator()(utf8proc_uint8_t* buffer) const noexcept { std::free(buffer); }
+};
+
+const utf8proc_uint8_t* bytesOf(std::string_view text) {
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): utf8proc reads unsigned bytes
+  return reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+}
+
+std::optional<std::string> canonicalDecomposition(std::string_view text) {
+  utf8proc_uint8_t* raw = nullptr;
+  const auto length = utf8proc_map(bytesOf(text), static_cast<utf8proc_ssize_t>(text.size()), &raw,
+                                   static_cast<utf8proc_option_t>(UTF8PROC_DECOMPOSE | UTF8PROC_STABLE));
+  const std::unique_ptr<utf8proc_uint8_t, Free> buffer(raw);
+  if (length < 0)
+    return std::nullopt;
+  return std::string(buffer.get(), buffer.get() + length);
+}
+
+}  // namespace
+
+std::optional<std::string> stringFromUTF8(const Data& data) {
+  if (!allScalars(data.bytes(), [](char32_t) { return true; }))
+    return std::nullopt;
+  return std::string(data.bytes());
+}
+
+std::string trimmingCharactersIn(std::string_view text, const CharacterSet& set) {
+  std::size_t position = 0;
+  std::size_t first = std::string_view::npos;
+  std::size_t end = 0;
+  while (position < text.size()) {
+    utf8proc_int32_t scalar = 0;
+    const auto length = utf8proc_iterate(bytesOf(text.substr(position)),
+                                         static_cast<utf8proc_ssize_t>(text.size() - position), &scalar);
+    const std::size_t next = position + (length > 0 ? static_cast<std::size_t>(length) : 1);
+    if (length <= 0 || !set.contains(static_cast<char32_t>(scalar))) {
+      if (first == std::string_view::npos)
+        first = position;
+      end = next;
+    }
+    position = next;
+  }
+  return first == std::string_view::npos ? std::string() : std::string(text.substr(first, end - first));
+}
+
+std::string lowercased(std::string_view text) {
+  std::string lower;
+  lower.reserve(text.size());
+  const bool valid = allScalars(text, [&](char32_t scalar) {
+    std::array<utf8proc_uint8_t, 4> encoded{};
+    const auto length =
+        utf8proc_encode_char(utf8proc_tolower(static_cast<utf8proc_int32_t>(scalar)), encoded.data());
+    lower.append(encoded.begin(), encoded.begin() + length);
+    return true;
+  });
+  return valid ? lower : std::string(text);
+}
+
+bool canonicallyEquivalent(std::string_view left, std::string_view right) {
+  if (left == right)
+    return true;
+  const auto decomposedLeft = canonicalDecomposition(left);
+  const auto decomposedRight = canonicalDecomposition(right);
+  return decomposedLeft && decomposedRight && *decomposedLeft == *decomposedRight;
+}
+
+}  // namespace platform

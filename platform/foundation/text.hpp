@@ -1,0 +1,25 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/foundation/character_set.hpp"
+#include "platform/foundation/data.hpp"
+
+namespace platform {
+
+/// The bytes as text, or nothing when they are not valid UTF-8 (Unicode standard, section 3.9).
+std::optional<std::string> stringFromUTF8(const Data& data);
+
+/// The text without the set's characters at both ends.
+std::string trimmingCharactersIn(std::string_view text, const CharacterSet& set);
+
+/// Every character in its simple lower-case form, independent of any locale.
+std::string lowercased(std::string_view text);
+
+/// Equality of text: Unicode canonical equivalence (Unicode Standard Annex #15). Texts that are not both valid UTF-8
+/// are equal when their bytes are.
+bool canonicallyEquivalent(std::string_view left, std::string_view right);
+
+}  // namespace platform

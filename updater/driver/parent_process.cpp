@@ -1,0 +1,30 @@
+#include "updater/driver/parent_process.hpp"
+
+#include "platform/foundation/date.hpp"
+#include "platform/foundation/process_control.hpp"
+#include "platform/foundation/thread.hpp"
+#include "updater/records/installer_error.hpp"
+
+namespace QuorinOstrevalUpdater {
+namespace {
+
+constexpr double kTimeLimit = 60;
+constexpr double kPollInterval = 0.2;
+
+bool isAlive(std::int32_t processIdentifier) {
+  const int reason = platform::kill(processIdentifier, 0);
+  return reason == 0 || reason == platform::kNotPermitted;
+}
+
+}  // namespace
+
+void waitForExit(std::int32_t processIdentifier) {
+  const platform::Date deadline = platform::Date().addingTimeInterval(kTimeLimit);
+  while (isAlive(processIdentifier)) {
+    if (platform::Date() >= deadline)
+      throw InstallerError::parentStillRunning();
+    platform::NSThread::sleepForTimeInterval(kPollInterval);
+  }
+}
+
+}  // namespace QuorinOstrevalUpdater

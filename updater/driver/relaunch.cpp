@@ -1,0 +1,21 @@
+#include "updater/driver/relaunch.hpp"
+
+#include "support/command_runner.hpp"
+#include "updater/install/tool_message.hpp"
+#include "updater/records/installer_error.hpp"
+
+namespace QuorinOstrevalUpdater {
+namespace {
+
+constexpr double kTimeLimit = 120;
+
+}  // namespace
+
+void launch(const platform::URL& application) {
+  const auto result =
+      QuorinSupport::CommandRunner::run("/usr/bin/open", {"-n", application.path()}, kTimeLimit);
+  if (result.status != 0)
+    throw InstallerError::installationFailed(text(result.stderr, "Could not relaunch Quorin Ostreval."));
+}
+
+}  // namespace QuorinOstrevalUpdater

@@ -1,0 +1,46 @@
+#include "updater/install/bundle_metadata.hpp"
+
+#include "platform/foundation/data.hpp"
+#include "platform/foundation/property_list.hpp"
+#include "updater/records/installer_error.hpp"
+
+namespace QuorinOstrevalUpdater {
+namespace {
+
+using platform::Data;
+using platform::DataReadingOptions;
+using platform::NSPropertyListSerialization;
+using platform::PropertyList;
+using platform::URL;
+
+InstallerError missingOrInvalid() {
+  return InstallerError::invalidApplication("Info.plist is missing or invalid.");
+}
+
+PropertyList readInfo(const URL& bundle) {
+  try {
+    const URL file = bundle.appendingPathComponent("Contents/Info.plist");
+    return NSPropertyListSerialization::propertyListWithData(Data::contentsOf(file, DataReadingOptions::uncached));
+  } catch (const platform::Error&) {
+    throw missingOrInvalid();
+  }
+}
+
+std::string text(const PropertyList& info, std::string_view key) {
+  const PropertyList* value = info.valueForKey(key);
+  const std::string* string = value == nullptr ? nullptr : value->string();
+  if (string == nullptr)
+    throw missingOrInvalid();
+  return *string;
+}
+
+}  // namespace
+
+Metadata metadata(const URL& bundle) {
+  const PropertyList info = readInfo(bundle);
+  return {.identifier = text(info, "CFBundleIdentifier"),
+          .version = text(info, "CFBundleShortVersionString"),
+          .build = text(info, "CFBundleVersion")};
+}
+
+}  // namespace QuorinOstrevalUpdater

@@ -1,0 +1,3 @@
+#include "updater/driver/update_run.hpp"
+
+int main() { QuorinOstrevalUpdater::main(); }

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <string>
+
+#include "platform/foundation/coding_key.hpp"
+#include "platform/foundation/json.hpp"
+
+namespace QuorinOstrevalUpdater {
+
+/// What to install, as the application wrote it: a JSON object with these eight members, all of them texts, whose names
+/// are the fields' names. Further members are ignored. No value is examined or changed in decoding.
+struct InstallPlan {
+  std::string dmgPath;                   ///< the downloaded disk image
+  std::string targetAppPath;             ///< the installed application bundle, which is replaced
+  std::string expectedBundleIdentifier;  ///< what the installed application and the new one both are
+  std::string expectedTeamIdentifier;    ///< the team that signed both
+  std::string expectedVersion;           ///< the new application's version
+  std::string expectedBuild;             ///< the new application's build
+  std::string expectedSHA256;            ///< the disk image's digest in hexadecimal, in either letter case
+  std::string statusPath;                ///< where the status file is written
+
+  enum class CodingKeys {
+    dmgPath,
+    targetAppPath,
+    expectedBundleIdentifier,
+    expectedTeamIdentifier,
+    expectedVersion,
+    expectedBuild,
+    expectedSHA256,
+    statusPath,
+  };
+  static constexpr platform::CodingKeySet<CodingKeys, 8> kCodingKeys{
+      {"dmgPath", "targetAppPath", "expectedBundleIdentifier", "expectedTeamIdentifier", "expectedVersion",
+       "expectedBuild", "expectedSHA256", "statusPath"}};
+
+  /// Throws `platform::DecodingError` for the first member that is missing or no text.
+  static InstallPlan decode(const platform::KeyedDecodingContainer& container);
+  void encode(platform::KeyedEncodingContainer& container) const;
+
+  bool operator==(const InstallPlan&) const = default;
+};
+
+}  // namespace QuorinOstrevalUpdater
