@@ -1,0 +1,67 @@
+#include "tests/support/files.hpp"
+
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include "platform/foundation/error.hpp"
+#include "platform/foundation/file_manager.hpp"
+#include "platform/foundation/uuid.hpp"
+
+namespace fs = std::filesystem;
+
+namespace test {
+
+TemporaryDirectory::TemporaryDirectory()
+    : path_(fs::temp_directory_path() / ("quorin-test-" + platform::UUID().uuidString())) {
+  fs::create_directory(path_);
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+  try {
+    platform::NSFileManager::defaultManager().removeItemAtURL(
+        platform::URL::fileURLWithPath(path_.native()));
+  } catch (const platform::Error&) {
+    // A test that moved or mounted it away says so itself.
+  }
+}
+
+void writeFile(const fs::path& path, std::string_view content) {
+  fs::create_directories(path.parent_path());
+  std::ofstream stream(path, std::ios::binary);
+  stream << content;
+  if (!stream.flush())
+    throw std::runtime_error("cannot write " + path.native());
+}
+
+std::string readFile(const fs::path& path) {
+  std::ifstream stream(path, std::ios::binary);
+  if (!stream)
+    throw std::runtime_error("cannot read " + path.native());
+  std::ostringstream content;
+  content << stream.rdbuf();
+  return content.str();
+}
+
+std::map<std::string, std::string> inventory(const fs::path& root) {
+  std::map<std::string, std::string> entries;
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    const auto status = entry.symlink_status();
+    std::ostringstream description;
+    if (fs::is_symlink(status))
+      description << "link to " << fs::read_symlink(entry.path()).native();
+    else if (fs::is_directory(status))
+      description << "directory " << std::oct << static_cast<unsigned>(status.permissions());
+    else if (fs::is_regular_file(status))
+      description << "file " << std::oct << static_cast<unsigned>(status.permissions()) << ' '
+                  << readFile(entry.path());
+    else
+      description << "other";
+    entries.emplace(entry.path().lexically_relative(root).native(), description.str());
+  }
+  return entries;
+}
+
+}  // namespace test

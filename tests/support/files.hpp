@@ -1,0 +1,34 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace test {
+
+/// A directory of the test's own, gone with everything in it at the end of its life.
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory();
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+  ~TemporaryDirectory();
+
+  const std::filesystem::path& path() const { return path_; }
+  std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// Writes a file, with the directories above it.
+void writeFile(const std::filesystem::path& path, std::string_view content);
+
+std::string readFile(const std::filesystem::path& path);
+
+/// Every entry below `root`, by its relative path: type, permissions, and content or link text. Two trees are the same
+/// when their inventories are equal.
+std::map<std::string, std::string> inventory(const std::filesystem::path& root);
+
+}  // namespace test

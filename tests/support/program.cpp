@@ -1,0 +1,91 @@
+#include "tests/support/program.hpp"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <stdexcept>
+
+#include "platform/foundation/installation_prefix.hpp"
+#include "tests/support/files.hpp"
+
+namespace test {
+namespace {
+
+int waitFor(pid_t child) {
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR)
+      throw std::runtime_error("waitpid failed");
+  }
+  return status;
+}
+
+void redirect(int stream, const char* path, int flags) {
+  const int file = ::open(path, flags, 0600);
+  if (file < 0 || ::dup2(file, stream) < 0)
+    ::_exit(126);
+  if (file != stream)
+    ::close(file);
+}
+
+}  // namespace
+
+Outcome runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                   const std::function<void()>& prepare) {
+  const TemporaryDirectory capture;
+  const std::string outputPath = (capture / "stdout").native();
+  const std::string errorPath = (capture / "stderr").native();
+  std::vector<std::string> texts{program.native()};
+  texts.insert(texts.end(), arguments.begin(), arguments.end());
+  std::vector<char*> argumentVector;
+  for (std::string& text : texts)
+    argumentVector.push_back(text.data());
+  argumentVector.push_back(nullptr);
+
+  const pid_t child = ::fork();
+  if (child < 0)
+    throw std::runtime_error("fork failed");
+  if (child == 0) {
+    redirect(STDIN_FILENO, "/dev/null", O_RDONLY);
+    redirect(STDOUT_FILENO, outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC);
+    redirect(STDERR_FILENO, errorPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC);
+    if (prepare)
+      prepare();
+    ::execv(program.c_str(), argumentVector.data());
+    ::_exit(127);
+  }
+  const int status = waitFor(child);
+  Outcome outcome;
+  if (WIFSIGNALED(status))
+    outcome.signal = WTERMSIG(status);
+  else
+    outcome.exitStatus = WEXITSTATUS(status);
+  outcome.output = readFile(outputPath);
+  outcome.error = readFile(errorPath);
+  return outcome;
+}
+
+int inChild(const std::function<int()>& body) {
+  const pid_t child = ::fork();
+  if (child < 0)
+    throw std::runtime_error("fork failed");
+  if (child == 0) {
+    int result = 125;
+    try {
+      result = body();
+    } catch (...) {
+      // 125 says it.
+    }
+    ::_exit(result);
+  }
+  const int status = waitFor(child);
+  if (!WIFEXITED(status))
+    throw std::runtime_error("the child was ended by signal " + std::to_string(WTERMSIG(status)));
+  return WEXITSTATUS(status);
+}
+
+std::filesystem::path buildPrefix() { return platform::installationPrefix().path(); }
+
+}  // namespace test
