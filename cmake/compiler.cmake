@@ -6,7 +6,7 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
 add_compile_options(
   -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wnon-virtual-dtor -Wold-style-cast
-  -Woverloaded-virtual -Wcast-align -Wformat=2 -Wimplicit-fallthrough -Wnull-dereference)
+  -Woverloaded-virtual -Wcast-align -Wformat=2 -Wimplicit-fallthrough)
 if(QUORIN_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)
 endif()

@@ -50,7 +50,8 @@ class CaptureDirectory {
   URL url_;
 };
 
-/// The files that take a tool's output. The handles are closed and then the directory is removed at the end of its life.
+/// The files that take a tool's output. The handles are closed and then the directory is removed at the end
+/// of its life.
 class Capture {
  public:
   Capture()
@@ -113,7 +114,9 @@ void stop(NSTask& task) {
 
 }  // namespace
 
-Failure Failure::timedOut(const std::string& toolName) { return Failure(toolName + " did not finish in time."); }
+Failure Failure::timedOut(const std::string& toolName) {
+  return Failure(toolName + " did not finish in time.");
+}
 
 CommandResult run(const std::string& executable, const std::vector<std::string>& arguments, double timeout) {
   Task::checkCancellation();

@@ -28,13 +28,14 @@ class Failure : public platform::Error {
   using Error::Error;
 };
 
-/// Runs a tool from launch to exit, with end of file on its standard input and the caller's environment and working
-/// directory, and blocks the calling thread meanwhile. Any status is a result and no failure.
+/// Runs a tool from launch to exit, with end of file on its standard input and the caller's environment and
+/// working directory, and blocks the calling thread meanwhile. Any status is a result and no failure.
 ///
-/// `timeout` is in seconds, from the launch on. A tool that is still running then is asked to end, killed a second
-/// later, and `Failure` is thrown; the same happens with `platform::CancellationError` when the calling task is
-/// cancelled. Failures of the system, among them that of a tool that cannot be started, are thrown as they are.
-/// Whichever way the call ends, the tool's process has ended too and nothing stays in the temporary directory.
+/// `timeout` is in seconds, from the launch on. A tool that is still running then is asked to end, killed a
+/// second later, and `Failure` is thrown; the same happens with `platform::CancellationError` when the
+/// calling task is cancelled. Failures of the system, among them that of a tool that cannot be started, are
+/// thrown as they are. Whichever way the call ends, the tool's process has ended too and nothing stays in the
+/// temporary directory.
 CommandResult run(const std::string& executable, const std::vector<std::string>& arguments, double timeout);
 
 }  // namespace CommandRunner

@@ -1,3 +1,5 @@
 #include "updater/driver/update_run.hpp"
 
-int main() { QuorinOstrevalUpdater::main(); }
+int main() {
+  QuorinOstrevalUpdater::main();
+}

@@ -7,7 +7,8 @@
 
 namespace platform {
 
-/// The closed set of keys of a record, for an enumeration `Key` whose cases count from 0 in the order of the names.
+/// The closed set of keys of a record, for an enumeration `Key` whose cases count from 0 in the order of the
+/// names.
 template <typename Key, std::size_t count>
 class CodingKeySet {
  public:

@@ -38,9 +38,8 @@ class TemporarySibling {
   FileDescriptor& file() { return file_; }
 
   void takeNameOf(const std::string& name) {
-    if (uninterrupted([&] {
-          return ::renameat(directory_.get(), name_.c_str(), directory_.get(), name.c_str());
-        }) != 0)
+    if (uninterrupted(
+            [&] { return ::renameat(directory_.get(), name_.c_str(), directory_.get(), name.c_str()); }) != 0)
       throw SystemError(quoted(item_) + " could not be replaced", errno);
     name_.clear();
   }
@@ -74,7 +73,8 @@ void Data::write(const URL& to, DataWritingOptions) const {
   struct stat existing {};
   const bool exists = ::lstat(path, &existing) == 0;
   if (exists && !S_ISREG(existing.st_mode) && !S_ISLNK(existing.st_mode))
-    throw SystemError(quoted(to.path()) + " could not be replaced", S_ISDIR(existing.st_mode) ? EISDIR : EEXIST);
+    throw SystemError(quoted(to.path()) + " could not be replaced",
+                      S_ISDIR(existing.st_mode) ? EISDIR : EEXIST);
 
   const FileDescriptor directory =
       FileDescriptor::open(to.deletingLastPathComponent(), O_RDONLY | O_DIRECTORY);

@@ -28,8 +28,8 @@ class Data {
   /// The whole content of a file. Throws `SystemError`.
   static Data contentsOf(const URL& url, DataReadingOptions options = DataReadingOptions::none);
 
-  /// Creates or replaces the file `to`, which keeps its permissions. Throws `SystemError`, with no partial file and
-  /// no temporary file left behind. What is there and is neither a file nor a link is not replaced.
+  /// Creates or replaces the file `to`, which keeps its permissions. Throws `SystemError`, with no partial
+  /// file and no temporary file left behind. What is there and is neither a file nor a link is not replaced.
   void write(const URL& to, DataWritingOptions options) const;
 
   std::string_view bytes() const noexcept { return bytes_; }

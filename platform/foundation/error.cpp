@@ -11,8 +11,12 @@ Error::Error(std::string description)
 SystemError::SystemError(std::string_view what, int errorNumber)
     : Error(std::string(what) + ": " + reasonOf(errorNumber) + "."), errorNumber_(errorNumber) {}
 
-std::string quoted(std::string_view name) { return '"' + std::string(name) + '"'; }
+std::string quoted(std::string_view name) {
+  return '"' + std::string(name) + '"';
+}
 
-std::string reasonOf(int errorNumber) { return std::generic_category().message(errorNumber); }
+std::string reasonOf(int errorNumber) {
+  return std::generic_category().message(errorNumber);
+}
 
 }  // namespace platform

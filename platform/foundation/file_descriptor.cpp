@@ -38,7 +38,9 @@ FileDescriptor FileDescriptor::openAt(const FileDescriptor& directory, const std
   return opened;
 }
 
-int FileDescriptor::release() noexcept { return std::exchange(descriptor_, -1); }
+int FileDescriptor::release() noexcept {
+  return std::exchange(descriptor_, -1);
+}
 
 void FileDescriptor::close(std::string_view item) {
   // An interrupted close has let go of the descriptor all the same.

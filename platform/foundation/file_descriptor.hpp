@@ -44,8 +44,8 @@ class FileDescriptor {
   int descriptor_ = -1;
 };
 
-/// The path of `url` for a system call. Throws `SystemError` for a path that holds a null character, which the
-/// system would silently cut there.
+/// The path of `url` for a system call. Throws `SystemError` for a path that holds a null character, which
+/// the system would silently cut there.
 const char* systemPath(const URL& url);
 
 }  // namespace platform

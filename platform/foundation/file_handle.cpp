@@ -4,9 +4,13 @@
 
 namespace platform {
 
-NSFileHandle NSFileHandle::fileHandleForReadingFromURL(const URL& url) { return {url, O_RDONLY | O_NOCTTY}; }
+NSFileHandle NSFileHandle::fileHandleForReadingFromURL(const URL& url) {
+  return {url, O_RDONLY | O_NOCTTY};
+}
 
-NSFileHandle NSFileHandle::fileHandleForWritingToURL(const URL& url) { return {url, O_WRONLY | O_NOCTTY}; }
+NSFileHandle NSFileHandle::fileHandleForWritingToURL(const URL& url) {
+  return {url, O_WRONLY | O_NOCTTY};
+}
 
 NSFileHandle NSFileHandle::fileHandleWithNullDevice() {
   return {URL::fileURLWithPath("/dev/null"), O_RDWR | O_NOCTTY};
@@ -27,6 +31,8 @@ std::optional<Data> NSFileHandle::readUpToCount(std::size_t count) {
   return Data(std::move(bytes));
 }
 
-void NSFileHandle::closeAndReturnError() { descriptor_.close(path_); }
+void NSFileHandle::closeAndReturnError() {
+  descriptor_.close(path_);
+}
 
 }  // namespace platform

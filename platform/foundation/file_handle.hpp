@@ -28,7 +28,8 @@ class NSFileHandle {
   const FileDescriptor& descriptor() const noexcept { return descriptor_; }
 
  private:
-  NSFileHandle(const URL& url, int flags) : path_(url.path()), descriptor_(FileDescriptor::open(url, flags)) {}
+  NSFileHandle(const URL& url, int flags)
+      : path_(url.path()), descriptor_(FileDescriptor::open(url, flags)) {}
 
   std::string path_;
   FileDescriptor descriptor_;

@@ -36,7 +36,9 @@ const NSFileManager& NSFileManager::defaultManager() {
   return manager;
 }
 
-URL NSFileManager::temporaryDirectory() const { return URL::fileURLWithPath("/tmp"); }
+URL NSFileManager::temporaryDirectory() const {
+  return URL::fileURLWithPath("/tmp");
+}
 
 bool NSFileManager::fileExistsAtPath(const std::string& path) const {
   struct stat status {};

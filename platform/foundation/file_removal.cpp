@@ -20,8 +20,8 @@ struct CloseDirectory {
   void operator()(DIR* stream) const noexcept { ::closedir(stream); }
 };
 
-/// A directory between the item and the place of work: its name in the one above, what tells it from any other, and
-/// the directories in it that are still to be removed.
+/// A directory between the item and the place of work: its name in the one above, what tells it from any
+/// other, and the directories in it that are still to be removed.
 struct Level {
   std::string name;
   dev_t device;
@@ -118,7 +118,8 @@ class TreeRemoval {
       struct stat status {};
       if (!above.isOpen() || ::fstat(above.get(), &status) != 0)
         fail(name, errno);
-      // Somebody moved the directory while it was being emptied: what lies above it now is not ours to remove.
+      // Somebody moved the directory while it was being emptied: what lies above it now is not ours to
+      // remove.
       if (status.st_dev != levels_.back().device || status.st_ino != levels_.back().inode)
         fail(name, ESTALE);
     }

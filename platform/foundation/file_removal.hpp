@@ -7,8 +7,8 @@
 
 namespace platform {
 
-/// Removes the file, link or tree `name` in `directory`; `item` names it in a failure, which is a `SystemError`.
-/// Uses a constant number of descriptors and no recursion, whatever the depth.
+/// Removes the file, link or tree `name` in `directory`; `item` names it in a failure, which is a
+/// `SystemError`. Uses a constant number of descriptors and no recursion, whatever the depth.
 void removeTree(const FileDescriptor& directory, const std::string& name, std::string_view item);
 
 }  // namespace platform

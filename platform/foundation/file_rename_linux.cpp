@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
+
 #include <cstdio>
 
 #include "platform/foundation/file_rename.hpp"
@@ -15,7 +16,8 @@ int renameWithFlags(const DirectoryEntryName& from, const DirectoryEntryName& to
   return result == 0 ? 0 : errno;
 }
 
-/// Kernel or file system do not know the flag. EINVAL has other meanings too, which a call without flags shows again.
+/// Kernel or file system do not know the flag. EINVAL has other meanings too, which a call without flags
+/// shows again.
 bool meansUnsupported(int errorNumber) {
   return errorNumber == EINVAL || errorNumber == ENOSYS || errorNumber == ENOTSUP;
 }

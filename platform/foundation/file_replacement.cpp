@@ -11,8 +11,8 @@
 namespace platform {
 namespace {
 
-/// Steps between names that are taken back in reverse order unless they are committed. Each returns 0 or an error
-/// number, with nothing changed by that step.
+/// Steps between names that are taken back in reverse order unless they are committed. Each returns 0 or an
+/// error number, with nothing changed by that step.
 class ReversibleSteps {
  public:
   ReversibleSteps() = default;
@@ -53,14 +53,15 @@ class ReversibleSteps {
 };
 
 void requirePlainName(const std::string& name) {
-  if (name.empty() || name == "." || name == ".." || name.find_first_of(std::string_view("/\0", 2)) != std::string::npos)
+  if (name.empty() || name == "." || name == ".." ||
+      name.find_first_of(std::string_view("/\0", 2)) != std::string::npos)
     throw SystemError(quoted(name) + " is no name for a backup", EINVAL);
 }
 
 }  // namespace
 
-void NSFileManager::replaceItemAt(const URL& target, const URL& replacement, const std::string& backupItemName,
-                                  ItemReplacementOptions) const {
+void NSFileManager::replaceItemAt(const URL& target, const URL& replacement,
+                                  const std::string& backupItemName, ItemReplacementOptions) const {
   requirePlainName(backupItemName);
   systemPath(target);
   systemPath(replacement);
@@ -85,7 +86,8 @@ void NSFileManager::replaceItemAt(const URL& target, const URL& replacement, con
       failure = steps.rename(replacementName, targetName);
   }
   if (failure != 0)
-    throw SystemError(quoted(target.path()) + " could not be replaced by " + quoted(replacement.path()), failure);
+    throw SystemError(quoted(target.path()) + " could not be replaced by " + quoted(replacement.path()),
+                      failure);
   syncDirectory(targetDirectory, target.path());
   syncDirectory(replacementDirectory, replacement.path());
   steps.commit();

@@ -1,7 +1,7 @@
-#include <climits>
 #include <unistd.h>
 
 #include <array>
+#include <climits>
 
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/installation_prefix.hpp"

@@ -17,8 +17,8 @@ class DecodingError : public Error {
   using Error::Error;
 };
 
-/// The members of a JSON object, read by name. Every read is mandatory: a member that is missing, null or of another
-/// type is a `DecodingError`. Of members with one name the last counts.
+/// The members of a JSON object, read by name. Every read is mandatory: a member that is missing, null or of
+/// another type is a `DecodingError`. Of members with one name the last counts.
 class KeyedDecodingContainer {
  public:
   enum class Type { null, boolean, number, string, array, object };
@@ -44,8 +44,8 @@ class KeyedDecodingContainer {
 /// `decode(const KeyedDecodingContainer&)` that returns it.
 class JSONDecoder {
  public:
-  /// Throws `DecodingError` for text that is not one whole JSON value, for a root that is no object, and for what the
-  /// record refuses. Memory stays within a small multiple of the text, and nesting has no limit.
+  /// Throws `DecodingError` for text that is not one whole JSON value, for a root that is no object, and for
+  /// what the record refuses. Memory stays within a small multiple of the text, and nesting has no limit.
   template <typename Record>
   Record decode(const Data& text) const {
     return Record::decode(container(text));

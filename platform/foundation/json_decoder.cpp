@@ -1,8 +1,7 @@
-#include <algorithm>
-#include <limits>
-#include <utility>
-
 #include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <utility>
 
 #include "platform/foundation/json.hpp"
 
@@ -30,8 +29,8 @@ std::string nameOf(Type type) {
   return {};
 }
 
-/// Keeps the members of the root object and passes over whatever is nested in them, so that depth costs nothing.
-/// The signatures, const or not, are those that the parser calls.
+/// Keeps the members of the root object and passes over whatever is nested in them, so that depth costs
+/// nothing. The signatures, const or not, are those that the parser calls.
 // NOLINTBEGIN(readability-identifier-naming, readability-convert-member-functions-to-static)
 class RootMembers : public nlohmann::json_sax<nlohmann::json> {
  public:
@@ -44,7 +43,9 @@ class RootMembers : public nlohmann::json_sax<nlohmann::json> {
   bool number_integer(number_integer_t) override { return add({Type::number, false, {}}); }
   bool number_unsigned(number_unsigned_t) override { return add({Type::number, false, {}}); }
   bool number_float(number_float_t, const string_t&) override { return add({Type::number, false, {}}); }
-  bool string(string_t& value) override { return add({Type::string, false, depth_ == 1 ? std::move(value) : ""}); }
+  bool string(string_t& value) override {
+    return add({Type::string, false, depth_ == 1 ? std::move(value) : ""});
+  }
   bool binary(binary_t&) override { return false; }
   bool start_object(std::size_t) override { return open(Type::object); }
   bool start_array(std::size_t) override { return open(Type::array); }
@@ -98,13 +99,21 @@ std::string place(std::string_view text, std::size_t position) {
   return "line " + std::to_string(line) + ", column " + std::to_string(before.size() - lineStart + 1);
 }
 
+[[noreturn]] void refuse(std::string_view text, std::size_t position) {
+  throw DecodingError("The data is not valid JSON at " + place(text, position) + ".");
+}
+
 }  // namespace
 
 KeyedDecodingContainer JSONDecoder::container(const Data& text) {
   RootMembers members;
   const std::string_view bytes = text.bytes();
+  // The parser takes a null character, which no JSON text holds, for the end of the text.
+  const auto null = bytes.find('\0');
+  if (null != std::string_view::npos)
+    refuse(bytes, null + 1);
   if (!nlohmann::json::sax_parse(bytes.begin(), bytes.end(), &members))
-    throw DecodingError("The data is not valid JSON at " + place(bytes, members.errorPosition()) + ".");
+    refuse(bytes, members.errorPosition());
   if (members.rootType() != Type::object)
     throw DecodingError("The JSON data is " + nameOf(members.rootType()) + " where an object is needed.");
   return KeyedDecodingContainer(members.take());
@@ -120,8 +129,12 @@ const Value& KeyedDecodingContainer::value(std::string_view key, Type type) cons
   return member->second;
 }
 
-std::string KeyedDecodingContainer::decodeString(std::string_view key) const { return value(key, Type::string).string; }
+std::string KeyedDecodingContainer::decodeString(std::string_view key) const {
+  return value(key, Type::string).string;
+}
 
-bool KeyedDecodingContainer::decodeBool(std::string_view key) const { return value(key, Type::boolean).boolean; }
+bool KeyedDecodingContainer::decodeBool(std::string_view key) const {
+  return value(key, Type::boolean).boolean;
+}
 
 }  // namespace platform

@@ -11,12 +11,13 @@
 
 namespace platform {
 
-/// A child process. It starts with the caller's environment and working directory, default signal dispositions, no
-/// blocked signal, and no descriptor but the three standard streams. It belongs to this object: one that still runs at
-/// the end of the object's life is killed and collected.
+/// A child process. It starts with the caller's environment and working directory, default signal
+/// dispositions, no blocked signal, and no descriptor but the three standard streams. It belongs to this
+/// object: one that still runs at the end of the object's life is killed and collected.
 ///
-/// The platform's tools "/usr/bin/hdiutil", "/usr/bin/ditto" and "/usr/bin/open" are those of the installation that the
-/// program belongs to, in its libexec/quorin; what the host has under those names is never run.
+/// The platform's tools "/usr/bin/hdiutil", "/usr/bin/ditto" and "/usr/bin/open" are those of the
+/// installation that the program belongs to, in its libexec/quorin; what the host has under those names is
+/// never run.
 class NSTask {
  public:
   NSTask() = default;

@@ -24,8 +24,8 @@ void ProcessInfo::secureStandardStreams() {
   for (int stream = 0; stream < 3; ++stream) {
     if (::fcntl(stream, F_GETFD) >= 0)
       continue;
-    // The lowest free number is the stream's own. Without a null device, anything that cannot be read or written
-    // does; and where even that fails, there is nothing left to try.
+    // The lowest free number is the stream's own. Without a null device, anything that cannot be read or
+    // written does; and where even that fails, there is nothing left to try.
     if (::open("/dev/null", O_RDWR | O_NOCTTY) < 0)
       static_cast<void>(::open("/", O_PATH | O_DIRECTORY));
   }

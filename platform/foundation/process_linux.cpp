@@ -41,15 +41,17 @@ NSTask::~NSTask() {
 
 void NSTask::launchAndReturnError() {
   keepStatusOfChildren();
-  processIdentifier_ = spawn({.executable = locate(executable_.value()),
-                              .arguments = arguments_,
-                              .standardStreams = {standardStreams_[0]->descriptor().get(),
-                                                  standardStreams_[1]->descriptor().get(),
-                                                  standardStreams_[2]->descriptor().get()}});
+  processIdentifier_ = spawn(
+      {.executable = locate(executable_.value()),
+       .arguments = arguments_,
+       .standardStreams = {standardStreams_[0]->descriptor().get(), standardStreams_[1]->descriptor().get(),
+                           standardStreams_[2]->descriptor().get()}});
   state_ = State::running;
 }
 
-bool NSTask::isRunning() { return state_ == State::running && !collect(WNOHANG); }
+bool NSTask::isRunning() {
+  return state_ == State::running && !collect(WNOHANG);
+}
 
 void NSTask::terminate() {
   // Until it is collected, the identifier is the child's own: the signal can reach nobody else.

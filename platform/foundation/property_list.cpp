@@ -162,7 +162,9 @@ Data NSPropertyListSerialization::dataWithPropertyList(const PropertyList& list)
   return Data(std::string(text.get(), length));
 }
 
-PropertyList PropertyList::other() { return {}; }
+PropertyList PropertyList::other() {
+  return {};
+}
 
 const PropertyList::Array* PropertyList::array() const {
   const auto* array = std::get_if<std::shared_ptr<const Array>>(&value_);

@@ -27,7 +27,7 @@ class PropertyList {
   using Array = std::vector<PropertyList>;
   using Dictionary = std::map<std::string, PropertyList, std::less<>>;
 
-  PropertyList(std::string string) : value_(std::move(string)) {}  // NOLINT(google-explicit-constructor)
+  PropertyList(std::string string) : value_(std::move(string)) {}    // NOLINT(google-explicit-constructor)
   PropertyList(const char* string) : value_(std::string(string)) {}  // NOLINT(google-explicit-constructor)
   explicit PropertyList(bool boolean) : value_(boolean) {}
   explicit PropertyList(std::int64_t integer) : value_(integer) {}
@@ -40,7 +40,8 @@ class PropertyList {
   /// A value of a kind that nobody here reads, such as a date.
   static PropertyList other();
 
-  /// The value in one of its forms; null or nothing when it is of another kind. A pointer lives as long as this value.
+  /// The value in one of its forms; null or nothing when it is of another kind. A pointer lives as long as
+  /// this value.
   const std::string* string() const { return std::get_if<std::string>(&value_); }
   const Data* data() const { return std::get_if<Data>(&value_); }
   const Array* array() const;
@@ -54,8 +55,8 @@ class PropertyList {
 
  private:
   struct Other {};
-  using Value = std::variant<Other, std::string, Data, bool, std::int64_t, double, std::shared_ptr<const Array>,
-                             std::shared_ptr<const Dictionary>>;
+  using Value = std::variant<Other, std::string, Data, bool, std::int64_t, double,
+                             std::shared_ptr<const Array>, std::shared_ptr<const Dictionary>>;
 
   PropertyList() = default;
 
@@ -70,8 +71,8 @@ class PropertyList {
 
 class NSPropertyListSerialization {
  public:
-  /// Reads a property list in XML or in the binary form. Throws `PropertyListError` for anything else, and for lists
-  /// nested deeper than any that a person or tool would write.
+  /// Reads a property list in XML or in the binary form. Throws `PropertyListError` for anything else, and
+  /// for lists nested deeper than any that a person or tool would write.
   static PropertyList propertyListWithData(const Data& bytes);
 
   /// Writes a property list in XML. `list` holds no value of an unread kind.

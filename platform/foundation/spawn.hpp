@@ -17,11 +17,12 @@ struct SpawnRequest {
   std::vector<std::string> arguments;  ///< without the program's own name
   std::array<int, 3> standardStreams;  ///< descriptors for 0, 1 and 2
   Session session = Session::inherited;
-  std::string workingDirectory = {};   ///< empty: the caller's
+  std::string workingDirectory = {};  ///< empty: the caller's
 };
 
-/// Starts a program with default signal dispositions, no blocked signal and no further descriptor, and returns its
-/// process identifier once it executes. Throws `SystemError` when it cannot be executed; then no process remains.
+/// Starts a program with default signal dispositions, no blocked signal and no further descriptor, and
+/// returns its process identifier once it executes. Throws `SystemError` when it cannot be executed; then no
+/// process remains.
 std::int32_t spawn(const SpawnRequest& request);
 
 }  // namespace platform

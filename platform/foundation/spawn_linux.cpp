@@ -1,6 +1,7 @@
-#include <csignal>
 #include <spawn.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/spawn.hpp"
@@ -47,15 +48,16 @@ void setSignalsToDefault(Attributes& attributes, Session session) {
   ::sigfillset(&all);
   require(::posix_spawnattr_setsigmask(attributes.get(), &none));
   require(::posix_spawnattr_setsigdefault(attributes.get(), &all));
-  const int flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
-                    (session == Session::own ? POSIX_SPAWN_SETSID : 0);
+  const int flags =
+      POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | (session == Session::own ? POSIX_SPAWN_SETSID : 0);
   require(::posix_spawnattr_setflags(attributes.get(), static_cast<short>(flags)));
 }
 
 /// A stream that already has the number of another one would be lost on the way to its own.
 void setStreams(FileActions& actions, const std::array<int, 3>& streams) {
   for (int number = 0; number < 3; ++number)
-    require(::posix_spawn_file_actions_adddup2(actions.get(), streams.at(static_cast<std::size_t>(number)), number));
+    require(::posix_spawn_file_actions_adddup2(actions.get(), streams.at(static_cast<std::size_t>(number)),
+                                               number));
   require(::posix_spawn_file_actions_addclosefrom_np(actions.get(), 3));
 }
 
@@ -68,7 +70,8 @@ std::int32_t spawn(const SpawnRequest& request) {
   std::vector<char*> argumentVector;
   for (std::string& text : texts) {
     if (text.find('\0') != std::string::npos)
-      throw SystemError("An argument for " + quoted(request.executable.path()) + " holds a null character", EINVAL);
+      throw SystemError("An argument for " + quoted(request.executable.path()) + " holds a null character",
+                        EINVAL);
     argumentVector.push_back(text.data());
   }
   argumentVector.push_back(nullptr);
@@ -81,7 +84,8 @@ std::int32_t spawn(const SpawnRequest& request) {
   setSignalsToDefault(attributes, request.session);
 
   pid_t child = 0;
-  const int failure = ::posix_spawn(&child, path, actions.get(), attributes.get(), argumentVector.data(), environ);
+  const int failure =
+      ::posix_spawn(&child, path, actions.get(), attributes.get(), argumentVector.data(), environ);
   if (failure != 0)
     throw SystemError(quoted(request.executable.path()) + " could not be started", failure);
   return child;

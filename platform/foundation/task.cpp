@@ -13,9 +13,13 @@ CancellationError::CancellationError() : Error("The operation was cancelled.") {
 
 Task::Scope::Scope(const Task& task) noexcept : outer_(std::exchange(currentTask, &task)) {}
 
-Task::Scope::~Scope() { currentTask = outer_; }
+Task::Scope::~Scope() {
+  currentTask = outer_;
+}
 
-bool Task::isCancelled() noexcept { return currentTask != nullptr && currentTask->cancelled_.load(); }
+bool Task::isCancelled() noexcept {
+  return currentTask != nullptr && currentTask->cancelled_.load();
+}
 
 void Task::checkCancellation() {
   if (isCancelled())

@@ -12,8 +12,8 @@ class CancellationError : public Error {
   CancellationError();
 };
 
-/// A unit of work that can be cancelled. It is the calling thread's task for the life of a `Scope`; a thread outside
-/// every scope has none and is never cancelled.
+/// A unit of work that can be cancelled. It is the calling thread's task for the life of a `Scope`; a thread
+/// outside every scope has none and is never cancelled.
 class Task {
  public:
   Task() = default;

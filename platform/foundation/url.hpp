@@ -8,8 +8,8 @@ namespace platform {
 /// The location of a file or directory, which may or may not exist. A value; equal when the paths are equal.
 class URL {
  public:
-  /// A relative path is taken against the current directory, and slashes at the end are dropped. Looks at no file
-  /// and cannot fail: where the current directory no longer exists, the path stays relative.
+  /// A relative path is taken against the current directory, and slashes at the end are dropped. Looks at no
+  /// file and cannot fail: where the current directory no longer exists, the path stays relative.
   static URL fileURLWithPath(std::string_view path);
 
   /// An absolute path, without a slash at its end unless it is the root itself.
@@ -27,8 +27,8 @@ class URL {
   /// The path with `text` behind it; `text` may hold several components.
   URL appendingPathComponent(std::string_view text) const;
 
-  /// The same location without ".", ".." and repeated slashes. A ".." behind a symbolic link means the parent of
-  /// what the link leads to, as it does for the system, so only there links are resolved.
+  /// The same location without ".", ".." and repeated slashes. A ".." behind a symbolic link means the parent
+  /// of what the link leads to, as it does for the system, so only there links are resolved.
   URL standardizedFileURL() const;
 
   bool operator==(const URL&) const = default;

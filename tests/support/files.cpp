@@ -21,8 +21,7 @@ TemporaryDirectory::TemporaryDirectory()
 
 TemporaryDirectory::~TemporaryDirectory() {
   try {
-    platform::NSFileManager::defaultManager().removeItemAtURL(
-        platform::URL::fileURLWithPath(path_.native()));
+    platform::NSFileManager::defaultManager().removeItemAtURL(platform::URL::fileURLWithPath(path_.native()));
   } catch (const platform::Error&) {
     // A test that moved or mounted it away says so itself.
   }

@@ -27,8 +27,8 @@ void writeFile(const std::filesystem::path& path, std::string_view content);
 
 std::string readFile(const std::filesystem::path& path);
 
-/// Every entry below `root`, by its relative path: type, permissions, and content or link text. Two trees are the same
-/// when their inventories are equal.
+/// Every entry below `root`, by its relative path: type, permissions, and content or link text. Two trees are
+/// the same when their inventories are equal.
 std::map<std::string, std::string> inventory(const std::filesystem::path& root);
 
 }  // namespace test

@@ -86,6 +86,8 @@ int inChild(const std::function<int()>& body) {
   return WEXITSTATUS(status);
 }
 
-std::filesystem::path buildPrefix() { return platform::installationPrefix().path(); }
+std::filesystem::path buildPrefix() {
+  return platform::installationPrefix().path();
+}
 
 }  // namespace test

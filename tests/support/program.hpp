@@ -15,13 +15,13 @@ struct Outcome {
   std::string error;
 };
 
-/// Runs a real program to its end, with the null device as its standard input. `prepare` runs in the child just before
-/// the program takes its place, and may change what it inherits.
+/// Runs a real program to its end, with the null device as its standard input. `prepare` runs in the child
+/// just before the program takes its place, and may change what it inherits.
 Outcome runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                    const std::function<void()>& prepare = {});
 
-/// Runs `body` in a process of its own and returns its result, or throws what the process ended with instead. For what
-/// would spoil the test program itself, such as giving up privileges.
+/// Runs `body` in a process of its own and returns its result, or throws what the process ended with instead.
+/// For what would spoil the test program itself, such as giving up privileges.
 int inChild(const std::function<int()>& body);
 
 /// The build tree's prefix, in which the test program lies too.

@@ -17,8 +17,8 @@ struct SyscallFault {
   std::optional<Argument> argument = std::nullopt;
 };
 
-/// Makes the kernel fail that call in this process and the programs that it starts. There is no way back: for a child
-/// of the test only. False where the kernel does not offer it.
+/// Makes the kernel fail that call in this process and the programs that it starts. There is no way back: for
+/// a child of the test only. False where the kernel does not offer it.
 bool inject(const SyscallFault& fault);
 
 }  // namespace test

@@ -13,7 +13,8 @@ namespace {
 
 using platform::URL;
 
-/// The element behind the first occurrence of `option`; nothing when the option is missing or the last element.
+/// The element behind the first occurrence of `option`; nothing when the option is missing or the last
+/// element.
 std::optional<std::string> valueOf(std::string_view option, const std::vector<std::string>& argumentVector) {
   const auto found = std::find(argumentVector.begin(), argumentVector.end(), option);
   if (found == argumentVector.end() || found + 1 == argumentVector.end())
@@ -42,12 +43,15 @@ Arguments parseArguments(const std::vector<std::string>& argumentVector) {
   const auto parentPID = parent ? number(*parent) : std::nullopt;
   if (!plan || !parentPID || *parentPID <= 1)
     throw InstallerError::invalidArguments();
-  Arguments arguments{.planURL = URL::fileURLWithPath(*plan), .parentPID = *parentPID, .readyURL = std::nullopt};
+  Arguments arguments{
+      .planURL = URL::fileURLWithPath(*plan), .parentPID = *parentPID, .readyURL = std::nullopt};
   if (const auto ready = valueOf("--ready-file", argumentVector))
     arguments.readyURL = URL::fileURLWithPath(*ready);
   return arguments;
 }
 
-Arguments parseArguments() { return parseArguments(platform::ProcessInfo::arguments()); }
+Arguments parseArguments() {
+  return parseArguments(platform::ProcessInfo::arguments());
+}
 
 }  // namespace QuorinOstrevalUpdater

@@ -12,13 +12,13 @@ namespace QuorinOstrevalUpdater {
 /// What the command line says.
 struct Arguments {
   platform::URL planURL;
-  std::int32_t parentPID = 0;            ///< the process to wait for, 2 or greater
+  std::int32_t parentPID = 0;             ///< the process to wait for, 2 or greater
   std::optional<platform::URL> readyURL;  ///< absent when the caller asked for no ready file
 };
 
-/// Reads "--plan PATH", "--parent-pid NUMBER" and "--ready-file PATH" out of an argument vector, the program's name
-/// included. The first occurrence of an option counts, in any order; everything else is ignored.
-/// Throws `InstallerError::invalidArguments`.
+/// Reads "--plan PATH", "--parent-pid NUMBER" and "--ready-file PATH" out of an argument vector, the
+/// program's name included. The first occurrence of an option counts, in any order; everything else is
+/// ignored. Throws `InstallerError::invalidArguments`.
 Arguments parseArguments(const std::vector<std::string>& argumentVector);
 
 /// The same for the process's own argument vector.

@@ -6,8 +6,8 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// Writes the status file as a whole, with the directories that are missing on the way. Best effort: a failure leaves
-/// what was there before and reaches nobody.
+/// Writes the status file as a whole, with the directories that are missing on the way. Best effort: a
+/// failure leaves what was there before and reaches nobody.
 void writeStatus(const InstallStatus& status, const std::string& statusPath) noexcept;
 
 }  // namespace QuorinOstrevalUpdater

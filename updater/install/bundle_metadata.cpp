@@ -20,7 +20,8 @@ InstallerError missingOrInvalid() {
 PropertyList readInfo(const URL& bundle) {
   try {
     const URL file = bundle.appendingPathComponent("Contents/Info.plist");
-    return NSPropertyListSerialization::propertyListWithData(Data::contentsOf(file, DataReadingOptions::uncached));
+    return NSPropertyListSerialization::propertyListWithData(
+        Data::contentsOf(file, DataReadingOptions::uncached));
   } catch (const platform::Error&) {
     throw missingOrInvalid();
   }

@@ -13,8 +13,8 @@ struct Metadata {
   std::string build;       ///< CFBundleVersion
 };
 
-/// Reads the Info.plist of `bundle` anew. Throws `InstallerError::invalidApplication` when it cannot be read, is no
-/// dictionary or lacks one of the three values as a text.
+/// Reads the Info.plist of `bundle` anew. Throws `InstallerError::invalidApplication` when it cannot be read,
+/// is no dictionary or lacks one of the three values as a text.
 Metadata metadata(const platform::URL& bundle);
 
 }  // namespace QuorinOstrevalUpdater

@@ -16,7 +16,8 @@ void rollback(const platform::URL& target, const std::optional<platform::URL>& b
     manager.moveItemAtURL(*backup, target);
   } catch (const platform::Error& failure) {
     throw InstallerError::installationFailed(
-        "The new app did not launch and restoring the previous app failed: " + failure.localizedDescription());
+        "The new app did not launch and restoring the previous app failed: " +
+        failure.localizedDescription());
   }
 }
 

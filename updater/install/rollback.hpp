@@ -6,9 +6,9 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// Puts the previous application back in the place of one that did not start. Without a backup, or with nothing at its
-/// place, nothing is touched. Throws `InstallerError::installationFailed` when it cannot be moved back; it then still
-/// lies at `backup`.
+/// Puts the previous application back in the place of one that did not start. Without a backup, or with
+/// nothing at its place, nothing is touched. Throws `InstallerError::installationFailed` when it cannot be
+/// moved back; it then still lies at `backup`.
 void rollback(const platform::URL& target, const std::optional<platform::URL>& backup);
 
 }  // namespace QuorinOstrevalUpdater

@@ -7,8 +7,9 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// What to install, as the application wrote it: a JSON object with these eight members, all of them texts, whose names
-/// are the fields' names. Further members are ignored. No value is examined or changed in decoding.
+/// What to install, as the application wrote it: a JSON object with these eight members, all of them texts,
+/// whose names are the fields' names. Further members are ignored. No value is examined or changed in
+/// decoding.
 struct InstallPlan {
   std::string dmgPath;                   ///< the downloaded disk image
   std::string targetAppPath;             ///< the installed application bundle, which is replaced

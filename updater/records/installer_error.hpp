@@ -6,8 +6,9 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// Every failure that the updater itself detects. Whoever catches one looks only at its `localizedDescription()`,
-/// which is its `errorDescription()`; payloads are whole sentences or a tool's message, taken as they come.
+/// Every failure that the updater itself detects. Whoever catches one looks only at its
+/// `localizedDescription()`, which is its `errorDescription()`; payloads are whole sentences or a tool's
+/// message, taken as they come.
 class InstallerError : public platform::Error {
  public:
   static InstallerError invalidDiskImage(const std::string& payload);

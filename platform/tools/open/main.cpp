@@ -1,1 +1,30 @@
-int main() { return 1; }
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "platform/foundation/error.hpp"
+#include "platform/foundation/process_info.hpp"
+#include "platform/tools/open/application_launch.hpp"
+
+namespace {
+
+platform::URL bundleNamedBy(const std::vector<std::string>& arguments) {
+  if (arguments.size() != 3 || arguments[1] != "-n")
+    throw platform::Error("Usage: open -n APPLICATION");
+  return platform::URL::fileURLWithPath(arguments[2]);
+}
+
+}  // namespace
+
+int main() {
+  platform::ProcessInfo::secureStandardStreams();
+  try {
+    platform::launchApplication(bundleNamedBy(platform::ProcessInfo::arguments()));
+    return EXIT_SUCCESS;
+  } catch (const std::exception& error) {
+    static_cast<void>(std::fprintf(stderr, "%s\n", error.what()));
+    return EXIT_FAILURE;
+  }
+}

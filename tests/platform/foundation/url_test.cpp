@@ -13,10 +13,15 @@ namespace {
 
 TEST(URLTest, FileURLsHaveAbsolutePathsWithoutSlashesAtTheEnd) {
   const std::string current = fs::current_path().native();
-  const std::pair<const char*, std::string> cases[] = {
-      {"/", "/"},          {"///", "/"},       {"/a/b", "/a/b"},       {"/a/b///", "/a/b"},
-      {"/a//b", "/a//b"},  {"", current},      {"x y", current + "/x y"}, {"x/", current + "/x"},
-      {"/a/../b", "/a/../b"}};
+  const std::pair<const char*, std::string> cases[] = {{"/", "/"},
+                                                       {"///", "/"},
+                                                       {"/a/b", "/a/b"},
+                                                       {"/a/b///", "/a/b"},
+                                                       {"/a//b", "/a//b"},
+                                                       {"", current},
+                                                       {"x y", current + "/x y"},
+                                                       {"x/", current + "/x"},
+                                                       {"/a/../b", "/a/../b"}};
   for (const auto& [text, path] : cases)
     EXPECT_EQ(URL::fileURLWithPath(text).path(), path) << '"' << text << '"';
 }
@@ -51,15 +56,14 @@ TEST(URLTest, TheStandardFormNamesTheSameLocation) {
   fs::create_directories(directory / "real/inner");
   fs::create_directory_symlink(directory / "real/inner", directory / "link");
   fs::create_directory_symlink("nowhere", directory / "dangling");
-  const std::pair<std::string, std::string> cases[] = {
-      {root + "/./a//b/.", root + "/a/b"},
-      {root + "/missing/../a", root + "/a"},
-      {root + "/link", root + "/link"},
-      {root + "/link/../a", root + "/real/a"},
-      {root + "/link/x/../../a", root + "/real/a"},
-      {root + "/dangling/../a", root + "/a"},
-      {"/..", "/"},
-      {"/../../etc", "/etc"}};
+  const std::pair<std::string, std::string> cases[] = {{root + "/./a//b/.", root + "/a/b"},
+                                                       {root + "/missing/../a", root + "/a"},
+                                                       {root + "/link", root + "/link"},
+                                                       {root + "/link/../a", root + "/real/a"},
+                                                       {root + "/link/x/../../a", root + "/real/a"},
+                                                       {root + "/dangling/../a", root + "/a"},
+                                                       {"/..", "/"},
+                                                       {"/../../etc", "/etc"}};
   for (const auto& [path, standard] : cases)
     EXPECT_EQ(URL::fileURLWithPath(path).standardizedFileURL().path(), standard) << path;
 }

@@ -1,0 +1,254 @@
+#include "platform/foundation/file_manager.hpp"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "platform/foundation/error.hpp"
+#include "tests/support/files.hpp"
+#include "tests/support/program.hpp"
+#include "tests/support/syscall_fault.hpp"
+
+namespace fs = std::filesystem;
+using platform::IntermediateDirectories;
+using platform::ItemReplacementOptions;
+using platform::NSFileManager;
+using platform::SystemError;
+using platform::URL;
+using test::inventory;
+using test::writeFile;
+
+namespace {
+
+const NSFileManager& manager() {
+  return NSFileManager::defaultManager();
+}
+
+URL url(const fs::path& path) {
+  return URL::fileURLWithPath(path.native());
+}
+
+/// The error number that `operation` fails with; 0 when it does not fail.
+template <typename Operation>
+int failureOf(Operation operation) {
+  try {
+    operation();
+    return 0;
+  } catch (const SystemError& error) {
+    return error.errorNumber();
+  }
+}
+
+class FileManagerTest : public testing::Test {
+ protected:
+  test::TemporaryDirectory directory;
+};
+
+TEST_F(FileManagerTest, CreatesDirectoriesWithTheirParents) {
+  manager().createDirectoryAtURL(url(directory / "a/b/c"), IntermediateDirectories::yes);
+  manager().createDirectoryAtURL(url(directory / "a/b"), IntermediateDirectories::yes);
+  EXPECT_TRUE(fs::is_directory(directory / "a/b/c"));
+  writeFile(directory / "file", "");
+  EXPECT_EQ(failureOf([&] {
+              manager().createDirectoryAtURL(url(directory / "file/x"), IntermediateDirectories::yes);
+            }),
+            EEXIST);
+  EXPECT_EQ(
+      failureOf([&] { manager().createDirectoryAtURL(url(directory / "a"), IntermediateDirectories::no); }),
+      EEXIST);
+}
+
+TEST_F(FileManagerTest, ANullCharacterNeverCutsAPathShort) {
+  writeFile(directory / "kept", "");
+  const URL cut = URL::fileURLWithPath((directory / "kept").native() + std::string(1, '\0') + "x");
+  EXPECT_FALSE(manager().fileExistsAtPath(cut.path()));
+  EXPECT_EQ(failureOf([&] { manager().removeItemAtURL(cut); }), EINVAL);
+  EXPECT_EQ(failureOf([&] { manager().moveItemAtURL(cut, url(directory / "moved")); }), EINVAL);
+  EXPECT_TRUE(fs::exists(directory / "kept"));
+}
+
+TEST_F(FileManagerTest, ErrorsNameTheItemAndTheReason) {
+  try {
+    manager().removeItemAtURL(url(directory / "nothing"));
+    FAIL();
+  } catch (const platform::Error& error) {
+    EXPECT_EQ(error.localizedDescription(), "\"" + (directory / "nothing").native() +
+                                                "\" could not be removed: No such file or directory.");
+  }
+}
+
+TEST_F(FileManagerTest, RemovesTreesAndNeverFollowsLinks) {
+  writeFile(directory / "outside/kept", "");
+  writeFile(directory / "tree/a/b/file", "");
+  writeFile(directory / "tree/c/file", "");
+  fs::create_directory_symlink(directory / "outside", directory / "tree/a/link");
+  fs::create_directory_symlink("nowhere", directory / "tree/dangling");
+  fs::create_directory_symlink(directory / "outside", directory / "link");
+  manager().removeItemAtURL(url(directory / "tree"));
+  manager().removeItemAtURL(url(directory / "link"));
+  EXPECT_THAT(inventory(directory.path()),
+              testing::ElementsAre(testing::Key("outside"), testing::Key("outside/kept")));
+}
+
+TEST_F(FileManagerTest, RemovesTreesDeeperThanAPathMayBeLong) {
+  fs::create_directory(directory / "tree");
+  const int depth = test::inChild([&] {
+    if (::chdir((directory / "tree").c_str()) != 0)
+      return 1;
+    const std::string name(200, 'd');
+    for (int level = 0; level < 300; ++level) {
+      if (::mkdir(name.c_str(), 0700) != 0 || ::chdir(name.c_str()) != 0)
+        return 2;
+      std::fclose(std::fopen("file", "w"));
+    }
+    return 0;
+  });
+  ASSERT_EQ(depth, 0);
+  manager().removeItemAtURL(url(directory / "tree"));
+  EXPECT_FALSE(fs::exists(directory / "tree"));
+}
+
+TEST_F(FileManagerTest, RemovesWhatTheOwnerHadClosedToHimself) {
+  writeFile(directory / "tree/closed/inner/file", "");
+  for (const char* name : {"tree/closed/inner/file", "tree/closed/inner", "tree/closed", "tree", ""})
+    ASSERT_EQ(::chown((directory / name).c_str(), ::getuid() == 0 ? 65534 : ::getuid(), ::getgid()), 0);
+  ASSERT_EQ(::chmod((directory / "tree/closed/inner").c_str(), 0500), 0);
+  ASSERT_EQ(::chmod((directory / "tree/closed").c_str(), 0), 0);
+  EXPECT_EQ(test::inChild([&] {
+              if (::getuid() == 0 && ::setuid(65534) != 0)
+                return 1;
+              return failureOf([&] { manager().removeItemAtURL(url(directory / "tree")); });
+            }),
+            0);
+  EXPECT_FALSE(fs::exists(directory / "tree"));
+}
+
+TEST_F(FileManagerTest, MovesNeverOverwrite) {
+  writeFile(directory / "from/file", "new");
+  writeFile(directory / "file", "");
+  fs::create_directory(directory / "empty");
+  fs::create_directory_symlink("nowhere", directory / "dangling");
+  const auto before = inventory(directory.path());
+  for (const char* taken : {"file", "empty", "dangling", "from"})
+    EXPECT_EQ(failureOf([&] { manager().moveItemAtURL(url(directory / "from"), url(directory / taken)); }),
+              EEXIST)
+        << taken;
+  EXPECT_EQ(failureOf([&] { manager().moveItemAtURL(url(directory / "from"), url(directory / "from/in")); }),
+            EINVAL);
+  EXPECT_EQ(inventory(directory.path()), before);
+  manager().moveItemAtURL(url(directory / "from"), url(directory / "to"));
+  EXPECT_EQ(test::readFile(directory / "to/file"), "new");
+  EXPECT_FALSE(fs::exists(directory / "from"));
+}
+
+TEST_F(FileManagerTest, MovesNeverOverwriteWhereTheFileSystemCannotPromiseIt) {
+  writeFile(directory / "from/file", "new");
+  fs::create_directory(directory / "empty");
+  EXPECT_EQ(
+      test::inChild([&] {
+        const bool injected = test::inject({SYS_renameat2, EINVAL, test::SyscallFault::Argument{4, 1}});
+        const auto move = [&](const char* to) {
+          return failureOf([&] { manager().moveItemAtURL(url(directory / "from"), url(directory / to)); });
+        };
+        return injected && move("empty") == EEXIST && move("to") == 0 ? 0 : 1;
+      }),
+      0);
+  EXPECT_EQ(test::readFile(directory / "to/file"), "new");
+  EXPECT_TRUE(fs::is_empty(directory / "empty"));
+}
+
+class ReplacementTest : public FileManagerTest {
+ protected:
+  void SetUp() override {
+    writeFile(directory / "Target.app/version", "old");
+    writeFile(directory / ".staged.app/version", "new");
+    before = inventory(directory.path());
+  }
+
+  void replace() const {
+    manager().replaceItemAt(url(directory / "Target.app"), url(directory / ".staged.app"), ".backup.app",
+                            ItemReplacementOptions::withoutDeletingBackupItem);
+  }
+
+  /// The result of the replacement in a process whose system calls fail as `faults` say.
+  int replaceWith(const std::vector<test::SyscallFault>& faults) const {
+    return test::inChild([&] {
+      for (const auto& fault : faults) {
+        if (!test::inject(fault))
+          return 124;
+      }
+      return failureOf([&] { replace(); });
+    });
+  }
+
+  void expectReplaced() const {
+    EXPECT_EQ(test::readFile(directory / "Target.app/version"), "new");
+    EXPECT_EQ(test::readFile(directory / ".backup.app/version"), "old");
+    EXPECT_FALSE(fs::exists(directory / ".staged.app"));
+  }
+
+  std::map<std::string, std::string> before;
+};
+
+constexpr unsigned kExchange = 2;
+
+TEST_F(ReplacementTest, KeepsTheReplacedItemUnderTheBackupName) {
+  replace();
+  expectReplaced();
+}
+
+TEST_F(ReplacementTest, RenamesTwiceWhereNamesCannotBeExchanged) {
+  for (const int reason : {EINVAL, ENOSYS}) {
+    fs::remove_all(directory / ".backup.app");
+    writeFile(directory / "Target.app/version", "old");
+    writeFile(directory / ".staged.app/version", "new");
+    EXPECT_EQ(replaceWith({{SYS_renameat2, reason, test::SyscallFault::Argument{4, kExchange}}}), 0);
+    expectReplaced();
+  }
+}
+
+TEST_F(ReplacementTest, AnyFailureLeavesEverythingAsItWas) {
+  struct Case {
+    const char* what;
+    std::vector<test::SyscallFault> faults;
+    int failure;
+  };
+  const test::SyscallFault noExchange{SYS_renameat2, EINVAL, test::SyscallFault::Argument{4, kExchange}};
+  const Case cases[] = {
+      {"new tree not saved", {{SYS_syncfs, EIO}}, EIO},
+      {"exchange fails", {{SYS_renameat2, EIO, test::SyscallFault::Argument{4, kExchange}}}, EIO},
+      {"names not saved", {{SYS_fsync, EIO}}, EIO},
+      {"names not saved after two renames", {noExchange, {SYS_fsync, EIO}}, EIO},
+  };
+  for (const Case& each : cases) {
+    EXPECT_EQ(replaceWith(each.faults), each.failure) << each.what;
+    EXPECT_EQ(inventory(directory.path()), before) << each.what;
+  }
+}
+
+TEST_F(ReplacementTest, RefusesWhatWouldLoseSomething) {
+  writeFile(directory / ".backup.app/version", "older");
+  before = inventory(directory.path());
+  EXPECT_EQ(failureOf([&] { replace(); }), EEXIST);
+  EXPECT_EQ(inventory(directory.path()), before);
+  fs::remove_all(directory / ".backup.app");
+  fs::remove_all(directory / "Target.app");
+  EXPECT_EQ(failureOf([&] { replace(); }), ENOENT);
+  EXPECT_EQ(test::readFile(directory / ".staged.app/version"), "new");
+  for (const char* name : {"", ".", "..", "a/b", "/"})
+    EXPECT_EQ(failureOf([&] {
+                manager().replaceItemAt(url(directory / "Target.app"), url(directory / ".staged.app"), name,
+                                        ItemReplacementOptions::withoutDeletingBackupItem);
+              }),
+              EINVAL)
+        << name;
+}
+
+}  // namespace

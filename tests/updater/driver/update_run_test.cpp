@@ -1,0 +1,299 @@
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <sstream>
+#include <thread>
+
+#include "platform/foundation/data.hpp"
+#include "platform/foundation/json.hpp"
+#include "tests/support/files.hpp"
+#include "tests/support/program.hpp"
+#include "updater/records/install_plan.hpp"
+#include "updater/records/install_status.hpp"
+
+namespace fs = std::filesystem;
+using QuorinOstrevalUpdater::InstallPlan;
+using QuorinOstrevalUpdater::InstallStatus;
+using test::Outcome;
+using test::readFile;
+using test::writeFile;
+
+namespace {
+
+/// The identifier of a process that has ended.
+std::string endedProcess() {
+  const pid_t child = ::fork();
+  if (child == 0)
+    ::_exit(0);
+  ::waitpid(child, nullptr, 0);
+  return std::to_string(child);
+}
+
+/// A prefix of the test's own: the real driver, and an `open` that notes its arguments and ends as
+/// prescribed. Beside it an installed application, a new one, a disk image and a plan.
+class UpdateRunTest : public testing::Test {
+ protected:
+  UpdateRunTest() {
+    writeFile(directory / "prefix/libexec/quorin/open",
+              "#!/bin/sh\n"
+              "cd \"${0%/*}\" || exit 99\n"
+              "echo \"$# $1 $2\" >> calls\n"
+              "read -r status message < results; sed -i 1d results\n"
+              "printf '%s\\n' \"$message\" >&2\n"
+              "exit \"${status:-0}\"\n");
+    fs::permissions(open / "open", fs::perms::owner_all);
+    writeFile(open / "results", "");
+    writeFile(apps / "Quorin Ostreval.app/version", "old");
+    writeFile(apps / "New.app/version", "new");
+    writeFile(directory / "image.dmg", "image");
+    use("tests/scripted_updater");
+  }
+
+  void use(const char* program) const {
+    fs::create_directories(updater.parent_path());
+    fs::copy_file(test::buildPrefix() / program, updater, fs::copy_options::overwrite_existing);
+  }
+
+  /// Each line of `results` is for one call of `open`: a status and a message.
+  Outcome run(const std::string& script, const std::string& results = "",
+              const std::function<void()>& prepare = {}) {
+    plan.expectedTeamIdentifier = script;
+    writeFile(directory / "plan.json", platform::JSONEncoder().encode(plan).bytes());
+    writeFile(open / "results", results);
+    return runWith({"--plan", (directory / "plan.json").native(), "--parent-pid", endedProcess(),
+                    "--ready-file", ready.native()},
+                   prepare);
+  }
+
+  Outcome runWith(const std::vector<std::string>& arguments,
+                  const std::function<void()>& prepare = {}) const {
+    return test::runProgram(updater, arguments, prepare);
+  }
+
+  InstallStatus status() const {
+    return platform::JSONDecoder().decode<InstallStatus>(platform::Data(readFile(plan.statusPath)));
+  }
+
+  std::size_t launches() const {
+    if (!fs::exists(open / "calls"))
+      return 0;
+    std::istringstream calls(readFile(open / "calls"));
+    std::size_t count = 0;
+    for (std::string call; std::getline(calls, call); ++count)
+      EXPECT_EQ(call, "2 -n " + plan.targetAppPath);
+    return count;
+  }
+
+  std::string installedVersion() const { return readFile(fs::path(plan.targetAppPath) / "version"); }
+
+  void expectEarlyEnd(const Outcome& outcome, const std::string& description) const {
+    EXPECT_EQ(outcome.exitStatus, 1);
+    EXPECT_EQ(outcome.error, "QuorinOstrevalUpdater: " + description + "\n");
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_FALSE(fs::exists(plan.statusPath));
+    EXPECT_FALSE(fs::exists(ready));
+    EXPECT_EQ(launches(), 0U);
+  }
+
+  void expectFailure(const Outcome& outcome, const std::string& description,
+                     std::size_t expectedLaunches) const {
+    EXPECT_EQ(outcome.exitStatus, 1) << outcome.signal;
+    EXPECT_EQ(outcome.error, "QuorinOstrevalUpdater: " + description + "\n");
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(status(), (InstallStatus{false, "Quorin Ostreval update failed: " + description, "2.0"}));
+    EXPECT_EQ(launches(), expectedLaunches);
+    EXPECT_TRUE(fs::exists(plan.dmgPath) && fs::exists(directory / "plan.json"));
+  }
+
+  test::TemporaryDirectory directory;
+  fs::path updater = directory / "prefix/bin/QuorinOstrevalUpdater";
+  fs::path open = directory / "prefix/libexec/quorin";
+  fs::path apps = directory / "Applications";
+  fs::path ready = directory / "ready";
+  std::string backup = (apps / ".backup.app").native();
+  InstallPlan plan{.dmgPath = (directory / "image.dmg").native(),
+                   .targetAppPath = (apps / "Quorin Ostreval.app").native(),
+                   .expectedBundleIdentifier = "com.example.quorin",
+                   .expectedTeamIdentifier = "",
+                   .expectedVersion = "2.0",
+                   .expectedBuild = "200",
+                   .expectedSHA256 = "",
+                   .statusPath = (directory / "state/status.json").native()};
+};
+
+TEST_F(UpdateRunTest, RejectedCommandLine) {
+  use("bin/QuorinOstrevalUpdater");
+  expectEarlyEnd(runWith({}), "The updater received invalid arguments.");
+  expectEarlyEnd(runWith({"--plan", "/p", "--ready-file", ready.native()}),
+                 "The updater received invalid arguments.");
+}
+
+TEST_F(UpdateRunTest, UnusablePlan) {
+  use("bin/QuorinOstrevalUpdater");
+  const std::string path = (directory / "plan.json").native();
+  const auto runPlan = [&] {
+    return runWith({"--plan", path, "--parent-pid", endedProcess(), "--ready-file", ready.native()});
+  };
+  expectEarlyEnd(runPlan(), "\"" + path + "\" could not be opened: No such file or directory.");
+  writeFile(path, "{\"dmgPath\": \"x\"}");
+  expectEarlyEnd(runPlan(), "The JSON value for the key \"targetAppPath\" is missing.");
+  writeFile(path, std::string(5'000'000, '['));
+  expectEarlyEnd(runPlan(), "The data is not valid JSON at line 1, column 5000001.");
+}
+
+TEST_F(UpdateRunTest, AReadyFileThatCannotBeWritten) {
+  use("bin/QuorinOstrevalUpdater");
+  ready = directory / "missing/ready";
+  expectFailure(run("refuse"),
+                "\"" + ready.parent_path().native() + "\" could not be opened: No such file or directory.",
+                1);
+}
+
+TEST_F(UpdateRunTest, AParentThatOutlivesTheTimeLimit) {
+  use("bin/QuorinOstrevalUpdater");
+  writeFile(directory / "plan.json", platform::JSONEncoder().encode(plan).bytes());
+  const auto before = test::inventory(apps);
+  expectFailure(runWith({"--plan", (directory / "plan.json").native(), "--parent-pid",
+                         std::to_string(::getpid()), "--ready-file", ready.native()}),
+                "Quorin Ostreval did not terminate in time.", 1);
+  EXPECT_EQ(readFile(ready), "ready");
+  EXPECT_EQ(test::inventory(apps), before);
+}
+
+TEST_F(UpdateRunTest, AFailedInstallation) {
+  expectFailure(run("refuse"), "The downloaded DMG no longer matches its verified SHA-256 checksum.", 1);
+  expectFailure(run("refuse", "1 ignored"),
+                "The downloaded DMG no longer matches its verified SHA-256 checksum.", 2);
+  EXPECT_EQ(readFile(ready), "ready");
+  EXPECT_EQ(installedVersion(), "old");
+}
+
+TEST_F(UpdateRunTest, WhateverIsThrownEndsInTheFailurePath) {
+  expectFailure(run("no memory"), "There is not enough memory.", 1);
+  expectFailure(run("unknown"), "An unexpected error occurred.", 2);
+}
+
+TEST_F(UpdateRunTest, AFailedLaunchBringsThePreviousApplicationBack) {
+  expectFailure(run(backup, "5   it says so  \n0\n"), "The application could not be replaced: it says so", 2);
+  EXPECT_EQ(installedVersion(), "old");
+  EXPECT_FALSE(fs::exists(backup));
+  writeFile(apps / "New.app/version", "new");
+  expectFailure(run(backup, "1\n1\n"),
+                "The application could not be replaced: Could not relaunch Quorin Ostreval.", 4);
+  EXPECT_EQ(installedVersion(), "old");
+}
+
+TEST_F(UpdateRunTest, AFailedRollbackIsReportedInsteadOfTheLaunch) {
+  backup = "/dev/shm/quorin-update-run-test.app";
+  if (!fs::exists("/dev/shm"))
+    GTEST_SKIP() << "there is no second file system to write to";
+  writeFile(fs::path(backup) / "version", "old");
+  fs::remove_all(plan.targetAppPath);
+  const std::string description =
+      "The application could not be replaced: The new app did not launch and restoring the previous app "
+      "failed: \"" +
+      backup + "\" could not be moved to \"" + plan.targetAppPath + "\": Invalid cross-device link.";
+  expectFailure(run(backup, "1\n0\n"), description, 2);
+  EXPECT_EQ(readFile(fs::path(backup) / "version"), "old");
+  fs::remove_all(backup);
+}
+
+TEST_F(UpdateRunTest, ASuccessfulRun) {
+  const Outcome outcome = run(backup);
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.output + outcome.error, "");
+  EXPECT_EQ(
+      status(),
+      (InstallStatus{true, "Quorin Ostreval was updated successfully to version 2.0 (build 200).", "2.0"}));
+  EXPECT_EQ(launches(), 1U);
+  EXPECT_EQ(installedVersion(), "new");
+  EXPECT_EQ(readFile(ready), "ready");
+  EXPECT_FALSE(fs::exists(backup) || fs::exists(plan.dmgPath) || fs::exists(directory / "plan.json"));
+}
+
+TEST_F(UpdateRunTest, WhatIsBestEffortChangesNoOutcome) {
+  writeFile(directory / "state", "in the way of the status file");
+  fs::remove(plan.dmgPath);
+  EXPECT_EQ(run(backup).exitStatus, 0);
+  EXPECT_EQ(installedVersion(), "new");
+  EXPECT_FALSE(fs::exists(directory / "plan.json"));
+}
+
+TEST_F(UpdateRunTest, LeadsASessionOfItsOwn) {
+  writeFile(
+      open / "open",
+      "#!/bin/sh\nps -o sid= -o pgid= -p $PPID > \"${0%/*}/session\"; echo $PPID >> \"${0%/*}/session\"\n");
+  EXPECT_EQ(run(backup).exitStatus, 0);
+  std::istringstream session(readFile(open / "session"));
+  std::string sessionLeader;
+  std::string groupLeader;
+  std::string process;
+  session >> sessionLeader >> groupLeader >> process;
+  EXPECT_EQ(sessionLeader, process);
+  EXPECT_EQ(groupLeader, process);
+}
+
+TEST_F(UpdateRunTest, TheExitStatusDoesNotDependOnStandardError) {
+  const auto closed = [] { ::close(STDERR_FILENO); };
+  const auto readerGone = [] {
+    int ends[2];
+    if (::pipe(ends) == 0 && ::dup2(ends[1], STDERR_FILENO) == STDERR_FILENO) {
+      ::close(ends[0]);
+      ::close(ends[1]);
+    }
+  };
+  const auto full = [] { ::dup2(::open("/dev/full", O_WRONLY), STDERR_FILENO); };
+  std::size_t count = 0;
+  for (const std::function<void()>& prepare : {std::function<void()>(closed), {readerGone}, {full}}) {
+    const Outcome outcome = run("refuse", "", prepare);
+    EXPECT_EQ(outcome.exitStatus, 1) << outcome.signal;
+    EXPECT_EQ(launches(), ++count);
+    EXPECT_FALSE(status().succeeded);
+  }
+}
+
+TEST_F(UpdateRunTest, NothingTakesThePlaceOfAClosedStream) {
+  // A capture file with the number of a stream would be lost on the way into the tool.
+  const Outcome outcome = run(backup, "1 the tool's message\n", [] {
+    for (const int stream : {0, 1, 2})
+      ::close(stream);
+  });
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_EQ(readFile(ready), "ready");
+  EXPECT_EQ(launches(), 2U);
+  EXPECT_EQ(status().message,
+            "Quorin Ostreval update failed: The application could not be replaced: the tool's message");
+}
+
+TEST_F(UpdateRunTest, SignalsThatTheApplicationIgnoredOrBlockedChangeNothing) {
+  EXPECT_EQ(run(backup, "",
+                [] {
+                  ::signal(SIGCHLD, SIG_IGN);
+                  sigset_t all;
+                  ::sigfillset(&all);
+                  ::sigprocmask(SIG_BLOCK, &all, nullptr);
+                })
+                .exitStatus,
+            0);
+  EXPECT_EQ(installedVersion(), "new");
+}
+
+TEST_F(UpdateRunTest, APlanThatDoesNotFitIntoMemory) {
+  if (::dlsym(RTLD_DEFAULT, "__asan_init") != nullptr)
+    GTEST_SKIP() << "the sanitizer needs the address space itself";
+  writeFile(directory / "plan.json", "{\"dmgPath\": \"" + std::string(200'000'000, 'x') + "\"}");
+  expectEarlyEnd(runWith({"--plan", (directory / "plan.json").native(), "--parent-pid", endedProcess()},
+                         [] {
+                           const rlimit limit{100'000'000, 100'000'000};
+                           ::setrlimit(RLIMIT_AS, &limit);
+                         }),
+                 "There is not enough memory.");
+}
+
+}  // namespace
