@@ -13,7 +13,8 @@ class Date {
   /// The moment `seconds` later, or earlier for a negative number; clamped to what the clock can express.
   Date addingTimeInterval(double seconds) const;
 
-  auto operator<=>(const Date&) const = default;
+  auto operator<=>(const Date&) const =
+      default;  // NOLINT(modernize-use-nullptr): mistaken for a null pointer
 
  private:
   std::chrono::system_clock::time_point time_;

@@ -32,9 +32,10 @@ using platform::URL;
 [[noreturn]] void endEarly(const FailureDescription& description) noexcept {
   bestEffort([&] {
     const std::string line = "QuorinOstrevalUpdater: " + std::string(description.text()) + "\n";
-    std::fputs(line.c_str(), stderr);
+    // Where standard error takes nothing, the status file and the exit status remain.
+    static_cast<void>(std::fputs(line.c_str(), stderr));
   });
-  std::exit(EXIT_FAILURE);
+  std::exit(EXIT_FAILURE);  // NOLINT(concurrency-mt-unsafe): there is one thread
 }
 
 [[noreturn]] void endWithFailure(const InstallPlan& plan, const FailureDescription& description) noexcept {
@@ -61,7 +62,7 @@ using platform::URL;
   bestEffort([&] { manager.removeItemAtURL(backup); });
   bestEffort([&] { manager.removeItemAtURL(URL::fileURLWithPath(plan.dmgPath)); });
   bestEffort([&] { manager.removeItemAtURL(planURL); });
-  std::exit(EXIT_SUCCESS);
+  std::exit(EXIT_SUCCESS);  // NOLINT(concurrency-mt-unsafe): there is one thread
 }
 
 std::string successMessage(const InstallPlan& plan) {
