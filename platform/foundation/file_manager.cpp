@@ -36,7 +36,9 @@ const NSFileManager& NSFileManager::defaultManager() {
   return manager;
 }
 
-URL NSFileManager::temporaryDirectory() const { return URL::fileURLWithPath("/tmp"); }
+URL NSFileManager::temporaryDirectory() const {
+  return URL::fileURLWithPath("/tmp");
+}
 
 bool NSFileManager::fileExistsAtPath(const std::string& path) const {
   struct stat status {};
@@ -65,6 +67,15 @@ void NSFileManager::removeItemAtURL(const URL& url) const {
   systemPath(url);
   const URL parent = url.deletingLastPathComponent();
   removeTree(FileDescriptor::open(parent, O_RDONLY | O_DIRECTORY), url.lastPathComponent(), url.path());
+}
+
+std::optional<NSDirectoryEnumerator> NSFileManager::enumeratorAtURL(
+    const URL& url, DirectoryEnumerationOptions options) const {
+  try {
+    return NSDirectoryEnumerator(url, options);
+  } catch (const SystemError&) {
+    return std::nullopt;
+  }
 }
 
 void NSFileManager::moveItemAtURL(const URL& from, const URL& to) const {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
+#include "platform/foundation/directory_enumerator.hpp"
 #include "platform/foundation/url.hpp"
 
 namespace platform {
@@ -28,28 +30,35 @@ class NSFileManager {
   /// True when a file or directory is there; a link counts as what it leads to.
   bool fileExistsAtPath(const std::string& path) const;
 
-  /// The directory exists afterwards, and so do its parents when they were asked for. With intermediate directories,
-  /// a directory that is there already is no failure.
+  /// The directory exists afterwards, and so do its parents when they were asked for. With intermediate
+  /// directories, a directory that is there already is no failure.
   void createDirectoryAtURL(const URL& url, IntermediateDirectories intermediates) const;
 
   /// An empty file at `path`; false when there is none afterwards.
   bool createFileAtPath(const std::string& path) const;
 
-  /// A file, a link or a whole tree is gone afterwards, however deep it is. Links are removed, never followed, and
-  /// directories of the caller that forbid changes are opened up. On failure part of a tree may be gone.
+  /// A file, a link or a whole tree is gone afterwards, however deep it is. Links are removed, never
+  /// followed, and directories of the caller that forbid changes are opened up. On failure part of a tree may
+  /// be gone.
   void removeItemAtURL(const URL& url) const;
 
-  /// The item stands at `to` and no longer at `from`. Whatever is at `to` before, an empty directory included, is a
-  /// failure, after which both are as they were. Both places lie on one file system.
+  /// A walk of everything below the directory `url`; nothing when that is no directory that can be read. The
+  /// walk reports no failure.
+  std::optional<NSDirectoryEnumerator> enumeratorAtURL(const URL& url,
+                                                       DirectoryEnumerationOptions options) const;
+
+  /// The item stands at `to` and no longer at `from`. Whatever is at `to` before, an empty directory
+  /// included, is a failure, after which both are as they were. Both places lie on one file system.
   void moveItemAtURL(const URL& from, const URL& to) const;
 
-  /// Puts `replacement` at `target` and keeps the item that was there as `backupItemName` in the same directory.
+  /// Puts `replacement` at `target` and keeps the item that was there as `backupItemName` in the same
+  /// directory.
   ///
-  /// The commit point is one exchange of two names: at every instant a complete item, old or new, stands at `target`.
-  /// The new item is on stable storage before it, the changed names are after it. A process that dies before it leaves
-  /// the new item under the backup's name or still at `replacement`. Where the file system cannot exchange names, two
-  /// renames take its place, and `target` is empty for the instant between them.
-  /// A failure leaves target and replacement as they were; nothing is ever overwritten.
+  /// The commit point is one exchange of two names: at every instant a complete item, old or new, stands at
+  /// `target`. The new item is on stable storage before it, the changed names are after it. A process that
+  /// dies before it leaves the new item under the backup's name or still at `replacement`. Where the file
+  /// system cannot exchange names, two renames take its place, and `target` is empty for the instant between
+  /// them. A failure leaves target and replacement as they were; nothing is ever overwritten.
   void replaceItemAt(const URL& target, const URL& replacement, const std::string& backupItemName,
                      ItemReplacementOptions options) const;
 
