@@ -18,17 +18,21 @@ NSFileHandle NSFileHandle::fileHandleWithNullDevice() {
 
 std::optional<Data> NSFileHandle::readUpToCount(std::size_t count) {
   std::string bytes(count, '\0');
+  bytes.resize(readInto(bytes).size());
+  if (bytes.empty())
+    return std::nullopt;
+  return Data(std::move(bytes));
+}
+
+std::string_view NSFileHandle::readInto(std::span<char> buffer) {
   std::size_t filled = 0;
-  while (filled < count) {
-    const std::size_t more = descriptor_.read(&bytes[filled], count - filled, path_);
+  while (filled < buffer.size()) {
+    const std::size_t more = descriptor_.read(&buffer[filled], buffer.size() - filled, path_);
     if (more == 0)
       break;
     filled += more;
   }
-  if (filled == 0)
-    return std::nullopt;
-  bytes.resize(filled);
-  return Data(std::move(bytes));
+  return {buffer.data(), filled};
 }
 
 void NSFileHandle::closeAndReturnError() {

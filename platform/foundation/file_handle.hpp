@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 
 #include "platform/foundation/data.hpp"
 #include "platform/foundation/file_descriptor.hpp"
@@ -21,6 +23,11 @@ class NSFileHandle {
 
   /// The next bytes, `count` at most; nothing at the end of the file.
   std::optional<Data> readUpToCount(std::size_t count);
+
+  /// The next bytes, as many as `buffer` takes; empty at the end of the file. They lie in `buffer`, which can
+  /// be used again for the next ones: for large files, whose every chunk would otherwise be cleared before it
+  /// is filled.
+  std::string_view readInto(std::span<char> buffer);
 
   /// Closes now. Afterwards the handle is of no use.
   void closeAndReturnError();

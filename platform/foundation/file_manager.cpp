@@ -69,6 +69,15 @@ void NSFileManager::removeItemAtURL(const URL& url) const {
   removeTree(FileDescriptor::open(parent, O_RDONLY | O_DIRECTORY), url.lastPathComponent(), url.path());
 }
 
+std::optional<NSDirectoryEnumerator> NSFileManager::enumeratorAtURL(
+    const URL& url, DirectoryEnumerationOptions options) const {
+  try {
+    return NSDirectoryEnumerator(url, options);
+  } catch (const SystemError&) {
+    return std::nullopt;
+  }
+}
+
 void NSFileManager::moveItemAtURL(const URL& from, const URL& to) const {
   systemPath(from);
   systemPath(to);

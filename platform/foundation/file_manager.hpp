@@ -1,7 +1,9 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
+#include "platform/foundation/directory_enumerator.hpp"
 #include "platform/foundation/url.hpp"
 
 namespace platform {
@@ -39,6 +41,11 @@ class NSFileManager {
   /// followed, and directories of the caller that forbid changes are opened up. On failure part of a tree may
   /// be gone.
   void removeItemAtURL(const URL& url) const;
+
+  /// A walk of everything below the directory `url`; nothing when that is no directory that can be read. The
+  /// walk reports no failure.
+  std::optional<NSDirectoryEnumerator> enumeratorAtURL(const URL& url,
+                                                       DirectoryEnumerationOptions options) const;
 
   /// The item stands at `to` and no longer at `from`. Whatever is at `to` before, an empty directory
   /// included, is a failure, after which both are as they were. Both places lie on one file system.

@@ -1,0 +1,28 @@
+#include "updater/diskimage/file_digest.hpp"
+
+#include <memory>
+
+#include "platform/crypto/sha256.hpp"
+#include "platform/foundation/file_handle.hpp"
+
+namespace QuorinOstrevalUpdater {
+namespace {
+
+constexpr std::size_t kChunkSize = 1048576;
+
+}  // namespace
+
+std::string sha256(const platform::URL& file) {
+  auto handle = platform::NSFileHandle::fileHandleForReadingFromURL(file);
+  platform::SHA256 state;
+  const auto chunk = std::make_unique_for_overwrite<char[]>(kChunkSize);
+  while (true) {
+    const std::string_view bytes = handle.readInto({chunk.get(), kChunkSize});
+    if (bytes.empty())
+      break;
+    state.update(bytes);
+  }
+  return platform::hexadecimal(state.finalize());
+}
+
+}  // namespace QuorinOstrevalUpdater

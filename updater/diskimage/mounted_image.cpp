@@ -1,0 +1,71 @@
+#include "updater/diskimage/mounted_image.hpp"
+
+#include <algorithm>
+
+#include "platform/foundation/property_list.hpp"
+#include "support/command_runner.hpp"
+#include "updater/install/tool_message.hpp"
+#include "updater/records/installer_error.hpp"
+
+namespace QuorinOstrevalUpdater {
+namespace {
+
+using platform::Data;
+using platform::NSPropertyListSerialization;
+using platform::PropertyList;
+using platform::URL;
+using QuorinSupport::CommandRunner::run;
+
+constexpr const char* kTool = "/usr/bin/hdiutil";
+constexpr double kTimeLimit = 120;
+
+std::optional<PropertyList> parse(const Data& output) {
+  try {
+    return NSPropertyListSerialization::propertyListWithData(output);
+  } catch (const platform::Error&) {
+    return std::nullopt;
+  }
+}
+
+/// The last entity that has a mount point, as the list tells it; nothing when the list is of no use.
+std::optional<MountedImage> mountedImage(const PropertyList& list) {
+  const PropertyList* value = list.valueForKey("system-entities");
+  const PropertyList::Array* entities = value == nullptr ? nullptr : value->array();
+  if (entities == nullptr || !std::all_of(entities->begin(), entities->end(),
+                                          [](const auto& item) { return item.dictionary() != nullptr; }))
+    return std::nullopt;
+  const auto selected = std::find_if(entities->rbegin(), entities->rend(), [](const auto& entity) {
+    return entity.valueForKey("mount-point") != nullptr;
+  });
+  if (selected == entities->rend())
+    return std::nullopt;
+  const std::string* mountPoint = selected->valueForKey("mount-point")->string();
+  if (mountPoint == nullptr)
+    return std::nullopt;
+  MountedImage image{.url = URL::fileURLWithPath(*mountPoint), .device = std::nullopt};
+  const PropertyList* device = selected->valueForKey("dev-entry");
+  if (device != nullptr && device->string() != nullptr)
+    image.device = *device->string();
+  return image;
+}
+
+}  // namespace
+
+MountedImage attach(const URL& image) {
+  const auto result = run(kTool, {"attach", "-readonly", "-nobrowse", "-plist", image.path()}, kTimeLimit);
+  if (result.status == 0) {
+    const auto list = parse(result.stdout);
+    const auto mounted = list ? mountedImage(*list) : std::nullopt;
+    if (mounted)
+      return *mounted;
+  }
+  throw InstallerError::invalidDiskImage(text(result.stderr, "Could not mount image."));
+}
+
+void detach(const MountedImage& image) {
+  const auto result = run(kTool, {"detach", image.device.value_or(image.url.path())}, kTimeLimit);
+  if (result.status != 0)
+    throw InstallerError::invalidDiskImage(text(result.stderr, "Could not detach image."));
+}
+
+}  // namespace QuorinOstrevalUpdater
