@@ -14,7 +14,6 @@ constexpr std::uint32_t kVersionWithExecutableSegment = 0x20400;
 constexpr std::uint32_t kVersionWithRuntime = 0x20500;
 constexpr std::size_t kHeaderSize = 88;
 constexpr std::size_t kHeaderSizeWithRuntime = 96;
-constexpr std::size_t kBlobHeaderSize = 8;
 constexpr std::size_t kCodeDirectoryHashSize = 20;
 
 struct Layout {

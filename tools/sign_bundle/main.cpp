@@ -1,7 +1,10 @@
+#include <charconv>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -10,12 +13,14 @@
 #include "tools/sign_bundle/arguments.hpp"
 #include "tools/sign_bundle/certificate_chain.hpp"
 #include "tools/sign_bundle/code_signer.hpp"
+#include "tools/sign_bundle/make_mach_o.hpp"
 
 namespace sign_bundle {
 namespace {
 
 constexpr int kFailed = 1;
 constexpr int kUsage = 64;
+constexpr std::size_t kLargestMachO = std::size_t{1} << 31U;
 
 constexpr const char* kHelp =
     R"(Signs code for tests and demonstrations, in the format of Developer ID signatures.
@@ -28,6 +33,10 @@ sign_bundle make-chain DIRECTORY --team TEAM [--name NAME] [--keys rsa|ec] [--de
 sign_bundle sign BUNDLE-OR-MACH-O (--chain DIRECTORY | --ad-hoc) [--identifier IDENTIFIER] [--team TEAM]
     [--hash sha256|sha1+sha256|sha384] [--sealed-hash sha256|sha1+sha256|sha1] [--page-size BYTES]
     [--hardened-runtime] [--entitlements FILE] [--time-stamp]
+
+sign_bundle make-mach-o FILE --arch ARCHITECTURES [--kind executable|library|bundle] [--text TEXT] [--least-size BYTES]
+    [--wide]
+    ARCHITECTURES: one or several, with commas between them, of x86_64, arm64, i386, ppc; "both" is x86_64,arm64
 )";
 
 platform::URL location(const std::string& path) {
@@ -90,9 +99,51 @@ void runSign(const std::vector<std::string>& words) {
   CodeSigner(identity ? &*identity : nullptr, options).sign(code, arguments.value("--identifier"));
 }
 
+std::vector<Architecture> architecturesOf(const std::string& text) {
+  static const std::map<std::string_view, Architecture> kNames = {{"x86_64", Architecture::x86_64},
+                                                                  {"arm64", Architecture::arm64},
+                                                                  {"i386", Architecture::i386},
+                                                                  {"ppc", Architecture::powerPc}};
+  if (text == "both")
+    return {Architecture::x86_64, Architecture::arm64};
+  std::vector<Architecture> architectures;
+  std::istringstream names(text);
+  for (std::string name; std::getline(names, name, ',');) {
+    const auto found = kNames.find(name);
+    if (found == kNames.end())
+      throw UsageError(platform::quoted(name) + " is no architecture.");
+    architectures.push_back(found->second);
+  }
+  return architectures;
+}
+
+std::size_t byteCountOf(const std::string& text) {
+  std::size_t count = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+  if (error != std::errc() || end != text.data() + text.size() || count > kLargestMachO)
+    throw UsageError(platform::quoted(text) + " is no usable number of bytes.");
+  return count;
+}
+
+void runMakeMachO(const std::vector<std::string>& words) {
+  const Arguments arguments(words, {"--wide"}, {"--arch", "--kind", "--text", "--least-size"});
+  MachOOptions options{.architectures = architecturesOf(arguments.requiredValue("--arch"))};
+  options.kind = arguments.choice<MachOKind>("--kind",
+                                             {{"executable", MachOKind::executable},
+                                              {"library", MachOKind::dynamicLibrary},
+                                              {"bundle", MachOKind::loadableBundle}},
+                                             options.kind);
+  options.text = arguments.value("--text").value_or(options.text);
+  options.leastTextSize = byteCountOf(arguments.value("--least-size").value_or("0"));
+  options.wideUniversal = arguments.has("--wide");
+  const std::string path = arguments.operand("file");
+  platform::Data(makeMachO(options)).write(location(path), platform::DataWritingOptions::atomic);
+  std::filesystem::permissions(path, std::filesystem::perms(0755));
+}
+
 int run(const std::vector<std::string>& words) {
   const std::map<std::string, std::function<void(const std::vector<std::string>&)>> commands = {
-      {"make-chain", runMakeChain}, {"sign", runSign}};
+      {"make-chain", runMakeChain}, {"make-mach-o", runMakeMachO}, {"sign", runSign}};
   const auto command = words.empty() ? commands.end() : commands.find(words.front());
   if (command == commands.end()) {
     std::fputs(kHelp, stderr);
