@@ -1,0 +1,36 @@
+#include "tools/sign_bundle/requirement.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using namespace std::string_literals;
+
+TEST(Requirement, IsCompiledIntoTheOperationsOfTheFormat) {
+  const std::string expected =
+      "\xFA\xDE\x0C\x00\0\0\0\x8C"s                // a requirement of 140 bytes
+      "\0\0\0\x01"s                                // as an expression
+      "\0\0\0\x06\0\0\0\x06\0\0\0\x06\0\0\0\x06"s  // four times "and"
+      "\0\0\0\x02\0\0\0\x05"
+      "ident\0\0\0"s  // identifier
+      "\0\0\0\x0F"s   // anchor apple generic
+      "\0\0\0\x0E\0\0\0\x01\0\0\0\x0A\x2A\x86\x48\x86\xF7\x63\x64\x06\x02\x06\0\0\0\0\0\0"s
+      "\0\0\0\x0E\0\0\0\0\0\0\0\x0A\x2A\x86\x48\x86\xF7\x63\x64\x06\x01\x0D\0\0\0\0\0\0"s
+      "\0\0\0\x0B\0\0\0\0\0\0\0\x0A"
+      "subject.OU\0\0\0\0\0\x01\0\0\0\x04"
+      "TEAM"s;
+  EXPECT_EQ(sign_bundle::developerIDRequirement("ident", "TEAM"), expected);
+}
+
+TEST(Requirement, IsWrittenInTheRequirementLanguage) {
+  EXPECT_EQ(sign_bundle::developerIDRequirementText("com.example", "TEAM"),
+            "identifier \"com.example\" and anchor apple generic"
+            " and certificate 1[field.1.2.840.113635.100.6.2.6] /* exists */"
+            " and certificate leaf[field.1.2.840.113635.100.6.1.13] /* exists */"
+            " and certificate leaf[subject.OU] = \"TEAM\"");
+  EXPECT_EQ(sign_bundle::codeDirectoryHashRequirementText("\x01\xAB\xFF"s), "cdhash H\"01abff\"");
+}
+
+}  // namespace

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/foundation/url.hpp"
+#include "tools/sign_bundle/openssl_objects.hpp"
+
+namespace sign_bundle {
+
+enum class KeyKind { rsa, ellipticCurve };
+
+/// One way in which a chain differs from a good one, for tests of what judges it.
+enum class ChainDefect {
+  none,
+  intermediateWithoutExtension,
+  leafWithoutExtension,
+  /// The leaf carries the intermediate's private extension, and the other way round.
+  extensionsSwapped,
+  leafWithoutCodeSigningUsage,
+  unknownCriticalExtensionInLeaf,
+  unknownCriticalExtensionInIntermediate,
+  /// The leaf signs itself; intermediate and root travel along as if they belonged to it.
+  selfSignedLeaf,
+  /// The root signs the leaf, with the intermediate left out.
+  withoutIntermediate,
+  /// Leaf and intermediate ended years ago.
+  expired,
+};
+
+struct ChainOptions {
+  std::string team;
+  std::string name = "Sample Developer";
+  KeyKind keys = KeyKind::rsa;
+  ChainDefect defect = ChainDefect::none;
+};
+
+/// Makes a throw-away chain of Developer ID shape in `directory`, which need not exist: `root.pem` (the
+/// anchor), `chain.pem` (the certificates above the leaf, lowest first), `leaf.pem`, `leaf_key.pem`, and for
+/// time stamps `time_stamp.pem`, `time_stamp_chain.pem` and `time_stamp_key.pem`. Keys are readable by their
+/// owner only; those of the authorities are not kept. Nothing that is there is overwritten. Throws
+/// `platform::Error`.
+void makeChain(const platform::URL& directory, const ChainOptions& options);
+
+/// A certificate with its key and the certificates above it.
+struct Signer {
+  Certificate certificate;
+  Key key;
+  Certificates chain;
+};
+
+/// Who signs, read from a directory that `makeChain` made.
+struct SigningIdentity {
+  Signer leaf;
+  Signer timeStampAuthority;
+  /// The organisational unit of the leaf's subject.
+  std::string team;
+
+  /// Throws `platform::Error`.
+  static SigningIdentity read(const platform::URL& directory);
+};
+
+}  // namespace sign_bundle

@@ -1,0 +1,122 @@
+#include "tools/sign_bundle/cms_signature.hpp"
+
+#include <openssl/asn1t.h>
+
+#include <ctime>
+
+#include "platform/foundation/property_list.hpp"
+#include "tools/sign_bundle/code_directory.hpp"
+#include "tools/sign_bundle/code_signing_constants.hpp"
+#include "tools/sign_bundle/openssl_objects.hpp"
+#include "tools/sign_bundle/time_stamp.hpp"
+
+namespace sign_bundle {
+namespace {
+
+constexpr const char* kStep = "Signing the code directory";
+constexpr std::time_t kDay = 24 * 60 * 60;
+
+using Time = Owned<ASN1_TIME, ASN1_TIME_free>;
+using Sequence = Owned<ASN1_SEQUENCE_ANY, ASN1_TYPE_free>;
+
+/// The property list of the code directories' hashes.
+std::string hashList(const std::vector<SignedCodeDirectory>& directories) {
+  using platform::PropertyList;
+  PropertyList::Array hashes;
+  for (const SignedCodeDirectory& directory : directories)
+    hashes.emplace_back(platform::Data(codeDirectoryHash(directory.blob, directory.algorithm)));
+  const PropertyList list(PropertyList::Dictionary{{"cdhashes", PropertyList(std::move(hashes))}});
+  return std::string(platform::NSPropertyListSerialization::dataWithPropertyList(list).bytes());
+}
+
+struct ReleaseValues {
+  void operator()(STACK_OF(ASN1_TYPE) * values) const noexcept {
+    sk_ASN1_TYPE_pop_free(values, ASN1_TYPE_free);
+  }
+};
+using Values = std::unique_ptr<STACK_OF(ASN1_TYPE), ReleaseValues>;
+
+/// SEQUENCE { algorithm, OCTET STRING } in DER.
+std::string namedDigest(const SignedCodeDirectory& directory) {
+  const Values values = checked<Values>(sk_ASN1_TYPE_new_null(), kStep);
+  const auto append = [&](int kind, void* value) {
+    ASN1_TYPE* item = ::ASN1_TYPE_new();
+    if (item == nullptr || sk_ASN1_TYPE_push(values.get(), item) <= 0)
+      throw CryptographyError(kStep);
+    ::ASN1_TYPE_set(item, kind, value);
+  };
+  const int algorithm = ::EVP_MD_get_type(libraryDigest(directory.algorithm));
+  append(V_ASN1_OBJECT, ::OBJ_nid2obj(algorithm));
+  const std::string digest = digestOf(directory.blob, directory.algorithm);
+  auto octets = checked<OctetString>(::ASN1_OCTET_STRING_new(), kStep);
+  succeeded(::ASN1_OCTET_STRING_set(octets.get(), unsignedBytes(digest), static_cast<int>(digest.size())),
+            kStep);
+  append(V_ASN1_OCTET_STRING, octets.release());
+  return encoded(*values, ::i2d_ASN1_SEQUENCE_ANY, kStep);
+}
+
+Attribute attribute(const char* identifier, int kind, const std::vector<std::string>& values) {
+  Attribute made = checked<Attribute>(::X509_ATTRIBUTE_new(), kStep);
+  succeeded(::X509_ATTRIBUTE_set1_object(made.get(), objectIdentifier(identifier).get()), kStep);
+  for (const std::string& value : values)
+    succeeded(::X509_ATTRIBUTE_set1_data(made.get(), kind, value.data(), static_cast<int>(value.size())),
+              kStep);
+  return made;
+}
+
+std::time_t momentOf(const ASN1_TIME& time) {
+  std::tm fields{};
+  succeeded(::ASN1_TIME_to_tm(&time, &fields), "Reading a certificate's validity");
+  return ::timegm(&fields);
+}
+
+std::time_t statedMoment(const X509& certificate) {
+  return std::min(std::time(nullptr), momentOf(*::X509_get0_notAfter(&certificate)) - kDay);
+}
+
+void addSigningTime(CMS_SignerInfo& signer, std::time_t moment) {
+  const auto time = checked<Time>(::ASN1_TIME_set(nullptr, moment), kStep);
+  succeeded(::CMS_signed_add1_attr_by_NID(&signer, NID_pkcs9_signingTime, ::ASN1_STRING_type(time.get()),
+                                          time.get(), -1),
+            kStep);
+}
+
+void addTimeStamp(CMS_SignerInfo& signer, const Signer& authority, std::time_t moment) {
+  const ASN1_OCTET_STRING* value = ::CMS_SignerInfo_get0_signature(&signer);
+  const std::string_view bytes(reinterpret_cast<const char*>(::ASN1_STRING_get0_data(value)),
+                               static_cast<std::size_t>(::ASN1_STRING_length(value)));
+  const Attribute token =
+      attribute(kTimeStampToken, V_ASN1_SEQUENCE, {makeTimeStampToken(bytes, authority, moment)});
+  succeeded(::CMS_unsigned_add1_attr(&signer, token.get()), "Adding the time stamp");
+}
+
+}  // namespace
+
+std::string signCodeDirectories(const std::vector<SignedCodeDirectory>& directories,
+                                const SigningIdentity& identity, TimeStamp timeStamp) {
+  constexpr unsigned kFlags = CMS_DETACHED | CMS_BINARY | CMS_PARTIAL | CMS_NOSMIMECAP;
+  const Stream content = readingStream(directories.front().blob);
+  const auto message =
+      checked<SignedMessage>(::CMS_sign(nullptr, nullptr, identity.leaf.chain.get(), nullptr, kFlags), kStep);
+  CMS_SignerInfo* signer = ::CMS_add1_signer(message.get(), identity.leaf.certificate.get(),
+                                             identity.leaf.key.get(), ::EVP_sha256(), kFlags);
+  if (signer == nullptr)
+    throw CryptographyError(kStep);
+
+  const std::time_t moment = statedMoment(*identity.leaf.certificate);
+  addSigningTime(*signer, moment);
+  const Attribute hashes = attribute(kCodeDirectoryHashList, V_ASN1_OCTET_STRING, {hashList(directories)});
+  succeeded(::CMS_signed_add1_attr(signer, hashes.get()), kStep);
+  std::vector<std::string> namedDigests;
+  for (const SignedCodeDirectory& directory : directories)
+    namedDigests.push_back(namedDigest(directory));
+  const Attribute digests = attribute(kCodeDirectoryDigests, V_ASN1_SEQUENCE, namedDigests);
+  succeeded(::CMS_signed_add1_attr(signer, digests.get()), kStep);
+
+  succeeded(::CMS_final(message.get(), content.get(), nullptr, kFlags), kStep);
+  if (timeStamp == TimeStamp::yes)
+    addTimeStamp(*signer, identity.timeStampAuthority, moment);
+  return encoded(*message, ::i2d_CMS_ContentInfo, kStep);
+}
+
+}  // namespace sign_bundle

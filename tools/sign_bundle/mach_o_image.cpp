@@ -1,0 +1,173 @@
+#include "tools/sign_bundle/mach_o_image.hpp"
+
+#include <algorithm>
+#include <limits>
+
+#include "platform/foundation/error.hpp"
+#include "tools/sign_bundle/byte_writer.hpp"
+#include "tools/sign_bundle/mach_o_constants.hpp"
+
+namespace sign_bundle {
+namespace {
+
+constexpr std::size_t kSignatureAlignment = 16;
+constexpr std::size_t kSignatureCommandSize = 16;
+constexpr std::size_t kCommandCountOffset = 16;
+constexpr std::size_t kCommandsSizeOffset = 20;
+
+[[noreturn]] void refuse(const std::string& reason) {
+  throw platform::Error("The Mach-O image " + reason + ".");
+}
+
+std::uint64_t read(std::string_view bytes, std::size_t offset, std::size_t size, std::endian order) {
+  if (offset > bytes.size() || size > bytes.size() - offset)
+    refuse("is cut short");
+  std::uint64_t value = 0;
+  for (std::size_t index = 0; index < size; ++index) {
+    const std::size_t place = order == std::endian::big ? index : size - 1 - index;
+    value = value << 8U | static_cast<unsigned char>(bytes[offset + place]);
+  }
+  return value;
+}
+
+/// Where the fields of a segment command lie, and of the sections behind it.
+struct SegmentFields {
+  std::size_t virtualSize, fileOffset, fileSize, sectionCount, sections, sectionSize, sectionFileOffset;
+};
+constexpr SegmentFields kFields32{28, 32, 36, 48, 56, 68, 40};
+constexpr SegmentFields kFields64{32, 40, 48, 64, 72, 80, 48};
+
+}  // namespace
+
+MachOImage::MachOImage(std::string bytes) : bytes_(std::move(bytes)), firstSection_(bytes_.size()) {
+  if (!isMachO(bytes_))
+    refuse("has no header that is known");
+  const auto magic = [&](std::endian order) { return read(bytes_, 0, 4, order); };
+  order_ = magic(std::endian::big) == mach_o::kMagic32 || magic(std::endian::big) == mach_o::kMagic64
+               ? std::endian::big
+               : std::endian::little;
+  wide_ = magic(order_) == mach_o::kMagic64;
+
+  std::size_t offset = wide_ ? mach_o::kHeaderSize64 : mach_o::kHeaderSize32;
+  commandsEnd_ = offset + number(kCommandsSizeOffset);
+  for (std::uint32_t left = number(kCommandCountOffset); left > 0; --left) {
+    const std::uint32_t size = number(offset + 4);
+    if (size < 8 || offset > commandsEnd_ || size > commandsEnd_ - offset)
+      refuse("has a load command that does not fit");
+    readCommand(offset, size);
+    offset += size;
+  }
+  if (offset != commandsEnd_)
+    refuse("has load commands of another size than it states");
+  cutSignatureOff();
+}
+
+bool MachOImage::isMachO(std::string_view bytes) {
+  if (bytes.size() < mach_o::kHeaderSize32)
+    return false;
+  const std::uint64_t big = read(bytes, 0, 4, std::endian::big);
+  const std::uint64_t little = read(bytes, 0, 4, std::endian::little);
+  if (big == mach_o::kFatMagic || big == mach_o::kFatMagic64)
+    return read(bytes, 4, 4, std::endian::big) <= mach_o::kMostArchitectures;
+  return big == mach_o::kMagic32 || big == mach_o::kMagic64 || little == mach_o::kMagic32 ||
+         little == mach_o::kMagic64;
+}
+
+bool MachOImage::isMainProgram() const {
+  return number(12) == mach_o::kExecutable;
+}
+
+std::uint32_t MachOImage::number(std::size_t offset) const {
+  return static_cast<std::uint32_t>(read(bytes_, offset, 4, order_));
+}
+
+std::uint64_t MachOImage::word(std::size_t offset) const {
+  return read(bytes_, offset, wide_ ? 8 : 4, order_);
+}
+
+void MachOImage::setNumber(std::size_t offset, std::uint32_t value) {
+  putNumber(bytes_, offset, value, order_);
+}
+
+void MachOImage::setWord(std::size_t offset, std::uint64_t value) {
+  if (wide_)
+    putNumber(bytes_, offset, value, order_);
+  else if (value > std::numeric_limits<std::uint32_t>::max())
+    refuse("is too large to be signed");
+  else
+    setNumber(offset, static_cast<std::uint32_t>(value));
+}
+
+void MachOImage::readCommand(std::size_t offset, std::size_t size) {
+  const std::uint32_t command = number(offset);
+  if (command == (wide_ ? mach_o::kSegment64 : mach_o::kSegment32)) {
+    readSegment(offset);
+  } else if (command == mach_o::kCodeSignature) {
+    if (size != kSignatureCommandSize || signatureCommand_ != 0)
+      refuse("announces a signature in an unusual way");
+    signatureCommand_ = offset;
+  }
+}
+
+void MachOImage::readSegment(std::size_t offset) {
+  const SegmentFields& fields = wide_ ? kFields64 : kFields32;
+  const Segment segment{offset, word(offset + fields.fileOffset), word(offset + fields.fileSize)};
+  const std::string_view name(bytes_.c_str() + offset + 8);
+  if (name.starts_with("__TEXT"))
+    text_ = segment;
+  else if (name.starts_with("__LINKEDIT"))
+    linkEdit_ = segment;
+  noteFirstSection(offset);
+}
+
+void MachOImage::noteFirstSection(std::size_t segment) {
+  const SegmentFields& fields = wide_ ? kFields64 : kFields32;
+  for (std::uint32_t index = 0; index < number(segment + fields.sectionCount); ++index) {
+    const std::uint32_t place =
+        number(segment + fields.sections + index * fields.sectionSize + fields.sectionFileOffset);
+    if (place != 0)
+      firstSection_ = std::min<std::size_t>(firstSection_, place);
+  }
+}
+
+void MachOImage::cutSignatureOff() {
+  if (linkEdit_.command == 0)
+    refuse("has no link edit segment");
+  if (linkEdit_.fileOffset > bytes_.size() || bytes_.size() - linkEdit_.fileOffset != linkEdit_.fileSize)
+    refuse("does not end with its link edit segment");
+  if (signatureCommand_ != 0) {
+    const std::uint32_t start = number(signatureCommand_ + 8);
+    if (start < linkEdit_.fileOffset || start > bytes_.size())
+      refuse("has its signature outside the link edit segment");
+    bytes_.resize(start);
+  }
+  bytes_.resize(alignedUp(bytes_.size(), kSignatureAlignment), '\0');
+}
+
+void MachOImage::appendSignatureCommand() {
+  if (commandsEnd_ + kSignatureCommandSize > firstSection_)
+    refuse("has no room for another load command");
+  signatureCommand_ = commandsEnd_;
+  commandsEnd_ += kSignatureCommandSize;
+  setNumber(signatureCommand_, mach_o::kCodeSignature);
+  setNumber(signatureCommand_ + 4, kSignatureCommandSize);
+  setNumber(kCommandCountOffset, number(kCommandCountOffset) + 1);
+  setNumber(kCommandsSizeOffset, number(kCommandsSizeOffset) + kSignatureCommandSize);
+}
+
+void MachOImage::announceSignature(std::size_t size) {
+  if (signatureCommand_ == 0)
+    appendSignatureCommand();
+  if (bytes_.size() > std::numeric_limits<std::uint32_t>::max() - size)
+    refuse("is too large to be signed");
+  setNumber(signatureCommand_ + 8, static_cast<std::uint32_t>(bytes_.size()));
+  setNumber(signatureCommand_ + 12, static_cast<std::uint32_t>(size));
+
+  const SegmentFields& fields = wide_ ? kFields64 : kFields32;
+  const std::uint64_t fileSize = bytes_.size() + size - linkEdit_.fileOffset;
+  const std::uint64_t memoryPage = cpuType() == mach_o::kCpuArm64 ? 0x4000 : 0x1000;
+  setWord(linkEdit_.command + fields.fileSize, fileSize);
+  setWord(linkEdit_.command + fields.virtualSize, alignedUp(fileSize, memoryPage));
+}
+
+}  // namespace sign_bundle
