@@ -69,6 +69,10 @@ std::string lowercased(std::string_view text) {
   return valid ? lower : std::string(text);
 }
 
+std::string canonicallyDecomposed(std::string_view text) {
+  return canonicalDecomposition(text).value_or(std::string(text));
+}
+
 bool canonicallyEquivalent(std::string_view left, std::string_view right) {
   if (left == right)
     return true;

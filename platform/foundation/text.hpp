@@ -18,6 +18,10 @@ std::string trimmingCharactersIn(std::string_view text, const CharacterSet& set)
 /// Every character in its simple lower-case form, independent of any locale.
 std::string lowercased(std::string_view text);
 
+/// The text in Unicode normalisation form D (Unicode Standard Annex #15); as it is when it is not valid
+/// UTF-8.
+std::string canonicallyDecomposed(std::string_view text);
+
 /// Equality of text: Unicode canonical equivalence (Unicode Standard Annex #15). Texts that are not both
 /// valid UTF-8 are equal when their bytes are.
 bool canonicallyEquivalent(std::string_view left, std::string_view right);

@@ -1,0 +1,165 @@
+#include "platform/security/bundle.hpp"
+
+#include <algorithm>
+
+#include "platform/security/security_error.hpp"
+
+namespace platform {
+namespace {
+
+constexpr std::uint64_t kLargestInformation = 16U << 20U;
+
+constexpr const char* kContents = "Contents";
+constexpr const char* kVersions = "Versions";
+constexpr const char* kCurrent = "Current";
+constexpr const char* kResources = "Resources";
+constexpr const char* kInformation = "Info.plist";
+
+[[noreturn]] void refuseUnsealed(const Directory& directory, const std::string& name) {
+  throw Error(quoted(directory.pathOf(name)) + " lies outside of what the signature seals.");
+}
+
+bool hasDirectory(const Directory& directory, const std::string& name) {
+  return directory.kindOf(name) == ItemKind::directory;
+}
+
+std::string executableName(const PropertyList& information) {
+  const PropertyList* value = information.valueForKey("CFBundleExecutable");
+  const std::string* name = value == nullptr ? nullptr : value->string();
+  if (name == nullptr || name->empty() || *name == "." || *name == ".." ||
+      name->find_first_of(std::string_view("/\0", 2)) != std::string::npos)
+    throw FormatError("its Info.plist names no main executable");
+  return *name;
+}
+
+/// Reads the bundle with this content directory.
+Bundle readBundle(const Directory& root, const Directory& content, std::string contentPath) {
+  const bool isFlat = contentPath != kContents;
+  const Directory information =
+      isFlat && hasDirectory(content, kResources) ? content.subdirectory(kResources) : content;
+  if (!information.kindOf(kInformation))
+    throw Error(quoted(information.pathOf(kInformation)) + " is missing.");
+  std::string bytes = information.readFile(kInformation, kLargestInformation);
+  PropertyList list = NSPropertyListSerialization::propertyListWithData(Data(bytes));
+  std::string executable = executableName(list);
+  return {.root = root,
+          .content = content,
+          .contentPath = std::move(contentPath),
+          .executablePath = isFlat ? executable : "MacOS/" + executable,
+          .informationBytes = std::move(bytes),
+          .information = std::move(list)};
+}
+
+std::vector<Bundle> openVersions(const Directory& root) {
+  for (const DirectoryEntry& entry : root.entries()) {
+    const bool isVersions = entry.name == kVersions && entry.kind == ItemKind::directory;
+    const bool leadsToItem = entry.kind == ItemKind::link &&
+                             root.linkTarget(entry.name) == std::string("Versions/Current/") + entry.name;
+    if (!isVersions && !leadsToItem)
+      refuseUnsealed(root, entry.name);
+  }
+  const Directory versions = root.subdirectory(kVersions);
+  if (versions.kindOf(kCurrent) != ItemKind::link)
+    throw Error(quoted(root.path()) + " has no current version.");
+  const std::string current = versions.linkTarget(kCurrent);
+  std::vector<Bundle> bundles;
+  for (const DirectoryEntry& entry : versions.entries()) {
+    if (entry.name == kCurrent)
+      continue;
+    if (entry.kind != ItemKind::directory)
+      refuseUnsealed(versions, entry.name);
+    Bundle bundle =
+        readBundle(root, versions.subdirectory(entry.name), std::string("Versions/") + entry.name);
+    bundles.insert(entry.name == current ? bundles.begin() : bundles.end(), std::move(bundle));
+  }
+  if (bundles.empty() || bundles.front().contentPath != std::string("Versions/") + current)
+    throw Error(quoted(root.path()) + " has no current version.");
+  return bundles;
+}
+
+std::vector<std::string> components(std::string_view path) {
+  std::vector<std::string> parts;
+  std::size_t begin = 0;
+  while (begin <= path.size()) {
+    const std::size_t end = std::min(path.find('/', begin), path.size());
+    if (end > begin)
+      parts.emplace_back(path.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return parts;
+}
+
+/// The text of the link at `path`, from `root`; nothing when there is no link.
+std::optional<std::string> linkAt(const Directory& root, const std::vector<std::string>& path) {
+  Directory directory = root;
+  for (std::size_t index = 0; index + 1 < path.size(); ++index) {
+    if (!hasDirectory(directory, path[index]))
+      return std::nullopt;
+    directory = directory.subdirectory(path[index]);
+  }
+  if (directory.kindOf(path.back()) != ItemKind::link)
+    return std::nullopt;
+  return directory.linkTarget(path.back());
+}
+
+}  // namespace
+
+CodeFile Bundle::openExecutable() const {
+  const std::size_t slash = executablePath.find('/');
+  if (slash == std::string::npos)
+    return content.openFile(executablePath);
+  return content.subdirectory(executablePath.substr(0, slash)).openFile(executablePath.substr(slash + 1));
+}
+
+bool hasBundleShape(const Directory& directory) {
+  return directory.kindOf(kContents) || directory.kindOf(kVersions) || directory.kindOf(kResources) ||
+         directory.kindOf(kInformation);
+}
+
+std::vector<Bundle> openBundles(const Directory& root) {
+  if (root.kindOf(kVersions))
+    return openVersions(root);
+  if (!root.kindOf(kContents))
+    return {readBundle(root, root, {})};
+  for (const DirectoryEntry& entry : root.entries()) {
+    if (entry.name != kContents)
+      refuseUnsealed(root, entry.name);
+  }
+  return {readBundle(root, root.subdirectory(kContents), kContents)};
+}
+
+bool linkStaysInside(const Directory& root, std::string_view at, const std::string& target) {
+  constexpr unsigned kMostLinks = 32;
+  constexpr std::size_t kMostComponents = 4096;
+  std::vector<std::string> place = components(at);
+  // The next component is the last.
+  std::vector<std::string> pending;
+  const auto follow = [&](const std::string& text) {
+    std::vector<std::string> parts = components(text);
+    pending.insert(pending.end(), parts.rbegin(), parts.rend());
+    return !text.starts_with('/') && pending.size() <= kMostComponents;
+  };
+  if (!follow(target))
+    return false;
+  for (unsigned links = 0; !pending.empty();) {
+    const std::string component = pending.back();
+    pending.pop_back();
+    if (component == ".")
+      continue;
+    if (component == "..") {
+      if (place.empty())
+        return false;
+      place.pop_back();
+      continue;
+    }
+    place.push_back(component);
+    if (const std::optional<std::string> next = linkAt(root, place)) {
+      place.pop_back();
+      if (++links > kMostLinks || !follow(*next))
+        return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace platform

@@ -1,0 +1,125 @@
+#include "platform/security/code_blobs.hpp"
+
+#include <optional>
+#include <vector>
+
+#include "platform/security/byte_reader.hpp"
+#include "platform/security/byte_source.hpp"
+#include "platform/security/security_error.hpp"
+
+namespace platform {
+namespace {
+
+constexpr std::uint64_t kBlobHeader = 8;
+
+constexpr std::uint32_t kMagicEmbeddedSignature = 0xFADE0CC0;
+constexpr std::uint32_t kMagicCodeDirectory = 0xFADE0C02;
+constexpr std::uint32_t kMagicRequirements = 0xFADE0C01;
+constexpr std::uint32_t kMagicRequirement = 0xFADE0C00;
+constexpr std::uint32_t kMagicEntitlements = 0xFADE7171;
+constexpr std::uint32_t kMagicEntitlementsDER = 0xFADE7172;
+constexpr std::uint32_t kMagicWrapper = 0xFADE0B01;
+constexpr std::uint32_t kMagicLaunchConstraint = 0xFADE8181;
+
+/// The kind of blob in a slot; nothing where any kind may lie.
+std::optional<std::uint32_t> magicForSlot(std::uint32_t number) {
+  switch (number) {
+    case slot::kRequirements:
+      return kMagicRequirements;
+    case slot::kEntitlements:
+      return kMagicEntitlements;
+    case 7:
+      return kMagicEntitlementsDER;
+    case 8:
+    case 9:
+    case 10:
+    case slot::kLastSpecial:
+      return kMagicLaunchConstraint;
+    case slot::kSignature:
+      return kMagicWrapper;
+    case 4:
+    case 6:
+    case slot::kIdentification:
+    case slot::kTicket:
+      return std::nullopt;
+    default:
+      if (number == slot::kCodeDirectory ||
+          (number >= slot::kFirstAlternate && number <= slot::kLastAlternate))
+        return kMagicCodeDirectory;
+      throw FormatError("its signature has a component of an unknown kind");
+  }
+}
+
+using Entries = std::map<std::uint32_t, std::string_view>;
+
+/// The blobs of a SuperBlob by type. They lie inside it, behind its index, and share no byte.
+Entries readSuperBlob(std::string_view bytes, std::string_view item) {
+  ByteReader reader(bytes, item);
+  reader.skip(kBlobHeader);
+  const std::uint32_t count = reader.readUInt32();
+  // Every entry has at least its place in the index and a header.
+  if (count > bytes.size() / (2 * kBlobHeader))
+    throw FormatError(std::string(item) + " counts more components than it can hold");
+  const std::uint64_t indexEnd = reader.position() + std::uint64_t{count} * 8;
+  Entries entries;
+  std::map<std::uint64_t, std::uint64_t> ends;
+  for (std::uint32_t index = 0; index < count; ++index) {
+    const std::uint32_t type = reader.readUInt32();
+    const std::uint32_t offset = reader.readUInt32();
+    ByteReader header(reader.bytesAt(offset, kBlobHeader), item);
+    header.skip(4);
+    const std::uint32_t length = header.readUInt32();
+    if (offset < indexEnd || length < kBlobHeader)
+      throw FormatError(std::string(item) + " has a component at an impossible place");
+    if (!entries.emplace(type, reader.bytesAt(offset, length)).second)
+      throw FormatError(std::string(item) + " has a component twice");
+    ends.emplace(offset, std::uint64_t{offset} + length);
+  }
+  std::uint64_t end = indexEnd;
+  if (ends.size() != entries.size())
+    throw FormatError(std::string(item) + " has components that overlap");
+  for (const auto& [offset, next] : ends) {
+    if (offset < end)
+      throw FormatError(std::string(item) + " has components that overlap");
+    end = next;
+  }
+  return entries;
+}
+
+}  // namespace
+
+std::string_view blobPayload(std::string_view blob) {
+  ByteReader reader(blob, "a component of its signature");
+  reader.skip(4);
+  if (reader.readUInt32() != blob.size())
+    throw FormatError("a component of its signature has a wrong length");
+  return blob.substr(kBlobHeader);
+}
+
+void requireBlobForSlot(std::uint32_t number, std::string_view blob) {
+  const std::optional<std::uint32_t> magic = magicForSlot(number);
+  blobPayload(blob);
+  if (magic && ByteReader(blob, "a component of its signature").readUInt32() != *magic)
+    throw FormatError("its signature has a component of the wrong kind");
+  if (number == slot::kRequirements) {
+    for (const auto& [type, requirement] : readSuperBlob(blob, "the list of requirements")) {
+      if (ByteReader(requirement, "a requirement").readUInt32() != kMagicRequirement)
+        throw FormatError("the list of requirements has a component of the wrong kind");
+    }
+  }
+}
+
+CodeComponents readEmbeddedSignature(std::string_view bytes) {
+  ByteReader reader(bytes, "the signature");
+  if (reader.readUInt32() != kMagicEmbeddedSignature)
+    throw FormatError("the bytes set apart for its signature hold none");
+  const std::uint32_t length = reader.readUInt32();
+  CodeComponents components;
+  for (const auto& [number, blob] : readSuperBlob(reader.bytesAt(0, length), "the signature")) {
+    requireBlobForSlot(number, blob);
+    components.emplace(number, blob);
+  }
+  return components;
+}
+
+}  // namespace platform

@@ -1,0 +1,140 @@
+#include "platform/security/code_directory.hpp"
+
+#include <algorithm>
+#include <array>
+
+#include "platform/foundation/data.hpp"
+#include "platform/foundation/text.hpp"
+#include "platform/security/byte_reader.hpp"
+#include "platform/security/code_blobs.hpp"
+#include "platform/security/security_error.hpp"
+
+namespace platform {
+namespace {
+
+constexpr std::string_view kItem = "the code directory";
+
+constexpr std::uint32_t kOldestVersion = 0x20001;
+constexpr std::uint32_t kFirstUnknownVersion = 0x30000;
+constexpr std::uint32_t kVersionWithScatter = 0x20100;
+constexpr std::uint32_t kVersionWithTeam = 0x20200;
+constexpr std::uint32_t kVersionWithLongLimit = 0x20300;
+constexpr std::uint32_t kVersionWithExecutableSegment = 0x20400;
+constexpr std::uint32_t kVersionWithRuntime = 0x20500;
+
+constexpr std::uint8_t kLargestPageShift = 30;
+
+/// Of each type of digest: how it is made, how many of its bytes are kept, how strong it is.
+struct HashType {
+  std::uint8_t number;
+  DigestAlgorithm algorithm;
+  std::size_t length;
+  int strength;
+};
+
+const HashType& hashType(std::uint8_t number) {
+  static constexpr std::array<HashType, 5> kTypes{{{1, DigestAlgorithm::sha1, 20, 0},
+                                                   {2, DigestAlgorithm::sha256, 32, 2},
+                                                   {3, DigestAlgorithm::sha256, 20, 1},
+                                                   {4, DigestAlgorithm::sha384, 48, 3},
+                                                   {5, DigestAlgorithm::sha512, 64, 4}}};
+  const auto* found =
+      std::find_if(kTypes.begin(), kTypes.end(), [&](const HashType& type) { return type.number == number; });
+  if (found == kTypes.end())
+    throw FormatError("the code directory uses an unknown digest");
+  return *found;
+}
+
+std::string readText(const ByteReader& reader, std::uint64_t offset, std::uint64_t headerSize) {
+  std::string text(reader.textAt(offset));
+  if (offset < headerSize || text.empty() || !stringFromUTF8(Data(text)))
+    throw FormatError("the code directory holds no proper identifier");
+  return text;
+}
+
+}  // namespace
+
+CodeDirectory CodeDirectory::read(std::string_view blob) {
+  requireBlobForSlot(slot::kCodeDirectory, blob);
+  ByteReader reader(blob, kItem);
+  reader.skip(8);
+  const std::uint32_t version = reader.readUInt32();
+  if (version < kOldestVersion || version >= kFirstUnknownVersion)
+    throw FormatError("the code directory has an unknown version");
+
+  CodeDirectory directory;
+  directory.blob_ = blob;
+  directory.flags_ = reader.readUInt32();
+  directory.digestOffset_ = reader.readUInt32();
+  const std::uint64_t identifierOffset = reader.readUInt32();
+  directory.specialSlotCount_ = reader.readUInt32();
+  directory.pageCount_ = reader.readUInt32();
+  directory.codeLimit_ = reader.readUInt32();
+  const std::uint8_t digestLength = reader.readUInt8();
+  const HashType& type = hashType(reader.readUInt8());
+  reader.skip(1);
+  const std::uint8_t pageShift = reader.readUInt8();
+  reader.skip(4);
+  std::uint64_t teamOffset = 0;
+  if (version >= kVersionWithScatter && reader.readUInt32() != 0)
+    throw FormatError("the code directory is scattered, which is not supported");
+  if (version >= kVersionWithTeam)
+    teamOffset = reader.readUInt32();
+  if (version >= kVersionWithLongLimit) {
+    reader.skip(4);
+    if (const std::uint64_t longLimit = reader.readUInt64(); longLimit != 0)
+      directory.codeLimit_ = longLimit;
+  }
+  if (version >= kVersionWithExecutableSegment)
+    reader.skip(24);
+  if (version >= kVersionWithRuntime)
+    reader.skip(8);
+
+  directory.algorithm_ = type.algorithm;
+  directory.strength_ = type.strength;
+  directory.digestLength_ = type.length;
+  if (digestLength != type.length)
+    throw FormatError("the code directory gives its digests a wrong length");
+  if (pageShift > kLargestPageShift)
+    throw FormatError("the code directory gives its pages an impossible size");
+  directory.pageSize_ = pageShift == 0 ? directory.codeLimit_ : std::uint64_t{1} << pageShift;
+
+  const std::uint64_t specialBytes = std::uint64_t{directory.specialSlotCount_} * type.length;
+  if (directory.digestOffset_ < reader.position() ||
+      directory.digestOffset_ - reader.position() < specialBytes)
+    throw FormatError("the digests of the code directory overlap its header");
+  reader.bytesAt(directory.digestOffset_, std::uint64_t{directory.pageCount_} * type.length);
+  const std::uint64_t pages =
+      directory.codeLimit_ == 0 ? 0 : (directory.codeLimit_ - 1) / directory.pageSize_ + 1;
+  if (pages != directory.pageCount_)
+    throw FormatError("the pages of the code directory do not cover the code");
+
+  directory.identifier_ = readText(reader, identifierOffset, reader.position());
+  if (teamOffset != 0)
+    directory.teamIdentifier_ = readText(reader, teamOffset, reader.position());
+  return directory;
+}
+
+std::string CodeDirectory::digestOf(std::string_view bytes) const {
+  return platform::digestOf(algorithm_, bytes).substr(0, digestLength_);
+}
+
+std::string_view CodeDirectory::pageDigest(std::uint32_t page) const {
+  return blob_.substr(digestOffset_ + std::uint64_t{page} * digestLength_, digestLength_);
+}
+
+std::optional<std::string_view> CodeDirectory::specialDigest(std::uint32_t slot) const {
+  if (slot == 0 || slot > specialSlotCount_)
+    return std::nullopt;
+  const std::string_view digest =
+      blob_.substr(digestOffset_ - std::uint64_t{slot} * digestLength_, digestLength_);
+  if (digest.find_first_not_of('\0') == std::string_view::npos)
+    return std::nullopt;
+  return digest;
+}
+
+std::string CodeDirectory::fullDigest() const {
+  return platform::digestOf(algorithm_, blob_);
+}
+
+}  // namespace platform

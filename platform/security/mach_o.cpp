@@ -1,0 +1,241 @@
+#include "platform/security/mach_o.hpp"
+
+#include <algorithm>
+#include <array>
+
+#include "platform/security/byte_reader.hpp"
+#include "platform/security/security_error.hpp"
+
+namespace platform {
+namespace {
+
+constexpr std::uint32_t kMagic32 = 0xFEEDFACE;
+constexpr std::uint32_t kMagic64 = 0xFEEDFACF;
+constexpr std::uint32_t kFatMagic = 0xCAFEBABE;
+constexpr std::uint32_t kFatMagic64 = 0xCAFEBABF;
+
+/// A Java class file has the universal file's magic and its version, 45 at least, where the count stands.
+constexpr std::uint32_t kMostArchitectures = 32;
+
+/// Real ones need some ten kilobytes.
+constexpr std::uint32_t kMostCommandBytes = 16U << 20U;
+
+constexpr std::uint32_t kCommandSegment = 0x01;
+constexpr std::uint32_t kCommandSegment64 = 0x19;
+constexpr std::uint32_t kCommandCodeSignature = 0x1D;
+
+constexpr std::string_view kHeader = "the Mach-O header";
+constexpr std::string_view kCommand = "a load command";
+
+struct Format {
+  bool wide;
+  ByteOrder order;
+};
+
+std::optional<Format> formatOf(std::uint32_t magic) {
+  switch (magic) {
+    case kMagic32:
+      return Format{false, ByteOrder::big};
+    case kMagic64:
+      return Format{true, ByteOrder::big};
+    case 0xCEFAEDFE:
+      return Format{false, ByteOrder::little};
+    case 0xCFFAEDFE:
+      return Format{true, ByteOrder::little};
+    default:
+      return std::nullopt;
+  }
+}
+
+struct Architecture {
+  std::uint32_t type;
+  std::uint32_t subtype;  ///< without the capability bits
+
+  bool operator==(const Architecture&) const = default;
+};
+
+std::string nameOf(const Architecture& architecture) {
+  struct Known {
+    Architecture architecture;
+    const char* name;
+  };
+  static constexpr std::array<Known, 6> kKnown{{{{0x01000007, 3}, "x86_64"},
+                                                {{0x01000007, 8}, "x86_64h"},
+                                                {{0x0100000C, 0}, "arm64"},
+                                                {{0x0100000C, 2}, "arm64e"},
+                                                {{0x00000007, 3}, "i386"},
+                                                {{0x00000012, 0}, "ppc"}}};
+  for (const Known& known : kKnown) {
+    if (known.architecture == architecture)
+      return known.name;
+  }
+  return std::to_string(architecture.type) + "/" + std::to_string(architecture.subtype);
+}
+
+Architecture readArchitecture(ByteReader& reader) {
+  constexpr std::uint32_t kCapabilities = 0xFF000000;
+  const std::uint32_t type = reader.readUInt32();
+  return {.type = type, .subtype = reader.readUInt32() & ~kCapabilities};
+}
+
+std::string_view fixedText(std::string_view bytes) {
+  return bytes.substr(0, bytes.find('\0'));
+}
+
+/// Looks for the section with the code's own Info.plist.
+void readSegment(ByteReader reader, bool wide, MachOSlice& slice) {
+  reader.skip(8 + 16);
+  reader.skip(wide ? 32 : 16);
+  reader.skip(8);
+  const std::uint32_t sections = reader.readUInt32();
+  reader.skip(4);
+  for (std::uint32_t index = 0; index < sections; ++index) {
+    const std::string_view section = fixedText(reader.readBytes(16));
+    const std::string_view segment = fixedText(reader.readBytes(16));
+    reader.skip(wide ? 8 : 4);
+    const std::uint64_t size = wide ? reader.readUInt64() : reader.readUInt32();
+    const std::uint64_t offset = reader.readUInt32();
+    reader.skip(wide ? 28 : 20);
+    if (section != "__info_plist" || segment != "__TEXT")
+      continue;
+    if (slice.informationSection)
+      throw FormatError("it carries two Info.plist sections");
+    slice.informationSection = ByteRange{offset, size};
+    if (!slice.informationSection->within(slice.range.length))
+      throw FormatError("its Info.plist section lies outside of the code");
+  }
+}
+
+void readSignatureCommand(ByteReader reader, MachOSlice& slice) {
+  reader.skip(8);
+  if (slice.signature)
+    throw FormatError("it names two signatures");
+  slice.signature = ByteRange{reader.readUInt32(), reader.readUInt32()};
+}
+
+void readCommands(std::string_view commands, std::uint32_t count, const Format& format, MachOSlice& slice) {
+  ByteReader reader(commands, "the list of load commands", format.order);
+  for (std::uint32_t index = 0; index < count; ++index) {
+    const std::uint64_t start = reader.position();
+    const std::uint32_t command = reader.readUInt32();
+    const std::uint32_t size = reader.readUInt32();
+    if (size < 8)
+      throw FormatError("a load command is too short");
+    const ByteReader body(reader.bytesAt(start, size), kCommand, format.order);
+    if (command == kCommandCodeSignature)
+      readSignatureCommand(body, slice);
+    else if (command == (format.wide ? kCommandSegment64 : kCommandSegment))
+      readSegment(body, format.wide, slice);
+    reader.skip(size - 8);
+  }
+}
+
+std::uint32_t magicAt(const ByteSource& file, std::uint64_t offset) {
+  const std::string bytes = file.read(offset, 4);
+  return ByteReader(bytes, kHeader).readUInt32();
+}
+
+/// Reads the slice at `range`, which lies in the file.
+MachOSlice readSlice(const ByteSource& file, const ByteRange& range,
+                     const std::optional<Architecture>& declared) {
+  constexpr std::uint64_t kShortHeader = 28;
+  if (range.length < kShortHeader)
+    throw FormatError("the code of an architecture is too short");
+  const std::optional<Format> format = formatOf(magicAt(file, range.offset));
+  if (!format)
+    throw FormatError("the code of an architecture is no Mach-O file");
+  const std::uint64_t headerSize = format->wide ? kShortHeader + 4 : kShortHeader;
+  const std::string header = file.read(range.offset, kShortHeader);
+  ByteReader reader(header, kHeader, format->order);
+  reader.skip(4);
+  const Architecture architecture = readArchitecture(reader);
+  if (declared && architecture != *declared)
+    throw FormatError("it declares an architecture that its code is not for");
+  reader.skip(4);
+  const std::uint32_t count = reader.readUInt32();
+  const std::uint32_t commandBytes = reader.readUInt32();
+  if (commandBytes > kMostCommandBytes || !ByteRange{headerSize, commandBytes}.within(range.length))
+    throw FormatError("its load commands are too long");
+
+  MachOSlice slice{
+      .architecture = nameOf(architecture), .range = range, .signature = {}, .informationSection = {}};
+  const std::string commands = file.read(range.offset + headerSize, commandBytes);
+  readCommands(commands, count, *format, slice);
+  // What follows the signature would be bound by nothing.
+  if (slice.signature &&
+      (!slice.signature->within(range.length) || slice.signature->offset < headerSize + commandBytes ||
+       slice.signature->offset + slice.signature->length != range.length))
+    throw FormatError("its signature does not lie at the end of the code");
+  return slice;
+}
+
+void requireZeros(const ByteSource& file, std::uint64_t begin, std::uint64_t end) {
+  std::array<char, 16384> buffer{};
+  while (begin < end) {
+    const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), end - begin));
+    file.readAt(begin, std::span(buffer).first(count));
+    if (std::any_of(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(count),
+                    [](char byte) { return byte != 0; }))
+      throw FormatError("it holds bytes that belong to none of its architectures");
+    begin += count;
+  }
+}
+
+std::vector<MachOSlice> readUniversal(const ByteSource& file, bool wide, std::uint32_t count) {
+  const std::uint64_t tableSize = 8 + std::uint64_t{count} * (wide ? 32 : 20);
+  const std::string table = file.read(0, tableSize);
+  ByteReader reader(table, "the table of architectures");
+  reader.skip(8);
+  struct Entry {
+    Architecture architecture;
+    ByteRange range;
+  };
+  std::vector<Entry> entries;
+  for (std::uint32_t index = 0; index < count; ++index) {
+    const Architecture architecture = readArchitecture(reader);
+    const std::uint64_t offset = wide ? reader.readUInt64() : reader.readUInt32();
+    const std::uint64_t size = wide ? reader.readUInt64() : reader.readUInt32();
+    reader.skip(wide ? 8 : 4);
+    for (const Entry& other : entries) {
+      if (other.architecture == architecture)
+        throw FormatError("it holds an architecture twice");
+    }
+    entries.push_back({architecture, {offset, size}});
+  }
+  std::sort(entries.begin(), entries.end(),
+            [](const Entry& left, const Entry& right) { return left.range.offset < right.range.offset; });
+  std::uint64_t end = tableSize;
+  for (const Entry& entry : entries) {
+    if (entry.range.offset < end || !entry.range.within(file.size()))
+      throw FormatError("its architectures overlap or lie outside of the file");
+    end = entry.range.offset + entry.range.length;
+  }
+  std::vector<MachOSlice> slices;
+  end = tableSize;
+  for (const Entry& entry : entries) {
+    slices.push_back(readSlice(file, entry.range, entry.architecture));
+    requireZeros(file, end, entry.range.offset);
+    end = entry.range.offset + entry.range.length;
+  }
+  requireZeros(file, end, file.size());
+  return slices;
+}
+
+}  // namespace
+
+std::optional<std::vector<MachOSlice>> readMachO(const ByteSource& file) {
+  if (file.size() < 8)
+    return std::nullopt;
+  const std::uint32_t magic = magicAt(file, 0);
+  if (magic == kFatMagic || magic == kFatMagic64) {
+    const std::uint32_t count = magicAt(file, 4);
+    if (count >= 1 && count <= kMostArchitectures)
+      return readUniversal(file, magic == kFatMagic64, count);
+    return std::nullopt;
+  }
+  if (!formatOf(magic))
+    return std::nullopt;
+  return std::vector{readSlice(file, {0, file.size()}, std::nullopt)};
+}
+
+}  // namespace platform

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <openssl/bio.h>
+#include <openssl/cms.h>
+#include <openssl/objects.h>
+#include <openssl/pkcs7.h>
+#include <openssl/ts.h>
+#include <openssl/x509.h>
+#include <openssl/x509v3.h>
+
+#include <memory>
+#include <string_view>
+
+/// Owners of the library's objects, for the sources that use the library.
+namespace platform::openssl {
+
+template <auto release>
+struct Release {
+  template <typename Object>
+  void operator()(Object* object) const noexcept {
+    release(object);
+  }
+};
+
+template <typename Object, auto release>
+using Handle = std::unique_ptr<Object, Release<release>>;
+
+inline void releaseCertificates(STACK_OF(X509) * certificates) noexcept {
+  sk_X509_pop_free(certificates, &::X509_free);
+}
+
+inline void releaseStack(STACK_OF(X509) * certificates) noexcept {
+  sk_X509_free(certificates);
+}
+
+using Bio = Handle<BIO, &::BIO_free_all>;
+using Cms = Handle<CMS_ContentInfo, &::CMS_ContentInfo_free>;
+using Object = Handle<ASN1_OBJECT, &::ASN1_OBJECT_free>;
+using Pkcs7 = Handle<PKCS7, &::PKCS7_free>;
+using AlgorithmIdentifier = Handle<X509_ALGOR, &::X509_ALGOR_free>;
+using Store = Handle<X509_STORE, &::X509_STORE_free>;
+using StoreContext = Handle<X509_STORE_CTX, &::X509_STORE_CTX_free>;
+using TimeStampContext = Handle<TS_VERIFY_CTX, &::TS_VERIFY_CTX_free>;
+/// Owns its certificates.
+using Certificates = Handle<STACK_OF(X509), &releaseCertificates>;
+/// Owns the list alone.
+using CertificateList = Handle<STACK_OF(X509), &releaseStack>;
+
+/// A stream over bytes that outlive it.
+Bio bytesStream(std::string_view bytes);
+
+/// The object of a dotted identifier.
+Object objectIdentifier(std::string_view dotted);
+
+inline std::string_view bytesOf(const ASN1_STRING* string) {
+  return {reinterpret_cast<const char*>(::ASN1_STRING_get0_data(string)),
+          static_cast<std::size_t>(::ASN1_STRING_length(string))};
+}
+
+}  // namespace platform::openssl

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+
+#include "platform/security/security_error.hpp"
+
+namespace platform {
+
+/// Runs a part of a check. A failure that does not say where it happened becomes a `SecurityError` of the
+/// status, with a sentence that begins with `place`; other failures keep their sentences.
+template <typename Part>
+auto atPlace(const std::string& place, OSStatus status, Part&& part) {
+  try {
+    return std::forward<Part>(part)();
+  } catch (const SecurityError&) {
+    throw;
+  } catch (const FormatError& error) {
+    throw SecurityError(status, place + " is not validly signed: " + error.localizedDescription() + ".");
+  } catch (const Error& error) {
+    throw SecurityError(status, error.localizedDescription());
+  }
+}
+
+}  // namespace platform

@@ -1,0 +1,117 @@
+#include "platform/security/resource_check.hpp"
+
+#include "platform/security/code_pages.hpp"
+#include "platform/security/refusal.hpp"
+
+namespace platform {
+namespace {
+
+constexpr unsigned kDeepestDirectory = 100;
+
+constexpr std::string_view kSignatureDirectory = "_CodeSignature";
+constexpr std::string_view kTicket = "CodeResources";
+constexpr std::string_view kReceipts = "_MASReceipt";
+
+[[noreturn]] void refuse(const std::string& path, const std::string& what) {
+  throw SecurityError(errSecCSBadResource, quoted(path) + " " + what + ".");
+}
+
+void requireKind(const Directory& directory, const DirectoryEntry& entry, ItemKind kind) {
+  if (entry.kind != kind)
+    refuse(directory.pathOf(entry.name), "was replaced by something of another kind after signing");
+}
+
+}  // namespace
+
+void ResourceCheck::run() {
+  atPlace(quoted(bundle_.root.path()), errSecCSBadResource, [this] {
+    checkDirectory(bundle_.content, {}, kDeepestDirectory);
+    requireComplete();
+  });
+}
+
+void ResourceCheck::checkDirectory(const Directory& directory, const std::string& prefix, unsigned depth) {
+  if (depth == 0)
+    refuse(directory.path(), "is nested too deeply");
+  for (const DirectoryEntry& entry : directory.entries()) {
+    requireInnocent(directory, entry, prefix);
+    const std::string path = prefix + entry.name;
+    // What the signature is made of, and what is added to a finished bundle by right.
+    if (path == kSignatureDirectory && entry.kind == ItemKind::directory)
+      continue;
+    if (path == kTicket && entry.kind != ItemKind::directory)
+      continue;
+    if (path == kReceipts && entry.kind == ItemKind::directory)
+      checkUnsealedDirectory(directory.subdirectory(entry.name), path + "/", depth - 1);
+    else if (path != bundle_.executablePath)
+      checkItem(directory, entry, path, depth);
+  }
+}
+
+void ResourceCheck::checkUnsealedDirectory(const Directory& directory, const std::string& prefix,
+                                           unsigned depth) {
+  if (depth == 0)
+    refuse(directory.path(), "is nested too deeply");
+  for (const DirectoryEntry& entry : directory.entries()) {
+    requireInnocent(directory, entry, prefix);
+    if (entry.kind == ItemKind::directory)
+      checkUnsealedDirectory(directory.subdirectory(entry.name), prefix + entry.name + "/", depth - 1);
+  }
+}
+
+void ResourceCheck::requireInnocent(const Directory& directory, const DirectoryEntry& entry,
+                                    const std::string& prefix) const {
+  if (entry.kind == ItemKind::special)
+    refuse(directory.pathOf(entry.name), "is neither a file nor a directory nor a link");
+  if (entry.kind == ItemKind::link &&
+      !linkStaysInside(bundle_.root, bundle_.contentPath + "/" + prefix, directory.linkTarget(entry.name)))
+    refuse(directory.pathOf(entry.name), "leads out of the bundle");
+}
+
+void ResourceCheck::checkItem(const Directory& directory, const DirectoryEntry& entry,
+                              const std::string& path, unsigned depth) {
+  const auto item = seal_->items.find(sealKey(path));
+  if (item != seal_->items.end()) {
+    if (!seen_.insert(&item->second).second)
+      refuse(directory.pathOf(entry.name), "is there twice");
+    checkSealed(directory, entry, item->second);
+  } else if (entry.kind == ItemKind::directory) {
+    checkDirectory(directory.subdirectory(entry.name), path + "/", depth - 1);
+  } else if (!seal_->rules.omits(path)) {
+    refuse(directory.pathOf(entry.name), "was added after signing");
+  }
+}
+
+void ResourceCheck::checkSealed(const Directory& directory, const DirectoryEntry& entry,
+                                const SealedItem& item) {
+  if (const auto* file = std::get_if<SealedFile>(&item.content)) {
+    checkFile(directory, entry, *file);
+  } else if (const auto* link = std::get_if<SealedLink>(&item.content)) {
+    requireKind(directory, entry, ItemKind::link);
+    if (directory.linkTarget(entry.name) != link->target)
+      refuse(directory.pathOf(entry.name), "leads elsewhere than when it was signed");
+  } else {
+    checkNested_(directory, entry, std::get<SealedCode>(item.content));
+  }
+}
+
+void ResourceCheck::checkFile(const Directory& directory, const DirectoryEntry& entry,
+                              const SealedFile& sealed) {
+  requireKind(directory, entry, ItemKind::file);
+  pool_.submit([seal = seal_, directory, name = entry.name, &sealed] {
+    atPlace(quoted(directory.pathOf(name)), errSecCSBadResource, [&] {
+      const CodeFile file = directory.openFile(name);
+      if (digestOfRange(file, {0, file.size()}, sealed.algorithm) != sealed.digest)
+        refuse(file.path(), "was changed after signing");
+    });
+  });
+}
+
+void ResourceCheck::requireComplete() const {
+  for (const auto& [path, item] : seal_->items) {
+    if (!item.optional && !seen_.contains(&item))
+      refuse(bundle_.content.pathOf(path), "is missing");
+  }
+}
+
+}  // namespace platform

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <functional>
+#include <unordered_set>
+
+#include "platform/security/bundle.hpp"
+#include "platform/security/hashing_pool.hpp"
+#include "platform/security/resource_seal.hpp"
+
+namespace platform {
+
+/// Compares a bundle's items with its seal: every sealed one is there and as it was, and no other one is.
+class ResourceCheck {
+ public:
+  /// Checks the nested code `name` in the directory.
+  using NestedCheck =
+      std::function<void(const Directory& directory, const DirectoryEntry& entry, const SealedCode&)>;
+
+  /// Everything outlives the check, and the seal the steps too.
+  ResourceCheck(const Bundle& bundle, std::shared_ptr<const ResourceSeal> seal, NestedCheck checkNested,
+                HashingPool& pool)
+      : bundle_(bundle), seal_(std::move(seal)), checkNested_(std::move(checkNested)), pool_(pool) {}
+
+  /// Throws `SecurityError`; the content of files is compared in steps of the pool, which throw it too.
+  void run();
+
+ private:
+  void checkDirectory(const Directory& directory, const std::string& prefix, unsigned depth);
+  void checkUnsealedDirectory(const Directory& directory, const std::string& prefix, unsigned depth);
+  void checkItem(const Directory& directory, const DirectoryEntry& entry, const std::string& path,
+                 unsigned depth);
+  void checkSealed(const Directory& directory, const DirectoryEntry& entry, const SealedItem& item);
+  void checkFile(const Directory& directory, const DirectoryEntry& entry, const SealedFile& sealed);
+  void requireInnocent(const Directory& directory, const DirectoryEntry& entry,
+                       const std::string& prefix) const;
+  void requireComplete() const;
+
+  const Bundle& bundle_;
+  std::shared_ptr<const ResourceSeal> seal_;
+  NestedCheck checkNested_;
+  HashingPool& pool_;
+  std::unordered_set<const SealedItem*> seen_;
+};
+
+}  // namespace platform

@@ -1,0 +1,120 @@
+#include "platform/security/signed_code.hpp"
+
+#include <algorithm>
+#include <array>
+
+#include "platform/security/mach_o.hpp"
+#include "platform/security/refusal.hpp"
+
+namespace platform {
+namespace {
+
+/// Digests for code of 16 GiB.
+constexpr std::uint64_t kLargestSignature = 160U << 20U;
+constexpr std::uint64_t kLargestInformation = 16U << 20U;
+
+constexpr const char* kResources = "CodeResources";
+
+struct ComponentFile {
+  const char* name;
+  std::uint32_t slot;
+};
+
+/// The files that hold the components of a signature which is not embedded.
+constexpr std::array<ComponentFile, 4> kComponentFiles{{{"CodeDirectory", slot::kCodeDirectory},
+                                                        {"CodeRequirements", slot::kRequirements},
+                                                        {"CodeEntitlements", slot::kEntitlements},
+                                                        {"CodeSignature", slot::kSignature}}};
+
+[[noreturn]] void refuseUnsigned(const std::string& place) {
+  throw SecurityError(errSecCSUnsigned, place + " is not signed at all.");
+}
+
+void readDirectories(SignedSlice& slice) {
+  for (const auto& [number, blob] : slice.components) {
+    if (number == slot::kCodeDirectory || (number >= slot::kFirstAlternate && number <= slot::kLastAlternate))
+      slice.directories.push_back(CodeDirectory::read(blob));
+  }
+  if (!slice.components.contains(slot::kCodeDirectory))
+    throw FormatError("its signature lacks the code directory");
+}
+
+SignedSlice readSlice(const CodeFile& file, const MachOSlice& machO) {
+  SignedSlice slice;
+  slice.place = quoted(file.path()) + " (" + machO.architecture + ")";
+  if (!machO.signature)
+    refuseUnsigned(slice.place);
+  if (machO.signature->length > kLargestSignature)
+    throw FormatError("its signature is too large");
+  slice.code = {machO.range.offset, machO.signature->offset};
+  const ByteRange signature{machO.range.offset + machO.signature->offset, machO.signature->length};
+  slice.components = readEmbeddedSignature(file.read(signature.offset, signature.length));
+  readDirectories(slice);
+  if (machO.informationSection) {
+    if (machO.informationSection->length > kLargestInformation)
+      throw FormatError("the Info.plist that it carries is too large");
+    slice.informationSection =
+        file.read(machO.range.offset + machO.informationSection->offset, machO.informationSection->length);
+  }
+  return slice;
+}
+
+/// Nothing but the components themselves lies where the signature does, for nothing binds what else lies
+/// there.
+void requireOnlySignature(const Directory& signatures, bool embedded) {
+  for (const DirectoryEntry& entry : signatures.entries()) {
+    const bool isComponent = !embedded && std::any_of(kComponentFiles.begin(), kComponentFiles.end(),
+                                                      [&](const ComponentFile& component) {
+                                                        return entry.name == component.name;
+                                                      });
+    if (!isComponent && entry.name != kResources)
+      throw SecurityError(errSecCSBadResource,
+                          quoted(signatures.pathOf(entry.name)) + " was added after signing.");
+  }
+}
+
+SignedSlice readDetached(const CodeFile& file, const Directory& signatures) {
+  SignedSlice slice;
+  slice.place = quoted(file.path());
+  slice.code = {0, file.size()};
+  for (const ComponentFile& component : kComponentFiles) {
+    if (!signatures.kindOf(component.name))
+      continue;
+    std::string blob = signatures.readFile(component.name, kLargestSignature);
+    requireBlobForSlot(component.slot, blob);
+    slice.components.emplace(component.slot, std::move(blob));
+  }
+  if (slice.components.empty())
+    refuseUnsigned(slice.place);
+  readDirectories(slice);
+  return slice;
+}
+
+}  // namespace
+
+const CodeDirectory& SignedSlice::strongestDirectory() const {
+  return *std::max_element(directories.begin(), directories.end(),
+                           [](const CodeDirectory& left, const CodeDirectory& right) {
+                             return left.strength() < right.strength();
+                           });
+}
+
+SignedCode readSignedCode(CodeFile file, const std::optional<Directory>& signatures) {
+  SignedCode code{.file = std::make_shared<const CodeFile>(std::move(file)), .slices = {}};
+  atPlace(quoted(code.file->path()), errSecCSSignatureFailed, [&] {
+    const auto machO = readMachO(*code.file);
+    if (signatures)
+      requireOnlySignature(*signatures, machO.has_value());
+    if (machO) {
+      for (const MachOSlice& slice : *machO)
+        code.slices.push_back(readSlice(*code.file, slice));
+    } else if (signatures) {
+      code.slices.push_back(readDetached(*code.file, *signatures));
+    } else {
+      refuseUnsigned(quoted(code.file->path()));
+    }
+  });
+  return code;
+}
+
+}  // namespace platform

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/security/hashing_pool.hpp"
+#include "platform/security/requirement.hpp"
+#include "platform/security/signed_code.hpp"
+#include "platform/security/trust_anchors.hpp"
+
+namespace platform {
+
+/// The files of a bundle that its signature binds by their digests.
+struct BoundFiles {
+  std::string information;  ///< the whole of Info.plist
+  std::string resources;    ///< the whole of CodeResources
+};
+
+/// The anchors of a check. They are read when the first certificate has to be judged, and then kept.
+class AnchorSource {
+ public:
+  explicit AnchorSource(URL directory) : directory_(std::move(directory)) {}
+
+  /// Throws `SecurityError`.
+  const TrustAnchors& anchors();
+
+ private:
+  URL directory_;
+  std::optional<TrustAnchors> anchors_;
+};
+
+/// Verifies the signature of one architecture and everything that its code directory binds: directly the
+/// components, as steps of the pool the pages. `files` are those of the bundle, or null for code that is a
+/// file by itself.
+///
+/// Returns what the signature says. Throws `SecurityError`, and so do the steps.
+CodeIdentity verifySlice(const std::shared_ptr<const SignedCode>& code, const SignedSlice& slice,
+                         const BoundFiles* files, AnchorSource& anchors, HashingPool& pool);
+
+}  // namespace platform

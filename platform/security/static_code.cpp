@@ -1,0 +1,84 @@
+#include "platform/security/static_code.hpp"
+
+#include <climits>
+#include <cstdlib>
+
+#include "platform/security/code_check.hpp"
+#include "platform/security/refusal.hpp"
+
+namespace platform {
+namespace {
+
+[[noreturn]] void refuseLocation(const URL& location, const std::string& reason) {
+  throw SecurityError(errSecCSStaticCodeNotFound,
+                      "There is no code at " + quoted(location.path()) + ": " + reason + ".");
+}
+
+struct Free {
+  void operator()(char* text) const noexcept { std::free(text); }
+};
+
+URL withoutLinks(const URL& location) {
+  const std::unique_ptr<char, Free> resolved(::realpath(systemPath(location), nullptr));
+  if (!resolved)
+    refuseLocation(location, reasonOf(errno));
+  return URL::fileURLWithPath(resolved.get());
+}
+
+Directory parentOf(const URL& location) {
+  return Directory::open(location.deletingLastPathComponent(), Directory::Links::followed);
+}
+
+/// The signature of the code as it is on disk, of its first architecture.
+SigningInformation readInformation(const Directory& parent, const std::string& name) {
+  const auto read = [&] {
+    if (parent.kindOf(name) != ItemKind::directory)
+      return readSignedCode(parent.openFile(name), std::nullopt);
+    const Bundle bundle = openBundles(parent.subdirectory(name)).front();
+    std::optional<Directory> signatures;
+    if (bundle.content.kindOf("_CodeSignature"))
+      signatures = bundle.content.subdirectory("_CodeSignature");
+    return readSignedCode(bundle.openExecutable(), signatures);
+  };
+  const SignedCode code = read();
+  const CodeDirectory& directory = code.slices.front().strongestDirectory();
+  return {.identifier = directory.identifier(), .teamIdentifier = directory.teamIdentifier()};
+}
+
+}  // namespace
+
+StaticCode StaticCode::atLocation(const URL& location) {
+  return atPlace(quoted(location.path()), errSecCSStaticCodeNotFound, [&] {
+    const URL resolved = withoutLinks(location);
+    const Directory parent = parentOf(resolved);
+    const std::string name = resolved.lastPathComponent();
+    const std::optional<ItemKind> kind = parent.kindOf(name);
+    if (kind == ItemKind::directory && !hasBundleShape(parent.subdirectory(name)))
+      refuseLocation(location, "the directory is no bundle");
+    if (kind != ItemKind::directory && kind != ItemKind::file)
+      refuseLocation(location, "it is neither a file nor a directory");
+    return StaticCode(resolved);
+  });
+}
+
+void StaticCode::checkValidity(const Requirement* requirement, const URL& anchorsDirectory) {
+  checked_.reset();
+  atPlace(quoted(location_.path()), errSecCSSignatureFailed, [&] {
+    CodeCheck check(anchorsDirectory);
+    const std::vector<CheckedCode> codes = check.check(parentOf(location_), location_.lastPathComponent());
+    check.finish();
+    if (requirement != nullptr)
+      requireSatisfied(codes, *requirement, errSecCSReqFailed);
+    const CodeIdentity& identity = codes.front().identities.front();
+    checked_ = SigningInformation{identity.identifier, identity.teamIdentifier};
+  });
+}
+
+SigningInformation StaticCode::signingInformation() const {
+  if (checked_)
+    return *checked_;
+  return atPlace(quoted(location_.path()), errSecCSSignatureFailed,
+                 [&] { return readInformation(parentOf(location_), location_.lastPathComponent()); });
+}
+
+}  // namespace platform
