@@ -64,9 +64,8 @@ ChildProgram::ChildProgram(const std::string& path, const std::vector<std::strin
   if (processIdentifier_ == 0) {
     become(path.c_str(), argumentVector.data(), environment.data(), standardStreams, parent);
     const int reason = errno;
-    static_cast<void>(
-        ::write(failureWriter.get(), &reason, sizeof reason));  // without it, the exit status tells
-    ::_exit(127);
+    const bool isTold = ::write(failureWriter.get(), &reason, sizeof reason) == sizeof reason;
+    ::_exit(isTold ? 127 : 126);  // untold, it still is no success
   }
   failureWriter = FileDescriptor();
   int reason = 0;
