@@ -1,0 +1,206 @@
+#include "platform/tools/hdiutil/hfs_plus_tree.hpp"
+
+#include <algorithm>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/tools/hdiutil/compressed_file.hpp"
+#include "platform/tools/hdiutil/hfs_plus_attributes.hpp"
+#include "platform/tools/hdiutil/hfs_plus_catalog.hpp"
+#include "platform/tools/hdiutil/image_error.hpp"
+#include "platform/tools/hdiutil/tree_writer.hpp"
+
+namespace platform::hdiutil {
+namespace {
+
+constexpr std::size_t kChunkSize = 1U << 18U;
+constexpr std::uint64_t kLongestLink = 4095;
+
+class TreeCopy {
+ public:
+  TreeCopy(HfsPlusVolume& volume, const FileDescriptor& tree, const FileDescriptor& work)
+      : volume_(volume), catalog_(readHfsCatalog(volume)), writer_(tree), work_(work), chunk_(kChunkSize) {}
+
+  VolumeTree run(const FileDescriptor& tree) {
+    attributes_ = readCompressionAttributes(volume_, catalog_.entries);
+    requireSpace(tree, unpackedSize());
+    plan();
+    copyContent();
+    unpackCompressed();
+    makeLinks();
+    finishMetadata();
+    return {catalog_.volumeName, !catalog_.entries.empty()};
+  }
+
+ private:
+  /// A piece of the volume and the entry whose content it is a part of.
+  struct Part {
+    HfsPiece piece;
+    std::size_t entry;
+    std::uint64_t fileOffset;
+  };
+
+  const CompressedFile* compressed(const HfsEntry& entry) const {
+    const auto found = attributes_.find(entry.identifier);
+    if (entry.kind != HfsEntry::Kind::file || !entry.isCompressed || found == attributes_.end())
+      return nullptr;
+    return &found->second;
+  }
+
+  std::uint64_t unpackedSize() const {
+    std::uint64_t size = 0;
+    for (const HfsEntry& entry : catalog_.entries) {
+      const CompressedFile* file = compressed(entry);
+      const std::uint64_t more = file == nullptr ? entry.data.size : file->size();
+      size = more > UINT64_MAX - size ? UINT64_MAX : size + more;
+    }
+    return size;
+  }
+
+  /// Folders and files are made, in an order in which each folder is there before what is in it. What is a
+  /// hard link to a file that is there already waits for the end.
+  void plan() {
+    std::unordered_map<std::uint32_t, std::size_t> firstLinks;
+    for (std::size_t index = 0; index < catalog_.entries.size(); ++index) {
+      const HfsEntry& entry = catalog_.entries[index];
+      if (entry.kind == HfsEntry::Kind::folder) {
+        writer_.makeDirectory(catalog_.paths[index]);
+        continue;
+      }
+      if (entry.linkTarget != 0) {
+        const auto [first, isNew] = firstLinks.emplace(entry.linkTarget, index);
+        if (!isNew) {
+          hardLinks_.emplace(index, first->second);
+          continue;
+        }
+      }
+      if (entry.kind == HfsEntry::Kind::symbolicLink)
+        planLink(index);
+      else
+        planFile(index);
+    }
+    std::sort(parts_.begin(), parts_.end(),
+              [](const Part& one, const Part& other) { return one.piece.offset < other.piece.offset; });
+  }
+
+  void planLink(std::size_t index) {
+    const HfsEntry& entry = catalog_.entries[index];
+    if (entry.data.size == 0 || entry.data.size > kLongestLink)
+      throw ImageError("a link in its volume is damaged.");
+    linkTexts_.emplace(index, std::string(entry.data.size, '\0'));
+    addParts(index, entry.data, HfsForkKind::data);
+  }
+
+  void planFile(std::size_t index) {
+    const HfsEntry& entry = catalog_.entries[index];
+    writer_.makeFile(catalog_.paths[index]);
+    const CompressedFile* file = compressed(entry);
+    if (entry.isCompressed && file == nullptr)
+      throw ImageError("a compressed file in its volume has lost its content.");
+    if (file == nullptr) {
+      addParts(index, entry.data, HfsForkKind::data);
+    } else if (file->usesResourceFork()) {
+      requireSpace(work_, entry.resource.size);
+      resourceForks_.emplace(index, namelessFile(work_));
+      addParts(index, entry.resource, HfsForkKind::resource);
+    }
+  }
+
+  void addParts(std::size_t index, const HfsFork& fork, HfsForkKind kind) {
+    std::uint64_t fileOffset = 0;
+    for (const HfsPiece& piece : volume_.pieces(fork, catalog_.entries[index].identifier, kind)) {
+      parts_.push_back({piece, index, fileOffset});
+      fileOffset += piece.length;
+    }
+  }
+
+  /// In the order of the disk, which is the order in which it is unpacked. Files of the same content may
+  /// share a place; it is read once for all of them.
+  void copyContent() {
+    for (auto part = parts_.begin(); part != parts_.end();) {
+      const auto isElsewhere = [&](const Part& other) {
+        return other.piece.offset != part->piece.offset || other.piece.length != part->piece.length;
+      };
+      const auto end = std::find_if(part, parts_.end(), isElsewhere);
+      copyPiece({part, end});
+      part = end;
+    }
+  }
+
+  void copyPiece(std::span<const Part> sharers) {
+    const HfsPiece piece = sharers.front().piece;
+    for (std::uint64_t done = 0; done < piece.length;) {
+      const auto bytes = std::span(chunk_).first(std::min<std::uint64_t>(chunk_.size(), piece.length - done));
+      volume_.disk().take(piece.offset + done, bytes);
+      for (const Part& part : sharers)
+        store(part, done, bytes);
+      done += bytes.size();
+    }
+  }
+
+  void store(const Part& part, std::uint64_t done, std::span<const char> bytes) {
+    const std::uint64_t offset = part.fileOffset + done;
+    if (const auto link = linkTexts_.find(part.entry); link != linkTexts_.end())
+      std::copy(bytes.begin(), bytes.end(), link->second.begin() + static_cast<std::ptrdiff_t>(offset));
+    else if (const auto fork = resourceForks_.find(part.entry); fork != resourceForks_.end())
+      writeAt(fork->second, offset, bytes);
+    else
+      writer_.write(catalog_.paths[part.entry], offset, bytes);
+  }
+
+  void unpackCompressed() {
+    for (std::size_t index = 0; index < catalog_.entries.size(); ++index) {
+      const HfsEntry& entry = catalog_.entries[index];
+      const CompressedFile* file = compressed(entry);
+      const auto fork = resourceForks_.find(index);
+      if (file == nullptr || hardLinks_.contains(index))
+        continue;
+      std::uint64_t offset = 0;
+      const FileDescriptor none;
+      file->unpack(fork == resourceForks_.end() ? none : fork->second, entry.resource.size,
+                   [&](std::string_view bytes) {
+                     writer_.write(catalog_.paths[index], offset, bytes);
+                     offset += bytes.size();
+                   });
+    }
+  }
+
+  void makeLinks() {
+    for (const auto& [index, text] : linkTexts_)
+      writer_.makeSymbolicLink(catalog_.paths[index], text);
+    for (const auto& [link, first] : hardLinks_)
+      writer_.makeHardLink(catalog_.paths[first], catalog_.paths[link]);
+  }
+
+  /// Folders last and the innermost first: their times change with what is made in them, and their
+  /// permissions may forbid the rest.
+  void finishMetadata() {
+    for (std::size_t index = catalog_.entries.size(); index-- > 0;) {
+      const HfsEntry& entry = catalog_.entries[index];
+      writer_.setMetadata(catalog_.paths[index], {entry.kind == HfsEntry::Kind::symbolicLink,
+                                                  entry.permissions,
+                                                  {.seconds = entry.modified, .nanoseconds = 0}});
+    }
+    writer_.setMetadata(
+        ".", {false, catalog_.root.permissions, {.seconds = catalog_.root.modified, .nanoseconds = 0}});
+  }
+
+  HfsPlusVolume& volume_;
+  HfsCatalog catalog_;
+  TreeWriter writer_;
+  const FileDescriptor& work_;
+  std::vector<char> chunk_;
+  CompressionAttributes attributes_;
+  std::vector<Part> parts_;
+  std::unordered_map<std::size_t, std::size_t> hardLinks_;  ///< to the entry that is made as a file
+  std::unordered_map<std::size_t, std::string> linkTexts_;
+  std::unordered_map<std::size_t, FileDescriptor> resourceForks_;
+};
+
+}  // namespace
+
+VolumeTree writeHfsPlusTree(HfsPlusVolume& volume, const FileDescriptor& tree, const FileDescriptor& work) {
+  return TreeCopy(volume, tree, work).run(tree);
+}
+
+}  // namespace platform::hdiutil

@@ -1,0 +1,233 @@
+#include "platform/tools/hdiutil/image_registry.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "platform/foundation/best_effort.hpp"
+#include "platform/foundation/error.hpp"
+#include "platform/foundation/file_manager.hpp"
+#include "platform/foundation/file_removal.hpp"
+#include "platform/foundation/file_rename.hpp"
+#include "platform/foundation/system_call.hpp"
+#include "platform/foundation/uuid.hpp"
+#include "platform/tools/hdiutil/image_error.hpp"
+
+namespace platform::hdiutil {
+namespace {
+
+constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
+constexpr unsigned kMostDevices = 100'000;
+constexpr const char* kTreeName = "tree";
+constexpr std::string_view kAttachingPrefix = "attaching-";
+constexpr std::string_view kDetachingPrefix = "detaching-";
+constexpr std::string_view kDevicePrefix = "/dev/";
+constexpr std::size_t kLongestName = 255;
+
+/// Holds a directory's lock, which the system gives back at the latest when the process ends.
+class Lock {
+ public:
+  explicit Lock(const FileDescriptor& directory) : directory_(directory) {
+    if (uninterrupted([&] { return ::flock(directory.get(), LOCK_EX); }) != 0)
+      throw SystemError("The attached images could not be locked", errno);
+  }
+  Lock(const Lock&) = delete;
+  Lock& operator=(const Lock&) = delete;
+  ~Lock() {
+    // Nothing but a closed descriptor could fail here.
+    static_cast<void>(::flock(directory_.get(), LOCK_UN));
+  }
+
+ private:
+  const FileDescriptor& directory_;
+};
+
+bool tryLock(const FileDescriptor& directory) {
+  return uninterrupted([&] { return ::flock(directory.get(), LOCK_EX | LOCK_NB); }) == 0;
+}
+
+struct CloseDirectory {
+  void operator()(DIR* stream) const noexcept { ::closedir(stream); }
+};
+
+std::vector<std::string> namesIn(const FileDescriptor& directory) {
+  FileDescriptor duplicate = FileDescriptor::openAt(directory, ".", kDirectoryFlags);
+  const std::unique_ptr<DIR, CloseDirectory> stream(::fdopendir(duplicate.get()));
+  if (stream == nullptr)
+    throw SystemError("The attached images could not be listed", errno);
+  static_cast<void>(duplicate.release());  // the stream closes it
+  std::vector<std::string> names;
+  while (const dirent* entry =
+             ::readdir(stream.get())) {  // NOLINT(concurrency-mt-unsafe): a stream of our own
+    std::string name = static_cast<const char*>(entry->d_name);
+    if (name != "." && name != "..")
+      names.push_back(std::move(name));
+  }
+  return names;
+}
+
+bool isDeviceName(std::string_view name) {
+  constexpr std::string_view kDisk = "disk";
+  return name.starts_with(kDisk) && name.size() > kDisk.size() &&
+         std::all_of(name.begin() + kDisk.size(), name.end(),
+                     [](char digit) { return digit >= '0' && digit <= '9'; });
+}
+
+/// "disk4" of "disk4s1".
+std::string_view wholeDisk(std::string_view device) {
+  const auto slice = device.find('s', 4);
+  return device.substr(0, slice);
+}
+
+FileDescriptor openPrivateDirectory(const URL& location) {
+  if (::mkdir(systemPath(location), 0700) != 0 && errno != EEXIST)
+    throw SystemError("The directory " + quoted(location.path()) + " could not be created", errno);
+  FileDescriptor directory = FileDescriptor::open(location, kDirectoryFlags);
+  struct stat status {};
+  if (::fstat(directory.get(), &status) != 0)
+    throw SystemError(quoted(location.path()) + " could not be examined", errno);
+  if (status.st_uid != ::geteuid() || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+    throw ImageError("the directory " + quoted(location.path()) + " does not belong to this user alone.");
+  return directory;
+}
+
+}  // namespace
+
+ImageRegistry::ImageRegistry(const URL& location)
+    : location_(location), directory_(openPrivateDirectory(location)) {
+  // What cannot be removed now is tried again by the next call.
+  bestEffort([this] { removeLeftovers(); });
+}
+
+void ImageRegistry::removeLeftovers() {
+  std::vector<std::pair<std::string, FileDescriptor>> leftovers;
+  {
+    const Lock lock(directory_);
+    for (const std::string& name : namesIn(directory_)) {
+      if (!name.starts_with(kAttachingPrefix) && !name.starts_with(kDetachingPrefix))
+        continue;
+      // A lock that can be had belongs to a process that is gone.
+      FileDescriptor leftover = FileDescriptor::openAt(directory_, name, kDirectoryFlags);
+      if (tryLock(leftover))
+        leftovers.emplace_back(name, std::move(leftover));
+    }
+  }
+  for (const auto& [name, lock] : leftovers)
+    removeTree(directory_, name, location_.appendingPathComponent(name).path());
+}
+
+ImageRegistry::Attachment::Attachment(ImageRegistry& registry)
+    : registry_(registry), name_(std::string(kAttachingPrefix) + UUID().uuidString()) {
+  const Lock lock(registry_.directory_);
+  if (::mkdirat(registry_.directory_.get(), name_.c_str(), 0700) != 0)
+    throw SystemError("A directory for the image could not be created", errno);
+  directory_ = FileDescriptor::openAt(registry_.directory_, name_, kDirectoryFlags);
+  if (!tryLock(directory_))
+    throw SystemError("A directory for the image could not be locked", errno);
+}
+
+ImageRegistry::Attachment::~Attachment() {
+  if (!isCommitted_) {
+    // What stays is removed by the next call.
+    bestEffort([this] { removeTree(registry_.directory_, name_, name_); });
+  }
+}
+
+URL ImageRegistry::Attachment::makeTree() {
+  if (::mkdirat(directory_.get(), kTreeName, 0700) != 0) {
+    if (errno != EEXIST)
+      throw SystemError("A directory for the volume could not be created", errno);
+    removeTree(directory_, kTreeName, kTreeName);
+    return makeTree();
+  }
+  return registry_.location_.appendingPathComponent(name_).appendingPathComponent(kTreeName);
+}
+
+unsigned ImageRegistry::Attachment::commit(const std::string& volumeName) {
+  const std::string name = mountName(volumeName);
+  if (name != kTreeName) {
+    if (const int failure = renameExclusively({directory_, kTreeName}, {directory_, name}); failure != 0)
+      throw SystemError("The volume could not be named " + quoted(name), failure);
+  }
+  for (unsigned device = 1; device < kMostDevices; ++device) {
+    const int failure = renameExclusively({registry_.directory_, name_},
+                                          {registry_.directory_, "disk" + std::to_string(device)});
+    if (failure == 0) {
+      isCommitted_ = true;
+      return device;
+    }
+    if (failure != EEXIST && failure != ENOTEMPTY)
+      throw SystemError("The image could not be attached", failure);
+  }
+  throw ImageError("too many images are attached.");
+}
+
+URL ImageRegistry::mountPoint(unsigned device, const std::string& volumeName) const {
+  return location_.appendingPathComponent("disk" + std::to_string(device))
+      .appendingPathComponent(mountName(volumeName));
+}
+
+void ImageRegistry::detach(const std::string& deviceOrMountPoint) {
+  const std::string name = nameOf(deviceOrMountPoint);
+  const std::string leaving = std::string(kDetachingPrefix) + UUID().uuidString();
+  FileDescriptor image;
+  {
+    const Lock lock(directory_);
+    try {
+      image = FileDescriptor::openAt(directory_, name, kDirectoryFlags);
+    } catch (const SystemError&) {
+      throw ImageError("no such image is attached.");
+    }
+    // Whoever committed it may not have ended yet; the removal below is then this process's all the same.
+    static_cast<void>(tryLock(image));
+    if (const int failure = renameExclusively({directory_, name}, {directory_, leaving}); failure != 0)
+      throw SystemError("The image could not be detached", failure);
+  }
+  removeTree(directory_, leaving, location_.appendingPathComponent(leaving).path());
+}
+
+std::string ImageRegistry::nameOf(const std::string& deviceOrMountPoint) const {
+  if (deviceOrMountPoint.starts_with(kDevicePrefix)) {
+    const std::string_view device =
+        wholeDisk(std::string_view(deviceOrMountPoint).substr(kDevicePrefix.size()));
+    if (isDeviceName(device))
+      return std::string(device);
+  } else {
+    const URL place = URL::fileURLWithPath(deviceOrMountPoint);
+    const URL disk = place.deletingLastPathComponent();
+    struct stat status {};
+    if (disk.deletingLastPathComponent() == location_ && isDeviceName(disk.lastPathComponent()) &&
+        ::fstatat(directory_.get(), (disk.lastPathComponent() + "/" + place.lastPathComponent()).c_str(),
+                  &status, AT_SYMLINK_NOFOLLOW) == 0)
+      return disk.lastPathComponent();
+  }
+  throw ImageError("no such image is attached.");
+}
+
+std::string mountName(const std::string& volumeName) {
+  std::string name = volumeName;
+  std::replace(name.begin(), name.end(), '/', ':');
+  std::replace(name.begin(), name.end(), '\0', ' ');
+  if (name.size() > kLongestName) {
+    std::size_t end = kLongestName;
+    while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U)
+      --end;
+    name.resize(end);
+  }
+  return name.empty() || name == "." || name == ".." ? "Untitled" : name;
+}
+
+URL registryLocation() {
+  return NSFileManager::defaultManager().temporaryDirectory().appendingPathComponent(
+      "quorin-images-" + std::to_string(::geteuid()));
+}
+
+}  // namespace platform::hdiutil

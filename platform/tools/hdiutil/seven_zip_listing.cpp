@@ -1,0 +1,167 @@
+#include <charconv>
+#include <chrono>
+#include <map>
+#include <string_view>
+
+#include "platform/tools/hdiutil/hfs_plus_catalog.hpp"
+#include "platform/tools/hdiutil/image_error.hpp"
+#include "platform/tools/hdiutil/seven_zip.hpp"
+
+namespace platform::hdiutil {
+namespace {
+
+constexpr std::string_view kSeparator = "----------";
+constexpr std::size_t kMostEntries = 1'000'000;
+
+using Fields = std::map<std::string, std::string, std::less<>>;
+
+[[noreturn]] void misunderstood() {
+  throw ImageError("the list of its volume's entries cannot be read.");
+}
+
+std::string_view nextLine(std::string_view& rest) {
+  const auto end = rest.find('\n');
+  const std::string_view line = rest.substr(0, end);
+  rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+  return line;
+}
+
+template <typename Number>
+Number number(std::string_view digits) {
+  Number value{};
+  const auto [end, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+  if (failure != std::errc() || end != digits.data() + digits.size())
+    misunderstood();
+  return value;
+}
+
+/// "2022-01-14 07:19:41", with or without a fraction of up to nine digits, in universal time.
+EntryMetadata::Time parseTime(std::string_view text) {
+  if (text.size() < 19 || text[4] != '-' || text[7] != '-' || text[10] != ' ' || text[13] != ':' ||
+      text[16] != ':')
+    misunderstood();
+  const std::chrono::year_month_day date{std::chrono::year(number<int>(text.substr(0, 4))),
+                                         std::chrono::month(number<unsigned>(text.substr(5, 2))),
+                                         std::chrono::day(number<unsigned>(text.substr(8, 2)))};
+  const auto seconds = std::chrono::hours(number<int>(text.substr(11, 2))) +
+                       std::chrono::minutes(number<int>(text.substr(14, 2))) +
+                       std::chrono::seconds(number<int>(text.substr(17, 2)));
+  EntryMetadata::Time time{};
+  time.seconds = (std::chrono::sys_days(date).time_since_epoch() + seconds) / std::chrono::seconds(1);
+  if (text.size() > 20 && text.size() <= 29) {
+    std::string fraction(text.substr(20));
+    fraction.resize(9, '0');
+    time.nanoseconds = number<std::int64_t>(fraction);
+  }
+  return time;
+}
+
+/// "-rwsr-xr-x": the kind and three times three letters.
+std::uint16_t parsePermissions(std::string_view mode) {
+  if (mode.size() < 10)
+    misunderstood();
+  unsigned permissions = 0;
+  for (unsigned place = 0; place < 9; ++place) {
+    const char letter = mode[place + 1];
+    // Besides "x", the last of three may be one of these, in capitals where "x" is not set.
+    const bool isSpecial = place % 3 == 2 && std::string_view("sStT").find(letter) != std::string_view::npos;
+    if (letter != '-' && letter != 'S' && letter != 'T')
+      permissions |= 0400U >> place;
+    if (isSpecial)
+      permissions |= 04000U >> (place / 3);
+  }
+  return static_cast<std::uint16_t>(permissions);
+}
+
+std::string_view field(const Fields& fields, std::string_view key) {
+  const auto found = fields.find(key);
+  return found == fields.end() ? std::string_view() : std::string_view(found->second);
+}
+
+ListedEntry makeEntry(const Fields& fields) {
+  ListedEntry entry;
+  entry.path = field(fields, "Path");
+  const std::string_view mode = field(fields, "Mode");
+  const std::string_view folder = field(fields, "Folder");
+  entry.metadata = {false, 0777, parseTime(field(fields, "Modified"))};
+  if (!mode.empty())
+    entry.metadata.permissions = parsePermissions(mode);
+  const char kind = mode.empty() ? (folder == "+" ? 'd' : '-') : mode.front();
+  if (kind == 'd') {
+    entry.kind = ListedEntry::Kind::folder;
+    return entry;
+  }
+  entry.size = number<std::uint64_t>(field(fields, "Size"));
+  if (kind == 'l') {
+    entry.kind = ListedEntry::Kind::symbolicLink;
+    entry.metadata.isSymbolicLink = true;
+    entry.linkText = field(fields, "Symbolic Link");
+    // As it is stored, the text ends with a null character.
+    if (entry.linkText.empty() ||
+        (entry.size != entry.linkText.size() && entry.size != entry.linkText.size() + 1))
+      misunderstood();
+  } else if (kind != '-') {
+    throw ImageError("its volume holds something that is neither a file nor a folder nor a link.");
+  }
+  return entry;
+}
+
+void add(VolumeListing& listing, const Fields& fields) {
+  if (fields.empty())
+    return;
+  ListedEntry entry = makeEntry(fields);
+  if (entry.path.empty())
+    misunderstood();
+  if (isHousekeeping(entry.path.substr(0, entry.path.find('/'))))
+    return;
+  if (listing.entries.size() == kMostEntries)
+    throw ImageError("its volume has more than " + std::to_string(kMostEntries) + " entries.");
+  listing.entries.push_back(std::move(entry));
+}
+
+void readHeader(VolumeListing& listing, std::string_view& rest) {
+  bool isNamed = false;
+  while (!rest.empty()) {
+    const std::string_view line = nextLine(rest);
+    if (line == kSeparator)
+      return;
+    for (const std::string_view key : {"volume_name: ", "Label = "}) {
+      if (!line.starts_with(key))
+        continue;
+      if (isNamed)
+        throw ImageError("it holds several volumes in one container.");
+      isNamed = true;
+      listing.volumeName = line.substr(key.size());
+    }
+  }
+  misunderstood();
+}
+
+}  // namespace
+
+VolumeListing parseListing(const std::string& text) {
+  VolumeListing listing;
+  std::string_view rest = text;
+  readHeader(listing, rest);
+  Fields fields;
+  while (!rest.empty()) {
+    const std::string_view line = nextLine(rest);
+    if (line.empty()) {
+      add(listing, fields);
+      fields.clear();
+      continue;
+    }
+    const auto equals = line.find(" =");
+    if (equals == std::string_view::npos)
+      misunderstood();
+    const std::string_view value = line.substr(equals + 2);
+    // A line break in a name shows as a line that does not belong here, or that comes twice.
+    if ((!value.empty() && value.front() != ' ') || (fields.empty() && line.substr(0, equals) != "Path") ||
+        !fields.emplace(line.substr(0, equals), value.empty() ? value : value.substr(1)).second)
+      misunderstood();
+  }
+  add(listing, fields);
+  return listing;
+}
+
+}  // namespace platform::hdiutil

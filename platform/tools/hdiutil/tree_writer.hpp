@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "platform/foundation/file_descriptor.hpp"
+
+namespace platform::hdiutil {
+
+/// What an entry of a tree has besides its content.
+struct EntryMetadata {
+  bool isSymbolicLink;
+  std::uint16_t permissions;  ///< the twelve bits; those of a link are the system's own
+  struct Time {
+    std::int64_t seconds;  ///< since 1970
+    std::int64_t nanoseconds;
+  } modified;
+};
+
+/// Makes the entries of a tree below an open directory, by their paths in it. Whatever exists already is a
+/// failure, which is an `ImageError` for an entry that the image holds twice and else a `SystemError` naming
+/// the entry.
+class TreeWriter {
+ public:
+  /// `root` outlives the writer.
+  explicit TreeWriter(const FileDescriptor& root) : root_(root) {}
+
+  void makeDirectory(const std::string& path);
+  void makeFile(const std::string& path);
+  void makeSymbolicLink(const std::string& path, const std::string& text);
+  void makeHardLink(const std::string& existing, const std::string& path);
+
+  /// Writes a part of a file that was made here. The file written last stays open for the next part.
+  void write(const std::string& path, std::uint64_t offset, std::span<const char> bytes);
+
+  void setMetadata(const std::string& path, const EntryMetadata& metadata);
+
+ private:
+  void close();
+
+  const FileDescriptor& root_;
+  FileDescriptor open_;
+  std::string openPath_;
+};
+
+}  // namespace platform::hdiutil

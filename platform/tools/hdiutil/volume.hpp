@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "platform/tools/hdiutil/disk.hpp"
+#include "platform/tools/hdiutil/image_registry.hpp"
+#include "platform/tools/hdiutil/partition_map.hpp"
+#include "platform/tools/hdiutil/volume_tree.hpp"
+
+namespace platform::hdiutil {
+
+enum class FileSystem : std::uint8_t { hfsPlus, apfs, fat };
+
+/// The file system whose volume starts at `offset`; nothing when it is none that can be read.
+std::optional<FileSystem> fileSystemAt(Disk& disk, std::uint64_t offset);
+
+/// The name that the platform has for its volumes.
+const char* volumeKind(FileSystem fileSystem);
+
+/// Writes the tree of the volume in `partition` into a new tree of `attachment`.
+VolumeTree writeTree(Disk& disk, const Partition& partition, FileSystem fileSystem,
+                     ImageRegistry::Attachment& attachment);
+
+}  // namespace platform::hdiutil
