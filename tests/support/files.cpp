@@ -8,14 +8,17 @@
 
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/file_manager.hpp"
+#include "platform/foundation/text.hpp"
 #include "platform/foundation/uuid.hpp"
 
 namespace fs = std::filesystem;
 
 namespace test {
 
-TemporaryDirectory::TemporaryDirectory()
-    : path_(fs::temp_directory_path() / ("quorin-test-" + platform::UUID().uuidString())) {
+TemporaryDirectory::TemporaryDirectory() : TemporaryDirectory(fs::temp_directory_path()) {}
+
+TemporaryDirectory::TemporaryDirectory(const fs::path& parent)
+    : path_(parent / ("quorin-test-" + platform::UUID().uuidString())) {
   fs::create_directory(path_);
 }
 
@@ -26,6 +29,17 @@ TemporaryDirectory::~TemporaryDirectory() {
     // A test that moved or mounted it away says so itself.
   }
 }
+
+namespace {
+
+std::string shortened(const std::string& content) {
+  if (content.size() <= 100)
+    return content;
+  return std::to_string(content.size()) + " bytes with hash " +
+         std::to_string(std::hash<std::string>()(content));
+}
+
+}  // namespace
 
 void writeFile(const fs::path& path, std::string_view content) {
   fs::create_directories(path.parent_path());
@@ -44,8 +58,8 @@ std::string readFile(const fs::path& path) {
   return content.str();
 }
 
-std::map<std::string, std::string> inventory(const fs::path& root) {
-  std::map<std::string, std::string> entries;
+Inventory inventory(const fs::path& root) {
+  Inventory entries;
   for (const auto& entry : fs::recursive_directory_iterator(root)) {
     const auto status = entry.symlink_status();
     std::ostringstream description;
@@ -55,12 +69,29 @@ std::map<std::string, std::string> inventory(const fs::path& root) {
       description << "directory " << std::oct << static_cast<unsigned>(status.permissions());
     else if (fs::is_regular_file(status))
       description << "file " << std::oct << static_cast<unsigned>(status.permissions()) << ' '
-                  << readFile(entry.path());
+                  << shortened(readFile(entry.path()));
     else
       description << "other";
-    entries.emplace(entry.path().lexically_relative(root).native(), description.str());
+    entries.emplace(platform::canonicallyDecomposed(entry.path().lexically_relative(root).native()),
+                    description.str());
   }
   return entries;
+}
+
+std::string difference(const Inventory& expected, const Inventory& actual) {
+  std::string lines;
+  for (const auto& [path, description] : expected) {
+    const auto found = actual.find(path);
+    if (found == actual.end())
+      lines += path + " is missing\n";
+    else if (found->second != description)
+      lines += path + " is " + found->second + " instead of " + description + "\n";
+  }
+  for (const auto& [path, description] : actual) {
+    if (!expected.contains(path))
+      lines += path + " is new: " + description + "\n";
+  }
+  return lines;
 }
 
 }  // namespace test

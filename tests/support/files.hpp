@@ -11,6 +11,8 @@ namespace test {
 class TemporaryDirectory {
  public:
   TemporaryDirectory();
+  /// The same below `parent`.
+  explicit TemporaryDirectory(const std::filesystem::path& parent);
   TemporaryDirectory(const TemporaryDirectory&) = delete;
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
   ~TemporaryDirectory();
@@ -27,8 +29,14 @@ void writeFile(const std::filesystem::path& path, std::string_view content);
 
 std::string readFile(const std::filesystem::path& path);
 
-/// Every entry below `root`, by its relative path: type, permissions, and content or link text. Two trees are
-/// the same when their inventories are equal.
-std::map<std::string, std::string> inventory(const std::filesystem::path& root);
+/// Every entry below `root`, by its relative path: type, permissions, and content, where
+/// that is long its digest, or link text. Names count
+/// as the same when they are canonically equivalent, since file systems store them in either form. Two trees
+/// are the same when their inventories are equal.
+using Inventory = std::map<std::string, std::string>;
+Inventory inventory(const std::filesystem::path& root);
+
+/// The entries in which two inventories differ, a line each; empty when they are the same.
+std::string difference(const Inventory& expected, const Inventory& actual);
 
 }  // namespace test

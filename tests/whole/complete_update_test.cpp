@@ -1,0 +1,62 @@
+#include <unistd.h>
+
+#include "tests/whole/whole_update.hpp"
+
+namespace fs = std::filesystem;
+using test::SampleUpdates;
+
+namespace {
+
+class CompleteUpdateTest : public test::WholeUpdateTest {
+ protected:
+  CompleteUpdateTest() { offer(SampleUpdates::shared().application("2.0")); }
+};
+
+TEST_F(CompleteUpdateTest, TheNewApplicationStandsAndRuns) {
+  expectUpdated(run());
+}
+
+TEST_F(CompleteUpdateTest, ADigestInUpperCase) {
+  for (char& digit : plan.expectedSHA256)
+    digit = static_cast<char>(std::toupper(digit));
+  expectUpdated(run());
+}
+
+TEST_F(CompleteUpdateTest, ARelativeTarget) {
+  plan.targetAppPath = target.lexically_relative(home.path());
+  plan.dmgPath = image.filename();
+  expectUpdated(run([this] {
+    if (::chdir(home.path().c_str()) != 0)
+      ::_exit(98);
+  }));
+}
+
+TEST_F(CompleteUpdateTest, ATargetWithDotsAndASlashAtItsEnd) {
+  fs::create_directories(home / "elsewhere/inner");
+  fs::create_directory_symlink(home / "elsewhere/inner", home / "link");
+  plan.targetAppPath = (home / "link/../..").native() + "//./" + applications.filename().native() + "/" +
+                       target.filename().native() + "/";
+  expectUpdated(run());
+}
+
+TEST_F(CompleteUpdateTest, ATargetThatIsALinkIsReplacedByTheApplicationItself) {
+  const fs::path real = home / "real" / target.filename();
+  fs::create_directory(home / "real");
+  fs::rename(target, real);
+  fs::create_directory_symlink(real, target);
+  const auto before = test::inventory(real);
+  expectUpdated(run());
+  EXPECT_FALSE(fs::is_symlink(target));
+  EXPECT_EQ(test::inventory(real), before);
+}
+
+TEST_F(CompleteUpdateTest, AnImageThatCannotBeDetachedChangesNothing) {
+  wrapTool("hdiutil", "[ \"$1\" = detach ] && exit 1\nexec \"$0.real\" \"$@\"\n");
+  const test::Outcome outcome = run();
+  EXPECT_EQ(outcome.exitStatus, 0) << outcome.error;
+  EXPECT_EQ(
+      test::difference(test::inventory(SampleUpdates::shared().application("2.0")), test::inventory(target)),
+      "");
+}
+
+}  // namespace

@@ -1,0 +1,183 @@
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "tests/whole/whole_update.hpp"
+
+namespace fs = std::filesystem;
+using test::Outcome;
+using test::SampleUpdates;
+using test::writeFile;
+
+namespace {
+
+const std::string kInvalid = "The update application is invalid: ";
+const std::string kNotReplaced = "The application could not be replaced: ";
+
+/// Every way in which an installation can fail, one test for each place of it, with what the run leaves.
+class FailedUpdateTest : public test::WholeUpdateTest {
+ protected:
+  void offerUpdate() { offer(SampleUpdates::shared().application("2.0")); }
+
+  /// The sentence of a refusal, which names places that differ from run to run, begins like this.
+  void expectRefusedBeginning(const Outcome& outcome, const std::string& beginning) const {
+    const std::string line = outcome.error.substr(0, outcome.error.find('\n'));
+    const std::string prefix = "QuorinOstrevalUpdater: ";
+    EXPECT_THAT(line, testing::StartsWith(prefix + beginning));
+    expectRefused(outcome, line.substr(std::min(prefix.size(), line.size())));
+  }
+
+  /// Runs with the new application changed right behind the swap, and perhaps every later rename failing.
+  Outcome runMeddling(bool failingRenames) {
+    return run([this, failingRenames] {
+      ::setenv("LD_PRELOAD", (test::buildPrefix() / "tests/libmeddler.so").c_str(), 1);
+      ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
+      ::setenv("MEDDLER_CHANGES", (target / "Contents/Info.plist").c_str(), 1);
+      if (failingRenames)
+        ::setenv("MEDDLER_FAILS_RENAMES", "yes", 1);
+    });
+  }
+};
+
+TEST_F(FailedUpdateTest, UnusablePaths) {
+  offerUpdate();
+  const std::string invalid = "The updater received invalid arguments.";
+  for (const fs::path& path : {applications / "Missing.app", applications, fs::path()}) {
+    plan.targetAppPath = path.native();
+    expectRefused(run(), invalid);
+  }
+  plan.targetAppPath = target.native();
+  fs::remove(image);
+  expectRefused(run(), invalid);
+}
+
+TEST_F(FailedUpdateTest, ADigestThatCannotBeMadeOrDiffers) {
+  fs::create_directory(image);
+  expectRefused(run(), "\"" + image.native() + "\" could not be read: Is a directory.");
+  fs::remove(image);
+  offerUpdate();
+  const std::string mismatch = "The downloaded DMG no longer matches its verified SHA-256 checksum.";
+  plan.expectedSHA256 += " ";
+  expectRefused(run(), mismatch);
+  announceImage();
+  test::writeFile(image, test::readFile(image) + "x");
+  expectRefused(run(), mismatch);
+}
+
+TEST_F(FailedUpdateTest, TheInstalledApplicationIsNotTheExpectedOne) {
+  offerUpdate();
+  plan.expectedBundleIdentifier += "x";
+  expectRefused(run(), kInvalid + "Bundle identifier does not match.");
+  plan.expectedBundleIdentifier.pop_back();
+  plan.expectedTeamIdentifier = "ANOTHER123";
+  expectRefusedBeginning(
+      run(), kInvalid + "The code signature is not a Developer ID signature from the expected team: ");
+  plan.expectedTeamIdentifier = test::SampleChain::kTeam;
+  writeFile(target / "Contents/Resources/added", "");
+  installed = test::inventory(applications);
+  expectRefusedBeginning(run(), kInvalid);
+  writeFile(target / "Contents/Info.plist", "damaged");
+  installed = test::inventory(applications);
+  expectRefused(run(), kInvalid + "Info.plist is missing or invalid.");
+}
+
+TEST_F(FailedUpdateTest, AnImageThatCannotBeAttached) {
+  writeFile(image, "<html>The file is not here any more.</html>");
+  announceImage();
+  expectRefusedBeginning(run(), "The update DMG is invalid: ");
+}
+
+TEST_F(FailedUpdateTest, AnImageWithoutTheApplication) {
+  fs::path other = home / "Other.app";
+  fs::copy(SampleUpdates::shared().application("2.0"), other,
+           fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  test::writeInfoPlist(other / "Contents/Info.plist", "com.example.other", "Quorin Ostreval", "2.0", "200");
+  offer(other);
+  expectRefused(
+      run(),
+      kInvalid +
+          "No application with bundle identifier com.example.quorin-ostreval was found in the disk image.");
+}
+
+TEST_F(FailedUpdateTest, TheApplicationInTheImageIsNotTheExpectedOne) {
+  offerUpdate();
+  plan.expectedVersion = "2.0.0";
+  expectRefused(run(), kInvalid + "Version does not match the update feed.");
+  plan.expectedVersion = "2.0";
+  plan.expectedBuild = "201";
+  expectRefused(run(), kInvalid + "Build number does not match the update feed.");
+  plan.expectedBuild = "200";
+  offer(SampleUpdates::shared().foreignApplication());
+  expectRefusedBeginning(
+      run(), kInvalid + "The code signature is not a Developer ID signature from the expected team: ");
+}
+
+TEST_F(FailedUpdateTest, ACopyThatFails) {
+  offerUpdate();
+  wrapTool("ditto", "mkdir -p \"$2/Contents\"; echo partial > \"$2/Contents/file\"; exit 3\n");
+  expectRefused(run(), kNotReplaced + "ditto failed.");
+}
+
+TEST_F(FailedUpdateTest, AFileSystemThatCannotBeWritten) {
+  offerUpdate();
+  const Outcome outcome = run([this] {
+    const char* place = applications.c_str();
+    if (::mount(place, place, nullptr, MS_BIND, nullptr) != 0 ||
+        ::mount(nullptr, place, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0)
+      ::_exit(98);
+  });
+  EXPECT_THAT(outcome.error, testing::HasSubstr("Read-only file system"));
+  expectRefusedBeginning(outcome, kNotReplaced);
+}
+
+TEST_F(FailedUpdateTest, ACopyThatWasTamperedWith) {
+  offerUpdate();
+  for (const char* change :
+       {"echo x >> \"$2/Contents/MacOS/Quorin Ostreval\"", "touch \"$2/Contents/Resources/added\"",
+        "rm \"$2/Contents/Info.plist\"", "ln -s /etc/passwd \"$2/Contents/Resources/link\""}) {
+    if (!fs::exists(home / "prefix/libexec/quorin/ditto.real"))
+      wrapTool("ditto", "");
+    writeFile(home / "prefix/libexec/quorin/ditto",
+              "#!/bin/sh\n\"$0.real\" \"$@\" || exit\n" + std::string(change) + "\n");
+    expectRefusedBeginning(run(), kInvalid);
+  }
+}
+
+TEST_F(FailedUpdateTest, AReplacementThatFails) {
+  offerUpdate();
+  const Outcome outcome = run([this] {
+    // What something is mounted on cannot be renamed.
+    if (::mount(target.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0)
+      ::_exit(98);
+  });
+  expectRefusedBeginning(outcome, kNotReplaced + "\"" + target.native() + "\" could not be replaced by ");
+}
+
+TEST_F(FailedUpdateTest, ANewApplicationThatIsChangedBehindTheSwapIsTakenBack) {
+  offerUpdate();
+  expectRefusedBeginning(runMeddling(false), kInvalid);
+}
+
+TEST_F(FailedUpdateTest, WhereTakingBackFailsThePreviousApplicationStaysHidden) {
+  offerUpdate();
+  const Outcome outcome = runMeddling(true);
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_THAT(status().message, testing::StartsWith("Quorin Ostreval update failed: " + kInvalid));
+  ASSERT_EQ(std::distance(fs::directory_iterator(applications), fs::directory_iterator()), 1);
+  const fs::path backup = *fs::directory_iterator(applications);
+  EXPECT_TRUE(backup.filename().native().starts_with(".quorin-backup-"));
+  EXPECT_EQ(
+      test::difference(test::inventory(SampleUpdates::shared().application("1.0")), test::inventory(backup)),
+      "");
+}
+
+TEST_F(FailedUpdateTest, ANewApplicationThatDoesNotStart) {
+  offer(SampleUpdates::shared().brokenApplication());
+  expectRefused(run(), kNotReplaced + "The application \"" + target.native() +
+                           "\" cannot be opened: The interpreter that its executable names is missing.");
+  EXPECT_EQ(starts(1), std::vector<std::string>{"1.0"});
+}
+
+}  // namespace

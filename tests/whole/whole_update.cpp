@@ -1,0 +1,197 @@
+#include "tests/whole/whole_update.hpp"
+
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <sstream>
+#include <thread>
+
+#include "platform/foundation/data.hpp"
+#include "platform/foundation/json.hpp"
+#include "updater/diskimage/file_digest.hpp"
+
+namespace fs = std::filesystem;
+
+namespace test {
+namespace {
+
+constexpr const char* kIdentifier = "com.example.quorin-ostreval";
+
+/// A script that notes its start beside the directory that holds the bundle.
+std::string startingScript(const std::string& version) {
+  return "#!/bin/sh\nbundle=${0%/Contents/MacOS/*}\necho " + version + " >> \"${bundle%/*/*}/starts\"\n";
+}
+
+/// Gives this process a mount namespace of its own in which `directory` is "/tmp". False where the system
+/// forbids it.
+bool takeAsTemporaryDirectory(const fs::path& directory) {
+  const uid_t user = ::getuid();
+  if (::unshare(user == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) != 0)
+    return false;
+  if (user != 0)
+    writeFile("/proc/self/uid_map", std::to_string(user) + " " + std::to_string(user) + " 1");
+  return ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         ::mount(directory.c_str(), "/tmp", nullptr, MS_BIND, nullptr) == 0;
+}
+
+std::string endedProcess() {
+  const pid_t child = ::fork();
+  if (child == 0)
+    ::_exit(0);
+  ::waitpid(child, nullptr, 0);
+  return std::to_string(child);
+}
+
+}  // namespace
+
+const SampleUpdates& SampleUpdates::shared() {
+  static const SampleUpdates updates;
+  return updates;
+}
+
+SampleUpdates::SampleUpdates() : prefix_(directory_ / "prefix") {
+  chain_ = std::make_unique<SampleChain>(directory_ / "chain");
+  foreignChain_ = std::make_unique<SampleChain>(directory_ / "foreign chain", "FOREIGN123");
+  for (const char* program : {"bin/QuorinOstrevalUpdater", "libexec/quorin/hdiutil", "libexec/quorin/ditto",
+                              "libexec/quorin/open"}) {
+    fs::create_directories((prefix_ / program).parent_path());
+    fs::copy_file(buildPrefix() / program, prefix_ / program);
+  }
+  fs::create_directories(prefix_ / "share/quorin/anchors");
+  fs::copy_file(chain_->root(), prefix_ / "share/quorin/anchors/sample.pem");
+  fs::copy_file(foreignChain_->root(), prefix_ / "share/quorin/anchors/foreign.pem");
+  make("1.0", "1.0", startingScript("1.0"), *chain_);
+  make("2.0", "2.0", startingScript("2.0"), *chain_);
+  make("broken", "2.0", "#!/no/such/interpreter\n", *chain_);
+  make("foreign", "2.0", startingScript("2.0"), *foreignChain_);
+}
+
+fs::path SampleUpdates::make(const std::string& folder, const std::string& version, const std::string& script,
+                             const SampleChain& chain) const {
+  SampleOptions options{.name = "Quorin Ostreval", .identifier = kIdentifier, .shortVersion = version};
+  options.version = version.substr(0, 1) + "00";
+  options.script = script;
+  fs::create_directories(directory_ / folder);
+  const fs::path bundle = makeSampleApplication(directory_ / folder, options);
+  chain.sign(bundle);
+  return bundle;
+}
+
+fs::path SampleUpdates::application(const std::string& version) const {
+  return directory_ / version / "Quorin Ostreval.app";
+}
+
+fs::path SampleUpdates::brokenApplication() const {
+  return application("broken");
+}
+
+fs::path SampleUpdates::foreignApplication() const {
+  return application("foreign");
+}
+
+WholeUpdateTest::WholeUpdateTest() {
+  fs::create_directories(applications);
+  fs::create_directory(temporary);
+  fs::copy(SampleUpdates::shared().prefix(), home / "prefix", fs::copy_options::recursive);
+  fs::copy(SampleUpdates::shared().application("1.0"), target,
+           fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  installed = inventory(applications);
+  plan = {.dmgPath = image.native(),
+          .targetAppPath = target.native(),
+          .expectedBundleIdentifier = kIdentifier,
+          .expectedTeamIdentifier = SampleChain::kTeam,
+          .expectedVersion = "2.0",
+          .expectedBuild = "200",
+          .expectedSHA256 = "",
+          .statusPath = (home / "status.json").native()};
+}
+
+void WholeUpdateTest::offer(const fs::path& application) {
+  const fs::path folder = home / "volume/Some folder";
+  fs::create_directories(folder);
+  fs::copy(application, folder / application.filename(),
+           fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  fs::remove(image);
+  const Outcome made = runProgram(buildPrefix() / "bin/make_disk_image",
+                                  {(home / "volume").native(), "Quorin Ostreval 2.0", image.native()});
+  ASSERT_EQ(made.exitStatus, 0) << made.error;
+  fs::remove_all(home / "volume");
+  announceImage();
+}
+
+void WholeUpdateTest::announceImage() {
+  plan.expectedSHA256 = QuorinOstrevalUpdater::sha256(platform::URL::fileURLWithPath(image.native()));
+}
+
+Outcome WholeUpdateTest::run(const std::function<void()>& prepare) {
+  writeFile(home / "plan.json", platform::JSONEncoder().encode(plan).bytes());
+  return runProgram(home / "prefix/bin/QuorinOstrevalUpdater",
+                    {"--plan", (home / "plan.json").native(), "--parent-pid", endedProcess(), "--ready-file",
+                     (home / "ready").native()},
+                    [&] {
+                      if (!takeAsTemporaryDirectory(temporary))
+                        ::_exit(99);
+                      if (prepare)
+                        prepare();
+                    });
+}
+
+void WholeUpdateTest::expectUpdated(const Outcome& outcome) const {
+  EXPECT_EQ(outcome.exitStatus, 0) << outcome.error;
+  EXPECT_EQ(outcome.output + outcome.error, "");
+  EXPECT_EQ(status().message, "Quorin Ostreval was updated successfully to version 2.0 (build 200).");
+  EXPECT_TRUE(status().succeeded);
+  EXPECT_EQ(
+      test::difference(test::inventory(SampleUpdates::shared().application("2.0")), test::inventory(target)),
+      "");
+  EXPECT_EQ(starts(1), std::vector<std::string>{"2.0"});
+  EXPECT_FALSE(fs::exists(image) || fs::exists(home / "plan.json"));
+  expectNothingLeft();
+}
+
+void WholeUpdateTest::expectRefused(const Outcome& outcome, const std::string& description) const {
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_EQ(outcome.error, "QuorinOstrevalUpdater: " + description + "\n");
+  EXPECT_EQ(status().message, "Quorin Ostreval update failed: " + description);
+  EXPECT_FALSE(status().succeeded);
+  EXPECT_EQ(difference(installed, inventory(applications)), "");
+  expectNothingLeft();
+}
+
+void WholeUpdateTest::expectNothingLeft() const {
+  for (const auto& entry : fs::recursive_directory_iterator(temporary)) {
+    const bool isRegistry =
+        entry.is_directory() && entry.path().filename().native().starts_with("quorin-images-");
+    EXPECT_TRUE(isRegistry || entry.path().filename() == "lock") << entry.path();
+  }
+  for (const auto& entry : fs::directory_iterator(applications))
+    EXPECT_FALSE(entry.path().filename().native().starts_with(".quorin-")) << entry.path();
+}
+
+QuorinOstrevalUpdater::InstallStatus WholeUpdateTest::status() const {
+  return platform::JSONDecoder().decode<QuorinOstrevalUpdater::InstallStatus>(
+      platform::Data(readFile(plan.statusPath)));
+}
+
+std::vector<std::string> WholeUpdateTest::starts(std::size_t expected) const {
+  std::vector<std::string> versions;
+  for (int look = 0; look < 500 && versions.size() < expected; ++look) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    versions.clear();
+    std::istringstream lines(fs::exists(home / "starts") ? readFile(home / "starts") : "");
+    for (std::string line; std::getline(lines, line);)
+      versions.push_back(line);
+  }
+  return versions;
+}
+
+void WholeUpdateTest::wrapTool(const std::string& tool, const std::string& script) const {
+  const fs::path path = home / "prefix/libexec/quorin" / tool;
+  fs::rename(path, path.native() + ".real");
+  writeFile(path, "#!/bin/sh\n" + script);
+  fs::permissions(path, fs::perms::owner_all);
+}
+
+}  // namespace test

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/files.hpp"
+#include "tests/support/program.hpp"
+#include "tests/support/sample_application.hpp"
+#include "updater/records/install_plan.hpp"
+#include "updater/records/install_status.hpp"
+
+namespace test {
+
+/// What every test of whole updates starts from, made once: chains, a prefix that trusts them, and signed
+/// applications.
+class SampleUpdates {
+ public:
+  static const SampleUpdates& shared();
+
+  /// The application in this version, signed by the expected team; every start adds a line to the file
+  /// "starts" in the directory above the bundle's.
+  std::filesystem::path application(const std::string& version) const;
+  /// The same as version 2.0 with a main executable that cannot be executed.
+  std::filesystem::path brokenApplication() const;
+  /// The same as version 2.0, signed by another team.
+  std::filesystem::path foreignApplication() const;
+  const std::filesystem::path& prefix() const { return prefix_; }
+  const SampleChain& chain() const { return *chain_; }
+
+ private:
+  SampleUpdates();
+  std::filesystem::path make(const std::string& folder, const std::string& version, const std::string& script,
+                             const SampleChain& chain) const;
+
+  TemporaryDirectory directory_{"/var/tmp"};
+  std::filesystem::path prefix_;
+  std::unique_ptr<SampleChain> chain_;
+  std::unique_ptr<SampleChain> foreignChain_;
+};
+
+/// A home with an installed application, version 1.0, a disk image, a plan, and a temporary directory that is
+/// "/tmp" for the updater and its tools.
+class WholeUpdateTest : public testing::Test {
+ protected:
+  WholeUpdateTest();
+
+  /// Makes the disk image that the plan names out of a folder that holds this application.
+  void offer(const std::filesystem::path& application);
+  /// Makes a digest of the image as it is now, for the plan.
+  void announceImage();
+
+  /// Runs the updater on the plan; `prepare` runs in its process, before it.
+  Outcome run(const std::function<void()>& prepare = {});
+
+  void expectUpdated(const Outcome& outcome) const;
+  /// The run failed with this description, the installed application is what it was, and it was started
+  /// again.
+  void expectRefused(const Outcome& outcome, const std::string& description) const;
+  /// Nothing is left of the run in the temporary directory, and nothing hidden beside the application.
+  void expectNothingLeft() const;
+
+  QuorinOstrevalUpdater::InstallStatus status() const;
+  /// The versions that were started, in order.
+  std::vector<std::string> starts(std::size_t expected) const;
+  /// Puts a script in a tool's place; the tool itself is then "$0.real".
+  void wrapTool(const std::string& tool, const std::string& script) const;
+
+  TemporaryDirectory home{"/var/tmp"};
+  std::filesystem::path applications = home / "Pro gramme \xC3\xA9";
+  std::filesystem::path target = applications / "Quorin Ostreval.app";
+  std::filesystem::path image = home / "Quorin Ostreval 2.0.dmg";
+  std::filesystem::path temporary = home / "tmp";
+  QuorinOstrevalUpdater::InstallPlan plan;
+  std::map<std::string, std::string> installed;
+};
+
+}  // namespace test
