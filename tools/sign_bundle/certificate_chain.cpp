@@ -110,7 +110,7 @@ void addMarker(X509& certificate, const char* identifier) {
 
 /// A certificate for `key`, signed by `issuer`, or by itself without one.
 Certificate certify(const CertificateRequest& request, const Key& key, const Authority* issuer) {
-  Certificate certificate = checked<Certificate>(::X509_new(), "Making a certificate");
+  auto certificate = checked<Certificate>(::X509_new(), "Making a certificate");
   succeeded(::X509_set_version(certificate.get(), X509_VERSION_3), "Making a certificate");
   succeeded(::X509_set_pubkey(certificate.get(), key.get()), "Making a certificate");
   setSerialNumber(*certificate);

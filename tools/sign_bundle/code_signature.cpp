@@ -1,5 +1,7 @@
 #include "tools/sign_bundle/code_signature.hpp"
 
+#include <array>
+
 #include "tools/sign_bundle/code_signing_constants.hpp"
 #include "tools/sign_bundle/requirement.hpp"
 
@@ -12,7 +14,7 @@ constexpr std::size_t kRoomForSignature = std::size_t{12} * 1024;
 constexpr std::size_t kRoomForBlobIndex = 256;
 
 /// Components that travel in the signature and not as files of their own.
-constexpr std::uint32_t kEmbeddedSlots[] = {slot::kRequirements, slot::kEntitlements};
+constexpr std::array kEmbeddedSlots = {slot::kRequirements, slot::kEntitlements};
 
 }  // namespace
 

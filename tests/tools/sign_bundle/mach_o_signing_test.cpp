@@ -36,8 +36,8 @@ std::ostream& operator<<(std::ostream& stream, const Case& value) {
 
 class SigningMachO : public testing::TestWithParam<Case> {
  protected:
-  void checkDirectory(const test::ReadSlice& slice, const std::string& blob, unsigned hashType,
-                      unsigned pageExponent, const std::string& requirements) const {
+  static void checkDirectory(const test::ReadSlice& slice, const std::string& blob, unsigned hashType,
+                             unsigned pageExponent, const std::string& requirements) {
     const auto directory = test::readCodeDirectory(blob);
     EXPECT_EQ(directory.hashType, hashType);
     EXPECT_EQ(directory.pageSizeExponent, pageExponent);
