@@ -39,8 +39,7 @@ void writeNestedBundle(const fs::path& bundle, const std::string& identifier) {
   const std::string executable = bundle.stem();
   writeInfoPlist(bundle / "Contents/Info.plist", identifier, executable, "1.0", "1");
   writeMachO(bundle / "Contents/MacOS" / executable, MachOKind::executable);
-  writeFile(bundle / "Contents/Resources/en.lproj/Localizable.strings",
-            "\"key\" = \"" + executable + "\";\n");
+  writeFile(bundle / "Contents/Resources/en.lproj/Localizable.strings", "name = " + executable + ";\n");
 }
 
 void writeFramework(const fs::path& framework, const std::string& identifier) {
@@ -114,7 +113,7 @@ void SampleChain::sign(const fs::path& code, const std::vector<std::string>& opt
 }
 
 fs::path makePlainApplication(const fs::path& parent, const SampleOptions& options) {
-  const fs::path application = parent / (options.name + ".app");
+  fs::path application = parent / (options.name + ".app");
   const fs::path contents = application / "Contents";
   writeInfoPlist(contents / "Info.plist", options.identifier, options.name, options.shortVersion,
                  options.version);
@@ -124,7 +123,7 @@ fs::path makePlainApplication(const fs::path& parent, const SampleOptions& optio
 }
 
 fs::path makeSampleApplication(const fs::path& parent, const SampleOptions& options) {
-  const fs::path application = makePlainApplication(parent, options);
+  fs::path application = makePlainApplication(parent, options);
   const fs::path contents = application / "Contents";
   const std::string& identifier = options.identifier;
   writeFile(contents / "PkgInfo", "APPL????");

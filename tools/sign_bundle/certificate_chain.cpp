@@ -11,6 +11,7 @@
 #include "platform/foundation/file_manager.hpp"
 #include "tools/sign_bundle/certificate_files.hpp"
 #include "tools/sign_bundle/code_signing_constants.hpp"
+#include "tools/sign_bundle/digest.hpp"
 
 namespace sign_bundle {
 namespace {
@@ -110,7 +111,7 @@ void addMarker(X509& certificate, const char* identifier) {
 
 /// A certificate for `key`, signed by `issuer`, or by itself without one.
 Certificate certify(const CertificateRequest& request, const Key& key, const Authority* issuer) {
-  Certificate certificate = checked<Certificate>(::X509_new(), "Making a certificate");
+  auto certificate = checked<Certificate>(::X509_new(), "Making a certificate");
   succeeded(::X509_set_version(certificate.get(), X509_VERSION_3), "Making a certificate");
   succeeded(::X509_set_pubkey(certificate.get(), key.get()), "Making a certificate");
   setSerialNumber(*certificate);
@@ -212,6 +213,10 @@ std::string organizationalUnit(const X509& certificate) {
           static_cast<std::size_t>(::ASN1_STRING_length(value))};
 }
 
+bool carries(const X509& certificate, const char* extension) {
+  return ::X509_get_ext_by_OBJ(&certificate, objectIdentifier(extension).get(), -1) >= 0;
+}
+
 }  // namespace
 
 void makeChain(const platform::URL& directory, const ChainOptions& options) {
@@ -236,8 +241,14 @@ void makeChain(const platform::URL& directory, const ChainOptions& options) {
 SigningIdentity SigningIdentity::read(const platform::URL& directory) {
   SigningIdentity identity{.leaf = readSigner(directory, "leaf", "chain"),
                            .timeStampAuthority = readSigner(directory, "time_stamp", "time_stamp_chain"),
-                           .team = {}};
-  identity.team = organizationalUnit(*identity.leaf.certificate);
+                           .team = {},
+                           .leafDigest = {}};
+  const X509& leaf = *identity.leaf.certificate;
+  const STACK_OF(X509)* chain = identity.leaf.chain.get();
+  identity.team = organizationalUnit(leaf);
+  identity.leafDigest = digestOf(encoded(leaf, ::i2d_X509, "Reading a certificate"), DigestAlgorithm::sha1);
+  identity.isDeveloperID = carries(leaf, kLeafExtension) && sk_X509_num(chain) > 0 &&
+                           carries(*sk_X509_value(chain, 0), kIntermediateExtension);
   return identity;
 }
 

@@ -55,6 +55,10 @@ struct SigningIdentity {
   Signer timeStampAuthority;
   /// The organisational unit of the leaf's subject.
   std::string team;
+  /// The leaf's SHA-1 digest.
+  std::string leafDigest;
+  /// True when leaf and intermediate carry the private extensions of a Developer ID.
+  bool isDeveloperID = false;
 
   /// Throws `platform::Error`.
   static SigningIdentity read(const platform::URL& directory);

@@ -35,7 +35,7 @@ void writeKey(const platform::URL& file, const EVP_PKEY& key) {
 Certificates readCertificates(const platform::URL& file) {
   const platform::Data text = platform::Data::contentsOf(file);
   const Stream stream = readingStream(text.bytes());
-  Certificates certificates = checked<Certificates>(sk_X509_new_null(), "Reading certificates");
+  auto certificates = checked<Certificates>(sk_X509_new_null(), "Reading certificates");
   while (X509* certificate = ::PEM_read_bio_X509(stream.get(), nullptr, nullptr, nullptr))
     succeeded(sk_X509_push(certificates.get(), certificate), "Reading certificates");
   if (ERR_GET_REASON(::ERR_peek_last_error()) != PEM_R_NO_START_LINE)

@@ -14,7 +14,7 @@ namespace sign_bundle {
 namespace {
 
 constexpr const char* kStep = "Signing the code directory";
-constexpr std::time_t kDay = 24 * 60 * 60;
+constexpr std::time_t kDay{86'400};
 
 using Time = Owned<ASN1_TIME, ASN1_TIME_free>;
 using Sequence = Owned<ASN1_SEQUENCE_ANY, ASN1_TYPE_free>;
@@ -38,7 +38,7 @@ using Values = std::unique_ptr<STACK_OF(ASN1_TYPE), ReleaseValues>;
 
 /// SEQUENCE { algorithm, OCTET STRING } in DER.
 std::string namedDigest(const SignedCodeDirectory& directory) {
-  const Values values = checked<Values>(sk_ASN1_TYPE_new_null(), kStep);
+  const auto values = checked<Values>(sk_ASN1_TYPE_new_null(), kStep);
   const auto append = [&](int kind, void* value) {
     ASN1_TYPE* item = ::ASN1_TYPE_new();
     if (item == nullptr || sk_ASN1_TYPE_push(values.get(), item) <= 0)
@@ -56,7 +56,7 @@ std::string namedDigest(const SignedCodeDirectory& directory) {
 }
 
 Attribute attribute(const char* identifier, int kind, const std::vector<std::string>& values) {
-  Attribute made = checked<Attribute>(::X509_ATTRIBUTE_new(), kStep);
+  auto made = checked<Attribute>(::X509_ATTRIBUTE_new(), kStep);
   succeeded(::X509_ATTRIBUTE_set1_object(made.get(), objectIdentifier(identifier).get()), kStep);
   for (const std::string& value : values)
     succeeded(::X509_ATTRIBUTE_set1_data(made.get(), kind, value.data(), static_cast<int>(value.size())),
@@ -108,6 +108,7 @@ std::string signCodeDirectories(const std::vector<SignedCodeDirectory>& director
   const Attribute hashes = attribute(kCodeDirectoryHashList, V_ASN1_OCTET_STRING, {hashList(directories)});
   succeeded(::CMS_signed_add1_attr(signer, hashes.get()), kStep);
   std::vector<std::string> namedDigests;
+  namedDigests.reserve(directories.size());
   for (const SignedCodeDirectory& directory : directories)
     namedDigests.push_back(namedDigest(directory));
   const Attribute digests = attribute(kCodeDirectoryDigests, V_ASN1_SEQUENCE, namedDigests);

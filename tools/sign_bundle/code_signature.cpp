@@ -1,5 +1,7 @@
 #include "tools/sign_bundle/code_signature.hpp"
 
+#include <array>
+
 #include "tools/sign_bundle/code_signing_constants.hpp"
 #include "tools/sign_bundle/requirement.hpp"
 
@@ -12,14 +14,19 @@ constexpr std::size_t kRoomForSignature = std::size_t{12} * 1024;
 constexpr std::size_t kRoomForBlobIndex = 256;
 
 /// Components that travel in the signature and not as files of their own.
-constexpr std::uint32_t kEmbeddedSlots[] = {slot::kRequirements, slot::kEntitlements};
+constexpr std::array kEmbeddedSlots = {slot::kRequirements, slot::kEntitlements};
+
+Requirement designatedRequirement(const std::string& identifier, const SigningIdentity& identity) {
+  return identity.isDeveloperID ? developerIDRequirement(identifier, identity.team)
+                                : certificateRequirement(identifier, identity.leafDigest);
+}
 
 }  // namespace
 
 std::string requirementSet(const std::string& identifier, const SigningIdentity* identity) {
   Components requirements;
   if (identity != nullptr)
-    requirements.emplace(kDesignatedRequirement, developerIDRequirement(identifier, identity->team));
+    requirements.emplace(kDesignatedRequirement, designatedRequirement(identifier, *identity).blob);
   return makeSuperBlob(magic::kRequirementSet, requirements);
 }
 
@@ -46,7 +53,7 @@ CodeSignature signCode(const CodeDescription& code, const SigningIdentity* ident
   signature.sealed.codeDirectoryHash = codeDirectoryHash(strongest.blob, strongest.algorithm);
   signature.sealed.requirementText =
       identity == nullptr ? codeDirectoryHashRequirementText(signature.sealed.codeDirectoryHash)
-                          : developerIDRequirementText(code.identifier, identity->team);
+                          : designatedRequirement(code.identifier, *identity).text;
   return signature;
 }
 

@@ -145,6 +145,9 @@ SealedCode CodeSigner::signMachO(const URL& file, const Data& content, const Cod
     slice.bytes.append(room - blob.size(), '\0');
     if (!sealed)
       sealed = signature.sealed;
+    else if (identity_ == nullptr)
+      // Without a certificate only its hash names a slice, and each has its own.
+      sealed->requirementText += " or " + signature.sealed.requirementText;
   }
   if (!sealed)
     throw platform::Error(platform::quoted(file.path()) + " holds no code.");

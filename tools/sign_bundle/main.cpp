@@ -1,8 +1,8 @@
 #include <charconv>
-#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <functional>
+#include <iostream>
 #include <map>
 #include <sstream>
 #include <string>
@@ -136,7 +136,7 @@ void runMakeMachO(const std::vector<std::string>& words) {
   options.text = arguments.value("--text").value_or(options.text);
   options.leastTextSize = byteCountOf(arguments.value("--least-size").value_or("0"));
   options.wideUniversal = arguments.has("--wide");
-  const std::string path = arguments.operand("file");
+  const std::string& path = arguments.operand("file");
   platform::Data(makeMachO(options)).write(location(path), platform::DataWritingOptions::atomic);
   std::filesystem::permissions(path, std::filesystem::perms(0755));
 }
@@ -146,17 +146,17 @@ int run(const std::vector<std::string>& words) {
       {"make-chain", runMakeChain}, {"make-mach-o", runMakeMachO}, {"sign", runSign}};
   const auto command = words.empty() ? commands.end() : commands.find(words.front());
   if (command == commands.end()) {
-    std::fputs(kHelp, stderr);
+    std::cerr << kHelp;
     return kUsage;
   }
   try {
     command->second({words.begin() + 1, words.end()});
     return 0;
   } catch (const UsageError& error) {
-    std::fprintf(stderr, "sign_bundle: %s\n\n%s", error.what(), kHelp);
+    std::cerr << "sign_bundle: " << error.what() << "\n\n" << kHelp;
     return kUsage;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "sign_bundle: %s\n", error.what());
+    std::cerr << "sign_bundle: " << error.what() << '\n';
     return kFailed;
   }
 }

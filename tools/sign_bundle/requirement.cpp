@@ -14,6 +14,7 @@ constexpr std::uint32_t kExpressionForm = 1;
 
 enum Operation : std::uint32_t {
   kIdentifier = 2,
+  kCertificateHash = 4,
   kAnd = 6,
   kCertificateField = 11,
   kCertificateExtension = 14,
@@ -26,6 +27,8 @@ constexpr std::uint32_t kIntermediate = 1;
 /// Appends operations in prefix order.
 class ExpressionWriter {
  public:
+  ExpressionWriter() { writer_.u32(kExpressionForm); }
+
   ExpressionWriter& operation(Operation operation) { return number(operation); }
   ExpressionWriter& number(std::uint32_t value) {
     writer_.u32(value);
@@ -42,36 +45,36 @@ class ExpressionWriter {
                               ::OBJ_length(object.get()));
     return operation(kCertificateExtension).number(certificate).data(content).number(kExists);
   }
-  const std::string& bytes() const { return writer_.bytes(); }
+  std::string blob() const { return makeBlob(magic::kRequirement, writer_.bytes()); }
 
  private:
   ByteWriter writer_;
 };
 
-std::string hexadecimal(std::string_view bytes) {
+std::string identifierText(std::string_view identifier) {
+  return "identifier \"" + std::string(identifier) + "\"";
+}
+
+std::string hashText(std::string_view bytes) {
   constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text;
+  std::string text = "H\"";
   for (const char character : bytes) {
     const auto byte = static_cast<unsigned char>(character);
     text += kDigits[byte >> 4U];
     text += kDigits[byte & 0xFU];
   }
-  return text;
+  return text + "\"";
 }
 
 }  // namespace
 
-std::string developerIDRequirementText(std::string_view identifier, std::string_view team) {
-  std::string text = "identifier \"";
-  text.append(identifier).append("\" and anchor apple generic and certificate 1[field.");
+Requirement developerIDRequirement(std::string_view identifier, std::string_view team) {
+  std::string text = identifierText(identifier) + " and anchor apple generic and certificate 1[field.";
   text.append(kIntermediateExtension).append("] /* exists */ and certificate leaf[field.");
   text.append(kLeafExtension).append("] /* exists */ and certificate leaf[subject.OU] = \"");
-  return text.append(team).append("\"");
-}
+  text.append(team).append("\"");
 
-std::string developerIDRequirement(std::string_view identifier, std::string_view team) {
   ExpressionWriter expression;
-  expression.number(kExpressionForm);
   for (int conjunction = 0; conjunction < 4; ++conjunction)
     expression.operation(kAnd);
   expression.operation(kIdentifier).data(identifier);
@@ -79,11 +82,19 @@ std::string developerIDRequirement(std::string_view identifier, std::string_view
   expression.extensionExists(kIntermediate, kIntermediateExtension);
   expression.extensionExists(kLeaf, kLeafExtension);
   expression.operation(kCertificateField).number(kLeaf).data("subject.OU").number(kEqual).data(team);
-  return makeBlob(magic::kRequirement, expression.bytes());
+  return {text, expression.blob()};
+}
+
+Requirement certificateRequirement(std::string_view identifier, std::string_view certificateDigest) {
+  ExpressionWriter expression;
+  expression.operation(kAnd).operation(kIdentifier).data(identifier);
+  expression.operation(kCertificateHash).number(kLeaf).data(certificateDigest);
+  return {identifierText(identifier) + " and certificate leaf = " + hashText(certificateDigest),
+          expression.blob()};
 }
 
 std::string codeDirectoryHashRequirementText(std::string_view codeDirectoryHash) {
-  return "cdhash H\"" + hexadecimal(codeDirectoryHash) + "\"";
+  return "cdhash " + hashText(codeDirectoryHash);
 }
 
 }  // namespace sign_bundle

@@ -25,7 +25,7 @@ Request requestFor(std::string_view bytes) {
   succeeded(::TS_MSG_IMPRINT_set_msg(imprint.get(), reinterpret_cast<unsigned char*>(digest.data()),
                                      static_cast<int>(digest.size())),
             kStep);
-  Request request = checked<Request>(::TS_REQ_new(), kStep);
+  auto request = checked<Request>(::TS_REQ_new(), kStep);
   succeeded(::TS_REQ_set_version(request.get(), 1), kStep);
   succeeded(::TS_REQ_set_msg_imprint(request.get(), imprint.get()), kStep);
   succeeded(::TS_REQ_set_cert_req(request.get(), 1), kStep);
@@ -48,7 +48,7 @@ int statedTime(TS_RESP_CTX*, void* moment, long* seconds, long* microseconds) {
 }  // namespace
 
 std::string makeTimeStampToken(std::string_view bytes, const Signer& authority, std::time_t moment) {
-  const Responder responder = checked<Responder>(::TS_RESP_CTX_new(), kStep);
+  const auto responder = checked<Responder>(::TS_RESP_CTX_new(), kStep);
   succeeded(::TS_RESP_CTX_set_signer_cert(responder.get(), authority.certificate.get()), kStep);
   succeeded(::TS_RESP_CTX_set_signer_key(responder.get(), authority.key.get()), kStep);
   succeeded(::TS_RESP_CTX_set_certs(responder.get(), authority.chain.get()), kStep);
@@ -61,8 +61,7 @@ std::string makeTimeStampToken(std::string_view bytes, const Signer& authority, 
   const Request request = requestFor(bytes);
   const std::string encodedRequest = encoded(*request, ::i2d_TS_REQ, kStep);
   const Stream stream = readingStream(encodedRequest);
-  const Response response =
-      checked<Response>(::TS_RESP_create_response(responder.get(), stream.get()), kStep);
+  const auto response = checked<Response>(::TS_RESP_create_response(responder.get(), stream.get()), kStep);
   const PKCS7* token = ::TS_RESP_get_token(response.get());
   if (token == nullptr)
     throw CryptographyError(kStep);

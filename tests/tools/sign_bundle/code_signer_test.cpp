@@ -15,14 +15,13 @@ namespace fs = std::filesystem;
 namespace {
 
 using test::SampleChain;
-using testing::HasSubstr;
 
 class SigningBundles : public testing::Test {
  protected:
-  fs::path component(const fs::path& application, const char* name) const {
+  static fs::path component(const fs::path& application, const char* name) {
     return application / "Contents/_CodeSignature" / name;
   }
-  std::string read(const fs::path& application, const char* name) const {
+  static std::string read(const fs::path& application, const char* name) {
     return test::readFile(component(application, name));
   }
 

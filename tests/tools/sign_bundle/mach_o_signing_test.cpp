@@ -36,8 +36,8 @@ std::ostream& operator<<(std::ostream& stream, const Case& value) {
 
 class SigningMachO : public testing::TestWithParam<Case> {
  protected:
-  void checkDirectory(const test::ReadSlice& slice, const std::string& blob, unsigned hashType,
-                      unsigned pageExponent, const std::string& requirements) const {
+  static void checkDirectory(const test::ReadSlice& slice, const std::string& blob, unsigned hashType,
+                             unsigned pageExponent, const std::string& requirements) {
     const auto directory = test::readCodeDirectory(blob);
     EXPECT_EQ(directory.hashType, hashType);
     EXPECT_EQ(directory.pageSizeExponent, pageExponent);
@@ -161,6 +161,45 @@ TEST(SigningMachOBundles, BindsPropertyListAndSealAndSealsNestedCodeByItsHash) {
             test::digestByType(blobs.at(kAlternate), 2).substr(0, 20));
   EXPECT_THAT(*entry->valueForKey("requirement")->string(),
               testing::HasSubstr("identifier \"com.example.sample.framework\""));
+}
+
+/// The hashes of a universal file's slices in their order, as the requirement language writes them.
+std::string hashesOfSlices(const fs::path& file) {
+  std::string text;
+  for (const auto& slice : test::readSlices(test::readFile(file))) {
+    const auto blobs = test::readSuperBlob(slice.bytes.substr(slice.signatureOffset));
+    text += text.empty() ? "cdhash H\"" : " or cdhash H\"";
+    for (const char byte : test::digestByType(blobs.at(0), 2).substr(0, 20)) {
+      constexpr const char* kDigits = "0123456789abcdef";
+      text +=
+          {kDigits[static_cast<unsigned char>(byte) >> 4U], kDigits[static_cast<unsigned char>(byte) & 0xFU]};
+    }
+    text += '"';
+  }
+  return text;
+}
+
+TEST(SigningMachOBundles, SealsNestedCodeByWhatItsSignatureOffers) {
+  const test::TemporaryDirectory directory;
+  const SampleChain good(directory / "good");
+  const SampleChain other(directory / "other", SampleChain::kTeam, {"--defect", "leaf-without-extension"});
+  const fs::path application = test::makeSampleApplication(directory.path());
+  const fs::path contents = application / "Contents";
+  const auto sealed = [&] {
+    const auto seal = platform::NSPropertyListSerialization::propertyListWithData(
+        platform::Data(test::readFile(contents / "_CodeSignature/CodeResources")));
+    return *seal.valueForKey("files2")
+                ->valueForKey("MacOS/sample-helper")
+                ->valueForKey("requirement")
+                ->string();
+  };
+  good.sign(application);
+  EXPECT_THAT(sealed(), testing::HasSubstr("anchor apple generic"));
+  other.sign(application);
+  EXPECT_THAT(sealed(),
+              testing::MatchesRegex("identifier \"sample-helper\" and certificate leaf = H\"[0-9a-f]{40}\""));
+  test::runSignBundle({"sign", application, "--ad-hoc"});
+  EXPECT_EQ(sealed(), hashesOfSlices(contents / "MacOS/sample-helper"));
 }
 
 }  // namespace

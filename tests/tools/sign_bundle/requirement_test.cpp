@@ -21,11 +21,24 @@ TEST(Requirement, IsCompiledIntoTheOperationsOfTheFormat) {
       "\0\0\0\x0B\0\0\0\0\0\0\0\x0A"
       "subject.OU\0\0\0\0\0\x01\0\0\0\x04"
       "TEAM"s;
-  EXPECT_EQ(sign_bundle::developerIDRequirement("ident", "TEAM"), expected);
+  EXPECT_EQ(sign_bundle::developerIDRequirement("ident", "TEAM").blob, expected);
+}
+
+TEST(Requirement, NamesAnyOtherCertificateByItsDigest) {
+  const std::string digest = "0123456789abcdefghij";
+  const std::string expected =
+      "\xFA\xDE\x0C\0\0\0\0\x3C\0\0\0\x01\0\0\0\x06\0\0\0\x02\0\0\0\x03"
+      "abc\0"s
+      "\0\0\0\x04\0\0\0\0\0\0\0\x14"s +
+      digest;
+  const sign_bundle::Requirement requirement = sign_bundle::certificateRequirement("abc", digest);
+  EXPECT_EQ(requirement.blob, expected);
+  EXPECT_EQ(requirement.text,
+            "identifier \"abc\" and certificate leaf = H\"303132333435363738396162636465666768696a\"");
 }
 
 TEST(Requirement, IsWrittenInTheRequirementLanguage) {
-  EXPECT_EQ(sign_bundle::developerIDRequirementText("com.example", "TEAM"),
+  EXPECT_EQ(sign_bundle::developerIDRequirement("com.example", "TEAM").text,
             "identifier \"com.example\" and anchor apple generic"
             " and certificate 1[field.1.2.840.113635.100.6.2.6] /* exists */"
             " and certificate leaf[field.1.2.840.113635.100.6.1.13] /* exists */"

@@ -52,6 +52,7 @@ std::string contentOf(const ASN1_STRING* value) {
 
 std::vector<std::string> valuesOf(X509_ATTRIBUTE* attribute) {
   std::vector<std::string> values;
+  values.reserve(static_cast<std::size_t>(::X509_ATTRIBUTE_count(attribute)));
   for (int index = 0; index < ::X509_ATTRIBUTE_count(attribute); ++index)
     values.push_back(contentOf(::X509_ATTRIBUTE_get0_type(attribute, index)->value.asn1_string));
   return values;
@@ -78,10 +79,10 @@ ReadSlice readSlice(const std::string& bytes) {
       slice.signatureSize = static_cast<std::uint32_t>(number(bytes, offset + 12, 4, big));
     } else if (command == (wide ? 0x19U : 0x01U) && textAt(bytes, offset + 8) == "__LINKEDIT") {
       const std::size_t width = wide ? 8 : 4;
-      const std::size_t memorySize = offset + 24 + width;
-      slice.linkEditMemorySize = number(bytes, memorySize, width, big);
-      slice.linkEditFileSize = number(bytes, memorySize + 2 * width, width, big);
-      slice.linkEditEnd = number(bytes, memorySize + width, width, big) + slice.linkEditFileSize;
+      const std::size_t memoryField = offset + 24 + width;
+      slice.linkEditMemorySize = number(bytes, memoryField, width, big);
+      slice.linkEditFileSize = number(bytes, memoryField + 2 * width, width, big);
+      slice.linkEditEnd = number(bytes, memoryField + width, width, big) + slice.linkEditFileSize;
     }
     offset += number(bytes, offset + 4, 4, big);
   }
