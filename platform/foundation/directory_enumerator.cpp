@@ -71,7 +71,8 @@ void NSDirectoryEnumerator::descend(FileDescriptor directory, const URL& url, co
 
 std::vector<NSDirectoryEnumerator::Entry> NSDirectoryEnumerator::entriesOf(const FileDescriptor& directory,
                                                                            const URL& url) const {
-  FileDescriptor duplicate = FileDescriptor::openAt(directory, ".", kDirectoryFlags);
+  // Not opened anew, which takes more than the right to read.
+  FileDescriptor duplicate(::fcntl(directory.get(), F_DUPFD_CLOEXEC, 0));
   const std::unique_ptr<DIR, CloseDirectory> stream(::fdopendir(duplicate.get()));
   if (stream == nullptr)
     throw SystemError(quoted(url.path()) + " could not be read", errno);

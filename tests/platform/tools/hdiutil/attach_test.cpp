@@ -1,0 +1,331 @@
+#include "platform/tools/hdiutil/attach.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <map>
+
+#include "tests/platform/tools/hdiutil/hfs_volume_builder.hpp"
+#include "tests/platform/tools/hdiutil/image_builder.hpp"
+#include "tests/support/files.hpp"
+#include "tests/support/program.hpp"
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+/// The content of a release: every kind of entry that an application has.
+class AttachTest : public testing::Test {
+ protected:
+  AttachTest() {
+    const fs::path folder = content();
+    std::string large(3 << 20U, '\0');
+    for (std::size_t index = 0; index < large.size(); ++index)
+      large[index] = static_cast<char>(index * index >> 11U);
+    test::writeFile(folder / "My App.app/Contents/MacOS/main", large);
+    test::writeFile(folder / "My App.app/Contents/Info.plist", "<plist/>");
+    test::writeFile(folder / "a:b", "a colon");
+    test::writeFile(folder / "u\xCC\x88 \xE6\x97\xA5", "Unicode");
+    test::writeFile(folder / "back\\slash*?[x]", "pattern");
+    test::writeFile(folder / "Icon\r", "");
+    test::writeFile(folder / "a_b", "neighbour of the colon");
+    test::writeFile(folder / "read only/x", "x");
+    fs::create_directory(folder / "empty");
+    fs::create_symlink("/Applications", folder / "Applications");
+    fs::create_symlink("../../outside", folder / "My App.app/Contents/up");
+    fs::create_symlink("MacOS/main", folder / "My App.app/Contents/down");
+    fs::permissions(folder / "My App.app/Contents/MacOS/main", fs::perms(0755));
+    fs::permissions(folder / "a:b", fs::perms(0600));
+    fs::permissions(folder / "a_b", fs::perms(0666));
+    fs::permissions(folder / "read only/x", fs::perms(0444));
+    fs::permissions(folder / "read only", fs::perms(0555));
+    fs::last_write_time(folder / "a:b", fs::file_time_type::clock::from_sys(
+                                            std::chrono::sys_seconds(std::chrono::seconds(1000000000))));
+  }
+
+  fs::path content() const { return directory_ / "content"; }
+  fs::path image() const { return directory_ / "image.dmg"; }
+
+  /// Attaches the image, compares its tree with the folder, entry by entry, and detaches it.
+  void expectContent(const std::string& name) {
+    const auto attached = images_.attach(image());
+    ASSERT_EQ(attached.failure, "") << name;
+    EXPECT_EQ(test::inventory(attached.mountPoint), test::inventory(content())) << name;
+    for (const auto& entry : fs::recursive_directory_iterator(content()))
+      if (!entry.is_symlink()) {
+        EXPECT_EQ(modified(attached.mountPoint / entry.path().lexically_relative(content())),
+                  modified(entry.path()))
+            << name << ": " << entry.path();
+      }
+    EXPECT_EQ(images_.detach(attached.device), "") << name;
+    EXPECT_THAT(images_.leftovers(), IsEmpty()) << name;
+  }
+
+  static std::int64_t modified(const fs::path& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 ? status.st_mtim.tv_sec : -1;
+  }
+
+  test::TemporaryDirectory directory_;
+  test::Images images_;
+};
+
+TEST_F(AttachTest, ImagesInEveryCompression) {
+  const std::string volume = test::hfsVolumeOf(content());
+  for (const auto& [name, encoding] : test::blockEncodings()) {
+    test::writeUdif(image(), {{"whole disk (Apple_HFS : 0)", volume}}, encoding);
+    expectContent(name);
+  }
+}
+
+TEST_F(AttachTest, VolumesWhereverTheyLie) {
+  const std::string volume = test::hfsVolumeOf(content());
+  const std::string empty = test::HfsVolumeBuilder(u"Empty").build();
+  const std::string other = std::string(4096, 'o');
+  struct Case {
+    const char* name;
+    std::string disk;
+  };
+  const Case cases[] = {{"a volume and nothing else", volume},
+                        {"an Apple partition map", test::appleDisk({volume})},
+                        {"a GUID partition table", test::guidDisk({volume})},
+                        {"a master boot record", test::masterBootDisk({volume})},
+                        {"behind what is no volume", test::guidDisk({other, volume})},
+                        {"behind an empty volume", test::appleDisk({empty, volume})},
+                        {"before another volume", test::appleDisk({volume, empty})}};
+  for (const Case& example : cases) {
+    test::writeFile(image(), example.disk);
+    expectContent(example.name);
+    test::writeUdif(image(), {{"whole disk", example.disk}});
+    expectContent(std::string(example.name) + ", compressed");
+  }
+  test::writeUdif(image(), {{"Map", std::string(1024, 'm')},
+                            {"(Apple_Free : 1)", std::string(4096, '\0')},
+                            {"disk image (Apple_HFS : 2)", empty},
+                            {"disk image (Apple_HFS : 3)", volume},
+                            {"(Apple_Free : 4)", std::string(1024, '\0')}});
+  expectContent("a block table for each partition");
+}
+
+TEST_F(AttachTest, TheAppleSideOfAHybrid) {
+  ASSERT_EQ(test::runProgram("/usr/bin/xorriso", {"-as", "mkisofs", "-quiet", "-hfsplus", "-V", "Hybrid",
+                                                  "-o", image().native(), content().native()})
+                .exitStatus,
+            0);
+  expectContent("hybrid");
+}
+
+TEST_F(AttachTest, TheMaskOfTheProcessChangesNothing) {
+  test::writeUdif(image(), {{"whole disk", test::hfsVolumeOf(content())}});
+  const mode_t before = ::umask(0077);
+  expectContent("mask");
+  ::umask(before);
+}
+
+TEST_F(AttachTest, TellsTheEntities) {
+  test::writeUdif(image(), {{"whole disk", test::hfsVolumeOf(content(), "My Volume")}});
+  const auto one = images_.attach(image());
+  const auto two = images_.attach(image());
+  EXPECT_EQ(one.mountPoint, images_.location() / "disk1/My Volume");
+  EXPECT_EQ(one.device, "/dev/disk1s1");
+  EXPECT_EQ(two.mountPoint, images_.location() / "disk2/My Volume");
+  EXPECT_EQ(images_.detach("/dev/disk1"), "");
+  EXPECT_EQ(test::inventory(two.mountPoint), test::inventory(content()));
+  EXPECT_EQ(images_.detach(two.mountPoint.native()), "");
+  EXPECT_THAT(images_.leftovers(), IsEmpty());
+}
+
+std::string decmpfs(std::uint32_t kind, std::uint64_t size, const std::string& content) {
+  std::string bytes = "fpmc";
+  for (unsigned place = 0; place < 4; ++place)
+    bytes += static_cast<char>(kind >> (8 * place) & 0xFFU);
+  for (unsigned place = 0; place < 8; ++place)
+    bytes += static_cast<char>(size >> (8 * place) & 0xFFU);
+  return bytes + content;
+}
+
+std::string deflated(const std::string& content) {
+  return quorin_tools::zlibEncoding().encode(content);
+}
+
+/// A resource fork with blocks of 64 KiB.
+std::string compressedFork(const std::string& content) {
+  std::vector<std::string> blocks;
+  for (std::size_t done = 0; done < content.size(); done += 65536)
+    blocks.push_back(deflated(content.substr(done, 65536)));
+  const auto little = [](std::size_t value) {
+    std::string bytes;
+    for (unsigned place = 0; place < 4; ++place)
+      bytes += static_cast<char>(value >> (8 * place) & 0xFFU);
+    return bytes;
+  };
+  std::string table = little(blocks.size());
+  std::string stored;
+  for (const std::string& block : blocks) {
+    table += little(4 + 8 * blocks.size() + stored.size()) + little(block.size());
+    stored += block;
+  }
+  return std::string("\0\0\1\0", 4) + std::string(252, '\0') + std::string(4, '\0') + table + stored;
+}
+
+TEST(HfsPlusTest, WhatOnlyThisFileSystemHas) {
+  test::HfsVolumeBuilder builder(u"A/B");
+  const std::uint32_t folder = builder.addFolder(test::kRootFolder, u"folder", 040750);
+  const std::uint32_t links = builder.addHardLinkFolder();
+  builder.addFile(links, u"iNode77", "shared content", {.mode = 0100755});
+  builder.addFile(test::kRootFolder, u"one", "", {.hardLinkTarget = 77});
+  builder.addFile(folder, u"other", "", {.hardLinkTarget = 77});
+  builder.addFile(folder, u"slash/colon", "");
+  builder.addFile(folder, u"pair \xD83D\xDE00", "");
+  builder.addFile(folder, u"forked", "data", {.resource = "resource"});
+  std::string fragmented;
+  for (int block = 0; block < 40; ++block)
+    fragmented += std::string(512, static_cast<char>('A' + block % 26));
+  fragmented.resize(fragmented.size() - 100);
+  builder.addFile(folder, u"fragmented", fragmented, {.isFragmented = true});
+  const std::string text = "text that is stored inside of an attribute";
+  builder.addFile(folder, u"small", "", {.compression = decmpfs(3, text.size(), deflated(text))});
+  builder.addFile(folder, u"plain", "", {.compression = decmpfs(3, text.size(), "\xFF" + text)});
+  std::string large(150000, 'l');
+  large.replace(70000, 5, "12345");
+  builder.addFile(folder, u"large", "",
+                  {.resource = compressedFork(large), .compression = decmpfs(4, large.size(), "")});
+  builder.addFile(folder, u"old", "made without modes", {.mode = 0});
+  for (const char16_t* name : {u".journal", u".journal_info_block"})
+    builder.addFile(test::kRootFolder, name, "housekeeping");
+  builder.addFile(builder.addFolder(test::kRootFolder, u".fseventsd"), u"log", "housekeeping");
+  builder.addFolder(test::kRootFolder, u".HFS+ Private Directory Data\r");
+  builder.addFile(test::kRootFolder, u".DS_Store", "of the user");
+
+  const test::TemporaryDirectory directory;
+  const test::Images images;
+  test::writeUdif(directory / "image.dmg", {{"whole disk", builder.build()}});
+  const auto attached = images.attach(directory / "image.dmg");
+  ASSERT_EQ(attached.failure, "");
+  EXPECT_EQ(attached.mountPoint.filename(), "A:B");
+  const std::map<std::string, std::string> expected{
+      {".DS_Store", "file 644 of the user"}, {"folder", "directory 750"},
+      {"one", "file 755 shared content"},    {"folder/other", "file 755 shared content"},
+      {"folder/slash:colon", "file 644 "},   {"folder/pair \xF0\x9F\x98\x80", "file 644 "},
+      {"folder/forked", "file 644 data"},    {"folder/fragmented", "file 644 " + fragmented},
+      {"folder/small", "file 644 " + text},  {"folder/plain", "file 644 " + text},
+      {"folder/large", "file 644 " + large}, {"folder/old", "file 644 made without modes"},
+  };
+  EXPECT_EQ(test::inventory(attached.mountPoint), expected);
+  EXPECT_EQ(fs::hard_link_count(attached.mountPoint / "one"), 2U);
+  EXPECT_EQ(images.detach(attached.device), "");
+}
+
+TEST(HfsPlusTest, RefusesWhatCannotBeHandedOutAsItIs) {
+  using Builder = test::HfsVolumeBuilder;
+  struct Case {
+    const char* name;
+    std::function<void(Builder&)> fill;
+    const char* reason;
+    std::uint32_t attributes = 0x100;
+  };
+  const Case cases[] = {
+      {"the name ..", [](Builder& b) { b.addFolder(2, u".."); }, "cannot stand in a path"},
+      {"the name .", [](Builder& b) { b.addFile(2, u".", ""); }, "cannot stand in a path"},
+      {"an empty name", [](Builder& b) { b.addFile(2, u"", ""); }, "cannot stand in a path"},
+      {"a null character", [](Builder& b) { b.addFile(2, std::u16string(u"a\0b", 3), ""); },
+       "cannot stand in a path"},
+      {"half a pair", [](Builder& b) { b.addFile(2, u"a\xD83D", ""); }, "no valid text"},
+      {"one name twice",
+       [](Builder& b) {
+         b.addFile(2, u"a", "1");
+         b.addFile(2, u"a", "2");
+       },
+       "more than once"},
+      {"a link and a folder of one name",
+       [](Builder& b) {
+         b.addLink(2, u"a", "/tmp");
+         b.addFile(b.addFolder(2, u"a"), u"x", "x");
+       },
+       "more than once"},
+      {"a device", [](Builder& b) { b.addFile(2, u"a", "", {.mode = 020644}); }, "neither a file"},
+      {"a hard link to nothing", [](Builder& b) { b.addFile(2, u"a", "", {.hardLinkTarget = 5}); },
+       "leads nowhere"},
+      {"an unknown compression",
+       [](Builder& b) { b.addFile(2, u"a", "", {.compression = decmpfs(12, 5, "12345")}); },
+       "compressed in a way"},
+      {"a wrong size",
+       [](Builder& b) {
+         b.addFile(2, u"a", "",
+                   {.compression = decmpfs(3, 6,
+                                           "\xFF"
+                                           "12345")});
+       },
+       "damaged"},
+      {"an absurd size",
+       [](Builder& b) { b.addFile(2, u"a", "", {.compression = decmpfs(4, 1ULL << 60U, "")}); },
+       "no space left"},
+      {"outside of every folder", [](Builder& b) { b.addFile(99, u"a", ""); }, "catalog is damaged"},
+      {"an empty link", [](Builder& b) { b.addLink(2, u"a", ""); }, "a link in its volume is damaged"},
+      {"an unfinished journal", [](Builder&) {}, "not ejected", 0x2000},
+  };
+  const test::TemporaryDirectory directory;
+  const test::Images images;
+  for (const Case& example : cases) {
+    Builder builder(u"Volume");
+    example.fill(builder);
+    test::writeFile(directory / "image", builder.build(example.attributes));
+    EXPECT_THAT(images.attach(directory / "image").failure, HasSubstr(example.reason)) << example.name;
+    EXPECT_THAT(images.leftovers(), IsEmpty()) << example.name;
+  }
+}
+
+TEST(HfsPlusTest, NothingIsWrittenThroughALink) {
+  const test::TemporaryDirectory directory;
+  const test::TemporaryDirectory outside;
+  test::HfsVolumeBuilder builder(u"Volume");
+  builder.addLink(test::kRootFolder, u"out", outside.path().native());
+  builder.addFile(builder.addFolder(test::kRootFolder, u"out"), u"file", "escaped");
+  test::writeFile(directory / "image", builder.build());
+  const test::Images images;
+  EXPECT_NE(images.attach(directory / "image").failure, "");
+  EXPECT_TRUE(fs::is_empty(outside.path()));
+}
+
+TEST(CorpusTest, SampleImagesOfOtherMakers) {
+  const fs::path corpus = fs::path(QUORIN_SOURCE_DIR) / "../shared/corpus";
+  if (!fs::exists(corpus))
+    GTEST_SKIP() << "the sample images are not there";
+  struct Case {
+    const char* image;
+    const char* name;
+    const char* file;
+  };
+  const Case cases[] = {{"dfvfs-apfs.raw", "apfs_test", "a_link"},
+                        {"dfvfs-hfsplus_zlib.dmg", "hfsplus_test", "a_link"},
+                        {"udif2-zlib-compressed.dmg", "Single Partition APM", "blabla"},
+                        {"udif-adc.dmg", "NEW VOLUME", "README.txt"},
+                        {"udif-bz2.dmg", "NEW VOLUME", "README.txt"},
+                        {"udif-lzfse.dmg", "NEW VOLUME", "README.txt"},
+                        {"udif-raw.dmg", "NEW VOLUME", "README.txt"},
+                        {"udif-zlib.dmg", "NEW VOLUME", "README.txt"}};
+  const test::Images images;
+  std::map<std::string, std::map<std::string, std::string>> trees;
+  for (const Case& example : cases) {
+    const auto attached = images.attach(corpus / example.image);
+    ASSERT_EQ(attached.failure, "") << example.image;
+    EXPECT_EQ(attached.mountPoint.filename(), example.name);
+    trees[example.image] = test::inventory(attached.mountPoint);
+    EXPECT_TRUE(trees[example.image].contains(example.file)) << example.image;
+    EXPECT_EQ(images.detach(attached.device), "");
+  }
+  // One disk in five compressions, and one folder in two file systems.
+  for (const char* image : {"udif-adc.dmg", "udif-bz2.dmg", "udif-lzfse.dmg", "udif-raw.dmg"})
+    EXPECT_EQ(trees[image], trees["udif-zlib.dmg"]) << image;
+  EXPECT_EQ(trees["dfvfs-apfs.raw"], trees["dfvfs-hfsplus_zlib.dmg"]);
+  EXPECT_EQ(trees["dfvfs-apfs.raw"]["a_link"], "link to a_directory/another_file");
+  EXPECT_THAT(images.leftovers(), IsEmpty());
+}
+
+}  // namespace

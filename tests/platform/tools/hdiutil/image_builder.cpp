@@ -1,0 +1,230 @@
+#include "tests/platform/tools/hdiutil/image_builder.hpp"
+
+#include <bzlib.h>
+#include <fcntl.h>
+#include <lzma.h>
+
+#include <stdexcept>
+
+#include "platform/foundation/error.hpp"
+#include "platform/tools/hdiutil/attach.hpp"
+#include "tools/make_disk_image/hfs_plus_maker.hpp"
+
+namespace fs = std::filesystem;
+using platform::FileDescriptor;
+using platform::URL;
+using platform::hdiutil::ImageRegistry;
+
+namespace test {
+namespace {
+
+constexpr std::size_t kSector = 512;
+
+std::string bzip2(std::span<const char> block) {
+  std::string source(block.begin(), block.end());
+  auto length = static_cast<unsigned>(source.size() + source.size() / 50 + 1024);
+  std::string stored(length, '\0');
+  if (::BZ2_bzBuffToBuffCompress(stored.data(), &length, source.data(), static_cast<unsigned>(source.size()),
+                                 9, 0, 0) != BZ_OK)
+    throw std::runtime_error("bzip2 failed");
+  stored.resize(length);
+  return stored;
+}
+
+std::string lzma(std::span<const char> block) {
+  std::string stored(::lzma_stream_buffer_bound(block.size()), '\0');
+  std::size_t length = 0;
+  if (::lzma_easy_buffer_encode(
+          6, LZMA_CHECK_CRC32, nullptr, reinterpret_cast<const std::uint8_t*>(block.data()), block.size(),
+          reinterpret_cast<std::uint8_t*>(stored.data()), &length, stored.size()) != LZMA_OK)
+    throw std::runtime_error("lzma failed");
+  stored.resize(length);
+  return stored;
+}
+
+std::string little(std::uint64_t value, int size) {
+  std::string bytes;
+  for (int place = 0; place < size; ++place)
+    bytes += static_cast<char>(value >> (8 * place) & 0xFFU);
+  return bytes;
+}
+
+std::string big(std::uint64_t value, int size) {
+  std::string bytes = little(value, size);
+  return {bytes.rbegin(), bytes.rend()};
+}
+
+/// Blocks of that format's fast kind, with nothing but literals: 15 at most behind a byte, 271 behind two.
+std::string lzfse(std::span<const char> block) {
+  std::string stored;
+  while (!block.empty()) {
+    auto raw = block.first(std::min<std::size_t>(block.size(), 1U << 16U));
+    block = block.subspan(raw.size());
+    const std::string header = "bvxn" + little(raw.size(), 4);
+    std::string payload;
+    while (!raw.empty()) {
+      const std::size_t count = std::min<std::size_t>(raw.size(), raw.size() < 16 ? 15 : 271);
+      payload += count < 16 ? little(0xE0 | count, 1) : "\xE0" + little(count - 16, 1);
+      payload.append(raw.begin(), raw.begin() + static_cast<std::ptrdiff_t>(count));
+      raw = raw.subspan(count);
+    }
+    payload += "\x06" + std::string(7, '\0');
+    stored += header + little(payload.size(), 4) + payload;
+  }
+  return stored + "bvx$";
+}
+
+/// Nothing but literals, 128 at most in a row.
+std::string adc(std::span<const char> block) {
+  std::string stored;
+  while (!block.empty()) {
+    const std::size_t count = std::min<std::size_t>(block.size(), 128);
+    stored += static_cast<char>(0x80U | (count - 1));
+    stored.append(block.begin(), block.begin() + static_cast<std::ptrdiff_t>(count));
+    block = block.subspan(count);
+  }
+  return stored;
+}
+
+std::string copy(std::span<const char> block) {
+  return {block.begin(), block.end()};
+}
+
+/// A disk of parts, each at its own sector, behind `head` sectors.
+std::string layOut(std::size_t head, const std::vector<std::string>& volumes,
+                   std::vector<std::size_t>& firstSectors) {
+  std::string disk(head * kSector, '\0');
+  for (const std::string& volume : volumes) {
+    firstSectors.push_back(disk.size() / kSector);
+    disk += volume;
+    disk.resize((disk.size() + kSector - 1) / kSector * kSector, '\0');
+  }
+  return disk + std::string(34 * kSector, '\0');
+}
+
+std::string text(const platform::PropertyList& entity, const char* key) {
+  const auto* value = entity.valueForKey(key);
+  if (value == nullptr || value->string() == nullptr)
+    throw std::runtime_error(std::string("no ") + key);
+  return *value->string();
+}
+
+std::string padded(std::string text, std::size_t size) {
+  text.resize(size, '\0');
+  return text;
+}
+
+}  // namespace
+
+std::vector<std::pair<std::string, quorin_tools::BlockEncoding>> blockEncodings() {
+  return {
+      {"zlib", quorin_tools::zlibEncoding()}, {"bzip2", {0x80000006, bzip2}}, {"lzma", {0x80000008, lzma}},
+      {"lzfse", {0x80000007, lzfse}},         {"adc", {0x80000004, adc}},     {"none", {1, copy}}};
+}
+
+void writeUdif(const fs::path& image, const std::vector<DiskPart>& parts,
+               const quorin_tools::BlockEncoding& encoding) {
+  const TemporaryDirectory directory;
+  fs::remove(image);
+  const FileDescriptor output =
+      FileDescriptor::open(URL::fileURLWithPath(image.native()), O_WRONLY | O_CREAT, 0644);
+  quorin_tools::UdifWriter writer(output);
+  std::uint64_t sector = 0;
+  for (const DiskPart& part : parts) {
+    writeFile(directory / "part", part.content);
+    platform::hdiutil::RawDisk disk(
+        FileDescriptor::open(URL::fileURLWithPath((directory / "part").native()), O_RDONLY));
+    writer.addTable({part.name, disk, 0, part.content.size(), sector}, encoding);
+    sector += part.content.size() / kSector;
+  }
+  writer.finish();
+}
+
+std::string hfsVolumeOf(const fs::path& folder, const std::string& name) {
+  const TemporaryDirectory directory;
+  const auto volume = quorin_tools::makeHfsPlusVolume(
+      URL::fileURLWithPath(folder.native()), name,
+      FileDescriptor::open(URL::fileURLWithPath(directory.path().native()), O_RDONLY | O_DIRECTORY));
+  return volume.disk->read(volume.partition.offset, volume.partition.length);
+}
+
+std::string appleDisk(const std::vector<std::string>& volumes) {
+  std::vector<std::size_t> first;
+  std::string disk = layOut(64, volumes, first);
+  disk.replace(0, 4, "ER" + big(kSector, 2));
+  const auto entry = [&](std::size_t index, std::size_t start, std::size_t count, const std::string& type) {
+    const std::string bytes = "PM" + big(0, 2) + big(volumes.size() + 1, 4) + big(start, 4) + big(count, 4) +
+                              padded("name", 32) + padded(type, 32);
+    disk.replace(index * kSector, bytes.size(), bytes);
+  };
+  entry(1, 1, 63, "Apple_partition_map");
+  for (std::size_t index = 0; index < volumes.size(); ++index)
+    entry(index + 2, first[index], volumes[index].size() / kSector, "Apple_HFS");
+  return disk;
+}
+
+std::string guidDisk(const std::vector<std::string>& volumes) {
+  std::vector<std::size_t> first;
+  std::string disk = layOut(34, volumes, first);
+  const std::string header =
+      "EFI PART" + std::string(64, '\0') + little(2, 8) + little(128, 4) + little(128, 4);
+  disk.replace(kSector, header.size(), header);
+  for (std::size_t index = 0; index < volumes.size(); ++index) {
+    const std::string bytes = std::string(16, 'H') + std::string(16, 'U') + little(first[index], 8) +
+                              little(first[index] + volumes[index].size() / kSector - 1, 8);
+    disk.replace(2 * kSector + 128 * index, bytes.size(), bytes);
+  }
+  return disk;
+}
+
+std::string masterBootDisk(const std::vector<std::string>& volumes) {
+  std::vector<std::size_t> first;
+  std::string disk = layOut(64, volumes, first);
+  disk.replace(510, 2, "\x55\xAA");
+  for (std::size_t index = 0; index < volumes.size(); ++index) {
+    const std::string bytes = std::string(4, '\0') + "\xAF" + std::string(3, '\0') + little(first[index], 4) +
+                              little(volumes[index].size() / kSector, 4);
+    disk.replace(446 + 16 * index, bytes.size(), bytes);
+  }
+  return disk;
+}
+
+Images::Attached Images::attach(const fs::path& image) const {
+  try {
+    ImageRegistry registry(URL::fileURLWithPath(location().native()));
+    const auto list = platform::hdiutil::attach(URL::fileURLWithPath(image.native()), registry);
+    Attached attached;
+    const auto* entities = list.valueForKey("system-entities");
+    if (entities == nullptr || entities->array() == nullptr)
+      throw std::runtime_error("no entities");
+    for (const auto& entity : *entities->array()) {
+      if (entity.valueForKey("mount-point") == nullptr)
+        continue;
+      attached.mountPoint = text(entity, "mount-point");
+      attached.device = text(entity, "dev-entry");
+    }
+    return attached;
+  } catch (const platform::Error& error) {
+    return {{}, {}, error.localizedDescription()};
+  }
+}
+
+std::string Images::detach(const std::string& deviceOrMountPoint) const {
+  try {
+    ImageRegistry(URL::fileURLWithPath(location().native())).detach(deviceOrMountPoint);
+    return {};
+  } catch (const platform::Error& error) {
+    return error.localizedDescription();
+  }
+}
+
+std::vector<std::string> Images::leftovers() const {
+  std::vector<std::string> names;
+  if (fs::exists(location())) {
+    for (const auto& entry : fs::directory_iterator(location()))
+      names.push_back(entry.path().filename().native());
+  }
+  return names;
+}
+
+}  // namespace test

@@ -1,0 +1,53 @@
+#include "updater/diskimage/file_digest.hpp"
+
+#include <gtest/gtest.h>
+
+#include "platform/foundation/error.hpp"
+#include "tests/support/files.hpp"
+#include "tests/support/program.hpp"
+
+namespace {
+
+using platform::URL;
+
+TEST(FileDigestTest, IsThatOfTheWholeFileAtSizesAroundAChunk) {
+  constexpr std::size_t kChunk = 1048576;
+  const test::TemporaryDirectory directory;
+  const std::string path = (directory / "file").native();
+  for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{55}, std::size_t{64}, kChunk - 1,
+                                 kChunk, kChunk + 1, 2 * kChunk, 2 * kChunk + 4097}) {
+    std::string content(size, '\0');
+    for (std::size_t index = 0; index < size; ++index)
+      content[index] = static_cast<char>(index * 2654435761U >> 13U);
+    test::writeFile(path, content);
+    const std::string digest = QuorinOstrevalUpdater::sha256(URL::fileURLWithPath(path));
+    EXPECT_EQ(digest.size(), 64U) << size;
+    EXPECT_EQ(digest + "  " + path + "\n", test::runProgram("/usr/bin/sha256sum", {path}).output) << size;
+  }
+}
+
+TEST(FileDigestTest, KnownMessages) {
+  const test::TemporaryDirectory directory;
+  const std::pair<const char*, const char*> cases[] = {
+      {"", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
+      {"abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"}};
+  for (const auto& [message, digest] : cases) {
+    test::writeFile(directory / "file", message);
+    EXPECT_EQ(QuorinOstrevalUpdater::sha256(URL::fileURLWithPath((directory / "file").native())), digest)
+        << message;
+  }
+}
+
+TEST(FileDigestTest, ThePlatformsErrorPassesThrough) {
+  const test::TemporaryDirectory directory;
+  for (const std::string& path : {(directory / "missing").native(), directory.path().native()}) {
+    try {
+      QuorinOstrevalUpdater::sha256(URL::fileURLWithPath(path));
+      ADD_FAILURE() << path;
+    } catch (const platform::SystemError& error) {
+      EXPECT_NE(error.localizedDescription().find(path), std::string::npos) << error.what();
+    }
+  }
+}
+
+}  // namespace
