@@ -18,7 +18,9 @@ void require(bool holds) {
     std::abort();
 }
 
-void requireText(const std::string& text) { require(platform::stringFromUTF8(Data(text)).has_value()); }
+void requireText(const std::string& text) {
+  require(platform::stringFromUTF8(Data(text)).has_value());
+}
 
 void requireSound(const PropertyList& list) {
   if (const auto* string = list.string())
@@ -35,7 +37,9 @@ void requireSound(const PropertyList& list) {
   }
 }
 
-Data write(const PropertyList& list) { return NSPropertyListSerialization::dataWithPropertyList(list); }
+Data write(const PropertyList& list) {
+  return NSPropertyListSerialization::dataWithPropertyList(list);
+}
 
 }  // namespace
 

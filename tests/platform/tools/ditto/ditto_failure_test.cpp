@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <fstream>
+#include <functional>
 #include <thread>
 
 #include "platform/foundation/error.hpp"
@@ -158,17 +159,51 @@ TEST_F(DittoFailureTest, TellsOfEveryFailingCall) {
   }
 }
 
+/// Does something to the source again and again, for as long as it lives.
+class Disturbance {
+ public:
+  explicit Disturbance(std::function<void()> step)
+      : thread_([this, step = std::move(step)] {
+          while (!done_)
+            step();
+        }) {}
+  ~Disturbance() {
+    done_ = true;
+    thread_.join();
+  }
+
+ private:
+  std::atomic<bool> done_ = false;
+  std::thread thread_;
+};
+
 TEST_F(DittoFailureTest, NoticesThatTheSourceChanges) {
-  std::ofstream(source / "Contents/MacOS/App", std::ios::app) << std::string(64 << 20, 'y');
-  std::atomic<bool> done = false;
-  std::thread writer([&] {
-    std::ofstream stream(source / "Contents/MacOS/App", std::ios::app);
-    while (!done)
-      stream << 'z' << std::flush;
-  });
-  EXPECT_THAT(ditto(source, copy), FailsSaying(HasSubstr("App\" changed while it was being copied.")));
-  done = true;
-  writer.join();
+  std::ofstream stream(source / "Contents/MacOS/App", std::ios::app);
+  stream << std::string(64 << 20, 'y') << std::flush;
+  {
+    const Disturbance growth([&] { stream << 'z' << std::flush; });
+    EXPECT_THAT(ditto(source, copy),
+                FailsSaying(HasSubstr("MacOS/App\" changed while it was being copied.")));
+  }
+  long time = 0;
+  const Disturbance change([&] { test::setModificationTime(source / "Contents/MacOS", ++time, 0); });
+  EXPECT_THAT(ditto(source, directory / "second"),
+              FailsSaying(HasSubstr("MacOS\" changed while it was being copied.")));
+}
+
+TEST_F(DittoFailureTest, FindsItsDestinationInsideTheSourceByADetour) {
+  if (::geteuid() != 0)
+    GTEST_SKIP() << "needs an administrator, who can mount a directory a second time";
+  const fs::path detour = source / "Contents/detour";
+  const fs::path place = directory / "place";
+  fs::create_directory(detour);
+  fs::create_directory(place);
+  const auto mountDetour = [&] {
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount(place.c_str(), detour.c_str(), nullptr, MS_BIND, nullptr) != 0)
+      ::_exit(126);
+  };
+  EXPECT_THAT(ditto(source, place / "copy.app", mountDetour), FailsSaying(HasSubstr("lies inside")));
 }
 
 }  // namespace
