@@ -90,8 +90,6 @@ class Walk {
       requireUTF16(object.bytes);
     if (!object.isContainer())
       return;
-    if (path_.size() >= kDeepestPropertyList)
-      refuseDeepPropertyList();
     visits_[index].isOpen = true;
     visits_[index].levels = 1;
     path_.push_back({index, object, 0});

@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "platform/foundation/error.hpp"
+#include "tests/platform/tools/ditto/interception.hpp"
 #include "tests/platform/tools/ditto/tree_description.hpp"
 #include "tests/support/files.hpp"
 #include "tests/support/syscall_fault.hpp"
@@ -204,6 +205,47 @@ TEST_F(DittoFailureTest, FindsItsDestinationInsideTheSourceByADetour) {
       ::_exit(126);
   };
   EXPECT_THAT(ditto(source, place / "copy.app", mountDetour), FailsSaying(HasSubstr("lies inside")));
+}
+
+TEST_F(DittoFailureTest, NothingSlipsInBetweenALookAndAStep) {
+  writeFile(source / "inner/second/marker", "m");
+  writeFile(directory / "secret", "secret");
+  const fs::path away = directory / "away";
+  const fs::path file = source / "inner/second/marker";
+  const auto moveAway = [&](const fs::path& path) { fs::rename(path, away); };
+  const auto replaceByDirectory = [&](const fs::path& path) {
+    moveAway(path);
+    fs::create_directory(path);
+  };
+  const auto replaceByFile = [&](const fs::path& path) {
+    moveAway(path);
+    writeFile(path, "foreign");
+  };
+  struct Case {
+    fs::path from;
+    test::Interception interception;
+    const char* part;
+  };
+  const Case cases[] = {
+      {source, {SYS_openat, "second", [&] { replaceByDirectory(copy / "inner/second"); }}, "was moved"},
+      {source, {SYS_newfstatat, "marker", [&] { moveAway(copy / "inner/second"); }}, "was moved"},
+      {source, {SYS_newfstatat, "marker", [&] { moveAway(source / "inner/second"); }}, "was moved"},
+      {source, {SYS_linkat, "same", [&] { replaceByFile(copy / "same"); }}, "was changed"},
+      {file,
+       {SYS_openat, "marker", [&] { moveAway(file), fs::create_symlink(directory / "secret", file); }},
+       "marker\" could not be opened: Too many levels of symbolic links."},
+      {file,
+       {SYS_openat, "marker", [&] { moveAway(file), ::mkfifo(file.c_str(), 0600); }},
+       "marker\" changed"}};
+  for (const Case& slip : cases) {
+    const auto outcome = test::runIntercepted(test::buildPrefix() / "libexec/quorin/ditto",
+                                              {slip.from.native(), copy.native()}, slip.interception);
+    EXPECT_THAT(outcome, FailsSaying(HasSubstr(slip.part))) << slip.interception.path;
+    fs::remove_all(copy);
+    fs::remove_all(away);
+    fs::remove(file);
+    writeFile(file, "m");
+  }
 }
 
 }  // namespace
