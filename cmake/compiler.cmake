@@ -18,3 +18,9 @@ elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   add_compile_options(-fstack-protector-strong -D_FORTIFY_SOURCE=2)
   add_link_options(-Wl,-z,relro,-z,now -Wl,--as-needed)
 endif()
+
+if(QUORIN_FUZZ)
+  # Coverage for the fuzzers, which bring their own main; all other programs are linked as ever.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -2,13 +2,17 @@
 
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <limits>
 
+#include "platform/foundation/binary_property_list.hpp"
+#include "platform/foundation/property_list_refusal.hpp"
+#include "platform/foundation/text.hpp"
+#include "platform/foundation/xml_property_list.hpp"
+
 namespace platform {
 namespace {
-
-constexpr std::size_t kDeepestNesting = 512;
 
 struct FreeNode {
   void operator()(void* node) const noexcept { ::plist_free(node); }
@@ -22,11 +26,7 @@ struct Free {
 using Text = std::unique_ptr<char, Free>;
 using Iterator = std::unique_ptr<void, Free>;
 
-[[noreturn]] void refuse(const std::string& reason) {
-  throw PropertyListError("The data is no valid property list: " + reason + ".");
-}
-
-PropertyList convert(plist_t node, std::size_t depth);
+PropertyList convert(plist_t node);
 
 PropertyList convertString(plist_t node) {
   std::uint64_t length = 0;
@@ -40,7 +40,7 @@ PropertyList convertData(plist_t node) {
   return PropertyList(Data(bytes == nullptr ? std::string() : std::string(bytes, length)));
 }
 
-PropertyList convertArray(plist_t node, std::size_t depth) {
+PropertyList convertArray(plist_t node) {
   PropertyList::Array array;
   plist_array_iter iterator = nullptr;
   ::plist_array_new_iter(node, &iterator);
@@ -48,11 +48,11 @@ PropertyList convertArray(plist_t node, std::size_t depth) {
   plist_t item = nullptr;
   for (::plist_array_next_item(node, iterator, &item); item != nullptr;
        ::plist_array_next_item(node, iterator, &item))
-    array.push_back(convert(item, depth));
+    array.push_back(convert(item));
   return PropertyList(std::move(array));
 }
 
-PropertyList convertDictionary(plist_t node, std::size_t depth) {
+PropertyList convertDictionary(plist_t node) {
   PropertyList::Dictionary dictionary;
   plist_dict_iter iterator = nullptr;
   ::plist_dict_new_iter(node, &iterator);
@@ -65,24 +65,22 @@ PropertyList convertDictionary(plist_t node, std::size_t depth) {
     if (item == nullptr)
       break;
     if (!key)
-      refuse("a dictionary has a key that is no text");
-    dictionary.insert_or_assign(key.get(), convert(item, depth));
+      refusePropertyList("a dictionary has a key that is no text");
+    dictionary.insert_or_assign(key.get(), convert(item));
   }
   return PropertyList(std::move(dictionary));
 }
 
-PropertyList convert(plist_t node, std::size_t depth) {
-  if (depth == 0)
-    refuse("it is nested too deeply");
+PropertyList convert(plist_t node) {
   switch (::plist_get_node_type(node)) {
     case PLIST_STRING:
       return convertString(node);
     case PLIST_DATA:
       return convertData(node);
     case PLIST_ARRAY:
-      return convertArray(node, depth - 1);
+      return convertArray(node);
     case PLIST_DICT:
-      return convertDictionary(node, depth - 1);
+      return convertDictionary(node);
     case PLIST_BOOLEAN: {
       std::uint8_t value = 0;
       ::plist_get_bool_val(node, &value);
@@ -104,6 +102,20 @@ PropertyList convert(plist_t node, std::size_t depth) {
   }
 }
 
+/// Of text in UTF-8, XML 1.0 leaves out the control characters and two code points at the end of the first
+/// plane.
+const char* carriedByXML(const std::string& text) {
+  const auto isControl = [](char character) {
+    return character >= 0 && character < ' ' && character != '\t' && character != '\n' && character != '\r';
+  };
+  const bool isCarried = stringFromUTF8(Data(text)) && std::ranges::none_of(text, isControl) &&
+                         text.find("\xEF\xBF\xBE") == std::string::npos &&
+                         text.find("\xEF\xBF\xBF") == std::string::npos;
+  if (!isCarried)
+    throw PropertyListError("A property list holds a text that cannot be written.");
+  return text.c_str();
+}
+
 Node build(const PropertyList& value);
 
 Node buildArray(const PropertyList::Array& items) {
@@ -116,7 +128,7 @@ Node buildArray(const PropertyList::Array& items) {
 Node buildDictionary(const PropertyList::Dictionary& members) {
   Node dictionary(::plist_new_dict());
   for (const auto& [key, value] : members)
-    ::plist_dict_set_item(dictionary.get(), key.c_str(), build(value).release());
+    ::plist_dict_set_item(dictionary.get(), carriedByXML(key), build(value).release());
   return dictionary;
 }
 
@@ -126,7 +138,7 @@ Node build(const PropertyList& value) {
   if (const auto* dictionary = value.dictionary())
     return buildDictionary(*dictionary);
   if (const auto* string = value.string())
-    return Node(::plist_new_string(string->c_str()));
+    return Node(::plist_new_string(carriedByXML(*string)));
   if (const auto* data = value.data())
     return Node(::plist_new_data(data->bytes().data(), data->size()));
   if (const auto boolean = value.boolean())
@@ -140,15 +152,28 @@ Node build(const PropertyList& value) {
 
 }  // namespace
 
+void refusePropertyList(std::string_view reason) {
+  throw PropertyListError("The data is no valid property list: " + std::string(reason) + ".");
+}
+
+void refuseDeepPropertyList() {
+  refusePropertyList("it is nested too deeply");
+}
+
 PropertyList NSPropertyListSerialization::propertyListWithData(const Data& bytes) {
   if (bytes.size() > std::numeric_limits<std::uint32_t>::max())
-    refuse("it is too large");
+    refusePropertyList("it is too large");
+  // The library reads any tree that the data makes up, at whatever cost in stack, time and memory, and in XML
+  // what is no list as well: it gets binary lists, and those after a check.
+  if (!isBinaryPropertyList(bytes.bytes()))
+    return readXMLPropertyList(bytes.bytes());
+  requireSafeBinaryPropertyList(bytes.bytes());
   plist_t root = nullptr;
-  ::plist_from_memory(bytes.bytes().data(), static_cast<std::uint32_t>(bytes.size()), &root);
+  ::plist_from_bin(bytes.bytes().data(), static_cast<std::uint32_t>(bytes.size()), &root);
   const Node owner(root);
   if (!owner)
-    refuse("it can be read neither as XML nor as a binary list");
-  return convert(owner.get(), kDeepestNesting);
+    refusePropertyList("it cannot be read as a binary list");
+  return convert(owner.get());
 }
 
 Data NSPropertyListSerialization::dataWithPropertyList(const PropertyList& list) {

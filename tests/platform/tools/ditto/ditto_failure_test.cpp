@@ -9,9 +9,11 @@
 
 #include <atomic>
 #include <fstream>
+#include <functional>
 #include <thread>
 
 #include "platform/foundation/error.hpp"
+#include "tests/platform/tools/ditto/interception.hpp"
 #include "tests/platform/tools/ditto/tree_description.hpp"
 #include "tests/support/files.hpp"
 #include "tests/support/syscall_fault.hpp"
@@ -158,17 +160,92 @@ TEST_F(DittoFailureTest, TellsOfEveryFailingCall) {
   }
 }
 
+/// Does something to the source again and again, for as long as it lives.
+class Disturbance {
+ public:
+  explicit Disturbance(std::function<void()> step)
+      : thread_([this, step = std::move(step)] {
+          while (!done_)
+            step();
+        }) {}
+  ~Disturbance() {
+    done_ = true;
+    thread_.join();
+  }
+
+ private:
+  std::atomic<bool> done_ = false;
+  std::thread thread_;
+};
+
 TEST_F(DittoFailureTest, NoticesThatTheSourceChanges) {
-  std::ofstream(source / "Contents/MacOS/App", std::ios::app) << std::string(64 << 20, 'y');
-  std::atomic<bool> done = false;
-  std::thread writer([&] {
-    std::ofstream stream(source / "Contents/MacOS/App", std::ios::app);
-    while (!done)
-      stream << 'z' << std::flush;
-  });
-  EXPECT_THAT(ditto(source, copy), FailsSaying(HasSubstr("App\" changed while it was being copied.")));
-  done = true;
-  writer.join();
+  std::ofstream stream(source / "Contents/MacOS/App", std::ios::app);
+  stream << std::string(64 << 20, 'y') << std::flush;
+  {
+    const Disturbance growth([&] { stream << 'z' << std::flush; });
+    EXPECT_THAT(ditto(source, copy),
+                FailsSaying(HasSubstr("MacOS/App\" changed while it was being copied.")));
+  }
+  long time = 0;
+  const Disturbance change([&] { test::setModificationTime(source / "Contents/MacOS", ++time, 0); });
+  EXPECT_THAT(ditto(source, directory / "second"),
+              FailsSaying(HasSubstr("MacOS\" changed while it was being copied.")));
+}
+
+TEST_F(DittoFailureTest, FindsItsDestinationInsideTheSourceByADetour) {
+  if (::geteuid() != 0)
+    GTEST_SKIP() << "needs an administrator, who can mount a directory a second time";
+  const fs::path detour = source / "Contents/detour";
+  const fs::path place = directory / "place";
+  fs::create_directory(detour);
+  fs::create_directory(place);
+  const auto mountDetour = [&] {
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount(place.c_str(), detour.c_str(), nullptr, MS_BIND, nullptr) != 0)
+      ::_exit(126);
+  };
+  EXPECT_THAT(ditto(source, place / "copy.app", mountDetour), FailsSaying(HasSubstr("lies inside")));
+}
+
+TEST_F(DittoFailureTest, NothingSlipsInBetweenALookAndAStep) {
+  writeFile(source / "inner/second/marker", "m");
+  writeFile(directory / "secret", "secret");
+  const fs::path away = directory / "away";
+  const fs::path file = source / "inner/second/marker";
+  const auto moveAway = [&](const fs::path& path) { fs::rename(path, away); };
+  const auto replaceByDirectory = [&](const fs::path& path) {
+    moveAway(path);
+    fs::create_directory(path);
+  };
+  const auto replaceByFile = [&](const fs::path& path) {
+    moveAway(path);
+    writeFile(path, "foreign");
+  };
+  struct Case {
+    fs::path from;
+    test::Interception interception;
+    const char* part;
+  };
+  const Case cases[] = {
+      {source, {SYS_openat, "second", [&] { replaceByDirectory(copy / "inner/second"); }}, "was moved"},
+      {source, {SYS_newfstatat, "marker", [&] { moveAway(copy / "inner/second"); }}, "was moved"},
+      {source, {SYS_newfstatat, "marker", [&] { moveAway(source / "inner/second"); }}, "was moved"},
+      {source, {SYS_linkat, "same", [&] { replaceByFile(copy / "same"); }}, "was changed"},
+      {file,
+       {SYS_openat, "marker", [&] { moveAway(file), fs::create_symlink(directory / "secret", file); }},
+       "marker\" could not be opened: Too many levels of symbolic links."},
+      {file,
+       {SYS_openat, "marker", [&] { moveAway(file), ::mkfifo(file.c_str(), 0600); }},
+       "marker\" changed"}};
+  for (const Case& slip : cases) {
+    const auto outcome = test::runIntercepted(test::buildPrefix() / "libexec/quorin/ditto",
+                                              {slip.from.native(), copy.native()}, slip.interception);
+    EXPECT_THAT(outcome, FailsSaying(HasSubstr(slip.part))) << slip.interception.path;
+    fs::remove_all(copy);
+    fs::remove_all(away);
+    fs::remove(file);
+    writeFile(file, "m");
+  }
 }
 
 }  // namespace

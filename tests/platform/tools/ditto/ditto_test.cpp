@@ -47,7 +47,7 @@ void makeTree(const fs::path& root) {
   writeFile(root / "Contents/Resources/locked/read-only", "r");
   writeFile(root / "Contents/empty", "");
   fs::create_directories(root / "Contents/Resources/empty");
-  for (int number = 0; number < 300; ++number)
+  for (int number = 0; number < 100; ++number)
     writeFile(root / "Contents/many" / std::to_string(number), std::to_string(number));
   writeSparseFile(root / "Contents/sparse");
   std::ofstream(root / "Contents/hole").close();
@@ -72,6 +72,11 @@ void makeTree(const fs::path& root) {
                                                   {".", 0775}};
   for (const auto& [path, mode] : modes)
     ASSERT_EQ(::chmod((root / path).c_str(), mode), 0);
+  if (::geteuid() == 0) {
+    ASSERT_EQ(::chown((root / "Contents/many/2").c_str(), 4711, 4712), 0);
+    ASSERT_EQ(::lchown((root / "Contents/dangling").c_str(), 4711, 4712), 0);
+    ASSERT_EQ(::chown((root / "Contents/Resources/de.lproj").c_str(), 4711, 4712), 0);
+  }
   const char* dated[] = {"Contents/MacOS/Quorin Ostreval",
                          "Contents/relative",
                          "Contents/sparse",
@@ -183,6 +188,7 @@ TEST_F(DittoTest, TheCopyOfAUserWithoutPrivilegesIsTheUsersOwn) {
     const auto prepare = [&] {
       const rlimit limit{processes, processes};
       ::setrlimit(RLIMIT_NPROC, &limit);
+      ::umask(0777);
       test::becomeNobody();
     };
     ASSERT_THAT(ditto(source, own, prepare), IsSilentSuccess());
@@ -204,7 +210,7 @@ TEST(DittoDepthTest, CopiesTreesOfAnyDepthAndBreadthWithFewDescriptors) {
   const TemporaryDirectory directory;
   const std::string name(20, 'n');
   writeFile(directory / "deep/top", "hard");
-  for (int number = 0; number < 300; ++number)
+  for (int number = 0; number < 100; ++number)
     writeFile(directory / "deep" / std::to_string(number) / "file", "wide");
   const auto open = [&](const FileDescriptor& above, const char* child) {
     return FileDescriptor::openAt(above, child, O_RDONLY | O_DIRECTORY);

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace platform {
+
+/// An object of a binary property list: its kind and the bytes that belong to it.
+struct BinaryPropertyListObject {
+  /// The upper half of an object's first byte.
+  enum class Kind : std::uint8_t {
+    constant = 0x0,
+    integer = 0x1,
+    real = 0x2,
+    date = 0x3,
+    data = 0x4,
+    ascii = 0x5,
+    utf16 = 0x6,  ///< with the greater byte first
+    identifier = 0x8,
+    array = 0xA,
+    dictionary = 0xD,
+  };
+
+  Kind kind = Kind::constant;
+  std::string_view bytes;
+
+  bool isContainer() const { return kind == Kind::array || kind == Kind::dictionary; }
+  bool isText() const { return kind == Kind::ascii || kind == Kind::utf16; }
+};
+
+/// The table of objects of a binary property list, checked against the bounds of the data. Its operations
+/// throw `PropertyListError` for what does not lie within it or is of no known kind.
+class BinaryPropertyListTable {
+ public:
+  /// `bytes` must outlive the table.
+  explicit BinaryPropertyListTable(std::string_view bytes);
+
+  std::uint64_t count() const { return count_; }
+  std::uint64_t root() const { return root_; }
+
+  /// The object at `index`, which is below `count()`.
+  BinaryPropertyListObject object(std::uint64_t index) const;
+
+  /// The number of objects to which a container refers; those of a dictionary are first its keys, then its
+  /// values.
+  std::uint64_t referenceCount(const BinaryPropertyListObject& container) const {
+    return container.bytes.size() / referenceSize_;
+  }
+
+  /// The index, below `count()`, to which a container's reference leads; `position` is below
+  /// `referenceCount()`.
+  std::uint64_t reference(const BinaryPropertyListObject& container, std::uint64_t position) const;
+
+ private:
+  std::string_view bytes_;    ///< the objects, with the header before them and the table after them
+  std::string_view offsets_;  ///< the table
+  std::uint64_t offsetSize_ = 0;
+  std::uint64_t referenceSize_ = 0;
+  std::uint64_t count_ = 0;
+  std::uint64_t root_ = 0;
+};
+
+}  // namespace platform
