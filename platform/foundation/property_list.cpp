@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <limits>
 
+#include "platform/foundation/property_list_shape.hpp"
+
 namespace platform {
 namespace {
 
@@ -143,6 +145,9 @@ Node build(const PropertyList& value) {
 PropertyList NSPropertyListSerialization::propertyListWithData(const Data& bytes) {
   if (bytes.size() > std::numeric_limits<std::uint32_t>::max())
     refuse("it is too large");
+  // The library calls itself for every level, and would use up the stack.
+  if (!hasHarmlessShape(bytes.bytes(), kDeepestNesting))
+    refuse("it is nested too deeply or refers to its parts in a wrong way");
   plist_t root = nullptr;
   ::plist_from_memory(bytes.bytes().data(), static_cast<std::uint32_t>(bytes.size()), &root);
   const Node owner(root);
