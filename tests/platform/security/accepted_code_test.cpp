@@ -36,7 +36,8 @@ INSTANTIATE_TEST_SUITE_P(
                     AcceptedCase{"universal", SampleExecutable::machO, {}},
                     AcceptedCase{"twoDirectories", SampleExecutable::machO, {"--hash", "sha1+sha256"}},
                     AcceptedCase{"sha384", SampleExecutable::machO, {"--hash", "sha384"}},
-                    AcceptedCase{"sealedWithBoth", SampleExecutable::script, {"--sealed-hash", "sha1+sha256"}},
+                    AcceptedCase{
+                        "sealedWithBoth", SampleExecutable::script, {"--sealed-hash", "sha1+sha256"}},
                     AcceptedCase{"sealedWithSha1", SampleExecutable::script, {"--sealed-hash", "sha1"}},
                     AcceptedCase{"onePage", SampleExecutable::machO, {"--page-size", "unlimited"}},
                     AcceptedCase{"largePages", SampleExecutable::machO, {"--page-size", "16384"}},

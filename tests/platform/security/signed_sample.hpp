@@ -18,7 +18,8 @@ struct Verdict {
   bool accepted() const { return status == platform::errSecSuccess; }
 };
 
-/// A throw-away chain of certificates, whose root is the only one that is trusted, and room for what it signs.
+/// A throw-away chain of certificates, whose root is the only one that is trusted, and room for what it
+/// signs.
 class SigningWorkshop {
  public:
   /// `options` are those of the chain.
