@@ -83,6 +83,8 @@ Entries readSuperBlob(std::string_view bytes, std::string_view item) {
       throw FormatError(std::string(item) + " has components that overlap");
     end = next;
   }
+  if (end != bytes.size())
+    throw FormatError(std::string(item) + " holds bytes that belong to no component");
   return entries;
 }
 

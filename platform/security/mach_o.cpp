@@ -217,7 +217,8 @@ std::vector<MachOSlice> readUniversal(const ByteSource& file, bool wide, std::ui
     requireZeros(file, end, entry.range.offset);
     end = entry.range.offset + entry.range.length;
   }
-  requireZeros(file, end, file.size());
+  if (end != file.size())
+    throw FormatError("it goes on behind the last of its architectures");
   return slices;
 }
 

@@ -30,12 +30,19 @@ constexpr std::array<ComponentFile, 4> kComponentFiles{{{"CodeDirectory", slot::
   throw SecurityError(errSecCSUnsigned, place + " is not signed at all.");
 }
 
+/// The code directory, and its alternates in the slots that follow without a gap.
 void readDirectories(SignedSlice& slice) {
+  std::uint32_t expected = slot::kCodeDirectory;
   for (const auto& [number, blob] : slice.components) {
-    if (number == slot::kCodeDirectory || (number >= slot::kFirstAlternate && number <= slot::kLastAlternate))
-      slice.directories.push_back(CodeDirectory::read(blob));
+    const bool isAlternate = number >= slot::kFirstAlternate && number <= slot::kLastAlternate;
+    if (number != slot::kCodeDirectory && !isAlternate)
+      continue;
+    if (number != expected)
+      throw FormatError("its signature lacks a code directory");
+    slice.directories.push_back(CodeDirectory::read(blob));
+    expected = isAlternate ? number + 1 : slot::kFirstAlternate;
   }
-  if (!slice.components.contains(slot::kCodeDirectory))
+  if (slice.directories.empty())
     throw FormatError("its signature lacks the code directory");
 }
 

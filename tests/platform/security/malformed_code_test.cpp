@@ -1,0 +1,202 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/security/code_blobs.hpp"
+#include "platform/security/code_directory.hpp"
+#include "platform/security/mach_o.hpp"
+#include "tests/platform/security/memory_source.hpp"
+#include "tests/platform/security/signed_sample.hpp"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using platform::CodeDirectory;
+using platform::FormatError;
+using platform::readEmbeddedSignature;
+using platform::readMachO;
+using test::MemorySource;
+using test::SigningWorkshop;
+
+const SigningWorkshop& workshop() {
+  static const SigningWorkshop shared;
+  return shared;
+}
+
+/// A signed Mach-O file.
+fs::path machO(const std::string& name, const std::string& architectures,
+               const std::vector<std::string>& options = {}, const std::string& text = "sample") {
+  fs::path file = workshop() / name;
+  test::runSignBundle({"make-mach-o", file.native(), "--arch", architectures, "--text", text});
+  workshop().chain().sign(file, options);
+  return file;
+}
+
+std::string signatureOf(const std::string& thin) {
+  const auto slices = readMachO(MemorySource(thin));
+  const platform::ByteRange range = slices->front().signature.value();
+  return thin.substr(range.offset, range.length);
+}
+
+std::string bigEndian(std::uint32_t value) {
+  return {static_cast<char>(value >> 24U), static_cast<char>(value >> 16U), static_cast<char>(value >> 8U),
+          static_cast<char>(value)};
+}
+
+std::string with(std::string bytes, std::size_t offset, std::string_view replacement) {
+  return bytes.replace(offset, replacement.size(), replacement);
+}
+
+template <typename Read>
+bool isRefused(Read&& read) {
+  try {
+    read();
+    return false;
+  } catch (const FormatError&) {
+    return true;
+  }
+}
+
+TEST(MalformedCode, aMachOFileCutAnywhereIsRefused) {
+  for (const char* architectures : {"x86_64", "i386", "ppc", "x86_64,arm64"}) {
+    const std::string whole = test::readFile(machO(std::string("cut ") + architectures, architectures));
+    ASSERT_TRUE(readMachO(MemorySource(whole)));
+    for (std::size_t length = 8; length < whole.size(); length += length < 2048 ? 1 : 61)
+      EXPECT_TRUE(isRefused([&] { readMachO(MemorySource(whole.substr(0, length))); }))
+          << architectures << length;
+  }
+}
+
+TEST(MalformedCode, everyFieldOfTheMachOHeadersAtItsExtremes) {
+  for (const char* architectures : {"x86_64", "i386", "x86_64,arm64"}) {
+    const std::string whole = test::readFile(machO(std::string("extremes ") + architectures, architectures));
+    for (std::size_t offset = 0; offset + 4 <= std::min<std::size_t>(whole.size(), 1024); offset += 4) {
+      for (const std::uint32_t value : {0U, 1U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU, 0xFFFFFFF8U}) {
+        // Whatever it reads, it stays inside, which the sanitizers watch over.
+        isRefused([&] { readMachO(MemorySource(with(whole, offset, bigEndian(value)))); });
+      }
+    }
+  }
+}
+
+TEST(MalformedCode, aSignatureCutAnywhereIsRefused) {
+  const std::string whole =
+      signatureOf(test::readFile(machO("signature", "arm64", {"--hash", "sha1+sha256"})));
+  const auto components = readEmbeddedSignature(whole);
+  ASSERT_EQ(components.count(0x1000), 1U);
+  std::size_t used = 0;
+  for (const auto& [number, blob] : components)
+    used += blob.size() + 8;
+  for (std::size_t length = 0; length < used; ++length)
+    EXPECT_TRUE(isRefused([&] { readEmbeddedSignature(whole.substr(0, length)); })) << length;
+}
+
+TEST(MalformedCode, everyFieldOfASignatureAtItsExtremes) {
+  const std::string whole = signatureOf(test::readFile(machO("fields", "arm64")));
+  for (std::size_t offset = 0; offset + 4 <= whole.size(); ++offset) {
+    for (const std::uint32_t value : {0U, 0x7FFFFFFFU, 0xFFFFFFFFU, 0xFFFFFFF8U})
+      isRefused([&] { readEmbeddedSignature(with(whole, offset, bigEndian(value))); });
+  }
+  for (const auto& [name, offset] : {std::pair{"magic", 0}, {"length", 4}, {"count", 8}, {"offset", 16}})
+    EXPECT_TRUE(isRefused([&, at = static_cast<std::size_t>(offset)] {
+      readEmbeddedSignature(with(whole, at, "\xFF\xFF\xFF\xFF"));
+    })) << name;
+}
+
+struct DirectoryCase {
+  const char* field;
+  std::size_t offset;
+  std::string value;
+};
+
+TEST(MalformedCode, codeDirectories) {
+  const auto components = readEmbeddedSignature(signatureOf(test::readFile(machO("directory", "arm64"))));
+  const std::string& whole = components.at(0);
+  ASSERT_EQ(CodeDirectory::read(whole).identifier(), "directory");
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    EXPECT_TRUE(isRefused([&] { CodeDirectory::read(whole.substr(0, length)); })) << length;
+    // Even where the length agrees.
+    if (length >= 8)
+      isRefused([&] {
+        CodeDirectory::read(with(whole.substr(0, length), 4, bigEndian(static_cast<std::uint32_t>(length))));
+      });
+  }
+  const std::vector<DirectoryCase> cases{{"magic", 0, bigEndian(0xFADE0C01)},
+                                         {"an older version", 8, bigEndian(0x20000)},
+                                         {"an unknown version", 8, bigEndian(0x30000)},
+                                         {"digests outside", 16, bigEndian(0xFFFFFFFF)},
+                                         {"digests in the header", 16, bigEndian(8)},
+                                         {"an identifier outside", 20, bigEndian(0xFFFFFFFF)},
+                                         {"an identifier in the header", 20, bigEndian(0)},
+                                         {"too many special slots", 24, bigEndian(0xFFFFFFFF)},
+                                         {"too many pages", 28, bigEndian(0xFFFFFFFF)},
+                                         {"no pages", 28, bigEndian(0)},
+                                         {"another limit", 32, bigEndian(0xFFFFFFFF)},
+                                         {"a wrong digest length", 36, "\x14"},
+                                         {"an unknown digest", 37, "\x09"},
+                                         {"an impossible page size", 39, "\xFF"},
+                                         {"scattered", 44, bigEndian(64)},
+                                         {"a team outside", 48, bigEndian(0xFFFFFFFF)},
+                                         {"a longer limit", 56, "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"}};
+  for (const DirectoryCase& tested : cases)
+    EXPECT_TRUE(isRefused([&] { CodeDirectory::read(with(whole, tested.offset, tested.value)); }))
+        << tested.field;
+}
+
+TEST(MalformedCode, everyByteOfAnEmbeddedSignatureBinds) {
+  const fs::path file = machO("bytes", "arm64", {"--hash", "sha1+sha256"});
+  const std::string whole = test::readFile(file);
+  const platform::ByteRange range = readMachO(MemorySource(whole))->front().signature.value();
+  const std::string_view signature = std::string_view(whole).substr(range.offset);
+  const auto components = readEmbeddedSignature(signature);
+  // Those of the CMS signature have a test of their own.
+  const std::size_t end = range.offset + signature.find(components.at(0x10000)) + 8;
+  for (std::size_t offset = range.offset; offset < end; ++offset) {
+    test::writeFile(file, with(whole, offset, std::string(1, static_cast<char>(whole[offset] ^ 1))));
+    EXPECT_FALSE(workshop().judge(file).accepted()) << offset - range.offset;
+  }
+}
+
+TEST(MalformedCode, anAlternateCodeDirectoryOfOtherCodeIsRefused) {
+  const std::vector<std::string> options{"--hash", "sha1+sha256", "--identifier", "com.example.tool"};
+  const fs::path file = machO("first", "arm64", options, "first");
+  const std::string other = test::readFile(machO("other", "arm64", options, "other"));
+  const std::string mine = test::readFile(file);
+  const auto alternate = readEmbeddedSignature(signatureOf(mine)).at(0x1000);
+  const auto replacement = readEmbeddedSignature(signatureOf(other)).at(0x1000);
+  ASSERT_EQ(alternate.size(), replacement.size());
+  const std::size_t codeLimit = readMachO(MemorySource(other))->front().signature->offset;
+  // The other code with its own strong directory, under a signature over this code's weak one.
+  const std::string spliced = other.substr(0, codeLimit) + mine.substr(codeLimit);
+  test::writeFile(file, with(spliced, spliced.find(alternate), replacement));
+  const test::Verdict verdict = workshop().judge(file);
+  EXPECT_EQ(verdict.status, platform::errSecCSSignatureFailed);
+  EXPECT_THAT(verdict.sentence, testing::HasSubstr("code directories are not those that were signed"));
+}
+
+TEST(MalformedCode, codeSignedWithSHA1AloneIsRefused) {
+  const fs::path file = machO("weak", "arm64", {"--hash", "sha1+sha256"});
+  const std::string whole = test::readFile(file);
+  const auto alternate = readEmbeddedSignature(signatureOf(whole)).at(0x1000);
+  // The strong directory's entry in the index becomes an identification, which nothing binds.
+  const std::size_t index =
+      whole.find(bigEndian(0x1000), readMachO(MemorySource(whole))->front().signature->offset);
+  test::writeFile(file, with(whole, index, bigEndian(0x10001)));
+  const test::Verdict verdict = workshop().judge(file);
+  EXPECT_THAT(verdict.sentence, testing::HasSubstr("SHA-1"));
+}
+
+TEST(MalformedCode, aSignatureThatDoesNotEndTheCodeIsRefused) {
+  const fs::path file = machO("longer", "arm64");
+  test::writeFile(file, test::readFile(file) + "more");
+  EXPECT_FALSE(workshop().judge(file).accepted());
+}
+
+TEST(MalformedCode, whatIsNoMachOFile) {
+  const std::string javaClass = "\xCA\xFE\xBA\xBE" + std::string("\0\0\0\x34", 4) + std::string(64, 'x');
+  for (const std::string& bytes :
+       {std::string(), std::string("#!/bin/sh\n"), javaClass, std::string(64, '\0')})
+    EXPECT_FALSE(readMachO(MemorySource(bytes)).has_value());
+}
+
+}  // namespace
