@@ -30,16 +30,12 @@ TemporaryDirectory::~TemporaryDirectory() {
   }
 }
 
-namespace {
-
-std::string shortened(const std::string& content) {
+std::string digestWhereLong(const std::string& content) {
   if (content.size() <= 100)
     return content;
   return std::to_string(content.size()) + " bytes with hash " +
          std::to_string(std::hash<std::string>()(content));
 }
-
-}  // namespace
 
 void writeFile(const fs::path& path, std::string_view content) {
   fs::create_directories(path.parent_path());
@@ -69,7 +65,7 @@ Inventory inventory(const fs::path& root) {
       description << "directory " << std::oct << static_cast<unsigned>(status.permissions());
     else if (fs::is_regular_file(status))
       description << "file " << std::oct << static_cast<unsigned>(status.permissions()) << ' '
-                  << shortened(readFile(entry.path()));
+                  << digestWhereLong(readFile(entry.path()));
     else
       description << "other";
     entries.emplace(platform::canonicallyDecomposed(entry.path().lexically_relative(root).native()),

@@ -29,6 +29,9 @@ void writeFile(const std::filesystem::path& path, std::string_view content);
 
 std::string readFile(const std::filesystem::path& path);
 
+/// The content as it stands in an inventory.
+std::string digestWhereLong(const std::string& content);
+
 /// Every entry below `root`, by its relative path: type, permissions, and content, where
 /// that is long its digest, or link text. Names count
 /// as the same when they are canonically equivalent, since file systems store them in either form. Two trees

@@ -103,10 +103,10 @@ FileDescriptor openPrivateDirectory(const URL& location) {
 
 ImageRegistry::ImageRegistry(const URL& location)
     : location_(location), directory_(openPrivateDirectory(location)) {
-  // What cannot be removed now is tried again by the next call.
   bestEffort([this] { removeLeftovers(); });
 }
 
+/// What cannot be removed now is tried again by the next call.
 void ImageRegistry::removeLeftovers() {
   std::vector<std::pair<std::string, FileDescriptor>> leftovers;
   {
@@ -114,14 +114,16 @@ void ImageRegistry::removeLeftovers() {
     for (const std::string& name : namesIn(directory_)) {
       if (!name.starts_with(kAttachingPrefix) && !name.starts_with(kDetachingPrefix))
         continue;
-      // A lock that can be had belongs to a process that is gone.
-      FileDescriptor leftover = FileDescriptor::openAt(directory_, name, kDirectoryFlags);
-      if (tryLock(leftover))
-        leftovers.emplace_back(name, std::move(leftover));
+      bestEffort([&] {
+        FileDescriptor leftover = FileDescriptor::openAt(directory_, name, kDirectoryFlags);
+        // A lock that can be had belonged to a process that is gone.
+        if (tryLock(leftover))
+          leftovers.emplace_back(name, std::move(leftover));
+      });
     }
   }
   for (const auto& [name, lock] : leftovers)
-    removeTree(directory_, name, location_.appendingPathComponent(name).path());
+    bestEffort([&, &leftover = name] { removeTree(directory_, leftover, leftover); });
 }
 
 ImageRegistry::Attachment::Attachment(ImageRegistry& registry)

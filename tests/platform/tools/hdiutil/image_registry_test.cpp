@@ -1,0 +1,235 @@
+#include "platform/tools/hdiutil/image_registry.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <set>
+#include <thread>
+
+#include "tests/platform/tools/hdiutil/hfs_volume_builder.hpp"
+#include "tests/platform/tools/hdiutil/image_builder.hpp"
+#include "tests/support/files.hpp"
+#include "tests/support/program.hpp"
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+namespace {
+
+class ImageRegistryTest : public testing::Test {
+ protected:
+  /// An image whose attaching takes a while.
+  void makeLargeImage() {
+    test::HfsVolumeBuilder builder(u"Large");
+    for (char16_t file = u'a'; file <= u'z'; ++file)
+      builder.addFile(test::kRootFolder, std::u16string(1, file),
+                      std::string(1 << 20U, static_cast<char>(file)));
+    test::writeUdif(image(), {{"whole disk", builder.build()}}, test::blockEncodings()[1].second);
+  }
+
+  void makeSmallImage() {
+    test::HfsVolumeBuilder builder(u"Small");
+    builder.addFile(test::kRootFolder, u"file", "content");
+    test::writeFile(image(), builder.build());
+  }
+
+  fs::path image() const { return directory_ / "image.dmg"; }
+
+  test::TemporaryDirectory directory_;
+  test::Images images_;
+};
+
+TEST_F(ImageRegistryTest, WhatIsNotAttachedCannotBeDetached) {
+  makeSmallImage();
+  const auto attached = images_.attach(image());
+  for (const std::string& name :
+       {std::string("/dev/disk9"), std::string("/dev/disk"), std::string("/dev/sda"),
+        std::string("/dev/../disk1"), std::string(), std::string("/"), std::string("/tmp"),
+        images_.location().native(), (images_.location() / "disk1").native(),
+        (images_.location() / "disk1/Other").native(), (images_.location() / "disk2/Small").native(),
+        (attached.mountPoint / "file").native()})
+    EXPECT_THAT(images_.detach(name), HasSubstr("no such image")) << name;
+  EXPECT_EQ(test::readFile(attached.mountPoint / "file"), "content");
+  EXPECT_EQ(images_.detach(attached.mountPoint.native() + "/"), "");
+  EXPECT_THAT(images_.detach(attached.mountPoint.native()), HasSubstr("no such image"));
+  EXPECT_THAT(images_.detach(attached.device), HasSubstr("no such image"));
+}
+
+TEST_F(ImageRegistryTest, ProcessesAttachAndDetachAtTheSameTime) {
+  makeSmallImage();
+  constexpr int kProcesses = 8;
+  std::vector<pid_t> children;
+  for (int index = 0; index < kProcesses; ++index) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      bool isGood = true;
+      for (int round = 0; round < 10; ++round) {
+        const auto attached = images_.attach(image());
+        isGood = isGood && attached.failure.empty() &&
+                 test::readFile(attached.mountPoint / "file") == "content" &&
+                 images_.detach(attached.device).empty();
+      }
+      ::_exit(isGood && images_.attach(image()).failure.empty() ? 0 : 1);
+    }
+    children.push_back(child);
+  }
+  for (const pid_t child : children) {
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+  }
+  // One image of each process is still there, under a number of its own.
+  for (int device = 1; device <= kProcesses; ++device)
+    EXPECT_EQ(images_.detach("/dev/disk" + std::to_string(device)), "") << device;
+  EXPECT_THAT(images_.leftovers(), IsEmpty());
+}
+
+TEST_F(ImageRegistryTest, AKilledAttachLeavesNothingThatStays) {
+  makeLargeImage();
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_EQ(images_.detach(images_.attach(image()).device), "");
+  const auto whole = std::chrono::steady_clock::now() - start;
+  int interrupted = 0;
+  for (int part = 0; part < 8; ++part) {
+    const pid_t child = ::fork();
+    if (child == 0)
+      ::_exit(images_.attach(image()).failure.empty() ? 0 : 1);
+    std::this_thread::sleep_for(whole * part / 8);
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    interrupted += WIFSIGNALED(status) && !images_.leftovers().empty() ? 1 : 0;
+    // Whatever state it was in, the next call works, and nothing but complete images is there afterwards.
+    const auto next = images_.attach(image());
+    EXPECT_EQ(next.failure, "");
+    for (const std::string& name : images_.leftovers()) {
+      EXPECT_THAT(name, StartsWith("disk"));
+      EXPECT_EQ(images_.detach("/dev/" + name), "");
+    }
+    EXPECT_THAT(images_.leftovers(), IsEmpty());
+  }
+  EXPECT_GT(interrupted, 0);
+}
+
+TEST_F(ImageRegistryTest, WhatAKilledDetachLeftIsRemovedByTheNextCall) {
+  makeSmallImage();
+  const auto attached = images_.attach(image());
+  // Killed between the renaming and the removal.
+  fs::rename(images_.location() / "disk1", images_.location() / "detaching-X");
+  EXPECT_THAT(images_.detach(attached.device), HasSubstr("no such image"));
+  EXPECT_THAT(images_.leftovers(), IsEmpty());
+}
+
+TEST_F(ImageRegistryTest, TheUnpackerDoesNotOutliveItsMaster) {
+  makeLargeImage();
+  const auto unpackers = [&] {
+    std::set<std::string> found;
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+      std::error_code failure;
+      if (fs::read_symlink(entry.path() / "fd/0", failure) == image())
+        found.insert(entry.path().filename().native());
+    }
+    return found;
+  };
+  for (int attempt = 0; attempt < 20; ++attempt) {
+    const pid_t child = ::fork();
+    if (child == 0)
+      ::_exit(images_.attach(image()).failure.empty() ? 0 : 1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    const bool wasAtWork = !unpackers().empty();
+    ::kill(child, SIGTERM);
+    ::waitpid(child, nullptr, 0);
+    for (int wait = 0; wait < 100 && !unpackers().empty(); ++wait)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_THAT(unpackers(), IsEmpty());
+    if (wasAtWork)
+      return;
+  }
+  FAIL() << "the unpacker was never seen at work";
+}
+
+TEST_F(ImageRegistryTest, OnlyAPrivateDirectoryOfThisUserIsUsed) {
+  makeSmallImage();
+  const test::TemporaryDirectory other;
+  fs::create_directory_symlink(other.path(), images_.location());
+  EXPECT_NE(images_.attach(image()).failure, "");
+  fs::remove(images_.location());
+  test::writeFile(images_.location(), "a file");
+  EXPECT_NE(images_.attach(image()).failure, "");
+  fs::remove(images_.location());
+  fs::create_directory(images_.location());
+  for (const unsigned mode : {0755U, 0770U, 0701U}) {
+    fs::permissions(images_.location(), fs::perms(mode));
+    EXPECT_THAT(images_.attach(image()).failure, HasSubstr("does not belong to this user alone")) << mode;
+  }
+  fs::permissions(images_.location(), fs::perms::owner_all);
+  if (::geteuid() == 0) {
+    ASSERT_EQ(::chown(images_.location().c_str(), 65534, 65534), 0);
+    EXPECT_THAT(images_.attach(image()).failure, HasSubstr("does not belong to this user alone"));
+    ASSERT_EQ(::chown(images_.location().c_str(), 0, 0), 0);
+  }
+  EXPECT_TRUE(fs::is_empty(images_.location()));
+  EXPECT_TRUE(fs::is_empty(other.path()));
+  EXPECT_EQ(images_.attach(image()).failure, "");
+}
+
+TEST(MountNameTest, IsTheVolumesNameAsAPathComponent) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"Quorin Ostreval", "Quorin Ostreval"},
+      {"a/b", "a:b"},
+      {"", "Untitled"},
+      {".", "Untitled"},
+      {"..", "Untitled"},
+      {"../../etc", "..:..:etc"},
+      {std::string("a\0b", 3), "a b"},
+      {std::string(300, 'x'), std::string(255, 'x')},
+      {std::string(254, 'x') + "\xC3\xA4", std::string(254, 'x')}};
+  for (const auto& [volume, name] : cases)
+    EXPECT_EQ(platform::hdiutil::mountName(volume), name) << volume;
+}
+
+/// The program itself, from its arguments to its exit status.
+TEST(HdiutilProgramTest, TakesTwoFormsOfArguments) {
+  const test::TemporaryDirectory directory;
+  test::HfsVolumeBuilder builder(u"Program");
+  builder.addFile(test::kRootFolder, u"file", "content");
+  test::writeFile(directory / "image", builder.build());
+  const std::string image = (directory / "image").native();
+  const fs::path program = test::buildPrefix() / "libexec/quorin/hdiutil";
+
+  const auto attached = test::runProgram(program, {"attach", "-readonly", "-nobrowse", "-plist", image});
+  EXPECT_EQ(attached.exitStatus, 0);
+  EXPECT_EQ(attached.error, "");
+  const auto begin = attached.output.find("/tmp/quorin-images-");
+  ASSERT_NE(begin, std::string::npos) << attached.output;
+  const std::string mountPoint = attached.output.substr(begin, attached.output.find('<', begin) - begin);
+  EXPECT_EQ(test::readFile(fs::path(mountPoint) / "file"), "content");
+
+  EXPECT_EQ(test::runProgram(program, {"detach", mountPoint}).exitStatus, 0);
+  const auto again = test::runProgram(program, {"detach", mountPoint});
+  EXPECT_EQ(again.exitStatus, 1);
+  EXPECT_EQ(again.output, "");
+  EXPECT_EQ(again.error, '"' + mountPoint + "\" could not be detached: no such image is attached.\n");
+
+  test::writeFile(directory / "image", "nonsense");
+  const auto refused = test::runProgram(program, {"attach", "-readonly", "-nobrowse", "-plist", image});
+  EXPECT_EQ(refused.exitStatus, 1);
+  EXPECT_EQ(refused.output, "");
+  EXPECT_THAT(refused.error, StartsWith('"' + image + "\" could not be attached: "));
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{}, {"attach", image}, {"detach"}, {"detach", "a", "b"}, {"info"}}) {
+    const auto outcome = test::runProgram(program, arguments);
+    EXPECT_EQ(outcome.exitStatus, 1);
+    EXPECT_THAT(outcome.error, HasSubstr("Usage"));
+  }
+}
+
+}  // namespace
