@@ -18,3 +18,8 @@ elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   add_compile_options(-fstack-protector-strong -D_FORTIFY_SOURCE=2)
   add_link_options(-Wl,-z,relro,-z,now -Wl,--as-needed)
 endif()
+
+# Coverage feedback everywhere; the fuzzers themselves bring the main program.
+if(QUORIN_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
