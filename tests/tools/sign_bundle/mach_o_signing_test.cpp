@@ -163,6 +163,28 @@ TEST(SigningMachOBundles, BindsPropertyListAndSealAndSealsNestedCodeByItsHash) {
               testing::HasSubstr("identifier \"com.example.sample.framework\""));
 }
 
+TEST(SigningMachOBundles, SignsEveryVersionOfAFrameworkAndSealsTheCurrentOne) {
+  const test::TemporaryDirectory directory;
+  const SampleChain chain(directory / "chain");
+  const fs::path application = test::makeSampleApplication(directory.path());
+  const fs::path versions = application / "Contents/Frameworks/Sample.framework/Versions";
+  fs::copy(versions / "A", versions / "B", fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  test::writeFile(versions / "B/Resources/extra", "so that the versions differ");
+  chain.sign(application);
+
+  const auto hashOf = [&](const char* version) {
+    const auto slice = test::readSlices(test::readFile(versions / version / "Sample")).at(0);
+    const auto blobs = test::readSuperBlob(slice.bytes.substr(slice.signatureOffset));
+    return test::digestByType(blobs.at(0), 2).substr(0, 20);
+  };
+  const auto seal = platform::NSPropertyListSerialization::propertyListWithData(
+      platform::Data(test::readFile(application / "Contents/_CodeSignature/CodeResources")));
+  const auto* entry = seal.valueForKey("files2")->valueForKey("Frameworks/Sample.framework");
+  EXPECT_EQ(entry->valueForKey("cdhash")->data()->bytes(), hashOf("A"));
+  EXPECT_NE(hashOf("A"), hashOf("B"));
+  EXPECT_TRUE(fs::exists(versions / "B/_CodeSignature/CodeResources"));
+}
+
 /// The hashes of a universal file's slices in their order, as the requirement language writes them.
 std::string hashesOfSlices(const fs::path& file) {
   std::string text;

@@ -123,6 +123,13 @@ TEST(Refusals, MachOFilesCutAtEveryLength) {
     EXPECT_THROW(takeApart(file.substr(0, length)), platform::Error) << length;
 }
 
+TEST(Refusals, ImagesThatDoNotEndWithTheirLinkEditSegment) {
+  const std::string file = sign_bundle::makeMachO({});
+  for (std::size_t length = 32; length < file.size(); ++length)
+    EXPECT_THROW(takeApart(file.substr(0, length)), platform::Error) << length;
+  EXPECT_THROW(takeApart(file + "appended"), platform::Error);
+}
+
 TEST(Refusals, LeadToNoWorseThanAFailureForAnyByteOfTheLoadCommands) {
   const std::string file = sign_bundle::makeMachO({});
   for (std::size_t offset = 0; offset < 1024; ++offset) {
