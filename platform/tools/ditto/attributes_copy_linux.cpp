@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 #include <vector>
 
@@ -125,8 +126,8 @@ void copyAttributes(const FileDescriptor& source, const std::string& sourcePath,
   // After the attributes: a mode without write permission would keep their owner from setting them.
   if (::fchmod(copy.get(), permittedMode(status, copyStatus)) != 0)
     throw SystemError("The permissions of " + quoted(copyPath) + " could not be set", errno);
-  const timespec times[] = {status.st_atim, status.st_mtim};
-  if (::futimens(copy.get(), times) != 0)
+  const std::array times = {status.st_atim, status.st_mtim};
+  if (::futimens(copy.get(), times.data()) != 0)
     throw SystemError("The modification time of " + quoted(copyPath) + " could not be set", errno);
 }
 
@@ -135,8 +136,8 @@ void copyLinkAttributes(const struct stat& status, const Item& copy) {
     changeOwner(status, [&](uid_t user, gid_t group) {
       return ::fchownat(copy.directory.get(), copy.name.c_str(), user, group, AT_SYMLINK_NOFOLLOW);
     });
-  const timespec times[] = {status.st_atim, status.st_mtim};
-  if (::utimensat(copy.directory.get(), copy.name.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0)
+  const std::array times = {status.st_atim, status.st_mtim};
+  if (::utimensat(copy.directory.get(), copy.name.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0)
     throw SystemError("The modification time of " + quoted(copy.path) + " could not be set", errno);
 }
 

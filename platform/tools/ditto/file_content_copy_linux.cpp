@@ -13,7 +13,7 @@
 namespace platform::ditto {
 namespace {
 
-constexpr std::size_t kBufferSize = 128 * 1024;
+constexpr std::size_t kBufferSize = std::size_t{128} * 1024;
 constexpr off_t kStatusBlockSize = 512;
 
 class ContentCopy {

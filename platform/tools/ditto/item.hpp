@@ -20,7 +20,8 @@ struct Identity {
   dev_t device = 0;
   ino_t inode = 0;
 
-  auto operator<=>(const Identity&) const = default;
+  auto operator<=>(const Identity&) const =
+      default;  // NOLINT(modernize-use-nullptr): the compiler's own text
 };
 
 inline Identity identityOf(const struct stat& status) {

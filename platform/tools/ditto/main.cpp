@@ -22,7 +22,7 @@ int main(int argumentCount, char** arguments) {
   if (!complete)
     return fail("Usage: ditto SOURCE DESTINATION, where nothing is at DESTINATION yet.");
   // The caller's limit on the size of a file is then a failure with a reason and not a silent end.
-  std::signal(SIGXFSZ, SIG_IGN);
+  static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
   // Modes are copied exactly; until then the owner must be able to fill what has been made.
   ::umask(0);
   try {

@@ -176,6 +176,12 @@ TEST(PropertyListTest, RefusesDangerousBinaryLists) {
   for (const std::string& object :
        {std::string("\0", 1), std::string("\x15") + std::string(32, 'i'), std::string("\x70"),
         std::string("\xC0"), std::string("\x5F\x13\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"), std::string("\x5F\x14"),
+        std::string("\x5F"),
+        std::string("\x13"
+                    "abc"),
+        std::string("\x6F\x13\x80\0\0\0\0\0\0\x01"
+                    "ab",
+                    12),
         std::string("\x52") + "a", std::string("\xA1\x07")})
     expectRefused(single(object), "object");
   for (const std::string& text : {std::string("\x51\xC4"),
