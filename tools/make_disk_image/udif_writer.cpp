@@ -13,7 +13,7 @@ using platform::PropertyList;
 
 constexpr std::uint64_t kSector = 512;
 constexpr std::uint64_t kBlockSize = 1U << 20U;
-constexpr std::uint32_t kZeroRun = 0;
+constexpr std::uint32_t kIgnoredRun = 2;
 constexpr std::uint32_t kZlibRun = 0x80000005;
 constexpr std::uint32_t kTerminator = 0xFFFFFFFF;
 constexpr std::uint32_t kChecksumCrc32 = 2;
@@ -80,10 +80,12 @@ void UdifWriter::addTable(const TableContent& content, const BlockEncoding& enco
   for (std::uint64_t done = 0; done < content.length; ++runCount) {
     const auto block = std::span(buffer).first(std::min(kBlockSize, content.length - done));
     content.source.take(content.offset + done, block);
-    checksum = crc(checksum, {block.data(), block.size()});
     const bool isZero = std::all_of(block.begin(), block.end(), [](char byte) { return byte == 0; });
+    // What is not stored is no part of the checksum.
+    if (!isZero)
+      checksum = crc(checksum, {block.data(), block.size()});
     const std::string stored = isZero ? std::string() : encoding.encode(block);
-    appendRun(runs, isZero ? kZeroRun : encoding.runType, done / kSector, block.size() / kSector, written_,
+    appendRun(runs, isZero ? kIgnoredRun : encoding.runType, done / kSector, block.size() / kSector, written_,
               stored.size());
     append(stored);
     dataChecksum_ = crc(dataChecksum_, stored);

@@ -106,8 +106,7 @@ UdifTable readTable(const std::string& name, const ImageBytes& bytes, const Udif
                            (type == kRaw && stored != count * kSectorSize)))
       bytes.damaged();
     sector += count;
-    table.runs.push_back({count * kSectorSize, isStored(type), type != kIgnored, type == kZlib,
-                          image.dataOffset + position, stored});
+    table.runs.push_back({count * kSectorSize, isStored(type), type != kIgnored});
   }
   if (sector != sectorCount)
     bytes.damaged();

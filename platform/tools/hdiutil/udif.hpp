@@ -11,12 +11,9 @@ namespace platform::hdiutil {
 
 /// A stretch of a disk that is stored in one way.
 struct UdifRun {
-  std::uint64_t length;    ///< in bytes of the disk
-  bool isStored;           ///< otherwise the image holds nothing for it, and it reads as zeros
-  bool isInChecksum;       ///< of its block table
-  bool isZlib;             ///< stored as one zlib stream (RFC 1950)
-  std::uint64_t position;  ///< of what is stored, in the image
-  std::uint64_t stored;    ///< its length in the image
+  std::uint64_t length;  ///< in bytes of the disk
+  bool isStored;         ///< otherwise the image holds nothing for it, and it reads as zeros
+  bool isInChecksum;     ///< of its block table
 };
 
 /// One partition of the disk, or all of it: a block table of the image.

@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "platform/foundation/error.hpp"
-#include "platform/tools/hdiutil/image_bytes.hpp"
 #include "platform/tools/hdiutil/image_error.hpp"
 #include "platform/tools/hdiutil/seven_zip.hpp"
 
@@ -54,7 +53,7 @@ void UdifDisk::layOut() {
   std::uint64_t end = 0;
   for (const UdifTable& table : description_.tables) {
     if (table.offset > end)
-      stretches_.push_back({{table.offset - end, false, false, false, 0, 0}, false, false, nullptr});
+      stretches_.push_back({{table.offset - end, false, false}, false, false, nullptr});
     end = table.offset + table.length;
     bool isFirst = true;
     for (const UdifRun& run : table.runs) {
@@ -158,24 +157,10 @@ void UdifDisk::check(std::span<const char> bytes) {
     tableChecksum_ = crc(tableChecksum_, bytes);
   if (description_.dataChecksum)
     checkStoredBytes(bytes.size());
-  else if (run.isZlib)
-    runChecksum_ =
-        static_cast<std::uint32_t>(::adler32(runChecksum_, octets(bytes), static_cast<uInt>(bytes.size())));
 }
 
 void UdifDisk::endStretch() {
   const Stretch& stretch = stretches_[stretch_];
-  if (stretch.run.isZlib && !description_.dataChecksum) {
-    // Where nothing covers the image as it is stored, the run's own checksum is all that covers its last
-    // bytes.
-    std::array<char, 4> stored{};
-    if (stretch.run.stored < stored.size())
-      throw ImageError("its stored blocks are damaged.");
-    readAt(image_, stretch.run.position + stretch.run.stored - stored.size(), stored);
-    if (ImageBytes({stored.data(), stored.size()}, "its stored block").u32(0) !=
-        std::exchange(runChecksum_, 1))
-      throw ImageError("its stored blocks do not match their checksum.");
-  }
   if (stretch.endedTable != nullptr && stretch.endedTable->checksum &&
       *stretch.endedTable->checksum != tableChecksum_)
     throw ImageError("the content of its blocks does not match their checksum.");

@@ -67,7 +67,6 @@ class UdifDisk : public Disk {
   std::vector<char> chunk_;
   std::vector<char> storedChunk_;
   std::uint32_t tableChecksum_ = 0;
-  std::uint32_t runChecksum_ = 1;  ///< Adler-32 of the present run, where the run's own one is looked at
   std::uint32_t dataChecksum_ = 0;
   std::uint64_t dataChecked_ = 0;
 };

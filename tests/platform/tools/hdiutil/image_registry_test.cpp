@@ -1,5 +1,6 @@
 #include "platform/tools/hdiutil/image_registry.hpp"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -12,6 +13,7 @@
 #include <set>
 #include <thread>
 
+#include "platform/tools/hdiutil/child_program.hpp"
 #include "tests/platform/tools/hdiutil/hfs_volume_builder.hpp"
 #include "tests/platform/tools/hdiutil/image_builder.hpp"
 #include "tests/support/files.hpp"
@@ -128,9 +130,12 @@ TEST_F(ImageRegistryTest, WhatAKilledDetachLeftIsRemovedByTheNextCall) {
   EXPECT_THAT(images_.leftovers(), IsEmpty());
 }
 
-TEST_F(ImageRegistryTest, TheUnpackerDoesNotOutliveItsMaster) {
-  makeLargeImage();
-  const auto unpackers = [&] {
+TEST_F(ImageRegistryTest, AProgramDoesNotOutliveItsMaster) {
+  test::writeFile(image(), "");
+  const platform::FileDescriptor input =
+      platform::FileDescriptor::open(platform::URL::fileURLWithPath(image().native()), O_RDONLY);
+  /// The processes whose standard input the file is.
+  const auto programs = [&] {
     std::set<std::string> found;
     for (const auto& entry : fs::directory_iterator("/proc")) {
       std::error_code failure;
@@ -139,21 +144,22 @@ TEST_F(ImageRegistryTest, TheUnpackerDoesNotOutliveItsMaster) {
     }
     return found;
   };
-  for (int attempt = 0; attempt < 20; ++attempt) {
-    const pid_t child = ::fork();
-    if (child == 0)
-      ::_exit(images_.attach(image()).failure.empty() ? 0 : 1);
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    const bool wasAtWork = !unpackers().empty();
-    ::kill(child, SIGTERM);
-    ::waitpid(child, nullptr, 0);
-    for (int wait = 0; wait < 100 && !unpackers().empty(); ++wait)
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_THAT(unpackers(), IsEmpty());
-    if (wasAtWork)
-      return;
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const platform::hdiutil::ChildProgram program("/bin/sleep", {"60"},
+                                                  {input.get(), STDOUT_FILENO, STDERR_FILENO});
+    ::pause();
+    ::_exit(0);
   }
-  FAIL() << "the unpacker was never seen at work";
+  const auto waitUntil = [&](bool isAtWork) {
+    for (int wait = 0; wait < 300 && programs().empty() == isAtWork; ++wait)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return programs();
+  };
+  EXPECT_EQ(waitUntil(true).size(), 1U);
+  ::kill(child, SIGTERM);
+  ::waitpid(child, nullptr, 0);
+  EXPECT_THAT(waitUntil(false), IsEmpty());
 }
 
 TEST_F(ImageRegistryTest, OnlyAPrivateDirectoryOfThisUserIsUsed) {
