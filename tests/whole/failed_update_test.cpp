@@ -132,6 +132,41 @@ TEST_F(FailedUpdateTest, AFileSystemThatCannotBeWritten) {
   expectRefusedBeginning(outcome, kNotReplaced);
 }
 
+TEST_F(FailedUpdateTest, AFullDiskLeavesAWholeApplication) {
+  offerUpdate();
+  const std::string imageFile = test::readFile(image);
+  // The disk goes away with the updater, so that what stands on it is kept when the application is started.
+  wrapTool("open", "rm -rf '" + (home / "after").native() + "'; cp -a '" + applications.native() + "' '" +
+                       (home / "after").native() + "'\nexec \"$0.real\" \"$@\"\n");
+  std::size_t refusals = 0;
+  for (const fs::path& disk : {applications, temporary}) {
+    for (const int kilobytes : disk == temporary ? std::vector<int>{0, 40, 200, 700, 4800}
+                                                 : std::vector<int>{900, 1000, 1200, 1500, 4800}) {
+      writeFile(image, imageFile);
+      const Outcome outcome = run([&] {
+        const std::string options =
+            kilobytes == 0 ? "nr_inodes=1" : "size=" + std::to_string(kilobytes) + "k";
+        const fs::path place = disk == temporary ? fs::path("/tmp") : disk;
+        const fs::path source = SampleUpdates::shared().application("1.0");
+        if (::mount("none", place.c_str(), "tmpfs", 0, options.c_str()) != 0)
+          ::_exit(98);
+        if (disk == applications)
+          fs::copy(source, target, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+      });
+      const bool updated = outcome.exitStatus == 0;
+      refusals += updated ? 0U : 1U;
+      EXPECT_EQ(status().succeeded, updated);
+      EXPECT_TRUE(updated || outcome.error.find("o space left") != std::string::npos) << outcome.error;
+      EXPECT_EQ(
+          test::difference(test::inventory(SampleUpdates::shared().application(updated ? "2.0" : "1.0")),
+                           test::inventory(disk == temporary ? target : home / "after" / target.filename())),
+          "")
+          << kilobytes << " KB on " << disk;
+    }
+  }
+  EXPECT_GT(refusals, 4U);
+}
+
 TEST_F(FailedUpdateTest, ACopyThatWasTamperedWith) {
   offerUpdate();
   for (const char* change :
