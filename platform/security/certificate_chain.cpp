@@ -78,6 +78,7 @@ std::vector<Certificate> chainToAnchor(X509* leaf, STACK_OF(X509) * others, cons
     throw FormatError(reasonFor(::X509_STORE_CTX_get_error(context.get())));
   std::vector<Certificate> chain;
   STACK_OF(X509)* certificates = ::X509_STORE_CTX_get0_chain(context.get());
+  chain.reserve(static_cast<std::size_t>(sk_X509_num(certificates)));
   for (int index = 0; index < sk_X509_num(certificates); ++index)
     chain.emplace_back(sk_X509_value(certificates, index));
   return chain;

@@ -28,8 +28,8 @@ using CodeComponents = std::map<std::uint32_t, std::string>;
 /// The blob's bytes without its header. Throws `FormatError` unless the header gives the whole length.
 std::string_view blobPayload(std::string_view blob);
 
-/// Checks that `blob` is one of the kind that belongs into the slot. Throws `FormatError`.
-void requireBlobForSlot(std::uint32_t slot, std::string_view blob);
+/// Checks that `blob` is one of the kind that belongs into the slot `number`. Throws `FormatError`.
+void requireBlobForSlot(std::uint32_t number, std::string_view blob);
 
 /// The parts of a signature that is embedded in code, out of the bytes that the code sets apart for it.
 /// Throws `FormatError` for anything that does not belong into one.

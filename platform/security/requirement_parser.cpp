@@ -34,8 +34,10 @@ RequirementNode RequirementParser::disjunction(unsigned depth) {
   do {
     node.operands.push_back(conjunction(depth));
   } while (takeWord("or"));
-  if (node.operands.size() == 1)
-    return RequirementNode(std::move(node.operands.front()));
+  if (node.operands.size() == 1) {
+    RequirementNode only = std::move(node.operands.front());
+    return only;
+  }
   node.text = text_.substr(begin, end_ - begin);
   return node;
 }
@@ -45,8 +47,10 @@ RequirementNode RequirementParser::conjunction(unsigned depth) {
   do {
     node.operands.push_back(primary(depth));
   } while (takeWord("and"));
-  if (node.operands.size() == 1)
-    return RequirementNode(std::move(node.operands.front()));
+  if (node.operands.size() == 1) {
+    RequirementNode only = std::move(node.operands.front());
+    return only;
+  }
   return node;
 }
 

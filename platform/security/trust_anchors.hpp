@@ -15,7 +15,7 @@ class TrustAnchors {
   /// The roots in the files `*.pem` of a directory. Throws `SecurityError` when the directory or a file of
   /// that name could have been changed by someone else than the superuser and the caller, is a link, or holds
   /// anything but self-signed roots. A directory that is missing or empty trusts nothing.
-  static TrustAnchors inDirectory(const URL& directory);
+  static TrustAnchors inDirectory(const URL& url);
 
   const std::vector<Certificate>& roots() const noexcept { return roots_; }
 
