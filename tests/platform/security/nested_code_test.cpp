@@ -1,0 +1,106 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/platform/security/signed_sample.hpp"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using platform::errSecCSBadResource;
+using test::SigningWorkshop;
+using test::Verdict;
+using testing::HasSubstr;
+
+const SigningWorkshop& workshop() {
+  static const SigningWorkshop shared;
+  return shared;
+}
+
+/// Replaces the sample's helper tool by other code, signed as `options` say.
+Verdict withOtherHelper(const fs::path& application, const std::vector<std::string>& options) {
+  const fs::path helper = application / "Contents/MacOS/sample-helper";
+  fs::remove(helper);
+  test::runSignBundle({"make-mach-o", helper.native(), "--arch", "both", "--text", "other"});
+  std::vector<std::string> arguments{"sign", helper.native()};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  test::runSignBundle(arguments);
+  return workshop().judge(application, test::sampleRequirement());
+}
+
+TEST(NestedCode, hasToSatisfyTheSealedRequirement) {
+  const fs::path application = workshop().signedApplication();
+  const std::string chain = workshop().chain().directory().native();
+  const Verdict same = withOtherHelper(application, {"--chain", chain});
+  EXPECT_TRUE(same.accepted()) << "a new version by the same signer: " << same.sentence;
+  const Verdict renamed =
+      withOtherHelper(application, {"--chain", chain, "--identifier", "com.example.other"});
+  EXPECT_EQ(renamed.status, errSecCSBadResource);
+  EXPECT_THAT(renamed.sentence, HasSubstr("sample-helper\" (x86_64) does not satisfy the requirement"));
+  EXPECT_EQ(withOtherHelper(application, {"--ad-hoc"}).status, errSecCSBadResource);
+}
+
+TEST(NestedCode, isRefusedInAnyArchitecture) {
+  const fs::path application = workshop().signedApplication();
+  const fs::path helper = application / "Contents/MacOS/sample-helper";
+  std::string content = test::readFile(helper);
+  // The text stands in the code of each architecture.
+  const std::size_t second = content.rfind("sample-helper", content.size() / 2 + content.size() / 4);
+  ASSERT_NE(second, std::string::npos);
+  content[second] = 'S';
+  test::writeFile(helper, content);
+  EXPECT_FALSE(workshop().judge(application).accepted());
+}
+
+TEST(NestedCode, nestingWithoutEndIsRefusedQuickly) {
+  const fs::path application = workshop() / "deep.app";
+  fs::path bundle = application;
+  for (int level = 0; level < 20; ++level) {
+    test::writeInfoPlist(bundle / "Contents/Info.plist", "com.example.deep", "deep", "1", "1");
+    test::writeFile(bundle / "Contents/MacOS/deep", "#!/bin/sh\n");
+    bundle = bundle / "Contents/Helpers/d.app";
+  }
+  test::writeFile(bundle.parent_path().parent_path() / "Resources/end", "end");
+  fs::remove(bundle.parent_path());
+  test::runSignBundle({"sign", application.native(), "--ad-hoc"});
+  const Verdict verdict = workshop().judge(application);
+  EXPECT_EQ(verdict.status, errSecCSBadResource);
+  EXPECT_THAT(verdict.sentence, HasSubstr("nested too deeply"));
+}
+
+TEST(NestedCode, directoriesWithoutEndAreRefused) {
+  const fs::path application = workshop().signedPlainApplication();
+  fs::path directory = application / "Contents/Resources";
+  for (int level = 0; level < 200; ++level)
+    directory /= "d";
+  fs::create_directories(directory);
+  EXPECT_THAT(workshop().judge(application).sentence, HasSubstr("nested too deeply"));
+}
+
+TEST(UnsealedItems, linksThatLeadOutAreRefusedEvenWhereNothingIsSealed) {
+  const fs::path application = workshop().signedPlainApplication();
+  const fs::path link = application / "Contents/Resources/.DS_Store";
+  struct Case {
+    const char* target;
+    bool accepted;
+  };
+  for (const Case& tested :
+       {Case{"text.txt", true}, Case{"../../Contents/Info.plist", true}, Case{"missing", true},
+        Case{"/etc/hostname", false}, Case{"../../../other", false}, Case{"../Resources/../../../x", false},
+        Case{".DS_Store", false}}) {
+    fs::create_symlink(tested.target, link);
+    EXPECT_EQ(workshop().judge(application).accepted(), tested.accepted) << tested.target;
+    fs::remove(link);
+  }
+}
+
+TEST(UnsealedItems, receiptsAndTicketsMayBeAdded) {
+  const fs::path application = workshop().signedPlainApplication();
+  test::writeFile(application / "Contents/_MASReceipt/receipt", "receipt");
+  test::writeFile(application / "Contents/CodeResources", "ticket");
+  EXPECT_TRUE(workshop().judge(application).accepted());
+  test::writeFile(application / "Contents/_CodeSignature/added", "added");
+  EXPECT_EQ(workshop().judge(application).status, errSecCSBadResource);
+}
+
+}  // namespace
