@@ -11,7 +11,8 @@ int main(int argc, char** argv) {
     const auto found =
         QuorinOstrevalUpdater::findApplication(platform::URL::fileURLWithPath(argv[1]), argv[2]);
     return std::puts(found.path().c_str()) >= 0 ? 0 : 1;
-  } catch (const platform::Error&) {
-    return 1;
+  } catch (const platform::Error& error) {
+    // That there is none is an answer too.
+    return std::puts(error.what()) >= 0 ? 0 : 1;
   }
 }

@@ -19,12 +19,17 @@ using platform::FileDescriptor;
 using platform::NSFileManager;
 using platform::URL;
 
+std::string hiddenName() {
+  std::string name(".");
+  return name.append(platform::UUID().uuidString());
+}
+
 /// A file beside the image, which takes the image's name when it is complete and else is gone.
 class UnfinishedImage {
  public:
   explicit UnfinishedImage(const URL& image)
       : image_(image),
-        place_(image.deletingLastPathComponent().appendingPathComponent("." + platform::UUID().uuidString())),
+        place_(image.deletingLastPathComponent().appendingPathComponent(hiddenName())),
         file_(FileDescriptor::open(place_, O_WRONLY | O_CREAT | O_EXCL, 0666)) {}
   UnfinishedImage(const UnfinishedImage&) = delete;
   UnfinishedImage& operator=(const UnfinishedImage&) = delete;

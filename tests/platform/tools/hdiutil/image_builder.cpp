@@ -60,11 +60,11 @@ std::string lzfse(std::span<const char> block) {
   while (!block.empty()) {
     auto raw = block.first(std::min<std::size_t>(block.size(), 1U << 16U));
     block = block.subspan(raw.size());
-    const std::string header = "bvxn" + little(raw.size(), 4);
+    const std::string header = std::string("bvxn") + little(raw.size(), 4);
     std::string payload;
     while (!raw.empty()) {
       const std::size_t count = std::min<std::size_t>(raw.size(), raw.size() < 16 ? 15 : 271);
-      payload += count < 16 ? little(0xE0 | count, 1) : "\xE0" + little(count - 16, 1);
+      payload += count < 16 ? little(0xE0 | count, 1) : std::string("\xE0") + little(count - 16, 1);
       payload.append(raw.begin(), raw.begin() + static_cast<std::ptrdiff_t>(count));
       raw = raw.subspan(count);
     }
@@ -151,10 +151,10 @@ std::string hfsVolumeOf(const fs::path& folder, const std::string& name) {
 std::string appleDisk(const std::vector<std::string>& volumes) {
   std::vector<std::size_t> first;
   std::string disk = layOut(64, volumes, first);
-  disk.replace(0, 4, "ER" + big(kSector, 2));
+  disk.replace(0, 4, std::string("ER") + big(kSector, 2));
   const auto entry = [&](std::size_t index, std::size_t start, std::size_t count, const std::string& type) {
-    const std::string bytes = "PM" + big(0, 2) + big(volumes.size() + 1, 4) + big(start, 4) + big(count, 4) +
-                              padded("name", 32) + padded(type, 32);
+    const std::string bytes = std::string("PM") + big(0, 2) + big(volumes.size() + 1, 4) + big(start, 4) +
+                              big(count, 4) + padded("name", 32) + padded(type, 32);
     disk.replace(index * kSector, bytes.size(), bytes);
   };
   entry(1, 1, 63, "Apple_partition_map");
