@@ -10,6 +10,7 @@
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/file_descriptor.hpp"
 #include "platform/foundation/file_sync.hpp"
+#include "platform/foundation/item_place.hpp"
 #include "platform/foundation/system_call.hpp"
 #include "platform/foundation/uuid.hpp"
 
@@ -54,7 +55,7 @@ class TemporarySibling {
 }  // namespace
 
 Data Data::contentsOf(const URL& url, DataReadingOptions options) {
-  const FileDescriptor file = FileDescriptor::open(url, O_RDONLY | O_NOCTTY);
+  const FileDescriptor file = FileDescriptor::openForReading(url);
   std::string bytes;
   struct stat status {};
   if (::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode))
@@ -76,16 +77,15 @@ void Data::write(const URL& to, DataWritingOptions) const {
     throw SystemError(quoted(to.path()) + " could not be replaced",
                       S_ISDIR(existing.st_mode) ? EISDIR : EEXIST);
 
-  const FileDescriptor directory =
-      FileDescriptor::open(to.deletingLastPathComponent(), O_RDONLY | O_DIRECTORY);
-  TemporarySibling sibling(directory, to.path());
+  const ItemPlace place = placeOf(to);
+  TemporarySibling sibling(place.directory, to.path());
   if (exists && S_ISREG(existing.st_mode) && ::fchmod(sibling.file().get(), existing.st_mode & 0777U) != 0)
     throw SystemError(quoted(to.path()) + " could not be given its permissions", errno);
   sibling.file().writeAll(bytes_, to.path());
   syncFile(sibling.file(), to.path());
   sibling.file().close(to.path());
-  sibling.takeNameOf(to.lastPathComponent());
-  syncDirectory(directory, to.path());
+  sibling.takeNameOf(place.name);
+  syncDirectory(place.directory, to.path());
 }
 
 }  // namespace platform

@@ -1,6 +1,7 @@
 #include "platform/foundation/file_descriptor.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <utility>
@@ -26,6 +27,16 @@ FileDescriptor FileDescriptor::open(const URL& url, int flags, unsigned mode) {
   FileDescriptor opened(uninterrupted([&] { return ::open(path, flags | O_CLOEXEC, mode); }));
   if (!opened.isOpen())
     throw SystemError(quoted(url.path()) + " could not be opened", errno);
+  return opened;
+}
+
+FileDescriptor FileDescriptor::openForReading(const URL& url) {
+  FileDescriptor opened = open(url, O_RDONLY | O_NOCTTY | O_NONBLOCK);
+  struct stat status {};
+  if (::fstat(opened.get(), &status) != 0)
+    throw SystemError(quoted(url.path()) + " could not be looked at", errno);
+  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
+    throw Error(quoted(url.path()) + " could not be read: It is not a regular file.");
   return opened;
 }
 

@@ -21,7 +21,10 @@ class FileDescriptor {
 
   /// Opens `path` with the flags of `open(2)` and close-on-exec; throws `SystemError` naming the item.
   static FileDescriptor open(const URL& url, int flags, unsigned mode = 0);
-  /// The same for `name` below `directory`.
+  /// Opens a file for reading, without waiting for anybody. What is neither a file nor a directory is
+  /// refused: a pipe or a device might never come to its end.
+  static FileDescriptor openForReading(const URL& url);
+  /// The same as `open` for `name` below `directory`.
   static FileDescriptor openAt(const FileDescriptor& directory, const std::string& name, int flags,
                                unsigned mode = 0);
 

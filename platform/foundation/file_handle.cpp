@@ -5,23 +5,16 @@
 namespace platform {
 
 NSFileHandle NSFileHandle::fileHandleForReadingFromURL(const URL& url) {
-  return {url, O_RDONLY | O_NOCTTY};
+  return {url, FileDescriptor::openForReading(url)};
 }
 
 NSFileHandle NSFileHandle::fileHandleForWritingToURL(const URL& url) {
-  return {url, O_WRONLY | O_NOCTTY};
+  return {url, FileDescriptor::open(url, O_WRONLY | O_NOCTTY)};
 }
 
 NSFileHandle NSFileHandle::fileHandleWithNullDevice() {
-  return {URL::fileURLWithPath("/dev/null"), O_RDWR | O_NOCTTY};
-}
-
-std::optional<Data> NSFileHandle::readUpToCount(std::size_t count) {
-  std::string bytes(count, '\0');
-  bytes.resize(readInto(bytes).size());
-  if (bytes.empty())
-    return std::nullopt;
-  return Data(std::move(bytes));
+  const URL device = URL::fileURLWithPath("/dev/null");
+  return {device, FileDescriptor::open(device, O_RDWR | O_NOCTTY)};
 }
 
 std::string_view NSFileHandle::readInto(std::span<char> buffer) {

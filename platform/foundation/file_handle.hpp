@@ -1,12 +1,11 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
-#include "platform/foundation/data.hpp"
 #include "platform/foundation/file_descriptor.hpp"
 
 namespace platform {
@@ -21,9 +20,6 @@ class NSFileHandle {
   /// Gives end of file at once, and swallows what is written.
   static NSFileHandle fileHandleWithNullDevice();
 
-  /// The next bytes, `count` at most; nothing at the end of the file.
-  std::optional<Data> readUpToCount(std::size_t count);
-
   /// The next bytes, as many as `buffer` takes; empty at the end of the file. They lie in `buffer`, which can
   /// be used again for the next ones: for large files, whose every chunk would otherwise be cleared before it
   /// is filled.
@@ -35,8 +31,8 @@ class NSFileHandle {
   const FileDescriptor& descriptor() const noexcept { return descriptor_; }
 
  private:
-  NSFileHandle(const URL& url, int flags)
-      : path_(url.path()), descriptor_(FileDescriptor::open(url, flags)) {}
+  NSFileHandle(const URL& url, FileDescriptor descriptor)
+      : path_(url.path()), descriptor_(std::move(descriptor)) {}
 
   std::string path_;
   FileDescriptor descriptor_;

@@ -4,12 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/file_descriptor.hpp"
 #include "platform/foundation/file_removal.hpp"
 #include "platform/foundation/file_rename.hpp"
 #include "platform/foundation/file_sync.hpp"
-#include "platform/foundation/system_call.hpp"
+#include "platform/foundation/item_place.hpp"
 
 namespace platform {
 namespace {
@@ -64,9 +65,8 @@ bool NSFileManager::createFileAtPath(const std::string& path) const {
 }
 
 void NSFileManager::removeItemAtURL(const URL& url) const {
-  systemPath(url);
-  const URL parent = url.deletingLastPathComponent();
-  removeTree(FileDescriptor::open(parent, O_RDONLY | O_DIRECTORY), url.lastPathComponent(), url.path());
+  const ItemPlace place = placeOf(url);
+  removeTree(place.directory, place.name, url.path());
 }
 
 std::optional<NSDirectoryEnumerator> NSFileManager::enumeratorAtURL(
@@ -79,17 +79,14 @@ std::optional<NSDirectoryEnumerator> NSFileManager::enumeratorAtURL(
 }
 
 void NSFileManager::moveItemAtURL(const URL& from, const URL& to) const {
-  systemPath(from);
-  systemPath(to);
-  const FileDescriptor oldDirectory =
-      FileDescriptor::open(from.deletingLastPathComponent(), O_RDONLY | O_DIRECTORY);
-  const FileDescriptor newDirectory =
-      FileDescriptor::open(to.deletingLastPathComponent(), O_RDONLY | O_DIRECTORY);
+  const ItemPlace oldPlace = placeOf(from);
+  const ItemPlace newPlace = placeOf(to);
   const int failure =
-      renameExclusively({oldDirectory, from.lastPathComponent()}, {newDirectory, to.lastPathComponent()});
+      renameExclusively({oldPlace.directory, oldPlace.name}, {newPlace.directory, newPlace.name});
   if (failure != 0)
     throw SystemError(quoted(from.path()) + " could not be moved to " + quoted(to.path()), failure);
-  syncDirectory(newDirectory, to.path());
+  // The item has moved: a failure here would say that it has not.
+  bestEffort([&] { syncDirectory(newPlace.directory, to.path()); });
 }
 
 }  // namespace platform

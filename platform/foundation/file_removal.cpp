@@ -63,13 +63,14 @@ class TreeRemoval {
     return false;
   }
 
-  /// Unlinks, opening up a directory of the caller that forbids it. False with `errno` on failure.
-  static bool tryUnlink(const FileDescriptor& directory, const std::string& name, int flags) {
+  /// Unlinks, opening up a directory of the tree that forbids it; the one that holds the tree stays as it is.
+  /// False with `errno` on failure.
+  bool tryUnlink(const FileDescriptor& directory, const std::string& name, int flags) const {
     const auto unlink = [&] { return ::unlinkat(directory.get(), name.c_str(), flags); };
     if (uninterrupted(unlink) == 0)
       return true;
     const int reason = errno;
-    if (reason == EACCES && ::fchmod(directory.get(), S_IRWXU) == 0)
+    if (reason == EACCES && !levels_.empty() && ::fchmod(directory.get(), S_IRWXU) == 0)
       return uninterrupted(unlink) == 0;
     errno = reason;
     return false;
@@ -90,7 +91,7 @@ class TreeRemoval {
   }
 
   void removeFiles() {
-    FileDescriptor duplicate = FileDescriptor::openAt(current_, ".", kDirectoryFlags);
+    FileDescriptor duplicate(::fcntl(current_.get(), F_DUPFD_CLOEXEC, 0));
     const std::unique_ptr<DIR, CloseDirectory> stream(::fdopendir(duplicate.get()));
     if (stream == nullptr)
       fail(levels_.back().name, errno);

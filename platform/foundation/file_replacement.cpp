@@ -1,18 +1,20 @@
-#include <fcntl.h>
-
-#include <vector>
+#include <array>
+#include <cerrno>
+#include <string_view>
 
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/file_descriptor.hpp"
 #include "platform/foundation/file_manager.hpp"
 #include "platform/foundation/file_rename.hpp"
 #include "platform/foundation/file_sync.hpp"
+#include "platform/foundation/item_place.hpp"
 
 namespace platform {
 namespace {
 
-/// Steps between names that are taken back in reverse order unless they are committed. Each returns 0 or an
-/// error number, with nothing changed by that step.
+/// The two steps between names that make up a replacement. They are taken back in reverse order unless they
+/// are committed. Each returns 0 or an error number, with nothing changed by that step. Nothing here needs
+/// memory, so that a step that was taken is always recorded.
 class ReversibleSteps {
  public:
   ReversibleSteps() = default;
@@ -21,35 +23,39 @@ class ReversibleSteps {
   ~ReversibleSteps() { takeBack(); }
 
   int rename(const DirectoryEntryName& from, const DirectoryEntryName& to) {
-    return record(renameExclusively(from, to), {renameExclusively, to, from});
+    return record(renameExclusively(from, to), {renameExclusively, &to, &from});
   }
 
   int exchange(const DirectoryEntryName& one, const DirectoryEntryName& other) {
-    return record(exchangeNames(one, other), {exchangeNames, one, other});
+    return record(exchangeNames(one, other), {exchangeNames, &one, &other});
   }
 
+  /// Stops at the first step that cannot be taken back: those before it would move the wrong item.
   void takeBack() noexcept {
-    // Taking back is all that can be done here; the failure that led to it is the one to report.
-    for (; !inverses_.empty(); inverses_.pop_back())
-      static_cast<void>(inverses_.back().step(inverses_.back().from, inverses_.back().to));
+    while (count_ > 0 && inverses_.at(count_ - 1).run() == 0)
+      --count_;
+    count_ = 0;
   }
 
-  void commit() noexcept { inverses_.clear(); }
+  void commit() noexcept { count_ = 0; }
 
  private:
   struct Inverse {
-    int (*step)(const DirectoryEntryName&, const DirectoryEntryName&);
-    const DirectoryEntryName& from;
-    const DirectoryEntryName& to;
+    int (*step)(const DirectoryEntryName&, const DirectoryEntryName&) = nullptr;
+    const DirectoryEntryName* from = nullptr;
+    const DirectoryEntryName* to = nullptr;
+
+    int run() const noexcept { return step(*from, *to); }
   };
 
-  int record(int failure, const Inverse& inverse) {
+  int record(int failure, const Inverse& inverse) noexcept {
     if (failure == 0)
-      inverses_.push_back(inverse);
+      inverses_.at(count_++) = inverse;
     return failure;
   }
 
-  std::vector<Inverse> inverses_;
+  std::array<Inverse, 2> inverses_{};
+  std::size_t count_ = 0;
 };
 
 void requirePlainName(const std::string& name) {
@@ -63,17 +69,13 @@ void requirePlainName(const std::string& name) {
 void NSFileManager::replaceItemAt(const URL& target, const URL& replacement,
                                   const std::string& backupItemName, ItemReplacementOptions) const {
   requirePlainName(backupItemName);
-  systemPath(target);
-  systemPath(replacement);
-  const FileDescriptor targetDirectory =
-      FileDescriptor::open(target.deletingLastPathComponent(), O_RDONLY | O_DIRECTORY);
-  const FileDescriptor replacementDirectory =
-      FileDescriptor::open(replacement.deletingLastPathComponent(), O_RDONLY | O_DIRECTORY);
-  const DirectoryEntryName targetName{targetDirectory, target.lastPathComponent()};
-  const DirectoryEntryName replacementName{replacementDirectory, replacement.lastPathComponent()};
-  const DirectoryEntryName backupName{targetDirectory, backupItemName};
+  const ItemPlace targetPlace = placeOf(target);
+  const ItemPlace replacementPlace = placeOf(replacement);
+  const DirectoryEntryName targetName{targetPlace.directory, targetPlace.name};
+  const DirectoryEntryName replacementName{replacementPlace.directory, replacementPlace.name};
+  const DirectoryEntryName backupName{targetPlace.directory, backupItemName};
 
-  syncFileSystem(replacementDirectory, replacement.path());
+  syncFileSystem(replacementPlace.directory, replacement.path());
 
   ReversibleSteps steps;
   int failure = steps.rename(replacementName, backupName);
@@ -88,8 +90,8 @@ void NSFileManager::replaceItemAt(const URL& target, const URL& replacement,
   if (failure != 0)
     throw SystemError(quoted(target.path()) + " could not be replaced by " + quoted(replacement.path()),
                       failure);
-  syncDirectory(targetDirectory, target.path());
-  syncDirectory(replacementDirectory, replacement.path());
+  syncDirectory(targetPlace.directory, target.path());
+  syncDirectory(replacementPlace.directory, replacement.path());
   steps.commit();
 }
 

@@ -58,11 +58,6 @@ class JSONDecoder {
 /// The members of a JSON object that is being written, in the order in which they come.
 class KeyedEncodingContainer {
  public:
-  KeyedEncodingContainer();
-  ~KeyedEncodingContainer();
-  KeyedEncodingContainer(const KeyedEncodingContainer&) = delete;
-  KeyedEncodingContainer& operator=(const KeyedEncodingContainer&) = delete;
-
   void encode(std::string_view key, std::string_view value);
   void encode(std::string_view key, bool value);
   // A text literal would otherwise become a truth value.
@@ -72,8 +67,9 @@ class KeyedEncodingContainer {
   Data json() const;
 
  private:
-  struct Object;
-  std::unique_ptr<Object> object_;
+  void append(std::string_view key, std::string_view value);
+
+  std::string members_;
 };
 
 /// Writes a record as JSON text in UTF-8. A record has an operation `encode(KeyedEncodingContainer&) const`.

@@ -36,6 +36,7 @@ class RootMembers : public nlohmann::json_sax<nlohmann::json> {
  public:
   KeyedDecodingContainer::Members take() { return std::move(members_); }
   Type rootType() const { return rootType_; }
+  bool numberIsTooLarge() const { return numberIsTooLarge_; }
   std::size_t errorPosition() const { return errorPosition_; }
 
   bool null() override { return add({Type::null, false, {}}); }
@@ -58,7 +59,10 @@ class RootMembers : public nlohmann::json_sax<nlohmann::json> {
     return true;
   }
 
-  bool parse_error(std::size_t position, const std::string&, const nlohmann::json::exception&) override {
+  bool parse_error(std::size_t position, const std::string&,
+                   const nlohmann::json::exception& error) override {
+    constexpr int kNumberOutOfRange = 406;
+    numberIsTooLarge_ = error.id == kNumberOutOfRange;
     errorPosition_ = position;
     return false;
   }
@@ -88,6 +92,7 @@ class RootMembers : public nlohmann::json_sax<nlohmann::json> {
   Type rootType_ = Type::null;
   std::size_t depth_ = 0;
   std::size_t errorPosition_ = 0;
+  bool numberIsTooLarge_ = false;
 };
 // NOLINTEND(readability-identifier-naming, readability-convert-member-functions-to-static)
 
@@ -112,8 +117,12 @@ KeyedDecodingContainer JSONDecoder::container(const Data& text) {
   const auto null = bytes.find('\0');
   if (null != std::string_view::npos)
     refuse(bytes, null + 1);
-  if (!nlohmann::json::sax_parse(bytes.begin(), bytes.end(), &members))
+  if (!nlohmann::json::sax_parse(bytes.begin(), bytes.end(), &members)) {
+    if (members.numberIsTooLarge())
+      throw DecodingError("The JSON data holds a number that is too large at " +
+                          place(bytes, members.errorPosition()) + ".");
     refuse(bytes, members.errorPosition());
+  }
   if (members.rootType() != Type::object)
     throw DecodingError("The JSON data is " + nameOf(members.rootType()) + " where an object is needed.");
   return KeyedDecodingContainer(members.take());

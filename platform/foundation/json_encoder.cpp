@@ -3,25 +3,30 @@
 #include "platform/foundation/json.hpp"
 
 namespace platform {
+namespace {
 
-struct KeyedEncodingContainer::Object {
-  nlohmann::ordered_json json = nlohmann::ordered_json::object();
-};
+/// Only texts go through the library: its objects need memory to be destroyed, and end the process where
+/// there is none.
+std::string quotedText(std::string_view text) {
+  return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
 
-KeyedEncodingContainer::KeyedEncodingContainer() : object_(std::make_unique<Object>()) {}
-
-KeyedEncodingContainer::~KeyedEncodingContainer() = default;
+}  // namespace
 
 void KeyedEncodingContainer::encode(std::string_view key, std::string_view value) {
-  object_->json[std::string(key)] = value;
+  append(key, quotedText(value));
 }
 
 void KeyedEncodingContainer::encode(std::string_view key, bool value) {
-  object_->json[std::string(key)] = value;
+  append(key, value ? "true" : "false");
+}
+
+void KeyedEncodingContainer::append(std::string_view key, std::string_view value) {
+  members_.append(members_.empty() ? "" : ",").append(quotedText(key)).append(":").append(value);
 }
 
 Data KeyedEncodingContainer::json() const {
-  return Data(object_->json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+  return Data("{" + members_ + "}");
 }
 
 }  // namespace platform

@@ -127,8 +127,11 @@ Node buildArray(const PropertyList::Array& items) {
 
 Node buildDictionary(const PropertyList::Dictionary& members) {
   Node dictionary(::plist_new_dict());
-  for (const auto& [key, value] : members)
-    ::plist_dict_set_item(dictionary.get(), carriedByXML(key), build(value).release());
+  for (const auto& [key, value] : members) {
+    Node item = build(value);
+    ::plist_dict_set_item(dictionary.get(), carriedByXML(key), item.get());
+    static_cast<void>(item.release());  // the dictionary's now
+  }
   return dictionary;
 }
 

@@ -71,13 +71,15 @@ class PropertyList {
 
 class NSPropertyListSerialization {
  public:
-  /// Reads a property list in XML or in the binary form. Text is taken exactly as it stands and is valid UTF-8. Throws
-  /// `PropertyListError` for anything else, and for lists that are deeper, or of which parts are shared more often,
-  /// than any that a person or tool would write. Hostile data costs no more than its size.
+  /// Reads a property list in XML or in the binary form. Text is taken exactly as it stands and is valid
+  /// UTF-8. Throws `PropertyListError` for anything else, and for lists that are deeper, or of which parts
+  /// are shared more often, than any that a person or tool would write. Hostile data costs no more than its
+  /// size.
   static PropertyList propertyListWithData(const Data& bytes);
 
-  /// Writes a property list in XML. Throws `PropertyListError` when `list` holds a value of an unread kind, or text
-  /// that XML cannot carry: not valid UTF-8, or with control characters other than tabs and line ends.
+  /// Writes a property list in XML. Throws `PropertyListError` when `list` holds a value of an unread kind,
+  /// or text that XML cannot carry: not valid UTF-8, or with control characters other than tabs and line
+  /// ends.
   static Data dataWithPropertyList(const PropertyList& list);
 };
 

@@ -15,7 +15,7 @@ enum class Session { inherited, own };
 struct SpawnRequest {
   URL executable;
   std::vector<std::string> arguments;  ///< without the program's own name
-  std::array<int, 3> standardStreams;  ///< descriptors for 0, 1 and 2
+  std::array<int, 3> standardStreams;  ///< descriptors for 0, 1 and 2, each from 3 on
   Session session = Session::inherited;
   std::string workingDirectory = {};  ///< empty: the caller's
 };

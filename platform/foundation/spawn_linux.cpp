@@ -53,7 +53,6 @@ void setSignalsToDefault(Attributes& attributes, Session session) {
   require(::posix_spawnattr_setflags(attributes.get(), static_cast<short>(flags)));
 }
 
-/// A stream that already has the number of another one would be lost on the way to its own.
 void setStreams(FileActions& actions, const std::array<int, 3>& streams) {
   for (int number = 0; number < 3; ++number)
     require(::posix_spawn_file_actions_adddup2(actions.get(), streams.at(static_cast<std::size_t>(number)),

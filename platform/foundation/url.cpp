@@ -58,6 +58,8 @@ URL URL::deletingLastPathComponent() const {
   if (name == "." || name == "..")
     return URL(path_ + "/..");
   const std::string_view parent = componentsAbove(path_);
+  if (path_.find('/') == std::string::npos)
+    return URL(std::string("."));
   return URL(parent.empty() ? std::string("/") : withoutTrailingSlashes(parent));
 }
 

@@ -12,7 +12,8 @@ class URL {
   /// file and cannot fail: where the current directory no longer exists, the path stays relative.
   static URL fileURLWithPath(std::string_view path);
 
-  /// An absolute path, without a slash at its end unless it is the root itself.
+  /// An absolute path, without a slash at its end unless it is the root itself; a relative one where the
+  /// current directory no longer exists.
   const std::string& path() const noexcept { return path_; }
 
   /// The last component; "/" for the root.

@@ -88,7 +88,7 @@ TEST_F(CommandRunnerTest, AToolMayEndByItselfWithinTheGracePeriod) {
   const double seconds = secondsOf([&] {
     EXPECT_EQ(failureOf({"end-on-termination", mark("asked")}, 0.3), timedOut);
   });
-  EXPECT_TRUE(fs::exists(mark("asked")));
+  EXPECT_TRUE(fs::exists(mark("asked ended")));
   EXPECT_LT(seconds, 1.2);
 }
 

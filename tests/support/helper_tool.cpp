@@ -56,11 +56,13 @@ void describe() {
 }
 
 const char* terminationMark = nullptr;
+std::string endedMark;
 
 extern "C" void onTermination(int) {
   const int file = ::open(terminationMark, O_WRONLY | O_CREAT, 0600);
   ::close(file);
   ::usleep(200'000);
+  ::rename(terminationMark, endedMark.c_str());
   ::_exit(0);
 }
 
@@ -98,6 +100,7 @@ int main(int count, char** arguments) {
     ::sleep(30);
   } else if (what == "end-on-termination") {
     terminationMark = word(1);
+    endedMark = words.at(1) + " ended";
     ::signal(SIGTERM, onTermination);
     ::sleep(30);
   } else if (what == "remove-capture") {

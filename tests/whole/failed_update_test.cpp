@@ -215,4 +215,14 @@ TEST_F(FailedUpdateTest, ANewApplicationThatDoesNotStart) {
   EXPECT_EQ(starts(1), std::vector<std::string>{"1.0"});
 }
 
+TEST_F(FailedUpdateTest, APlanWhoseTargetEndsInDotsLosesNothingEither) {
+  offer(SampleUpdates::shared().brokenApplication());
+  writeFile(applications / "Neighbour.app/file", "kept");
+  installed = test::inventory(applications);
+  plan.targetAppPath = (target / "Contents/..").native();
+  EXPECT_EQ(run().exitStatus, 1);
+  EXPECT_EQ(test::difference(installed, test::inventory(applications)), "");
+  expectNothingLeft();
+}
+
 }  // namespace

@@ -33,7 +33,7 @@ using platform::URL;
   bestEffort([&] {
     const std::string line = "QuorinOstrevalUpdater: " + std::string(description.text()) + "\n";
     // Where standard error takes nothing, the status file and the exit status remain.
-    static_cast<void>(std::fputs(line.c_str(), stderr));
+    static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
   });
   std::exit(EXIT_FAILURE);  // NOLINT(concurrency-mt-unsafe): there is one thread
 }

@@ -13,7 +13,7 @@ namespace {
 platform::URL bundleNamedBy(const std::vector<std::string>& arguments) {
   if (arguments.size() != 3 || arguments[1] != "-n")
     throw platform::Error("Usage: open -n APPLICATION");
-  return platform::URL::fileURLWithPath(arguments[2]);
+  return platform::URL::fileURLWithPath(arguments[2]).standardizedFileURL();
 }
 
 }  // namespace

@@ -48,6 +48,13 @@ TEST(DataTest, ReadsWholeFiles) {
   EXPECT_THROW(Data::contentsOf(url(directory / "missing")), SystemError);
 }
 
+TEST(DataTest, DoesNotWaitForWhatIsNoFile) {
+  const test::TemporaryDirectory directory;
+  ASSERT_EQ(::mkfifo((directory / "fifo").c_str(), 0600), 0);
+  EXPECT_THROW(Data::contentsOf(url(directory / "fifo")), platform::Error);
+  EXPECT_THROW(Data::contentsOf(URL::fileURLWithPath("/dev/zero")), platform::Error);
+}
+
 TEST(DataTest, WritesFilesAsAWhole) {
   const test::TemporaryDirectory directory;
   EXPECT_EQ(write(directory / "new", "first"), 0);
@@ -90,7 +97,6 @@ TEST(DataTest, AFailureLeavesTheOldFileAndNoOther) {
         return ::setrlimit(RLIMIT_FSIZE, &limit) == 0 ? write(directory / "file", std::string(5000, 'x')) : 1;
       }),
       EFBIG);
-  // The file system offers no sync of directories: that is no failure.
   EXPECT_EQ(test::inventory(directory.path()), before);
 }
 

@@ -81,6 +81,11 @@ TEST(JSONTest, RefusesWhatIsNoJSONAndSaysWhere) {
     EXPECT_TRUE(failureOf(text).starts_with("The data is not valid JSON at line ")) << text;
 }
 
+TEST(JSONTest, ANumberThatIsTooLargeIsNamedAsThat) {
+  EXPECT_EQ(failureOf(R"({"text": "x", "flag": true, "more": 1e999})"),
+            "The JSON data holds a number that is too large at line 1, column 41.");
+}
+
 TEST(JSONTest, LargeAndDeepTextIsReadOrRefused) {
   const std::string deep(1'000'000, '[');
   EXPECT_NE(failureOf(deep), "");

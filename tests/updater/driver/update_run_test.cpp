@@ -6,7 +6,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <sstream>
 #include <thread>
 
@@ -44,6 +46,8 @@ class UpdateRunTest : public testing::Test {
               "#!/bin/sh\n"
               "cd \"${0%/*}\" || exit 99\n"
               "echo \"$# $1 $2\" >> calls\n"
+              "cat ../../../state/status.json >> statuses 2>/dev/null && echo >> statuses\n"
+              "stat -L -c %s /proc/$PPID/fd/2 >> lines\n"
               "read -r status message < results; sed -i 1d results\n"
               "printf '%s\\n' \"$message\" >&2\n"
               "exit \"${status:-0}\"\n");
@@ -74,6 +78,19 @@ class UpdateRunTest : public testing::Test {
   Outcome runWith(const std::vector<std::string>& arguments,
                   const std::function<void()>& prepare = {}) const {
     return test::runProgram(updater, arguments, prepare);
+  }
+
+  /// The outcomes that the status file told at each call of `open`, in order; standard error was silent then.
+  std::string outcomesAtLaunches() const {
+    std::istringstream lines(readFile(open / "lines"));
+    for (std::string size; std::getline(lines, size);)
+      EXPECT_EQ(size, "0") << "the line on standard error comes after the relaunch";
+    std::istringstream statuses(readFile(open / "statuses"));
+    std::string outcomes;
+    for (std::string text; std::getline(statuses, text);)
+      outcomes +=
+          platform::JSONDecoder().decode<InstallStatus>(platform::Data(text)).succeeded ? "good " : "bad ";
+    return outcomes;
   }
 
   InstallStatus status() const {
@@ -159,17 +176,21 @@ TEST_F(UpdateRunTest, AParentThatOutlivesTheTimeLimit) {
   use("bin/QuorinOstrevalUpdater");
   writeFile(directory / "plan.json", platform::JSONEncoder().encode(plan).bytes());
   const auto before = test::inventory(apps);
+  const auto start = std::chrono::steady_clock::now();
   expectFailure(runWith({"--plan", (directory / "plan.json").native(), "--parent-pid",
                          std::to_string(::getpid()), "--ready-file", ready.native()}),
                 "Quorin Ostreval did not terminate in time.", 1);
   EXPECT_EQ(readFile(ready), "ready");
   EXPECT_EQ(test::inventory(apps), before);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
+  EXPECT_LE(std::chrono::steady_clock::now() - start, std::chrono::seconds(75));
 }
 
 TEST_F(UpdateRunTest, AFailedInstallation) {
   expectFailure(run("refuse"), "The downloaded DMG no longer matches its verified SHA-256 checksum.", 1);
   expectFailure(run("refuse", "1 ignored"),
                 "The downloaded DMG no longer matches its verified SHA-256 checksum.", 2);
+  EXPECT_EQ(outcomesAtLaunches(), "bad bad ");
   EXPECT_EQ(readFile(ready), "ready");
   EXPECT_EQ(installedVersion(), "old");
 }
@@ -179,8 +200,30 @@ TEST_F(UpdateRunTest, WhateverIsThrownEndsInTheFailurePath) {
   expectFailure(run("unknown"), "An unexpected error occurred.", 2);
 }
 
+TEST_F(UpdateRunTest, WhicheverAllocationFailsTheRunEndsByItselfWithAWholeApplication) {
+  const fs::path failed = directory / "failed";
+  long number = 0;
+  do {
+    fs::remove(failed);
+    fs::remove_all(apps);
+    writeFile(fs::path(plan.targetAppPath) / "version", "old");
+    writeFile(apps / "New.app/version", "new");
+    writeFile(plan.dmgPath, "image");
+    ++number;
+    const Outcome outcome = run(backup, "", [&] {
+      ::setenv("FAILING_ALLOCATION", std::to_string(number).c_str(), 1);
+      ::setenv("ALLOCATION_FAILED", failed.c_str(), 1);
+    });
+    EXPECT_TRUE(outcome.exitStatus == 0 || outcome.exitStatus == 1) << number << " signal " << outcome.signal;
+    const bool isNew = fs::exists(fs::path(plan.targetAppPath) / "version") && installedVersion() == "new";
+    EXPECT_TRUE(isNew || (outcome.exitStatus == 1 && (installedVersion() == "old"))) << number;
+  } while (fs::exists(failed));
+  EXPECT_GT(number, 50);
+}
+
 TEST_F(UpdateRunTest, AFailedLaunchBringsThePreviousApplicationBack) {
   expectFailure(run(backup, "5   it says so  \n0\n"), "The application could not be replaced: it says so", 2);
+  EXPECT_EQ(outcomesAtLaunches(), "good bad ");
   EXPECT_EQ(installedVersion(), "old");
   EXPECT_FALSE(fs::exists(backup));
   writeFile(apps / "New.app/version", "new");
@@ -211,6 +254,7 @@ TEST_F(UpdateRunTest, ASuccessfulRun) {
   EXPECT_EQ(
       status(),
       (InstallStatus{true, "Quorin Ostreval was updated successfully to version 2.0 (build 200).", "2.0"}));
+  EXPECT_EQ(outcomesAtLaunches(), "good ");
   EXPECT_EQ(launches(), 1U);
   EXPECT_EQ(installedVersion(), "new");
   EXPECT_EQ(readFile(ready), "ready");
@@ -256,6 +300,11 @@ TEST_F(UpdateRunTest, TheExitStatusDoesNotDependOnStandardError) {
     EXPECT_EQ(launches(), ++count);
     EXPECT_FALSE(status().succeeded);
   }
+}
+
+TEST_F(UpdateRunTest, TheWholeLineReachesStandardError) {
+  writeFile(open / "open", "#!/bin/sh\nprintf 'first\\0second' >&2\nexit 1\n");
+  EXPECT_THAT(run(backup).error, testing::EndsWith(std::string("replaced: first\0second\n", 23)));
 }
 
 TEST_F(UpdateRunTest, NothingTakesThePlaceOfAClosedStream) {

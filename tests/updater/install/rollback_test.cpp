@@ -38,6 +38,22 @@ TEST_F(RollbackTest, ThePreviousApplicationComesBack) {
   }
 }
 
+TEST_F(RollbackTest, ATargetThatEndsInDotsIsTheApplicationAndNothingElse) {
+  for (const char* path : {"Target.app/.", "Target.app/Contents/.."}) {
+    test::writeFile(directory / "Target.app/Contents/version", "new");
+    test::writeFile(directory / ".backup.app/version", "old");
+    test::writeFile(directory / "neighbour", "");
+    rollback(platform::URL::fileURLWithPath((directory / path).native()), backup);
+    EXPECT_EQ(test::difference({{"Target.app", "directory 755"},
+                                {"Target.app/version", "file 644 old"},
+                                {"neighbour", "file 644 "}},
+                               test::inventory(directory.path())),
+              "")
+        << path;
+    fs::remove_all(directory / "Target.app");
+  }
+}
+
 TEST_F(RollbackTest, AFailedMoveKeepsTheBackup) {
   // Another file system: the way back cannot be one rename.
   const fs::path elsewhere = "/dev/shm/quorin-rollback-test.app";
