@@ -111,7 +111,8 @@ bool NSDirectoryEnumerator::stepUp() {
 }
 
 void NSDirectoryEnumerator::reopen() {
-  FileDescriptor place = FileDescriptor::openAt(root_, ".", kDirectoryFlags);
+  FileDescriptor place(
+      uninterrupted([&] { return ::openat(root_.get(), ".", kDirectoryFlags | O_CLOEXEC); }));
   for (std::size_t depth = 1; depth < levels_.size(); ++depth) {
     place = FileDescriptor(uninterrupted([&] {
       return ::openat(place.get(), levels_[depth].name.c_str(), kDirectoryFlags | O_NOFOLLOW | O_CLOEXEC);

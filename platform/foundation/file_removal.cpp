@@ -63,19 +63,12 @@ class TreeRemoval {
     return false;
   }
 
-  /// Unlinks, opening up a directory of the tree that forbids it; the one that holds the tree stays as it is.
   /// False with `errno` on failure.
-  bool tryUnlink(const FileDescriptor& directory, const std::string& name, int flags) const {
-    const auto unlink = [&] { return ::unlinkat(directory.get(), name.c_str(), flags); };
-    if (uninterrupted(unlink) == 0)
-      return true;
-    const int reason = errno;
-    if (reason == EACCES && !levels_.empty() && ::fchmod(directory.get(), S_IRWXU) == 0)
-      return uninterrupted(unlink) == 0;
-    errno = reason;
-    return false;
+  static bool tryUnlink(const FileDescriptor& directory, const std::string& name, int flags) {
+    return uninterrupted([&] { return ::unlinkat(directory.get(), name.c_str(), flags); }) == 0;
   }
 
+  /// Goes into a directory of the tree, opening it up where it forbids changes.
   void descend(const FileDescriptor& directory, const std::string& name) {
     const auto open = [&] { return ::openat(directory.get(), name.c_str(), kDirectoryFlags | O_CLOEXEC); };
     FileDescriptor opened(uninterrupted(open));
@@ -85,6 +78,9 @@ class TreeRemoval {
     struct stat status {};
     if (!opened.isOpen() || ::fstat(opened.get(), &status) != 0)
       fail(name, errno);
+    // Where that is not allowed, removing what is in it says so.
+    if ((status.st_mode & S_IRWXU) != S_IRWXU)
+      static_cast<void>(::fchmod(opened.get(), S_IRWXU));
     levels_.push_back({name, status.st_dev, status.st_ino, {}});
     current_ = std::move(opened);
     removeFiles();

@@ -184,9 +184,11 @@ TEST_F(FileManagerTest, RemovesWhatTheOwnerHadClosedToHimself) {
   for (const char* name : {"tree/closed/inner/file", "tree/closed/inner", "tree/closed", "tree", ""})
     ASSERT_EQ(::chown((directory / name).c_str(), ::getuid() == 0 ? 65534 : ::getuid(), ::getgid()), 0);
   writeFile(directory / "tree/listed/file", "");
-  for (const char* name : {"tree/listed/file", "tree/listed"})
+  fs::create_directory(directory / "tree/empty");
+  for (const char* name : {"tree/listed/file", "tree/listed", "tree/empty"})
     ASSERT_EQ(::chown((directory / name).c_str(), ::getuid() == 0 ? 65534 : ::getuid(), ::getgid()), 0);
-  ASSERT_EQ(::chmod((directory / "tree/listed").c_str(), 0400), 0);
+  for (const char* name : {"tree/listed", "tree/empty"})
+    ASSERT_EQ(::chmod((directory / name).c_str(), 0400), 0);
   ASSERT_EQ(::chmod((directory / "tree/closed/inner").c_str(), 0500), 0);
   ASSERT_EQ(::chmod((directory / "tree/closed").c_str(), 0), 0);
   EXPECT_EQ(test::inChild([&] {
