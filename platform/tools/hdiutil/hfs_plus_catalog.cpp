@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "platform/tools/hdiutil/image_error.hpp"
+#include "platform/tools/hdiutil/tree_writer.hpp"
+#include "platform/tools/hdiutil/volume_tree.hpp"
 
 namespace platform::hdiutil {
 namespace {
@@ -21,6 +23,16 @@ constexpr std::uint64_t kForkSize = 80;
 constexpr std::uint8_t kCompressedFlag = 0x20;
 constexpr std::string_view kFileLinksName("\0\0\0\0HFS+ Private Data", 21);
 constexpr std::string_view kFolderLinksName = ".HFS+ Private Directory Data\r";
+
+/// True for what the file system keeps in the root folder for its own purposes.
+bool isHousekeeping(std::string_view nameInRoot) {
+  constexpr std::array<std::string_view, 5> kNames{kFileLinksName, kFolderLinksName, ".journal",
+                                                   ".journal_info_block", ".hotfiles.btree"};
+  const auto holds = [&](const auto& names) {
+    return std::find(names.begin(), names.end(), nameInRoot) != names.end();
+  };
+  return holds(kNames) || holds(kHousekeepingNames);
+}
 
 enum RecordType : std::uint16_t { kFolderRecord = 1, kFileRecord = 2 };
 enum ModeType : std::uint16_t {
@@ -92,10 +104,6 @@ HfsEntry readEntry(const ImageBytes& record, bool isFolder) {
   return entry;
 }
 
-bool isUsable(const std::string& name) {
-  return !name.empty() && name != "." && name != ".." && name.find('\0') == std::string::npos;
-}
-
 class CatalogReader {
  public:
   void addRecord(const ImageBytes& key, const ImageBytes& data) {
@@ -130,7 +138,7 @@ class CatalogReader {
           skipped_.push_back(entry.identifier);
           continue;
         }
-        if (!isUsable(entry.name))
+        if (!isEntryName(entry.name))
           throw ImageError("the name of a file in its volume cannot stand in a path.");
         resolve(entry);
         std::string place = path.empty() ? entry.name : path + "/" + entry.name;
@@ -207,13 +215,6 @@ HfsCatalog readHfsCatalog(HfsPlusVolume& volume) {
   CatalogReader reader;
   volume.readCatalog([&](const ImageBytes& key, const ImageBytes& data) { reader.addRecord(key, data); });
   return reader.arrange();
-}
-
-bool isHousekeeping(const std::string& nameInRoot) {
-  constexpr std::array<std::string_view, 10> kNames{
-      kFileLinksName,    kFolderLinksName, ".journal", ".journal_info_block",     ".hotfiles.btree",
-      ".Spotlight-V100", ".fseventsd",     ".Trashes", ".DocumentRevisions-V100", ".TemporaryItems"};
-  return std::find(kNames.begin(), kNames.end(), nameInRoot) != kNames.end();
 }
 
 }  // namespace platform::hdiutil

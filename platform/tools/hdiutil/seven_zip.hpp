@@ -34,7 +34,7 @@ struct VolumeListing {
 };
 
 /// Reads a technical listing. Throws `ImageError` for one that cannot be understood without doubt, such as
-/// that of a volume whose names hold line breaks.
+/// that of a volume whose names hold line breaks, and for names that cannot stand in a path.
 VolumeListing parseListing(const std::string& text);
 
 enum class SevenZipFileSystem : std::uint8_t { apfs, fat };

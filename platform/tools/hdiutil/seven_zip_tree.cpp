@@ -46,20 +46,19 @@ std::string runOn(const FileDescriptor& volume, const std::vector<std::string>& 
 
 std::vector<std::string> extraction(SevenZipFileSystem fileSystem, const URL& tree) {
   // Links are made afterwards, from the listing: those that the program makes are not as they are stored.
-  // Without
-  // "-sns-", extended attributes would become files.
+  // Without "-sns-", extended attributes would become files.
   std::vector<std::string> arguments{"x", typeOption(fileSystem), "-y", "-bsp0", "-bso0", "-sns-", "-snl-"};
-  for (const char* name :
-       {".fseventsd", ".Spotlight-V100", ".Trashes", ".DocumentRevisions-V100", ".TemporaryItems"})
+  for (const std::string_view name : kHousekeepingNames)
     arguments.push_back("-x!" + std::string(name));
   arguments.push_back("-o" + tree.path());
   arguments.push_back(kStandardInputPath);
   return arguments;
 }
 
-void compare(const FileDescriptor& root, const ListedEntry& entry) {
+void compare(TreeWriter& tree, const ListedEntry& entry) {
   struct stat status {};
-  const bool exists = ::fstatat(root.get(), entry.path.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  const TreeWriter::Place place = tree.find(entry.path);
+  const bool exists = ::fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
   const bool agrees =
       entry.kind == ListedEntry::Kind::folder
           ? S_ISDIR(status.st_mode)
@@ -96,18 +95,18 @@ VolumeTree writeListedTree(const FileDescriptor& volume, SevenZipFileSystem file
   std::vector<ListedEntry>& entries = listing.entries;
   std::sort(entries.begin(), entries.end(),
             [](const auto& one, const auto& other) { return one.path < other.path; });
+  TreeWriter writer(root);
   std::size_t expected = 0;
   for (const ListedEntry& entry : entries) {
     if (entry.kind == ListedEntry::Kind::symbolicLink)
       continue;
-    compare(root, entry);
+    compare(writer, entry);
     ++expected;
   }
   // One entry less than listed means that two had the same name, one more that something was added.
   if (countEntries(tree) != expected)
     throw ImageError("its entries could not be unpacked as they are.");
 
-  TreeWriter writer(root);
   for (const ListedEntry& entry : entries) {
     if (entry.kind == ListedEntry::Kind::symbolicLink)
       writer.makeSymbolicLink(entry.path, entry.linkText);
