@@ -4,8 +4,8 @@
 #include <array>
 #include <deque>
 #include <map>
-#include <optional>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "platform/tools/hdiutil/image_error.hpp"
@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::uint32_t kRootParent = 1;
 constexpr std::uint32_t kRoot = 2;
+constexpr std::size_t kLongestPath = 4095;
 constexpr std::size_t kMostEntries = 1'000'000;
 constexpr std::int64_t kSecondsFrom1904To1970 = 2082844800;
 constexpr std::uint64_t kForkSize = 80;
@@ -142,6 +143,9 @@ class CatalogReader {
           throw ImageError("the name of a file in its volume cannot stand in a path.");
         resolve(entry);
         std::string place = path.empty() ? entry.name : path + "/" + entry.name;
+        // Otherwise folders in folders would take memory with the square of their number.
+        if (place.size() > kLongestPath)
+          throw ImageError("a path in its volume is longer than " + std::to_string(kLongestPath) + " bytes.");
         if (entry.kind == HfsEntry::Kind::folder)
           folders.emplace_back(entry.identifier, place);
         catalog.entries.push_back(std::move(entry));
@@ -165,7 +169,7 @@ class CatalogReader {
   void indexFolders() {
     for (std::size_t index = 0; index < entries_.size(); ++index) {
       const HfsEntry& entry = entries_[index];
-      if (entry.kind == HfsEntry::Kind::folder && !folders_.emplace(entry.identifier, index).second)
+      if (entry.kind == HfsEntry::Kind::folder && !folders_.insert(entry.identifier).second)
         throw ImageError("its volume's catalog is damaged.");
       children_[entry.parent].push_back(index);
     }
@@ -181,10 +185,11 @@ class CatalogReader {
     for (const HfsEntry& folder : entries_) {
       if (folder.parent != kRoot || folder.kind != HfsEntry::Kind::folder || folder.name != kFileLinksName)
         continue;
-      for (const HfsEntry& entry : entries_) {
-        if (entry.parent == folder.identifier)
-          linkTargets_.emplace(entry.name, entry);
-      }
+      const auto inside = children_.find(folder.identifier);
+      if (inside == children_.end())
+        continue;
+      for (const std::size_t index : inside->second)
+        linkTargets_.emplace(entries_[index].name, entries_[index]);
     }
   }
 
@@ -203,7 +208,7 @@ class CatalogReader {
   }
 
   std::vector<HfsEntry> entries_;
-  std::unordered_map<std::uint32_t, std::size_t> folders_;
+  std::unordered_set<std::uint32_t> folders_;
   std::unordered_map<std::uint32_t, std::vector<std::size_t>> children_;
   std::map<std::string, HfsEntry> linkTargets_;
   std::vector<std::uint32_t> skipped_;
