@@ -31,10 +31,9 @@ std::string content(const FileDescriptor& file) {
 }
 
 /// Runs the program on the volume and returns what it printed.
-std::string runOn(const FileDescriptor& volume, const std::vector<std::string>& arguments,
-                  const FileDescriptor& work) {
-  const FileDescriptor output = namelessFile(work);
-  const FileDescriptor errors = namelessFile(work);
+std::string runOn(const FileDescriptor& volume, const std::vector<std::string>& arguments) {
+  const FileDescriptor output = memoryFile();
+  const FileDescriptor errors = memoryFile();
   ChildProgram program(kSevenZip, arguments, {volume.get(), output.get(), errors.get()});
   if (!program.succeeds()) {
     if (content(errors).find(reasonOf(ENOSPC)) != std::string::npos)
@@ -84,14 +83,13 @@ std::uint64_t totalSize(const VolumeListing& listing) {
 
 }  // namespace
 
-VolumeTree writeListedTree(const FileDescriptor& volume, SevenZipFileSystem fileSystem, const URL& tree,
-                           const FileDescriptor& work) {
+VolumeTree writeListedTree(const FileDescriptor& volume, SevenZipFileSystem fileSystem, const URL& tree) {
   VolumeListing listing =
-      parseListing(runOn(volume, {"l", "-slt", typeOption(fileSystem), kStandardInputPath}, work));
-  requireSpace(work, totalSize(listing));
-  runOn(volume, extraction(fileSystem, tree), work);
-
+      parseListing(runOn(volume, {"l", "-slt", typeOption(fileSystem), kStandardInputPath}));
   const FileDescriptor root = FileDescriptor::open(tree, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+  requireSpace(root, totalSize(listing));
+  runOn(volume, extraction(fileSystem, tree));
+
   std::vector<ListedEntry>& entries = listing.entries;
   std::sort(entries.begin(), entries.end(),
             [](const auto& one, const auto& other) { return one.path < other.path; });
