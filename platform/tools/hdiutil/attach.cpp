@@ -129,7 +129,8 @@ PropertyList describe(const std::vector<Volume>& volumes, std::size_t mounted, u
 
 }  // namespace
 
-PropertyList attach(const URL& url, ImageRegistry& registry) {
+void attach(const URL& url, ImageRegistry& registry,
+            const std::function<void(const PropertyList&)>& announce) {
   ImageRegistry::Attachment attachment(registry);
   const OpenImage image = open(url, attachment.directory());
   std::vector<Volume> volumes;
@@ -152,8 +153,9 @@ PropertyList attach(const URL& url, ImageRegistry& registry) {
   if (!mounted)
     throw ImageError("it is no disk image, or it holds no volume that can be read.");
   image.disk->finish();
-  const unsigned device = attachment.commit(tree.name);
-  return describe(volumes, *mounted, device, registry.mountPoint(device, tree.name));
+  attachment.commit(tree.name, [&](unsigned device) {
+    announce(describe(volumes, *mounted, device, registry.mountPoint(device, tree.name)));
+  });
 }
 
 }  // namespace platform::hdiutil

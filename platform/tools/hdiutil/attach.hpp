@@ -1,7 +1,6 @@
 #pragma once
 
-#include <string>
-#include <vector>
+#include <functional>
 
 #include "platform/foundation/property_list.hpp"
 #include "platform/foundation/url.hpp"
@@ -10,8 +9,10 @@
 namespace platform::hdiutil {
 
 /// Attaches an image: afterwards the tree of its first volume that holds files stands in the registry.
-/// Returns the property list that tells its device entries and the mount point. Throws `ImageError` or
-/// `SystemError`; then the image is not attached and nothing stays of it.
-PropertyList attach(const URL& image, ImageRegistry& registry);
+/// Hands the property list that tells its device entries and the mount point to `announce`. Throws
+/// `ImageError` or `SystemError`, or what `announce` throws; then the image is not attached and nothing stays
+/// of it.
+void attach(const URL& image, ImageRegistry& registry,
+            const std::function<void(const PropertyList&)>& announce);
 
 }  // namespace platform::hdiutil

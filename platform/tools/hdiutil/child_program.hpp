@@ -5,7 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "platform/foundation/file_descriptor.hpp"
+
 namespace platform::hdiutil {
+
+/// A new file in memory alone, open for reading and writing: what a program says even where the disk is full.
+FileDescriptor memoryFile();
 
 /// A program at work for this one. It never outlives it: the system kills it when this process ends in
 /// whatever way, and it is killed and collected at the end of this object's life. It gets no descriptor but

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -43,6 +44,13 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 }
 
 }  // namespace
+
+FileDescriptor memoryFile() {
+  FileDescriptor file(::memfd_create("output", MFD_CLOEXEC));
+  if (!file.isOpen())
+    throw SystemError("The output of a program could not be kept", errno);
+  return file;
+}
 
 ChildProgram::ChildProgram(const std::string& path, const std::vector<std::string>& arguments,
                            const std::array<int, 3>& standardStreams) {

@@ -50,7 +50,7 @@ CompressedFile::CompressedFile(std::string attribute) : attribute_(std::move(att
     throw ImageError("a file in its volume is compressed in a way that cannot be read here.");
 }
 
-void CompressedFile::unpack(const FileDescriptor& resourceFork, std::uint64_t resourceSize,
+void CompressedFile::unpack(const StoredFork& resourceFork,
                             const std::function<void(std::string_view)>& consumer) const {
   const ImageBytes attribute(attribute_, kItem);
   if (!usesResourceFork_) {
@@ -64,10 +64,10 @@ void CompressedFile::unpack(const FileDescriptor& resourceFork, std::uint64_t re
     return;
   }
   const auto readFork = [&](std::uint64_t offset, std::uint64_t length) {
-    if (offset > resourceSize || length > resourceSize - offset)
+    if (offset > resourceFork.size || length > resourceFork.size - offset)
       attribute.damaged();
     std::string bytes(length, '\0');
-    readAt(resourceFork, offset, bytes);
+    readAt(resourceFork.file, resourceFork.offset + offset, bytes);
     return bytes;
   };
   // The fork's one resource: its length, then the number of blocks and a table of their places behind that

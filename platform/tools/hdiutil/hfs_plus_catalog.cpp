@@ -4,23 +4,36 @@
 #include <array>
 #include <deque>
 #include <map>
-#include <optional>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "platform/tools/hdiutil/image_error.hpp"
+#include "platform/tools/hdiutil/tree_writer.hpp"
+#include "platform/tools/hdiutil/volume_tree.hpp"
 
 namespace platform::hdiutil {
 namespace {
 
 constexpr std::uint32_t kRootParent = 1;
 constexpr std::uint32_t kRoot = 2;
+constexpr std::size_t kLongestPath = 4095;
 constexpr std::size_t kMostEntries = 1'000'000;
 constexpr std::int64_t kSecondsFrom1904To1970 = 2082844800;
 constexpr std::uint64_t kForkSize = 80;
 constexpr std::uint8_t kCompressedFlag = 0x20;
 constexpr std::string_view kFileLinksName("\0\0\0\0HFS+ Private Data", 21);
 constexpr std::string_view kFolderLinksName = ".HFS+ Private Directory Data\r";
+
+/// True for what the file system keeps in the root folder for its own purposes.
+bool isHousekeeping(std::string_view nameInRoot) {
+  constexpr std::array<std::string_view, 5> kNames{kFileLinksName, kFolderLinksName, ".journal",
+                                                   ".journal_info_block", ".hotfiles.btree"};
+  const auto holds = [&](const auto& names) {
+    return std::find(names.begin(), names.end(), nameInRoot) != names.end();
+  };
+  return holds(kNames) || holds(kHousekeepingNames);
+}
 
 enum RecordType : std::uint16_t { kFolderRecord = 1, kFileRecord = 2 };
 enum ModeType : std::uint16_t {
@@ -92,10 +105,6 @@ HfsEntry readEntry(const ImageBytes& record, bool isFolder) {
   return entry;
 }
 
-bool isUsable(const std::string& name) {
-  return !name.empty() && name != "." && name != ".." && name.find('\0') == std::string::npos;
-}
-
 class CatalogReader {
  public:
   void addRecord(const ImageBytes& key, const ImageBytes& data) {
@@ -130,10 +139,13 @@ class CatalogReader {
           skipped_.push_back(entry.identifier);
           continue;
         }
-        if (!isUsable(entry.name))
+        if (!isEntryName(entry.name))
           throw ImageError("the name of a file in its volume cannot stand in a path.");
         resolve(entry);
         std::string place = path.empty() ? entry.name : path + "/" + entry.name;
+        // Otherwise folders in folders would take memory with the square of their number.
+        if (place.size() > kLongestPath)
+          throw ImageError("a path in its volume is longer than " + std::to_string(kLongestPath) + " bytes.");
         if (entry.kind == HfsEntry::Kind::folder)
           folders.emplace_back(entry.identifier, place);
         catalog.entries.push_back(std::move(entry));
@@ -157,7 +169,7 @@ class CatalogReader {
   void indexFolders() {
     for (std::size_t index = 0; index < entries_.size(); ++index) {
       const HfsEntry& entry = entries_[index];
-      if (entry.kind == HfsEntry::Kind::folder && !folders_.emplace(entry.identifier, index).second)
+      if (entry.kind == HfsEntry::Kind::folder && !folders_.insert(entry.identifier).second)
         throw ImageError("its volume's catalog is damaged.");
       children_[entry.parent].push_back(index);
     }
@@ -173,10 +185,11 @@ class CatalogReader {
     for (const HfsEntry& folder : entries_) {
       if (folder.parent != kRoot || folder.kind != HfsEntry::Kind::folder || folder.name != kFileLinksName)
         continue;
-      for (const HfsEntry& entry : entries_) {
-        if (entry.parent == folder.identifier)
-          linkTargets_.emplace(entry.name, entry);
-      }
+      const auto inside = children_.find(folder.identifier);
+      if (inside == children_.end())
+        continue;
+      for (const std::size_t index : inside->second)
+        linkTargets_.emplace(entries_[index].name, entries_[index]);
     }
   }
 
@@ -195,7 +208,7 @@ class CatalogReader {
   }
 
   std::vector<HfsEntry> entries_;
-  std::unordered_map<std::uint32_t, std::size_t> folders_;
+  std::unordered_set<std::uint32_t> folders_;
   std::unordered_map<std::uint32_t, std::vector<std::size_t>> children_;
   std::map<std::string, HfsEntry> linkTargets_;
   std::vector<std::uint32_t> skipped_;
@@ -207,13 +220,6 @@ HfsCatalog readHfsCatalog(HfsPlusVolume& volume) {
   CatalogReader reader;
   volume.readCatalog([&](const ImageBytes& key, const ImageBytes& data) { reader.addRecord(key, data); });
   return reader.arrange();
-}
-
-bool isHousekeeping(const std::string& nameInRoot) {
-  constexpr std::array<std::string_view, 10> kNames{
-      kFileLinksName,    kFolderLinksName, ".journal", ".journal_info_block",     ".hotfiles.btree",
-      ".Spotlight-V100", ".fseventsd",     ".Trashes", ".DocumentRevisions-V100", ".TemporaryItems"};
-  return std::find(kNames.begin(), kNames.end(), nameInRoot) != kNames.end();
 }
 
 }  // namespace platform::hdiutil

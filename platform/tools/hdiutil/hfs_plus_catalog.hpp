@@ -40,7 +40,4 @@ struct HfsCatalog {
 /// more entries than any application has, and for kinds of entries that cannot be handed out as they are.
 HfsCatalog readHfsCatalog(HfsPlusVolume& volume);
 
-/// True for what the file system keeps in the root directory for its own purposes.
-bool isHousekeeping(const std::string& nameInRoot);
-
 }  // namespace platform::hdiutil

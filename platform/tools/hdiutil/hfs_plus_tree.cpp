@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "platform/tools/hdiutil/compressed_file.hpp"
@@ -16,15 +17,26 @@ namespace {
 constexpr std::size_t kChunkSize = 1U << 18U;
 constexpr std::uint64_t kLongestLink = 4095;
 
+/// Sizes that a volume only claims may have any sum; none is larger than the greatest number.
+std::uint64_t sumOf(std::uint64_t one, std::uint64_t other) {
+  return other > UINT64_MAX - one ? UINT64_MAX : one + other;
+}
+
 class TreeCopy {
  public:
   TreeCopy(HfsPlusVolume& volume, const FileDescriptor& tree, const FileDescriptor& work)
-      : volume_(volume), catalog_(readHfsCatalog(volume)), writer_(tree), work_(work), chunk_(kChunkSize) {}
+      : volume_(volume),
+        catalog_(readHfsCatalog(volume)),
+        writer_(tree),
+        work_(work),
+        forks_(namelessFile(work)),
+        chunk_(kChunkSize) {}
 
   VolumeTree run(const FileDescriptor& tree) {
     attributes_ = readCompressionAttributes(volume_, catalog_.entries);
     requireSpace(tree, unpackedSize());
     plan();
+    requireSpace(work_, forksSize_);
     copyContent();
     unpackCompressed();
     makeLinks();
@@ -49,10 +61,12 @@ class TreeCopy {
 
   std::uint64_t unpackedSize() const {
     std::uint64_t size = 0;
+    std::unordered_set<std::uint32_t> linked;
     for (const HfsEntry& entry : catalog_.entries) {
+      if (entry.linkTarget != 0 && !linked.insert(entry.linkTarget).second)
+        continue;
       const CompressedFile* file = compressed(entry);
-      const std::uint64_t more = file == nullptr ? entry.data.size : file->size();
-      size = more > UINT64_MAX - size ? UINT64_MAX : size + more;
+      size = sumOf(size, file == nullptr ? entry.data.size : file->size());
     }
     return size;
   }
@@ -100,8 +114,8 @@ class TreeCopy {
     if (file == nullptr) {
       addParts(index, entry.data, HfsForkKind::data);
     } else if (file->usesResourceFork()) {
-      requireSpace(work_, entry.resource.size);
-      resourceForks_.emplace(index, namelessFile(work_));
+      resourceForks_.emplace(index, forksSize_);
+      forksSize_ = sumOf(forksSize_, entry.resource.size);
       addParts(index, entry.resource, HfsForkKind::resource);
     }
   }
@@ -143,7 +157,7 @@ class TreeCopy {
     if (const auto link = linkTexts_.find(part.entry); link != linkTexts_.end())
       std::copy(bytes.begin(), bytes.end(), link->second.begin() + static_cast<std::ptrdiff_t>(offset));
     else if (const auto fork = resourceForks_.find(part.entry); fork != resourceForks_.end())
-      writeAt(fork->second, offset, bytes);
+      writeAt(forks_, fork->second + offset, bytes);
     else
       writer_.write(catalog_.paths[part.entry], offset, bytes);
   }
@@ -156,8 +170,7 @@ class TreeCopy {
       if (file == nullptr || hardLinks_.contains(index))
         continue;
       std::uint64_t offset = 0;
-      const FileDescriptor none;
-      file->unpack(fork == resourceForks_.end() ? none : fork->second, entry.resource.size,
+      file->unpack({forks_, fork == resourceForks_.end() ? 0 : fork->second, entry.resource.size},
                    [&](std::string_view bytes) {
                      writer_.write(catalog_.paths[index], offset, bytes);
                      offset += bytes.size();
@@ -189,12 +202,14 @@ class TreeCopy {
   HfsCatalog catalog_;
   TreeWriter writer_;
   const FileDescriptor& work_;
+  FileDescriptor forks_;  ///< the resource forks of compressed files, one behind the other
+  std::uint64_t forksSize_ = 0;
   std::vector<char> chunk_;
   CompressionAttributes attributes_;
   std::vector<Part> parts_;
   std::unordered_map<std::size_t, std::size_t> hardLinks_;  ///< to the entry that is made as a file
   std::unordered_map<std::size_t, std::string> linkTexts_;
-  std::unordered_map<std::size_t, FileDescriptor> resourceForks_;
+  std::unordered_map<std::size_t, std::uint64_t> resourceForks_;  ///< to their places in `forks_`
 };
 
 }  // namespace

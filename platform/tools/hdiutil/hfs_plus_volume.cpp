@@ -80,7 +80,7 @@ void HfsPlusVolume::readOverflow() {
     if (kind != static_cast<std::uint8_t>(HfsForkKind::data) &&
         kind != static_cast<std::uint8_t>(HfsForkKind::resource))
       key.damaged();
-    overflowExtents_.push_back({key.u32(2), HfsForkKind{kind}, key.u32(6), readExtents(data, 0)});
+    overflowExtents_.emplace(OverflowKey{key.u32(2), HfsForkKind{kind}, key.u32(6)}, readExtents(data, 0));
   });
 }
 
@@ -103,14 +103,10 @@ std::vector<HfsPiece> HfsPlusVolume::pieces(const HfsFork& fork, std::uint32_t f
     }
     if (left == 0)
       break;
-    const auto more =
-        std::find_if(overflowExtents_.begin(), overflowExtents_.end(), [&](const auto& candidate) {
-          return candidate.fileIdentifier == fileIdentifier && candidate.kind == kind &&
-                 candidate.startBlock == block;
-        });
-    if (more == overflowExtents_.end() || more->extents[0].count == 0)
+    const auto more = overflowExtents_.find({fileIdentifier, kind, block});
+    if (more == overflowExtents_.end() || more->second[0].count == 0)
       throw ImageError("a part of a file is missing from its volume.");
-    extents = &more->extents;
+    extents = &more->second;
   }
   return result;
 }

@@ -3,8 +3,10 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "platform/tools/hdiutil/disk.hpp"
@@ -52,12 +54,7 @@ class HfsPlusVolume {
   Disk& disk() const noexcept { return disk_; }
 
  private:
-  struct OverflowExtent {
-    std::uint32_t fileIdentifier;
-    HfsForkKind kind;
-    std::uint32_t startBlock;
-    std::array<HfsFork::Extent, 8> extents;
-  };
+  using OverflowKey = std::tuple<std::uint32_t, HfsForkKind, std::uint32_t>;  ///< file, fork, first block
 
   void readOverflow();
   void readTree(const std::string& bytes, const RecordReader& reader) const;
@@ -71,7 +68,7 @@ class HfsPlusVolume {
   HfsFork overflow_;
   HfsFork catalog_;
   HfsFork attributes_;
-  std::vector<OverflowExtent> overflowExtents_;
+  std::map<OverflowKey, std::array<HfsFork::Extent, 8>> overflowExtents_;
 };
 
 /// A fork as it stands in a record, in 80 bytes.

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -74,17 +73,21 @@ std::vector<std::string> namesIn(const FileDescriptor& directory) {
   return names;
 }
 
-bool isDeviceName(std::string_view name) {
-  constexpr std::string_view kDisk = "disk";
-  return name.starts_with(kDisk) && name.size() > kDisk.size() &&
-         std::all_of(name.begin() + kDisk.size(), name.end(),
+bool isNumbered(std::string_view prefix, std::string_view name) {
+  return name.starts_with(prefix) && name.size() > prefix.size() &&
+         std::all_of(name.begin() + prefix.size(), name.end(),
                      [](char digit) { return digit >= '0' && digit <= '9'; });
 }
 
-/// "disk4" of "disk4s1".
+bool isDeviceName(std::string_view name) {
+  return isNumbered("disk", name);
+}
+
+/// "disk4" of "disk4" and "disk4s1"; of anything else, nothing.
 std::string_view wholeDisk(std::string_view device) {
-  const auto slice = device.find('s', 4);
-  return device.substr(0, slice);
+  const auto end = std::min(device.find('s', 4), device.size());
+  const bool isSlice = end == device.size() || isNumbered("s", device.substr(end));
+  return isSlice && isDeviceName(device.substr(0, end)) ? device.substr(0, end) : std::string_view();
 }
 
 FileDescriptor openPrivateDirectory(const URL& location) {
@@ -153,18 +156,26 @@ URL ImageRegistry::Attachment::makeTree() {
   return registry_.location_.appendingPathComponent(name_).appendingPathComponent(kTreeName);
 }
 
-unsigned ImageRegistry::Attachment::commit(const std::string& volumeName) {
+void ImageRegistry::Attachment::commit(const std::string& volumeName,
+                                       const std::function<void(unsigned)>& announce) {
   const std::string name = mountName(volumeName);
   if (name != kTreeName) {
     if (const int failure = renameExclusively({directory_, kTreeName}, {directory_, name}); failure != 0)
       throw SystemError("The volume could not be named " + quoted(name), failure);
   }
   for (unsigned device = 1; device < kMostDevices; ++device) {
-    const int failure = renameExclusively({registry_.directory_, name_},
-                                          {registry_.directory_, "disk" + std::to_string(device)});
+    const std::string attached = "disk" + std::to_string(device);
+    const int failure = renameExclusively({registry_.directory_, name_}, {registry_.directory_, attached});
     if (failure == 0) {
+      try {
+        announce(device);
+      } catch (...) {
+        // Somebody may have detached it already; then there is nothing left to take back.
+        static_cast<void>(renameExclusively({registry_.directory_, attached}, {registry_.directory_, name_}));
+        throw;
+      }
       isCommitted_ = true;
-      return device;
+      return;
     }
     if (failure != EEXIST && failure != ENOTEMPTY)
       throw SystemError("The image could not be attached", failure);
@@ -200,7 +211,7 @@ std::string ImageRegistry::nameOf(const std::string& deviceOrMountPoint) const {
   if (deviceOrMountPoint.starts_with(kDevicePrefix)) {
     const std::string_view device =
         wholeDisk(std::string_view(deviceOrMountPoint).substr(kDevicePrefix.size()));
-    if (isDeviceName(device))
+    if (!device.empty())
       return std::string(device);
   } else {
     const URL place = URL::fileURLWithPath(deviceOrMountPoint);
@@ -217,7 +228,11 @@ std::string ImageRegistry::nameOf(const std::string& deviceOrMountPoint) const {
 std::string mountName(const std::string& volumeName) {
   std::string name = volumeName;
   std::replace(name.begin(), name.end(), '/', ':');
-  std::replace(name.begin(), name.end(), '\0', ' ');
+  // Neither a property list nor a line on a terminal takes control characters.
+  std::replace_if(
+      name.begin(), name.end(),
+      [](char character) { return static_cast<unsigned char>(character) < 0x20 || character == '\x7F'; },
+      ' ');
   if (name.size() > kLongestName) {
     std::size_t end = kLongestName;
     while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "platform/foundation/file_descriptor.hpp"
@@ -8,10 +9,10 @@
 namespace platform::hdiutil {
 
 /// The images that a user has attached: the directory of that user alone in which they stand, one directory
-/// for each
-/// ("disk4"), which holds nothing but the volume's tree under the volume's name. An image is attached exactly
-/// as long as its directory has that name; getting and losing it is one renaming. Processes may use it at the
-/// same time, and what a process that died left behind is removed by the next one that attaches or detaches.
+/// for each ("disk4"), which holds nothing but the volume's tree under the volume's name. An image is
+/// attached exactly as long as its directory has that name; getting and losing it is one renaming. Processes
+/// may use it at the same time, and what a process that died left behind is removed by the next one that
+/// attaches or detaches.
 class ImageRegistry {
  public:
   /// Makes the directory where it is missing. Throws `ImageError` when it is a link, belongs to somebody else
@@ -30,8 +31,9 @@ class ImageRegistry {
     const FileDescriptor& directory() const noexcept { return directory_; }
     /// A new, empty directory for the volume's tree; one that was made before is removed.
     URL makeTree();
-    /// Attaches the image under the name of its volume, and tells the number of its device.
-    unsigned commit(const std::string& volumeName);
+    /// Attaches the image under the name of its volume, and tells the number of its device to `announce`.
+    /// When that throws, nobody knows of the image, and it is not attached.
+    void commit(const std::string& volumeName, const std::function<void(unsigned)>& announce);
 
    private:
     ImageRegistry& registry_;

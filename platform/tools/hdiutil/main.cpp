@@ -1,3 +1,4 @@
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <exception>
@@ -37,8 +38,9 @@ int fail(const std::string& sentence) {
 int attach(const std::string& path) {
   try {
     platform::hdiutil::ImageRegistry registry(platform::hdiutil::registryLocation());
-    const auto list = platform::hdiutil::attach(URL::fileURLWithPath(path), registry);
-    write(STDOUT_FILENO, platform::NSPropertyListSerialization::dataWithPropertyList(list).bytes());
+    platform::hdiutil::attach(URL::fileURLWithPath(path), registry, [](const platform::PropertyList& list) {
+      write(STDOUT_FILENO, platform::NSPropertyListSerialization::dataWithPropertyList(list).bytes());
+    });
     return 0;
   } catch (const platform::Error& error) {
     return fail(quoted(path) + " could not be attached: " + error.localizedDescription());
@@ -67,6 +69,8 @@ int run(const std::vector<std::string>& arguments) {
 }  // namespace
 
 int main() {
+  // The permissions are those of the image, whatever the caller's mask; what is private is made so.
+  ::umask(0);
   try {
     platform::ProcessInfo::secureStandardStreams();
     return run(platform::ProcessInfo::arguments());

@@ -16,7 +16,7 @@ struct Partition {
 };
 
 /// The partitions of a disk in the order of its map: a partition map of the Apple kind, a GUID partition
-/// table (UEFI specification, chapter 5) or a master boot record. Empty when the disk has none of them.
+/// table (UEFI, chapter 5) or a master boot record. Empty when the disk has none of them.
 /// Partitions that reach beyond the disk are an `ImageError`.
 std::vector<Partition> readPartitionMap(Disk& disk);
 

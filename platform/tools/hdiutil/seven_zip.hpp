@@ -34,16 +34,14 @@ struct VolumeListing {
 };
 
 /// Reads a technical listing. Throws `ImageError` for one that cannot be understood without doubt, such as
-/// that of a volume whose names hold line breaks.
+/// that of a volume whose names hold line breaks, and for names that cannot stand in a path.
 VolumeListing parseListing(const std::string& text);
 
 enum class SevenZipFileSystem : std::uint8_t { apfs, fat };
 
 /// Writes the tree of the volume that is all of `volume` into the empty directory `tree`, and compares it
-/// with the listing, entry by entry. Entries of a file system without permissions have all of them. `work`
-/// takes temporary files without names. Throws `ImageError` for what cannot be written as it is; the tree is
-/// then incomplete.
-VolumeTree writeListedTree(const FileDescriptor& volume, SevenZipFileSystem fileSystem, const URL& tree,
-                           const FileDescriptor& work);
+/// with the listing, entry by entry. Entries of a file system without permissions have all of them. Throws
+/// `ImageError` for what cannot be written as it is; the tree is then incomplete.
+VolumeTree writeListedTree(const FileDescriptor& volume, SevenZipFileSystem fileSystem, const URL& tree);
 
 }  // namespace platform::hdiutil

@@ -1,9 +1,10 @@
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <map>
+#include <set>
 #include <string_view>
 
-#include "platform/tools/hdiutil/hfs_plus_catalog.hpp"
 #include "platform/tools/hdiutil/image_error.hpp"
 #include "platform/tools/hdiutil/seven_zip.hpp"
 
@@ -110,13 +111,25 @@ void add(VolumeListing& listing, const Fields& fields) {
   if (fields.empty())
     return;
   ListedEntry entry = makeEntry(fields);
-  if (entry.path.empty())
-    misunderstood();
-  if (isHousekeeping(entry.path.substr(0, entry.path.find('/'))))
+  const std::string inRoot = namesInPath(entry.path).front();
+  if (std::find(kHousekeepingNames.begin(), kHousekeepingNames.end(), inRoot) != kHousekeepingNames.end())
     return;
   if (listing.entries.size() == kMostEntries)
     throw ImageError("its volume has more than " + std::to_string(kMostEntries) + " entries.");
   listing.entries.push_back(std::move(entry));
+}
+
+/// Every entry is in the root or in a folder that is listed too.
+void requireFolders(const VolumeListing& listing) {
+  std::set<std::string_view> folders;
+  for (const ListedEntry& entry : listing.entries)
+    if (entry.kind == ListedEntry::Kind::folder)
+      folders.insert(entry.path);
+  for (const ListedEntry& entry : listing.entries) {
+    const auto slash = entry.path.rfind('/');
+    if (slash != std::string::npos && !folders.contains(std::string_view(entry.path).substr(0, slash)))
+      misunderstood();
+  }
 }
 
 void readHeader(VolumeListing& listing, std::string_view& rest) {
@@ -161,6 +174,7 @@ VolumeListing parseListing(const std::string& text) {
       misunderstood();
   }
   add(listing, fields);
+  requireFolders(listing);
   return listing;
 }
 

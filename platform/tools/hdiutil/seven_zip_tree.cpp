@@ -31,10 +31,9 @@ std::string content(const FileDescriptor& file) {
 }
 
 /// Runs the program on the volume and returns what it printed.
-std::string runOn(const FileDescriptor& volume, const std::vector<std::string>& arguments,
-                  const FileDescriptor& work) {
-  const FileDescriptor output = namelessFile(work);
-  const FileDescriptor errors = namelessFile(work);
+std::string runOn(const FileDescriptor& volume, const std::vector<std::string>& arguments) {
+  const FileDescriptor output = memoryFile();
+  const FileDescriptor errors = memoryFile();
   ChildProgram program(kSevenZip, arguments, {volume.get(), output.get(), errors.get()});
   if (!program.succeeds()) {
     if (content(errors).find(reasonOf(ENOSPC)) != std::string::npos)
@@ -46,20 +45,19 @@ std::string runOn(const FileDescriptor& volume, const std::vector<std::string>& 
 
 std::vector<std::string> extraction(SevenZipFileSystem fileSystem, const URL& tree) {
   // Links are made afterwards, from the listing: those that the program makes are not as they are stored.
-  // Without
-  // "-sns-", extended attributes would become files.
+  // Without "-sns-", extended attributes would become files.
   std::vector<std::string> arguments{"x", typeOption(fileSystem), "-y", "-bsp0", "-bso0", "-sns-", "-snl-"};
-  for (const char* name :
-       {".fseventsd", ".Spotlight-V100", ".Trashes", ".DocumentRevisions-V100", ".TemporaryItems"})
+  for (const std::string_view name : kHousekeepingNames)
     arguments.push_back("-x!" + std::string(name));
   arguments.push_back("-o" + tree.path());
   arguments.push_back(kStandardInputPath);
   return arguments;
 }
 
-void compare(const FileDescriptor& root, const ListedEntry& entry) {
+void compare(TreeWriter& tree, const ListedEntry& entry) {
   struct stat status {};
-  const bool exists = ::fstatat(root.get(), entry.path.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  const TreeWriter::Place place = tree.find(entry.path);
+  const bool exists = ::fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
   const bool agrees =
       entry.kind == ListedEntry::Kind::folder
           ? S_ISDIR(status.st_mode)
@@ -85,29 +83,28 @@ std::uint64_t totalSize(const VolumeListing& listing) {
 
 }  // namespace
 
-VolumeTree writeListedTree(const FileDescriptor& volume, SevenZipFileSystem fileSystem, const URL& tree,
-                           const FileDescriptor& work) {
+VolumeTree writeListedTree(const FileDescriptor& volume, SevenZipFileSystem fileSystem, const URL& tree) {
   VolumeListing listing =
-      parseListing(runOn(volume, {"l", "-slt", typeOption(fileSystem), kStandardInputPath}, work));
-  requireSpace(work, totalSize(listing));
-  runOn(volume, extraction(fileSystem, tree), work);
-
+      parseListing(runOn(volume, {"l", "-slt", typeOption(fileSystem), kStandardInputPath}));
   const FileDescriptor root = FileDescriptor::open(tree, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+  requireSpace(root, totalSize(listing));
+  runOn(volume, extraction(fileSystem, tree));
+
   std::vector<ListedEntry>& entries = listing.entries;
   std::sort(entries.begin(), entries.end(),
             [](const auto& one, const auto& other) { return one.path < other.path; });
+  TreeWriter writer(root);
   std::size_t expected = 0;
   for (const ListedEntry& entry : entries) {
     if (entry.kind == ListedEntry::Kind::symbolicLink)
       continue;
-    compare(root, entry);
+    compare(writer, entry);
     ++expected;
   }
   // One entry less than listed means that two had the same name, one more that something was added.
   if (countEntries(tree) != expected)
     throw ImageError("its entries could not be unpacked as they are.");
 
-  TreeWriter writer(root);
   for (const ListedEntry& entry : entries) {
     if (entry.kind == ListedEntry::Kind::symbolicLink)
       writer.makeSymbolicLink(entry.path, entry.linkText);

@@ -15,6 +15,7 @@ namespace {
 constexpr std::uint64_t kTrailerSize = 512;
 constexpr std::uint64_t kSectorSize = 512;
 constexpr std::uint64_t kMostSectors = std::uint64_t{1} << 40U;
+constexpr std::uint64_t kMostUnstored = std::uint64_t{64} << 30U;
 constexpr std::uint64_t kLongestList = 64U << 20U;
 constexpr std::uint64_t kTableHeaderSize = 204;
 constexpr std::uint64_t kRunSize = 40;
@@ -148,6 +149,16 @@ void addTable(UdifImage& image, const PropertyList& entry, std::uint32_t& master
   image.tables.push_back(std::move(table));
 }
 
+/// What is not stored takes no room in the image, but its zeros take time.
+void requireEnd(const UdifImage& image) {
+  std::uint64_t unstored = image.diskSize;
+  for (const UdifTable& table : image.tables)
+    for (const UdifRun& run : table.runs)
+      unstored -= run.isStored ? run.length : 0;
+  if (unstored > kMostUnstored)
+    throw ImageError("more than 64 GiB of its disk are empty.");
+}
+
 }  // namespace
 
 std::optional<UdifImage> readUdif(const FileDescriptor& image) {
@@ -168,6 +179,7 @@ std::optional<UdifImage> readUdif(const FileDescriptor& image) {
     throw ImageError("its block tables do not match their checksum.");
   if (trailer.sectorCount * kSectorSize < trailer.image.diskSize)
     bytes.damaged();
+  requireEnd(trailer.image);
   return std::move(trailer.image);
 }
 

@@ -46,9 +46,8 @@ VolumeTree writeTree(Disk& disk, const Partition& partition, FileSystem fileSyst
                             attachment.directory());
   }
   const FileDescriptor volume = disk.file(partition.offset, partition.length, attachment.directory());
-  return writeListedTree(volume,
-                         fileSystem == FileSystem::apfs ? SevenZipFileSystem::apfs : SevenZipFileSystem::fat,
-                         tree, attachment.directory());
+  return writeListedTree(
+      volume, fileSystem == FileSystem::apfs ? SevenZipFileSystem::apfs : SevenZipFileSystem::fat, tree);
 }
 
 }  // namespace platform::hdiutil

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <string>
+#include <string_view>
 
 namespace platform::hdiutil {
 
@@ -9,5 +11,9 @@ struct VolumeTree {
   std::string name;
   bool holdsFiles;
 };
+
+/// What stands in the root folder of a volume for the system's own purposes, whatever its file system.
+inline constexpr std::array<std::string_view, 5> kHousekeepingNames{
+    ".Spotlight-V100", ".fseventsd", ".Trashes", ".DocumentRevisions-V100", ".TemporaryItems"};
 
 }  // namespace platform::hdiutil

@@ -2,13 +2,18 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
 #include <functional>
 #include <map>
 
+#include "tests/platform/tools/hdiutil/fat_volume_builder.hpp"
 #include "tests/platform/tools/hdiutil/hfs_volume_builder.hpp"
 #include "tests/platform/tools/hdiutil/image_builder.hpp"
 #include "tests/support/files.hpp"
@@ -297,6 +302,86 @@ TEST(HfsPlusTest, NothingIsWrittenThroughALink) {
   const test::Images images;
   EXPECT_NE(images.attach(directory / "image").failure, "");
   EXPECT_TRUE(fs::is_empty(outside.path()));
+}
+
+TEST(HfsPlusTest, ManyCompressedFilesNeedFewDescriptors) {
+  constexpr int kFiles = 600;
+  test::HfsVolumeBuilder builder(u"Volume");
+  for (int file = 0; file < kFiles; ++file) {
+    const std::string number = std::to_string(file);
+    builder.addFile(test::kRootFolder, std::u16string(number.begin(), number.end()), "",
+                    {.resource = compressedFork("content of " + number),
+                     .compression = decmpfs(4, 11 + number.size(), "")});
+  }
+  const test::TemporaryDirectory directory;
+  const test::Images images;
+  test::writeFile(directory / "image", builder.build());
+  EXPECT_EQ(test::inChild([&] {
+              const rlimit few{128, 128};
+              return ::setrlimit(RLIMIT_NOFILE, &few) == 0 &&
+                             images.attach(directory / "image").failure.empty()
+                         ? 0
+                         : 1;
+            }),
+            0);
+  const fs::path tree = images.location() / "disk1/Volume";
+  for (int file = 0; file < kFiles; ++file)
+    EXPECT_EQ(test::readFile(tree / std::to_string(file)), "content of " + std::to_string(file));
+}
+
+TEST(HfsPlusTest, PathsThatNoProgramCouldOpenAreRefused) {
+  test::HfsVolumeBuilder builder(u"Volume");
+  std::uint32_t folder = test::kRootFolder;
+  for (int depth = 0; depth < 41; ++depth)
+    folder = builder.addFolder(folder, std::u16string(100, u'd'));
+  const test::TemporaryDirectory directory;
+  const test::Images images;
+  test::writeFile(directory / "image", builder.build());
+  EXPECT_EQ(images.attach(directory / "image").failure, "a path in its volume is longer than 4095 bytes.");
+  EXPECT_THAT(images.leftovers(), IsEmpty());
+}
+
+/// Attaches where no more than a mebibyte is free, in a process of its own, and returns what came of it.
+std::string attachInLittleSpace(const fs::path& image) {
+  const test::TemporaryDirectory directory;
+  const test::Images images;
+  fs::create_directory(images.location());
+  const int status = test::inChild([&] {
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("small", images.location().c_str(), "tmpfs", 0, "size=1m,mode=0700") != 0)
+      return 1;
+    const test::Images::Attached attached = images.attach(image);
+    test::writeFile(directory / "result", attached.failure);
+    return 0;
+  });
+  return status == 0 ? test::readFile(directory / "result") : "not possible here";
+}
+
+TEST(LittleSpaceTest, AHardLinkedFileNeedsItsSpaceOnce) {
+  if (::geteuid() != 0)
+    GTEST_SKIP() << "only a privileged user can mount";
+  test::HfsVolumeBuilder builder(u"Volume");
+  builder.addFile(builder.addHardLinkFolder(), u"iNode77", std::string(400000, 'c'));
+  for (const char16_t* name : {u"1", u"2", u"3", u"4"})
+    builder.addFile(test::kRootFolder, name, "", {.hardLinkTarget = 77});
+  const test::TemporaryDirectory directory;
+  test::writeFile(directory / "image", builder.build());
+  EXPECT_EQ(attachInLittleSpace(directory / "image"), "");
+}
+
+TEST(LittleSpaceTest, AFullDiskIsNoDamage) {
+  if (::geteuid() != 0)
+    GTEST_SKIP() << "only a privileged user can mount";
+  // Each file takes a whole page, which nobody can tell before.
+  std::vector<test::FatEntry> folders;
+  for (int folder = 0; folder < 4; ++folder) {
+    folders.push_back({"folder " + std::to_string(folder), "", true, {}});
+    for (int file = 0; file < 100; ++file)
+      folders.back().entries.push_back({"file " + std::to_string(file), "x"});
+  }
+  const test::TemporaryDirectory directory;
+  test::writeFile(directory / "image", test::fatVolume(folders));
+  EXPECT_THAT(attachInLittleSpace(directory / "image"), HasSubstr("No space left on device"));
 }
 
 TEST(CorpusTest, SampleImagesOfOtherMakers) {

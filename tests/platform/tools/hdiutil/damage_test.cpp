@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
@@ -87,6 +88,19 @@ class DamageTest : public testing::Test {
   test::Images images_;
   std::string volume_;
 };
+
+TEST_F(DamageTest, ADiskThatIsEmptyAlmostWithoutEndIsRefusedAtOnce) {
+  test::writeFile(directory_ / "volume", volume_);
+  platform::hdiutil::RawDisk disk(platform::FileDescriptor::open(
+      platform::URL::fileURLWithPath((directory_ / "volume").native()), O_RDONLY));
+  const auto output = platform::FileDescriptor::open(platform::URL::fileURLWithPath(image().native()),
+                                                     O_WRONLY | O_CREAT, 0600);
+  quorin_tools::UdifWriter writer(output);
+  writer.addTable({"volume", disk, 0, volume_.size(), 0}, quorin_tools::zlibEncoding());
+  writer.addTable({"far away", disk, 0, 512, std::uint64_t{1} << 30U}, quorin_tools::zlibEncoding());
+  writer.finish();
+  EXPECT_THAT(images_.attach(image()).failure, HasSubstr("64 GiB"));
+}
 
 TEST_F(DamageTest, AFlippedByteInAnyStoredBlock) {
   for (const auto& [name, encoding] : test::blockEncodings()) {

@@ -192,7 +192,9 @@ std::string masterBootDisk(const std::vector<std::string>& volumes) {
 Images::Attached Images::attach(const fs::path& image) const {
   try {
     ImageRegistry registry(URL::fileURLWithPath(location().native()));
-    const auto list = platform::hdiutil::attach(URL::fileURLWithPath(image.native()), registry);
+    platform::PropertyList list("");
+    platform::hdiutil::attach(URL::fileURLWithPath(image.native()), registry,
+                              [&](const platform::PropertyList& announced) { list = announced; });
     Attached attached;
     const auto* entities = list.valueForKey("system-entities");
     if (entities == nullptr || entities->array() == nullptr)

@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -54,8 +56,9 @@ TEST_F(ImageRegistryTest, WhatIsNotAttachedCannotBeDetached) {
   const auto attached = images_.attach(image());
   for (const std::string& name :
        {std::string("/dev/disk9"), std::string("/dev/disk"), std::string("/dev/sda"),
-        std::string("/dev/../disk1"), std::string(), std::string("/"), std::string("/tmp"),
-        images_.location().native(), (images_.location() / "disk1").native(),
+        std::string("/dev/../disk1"), std::string("/dev/disk1s"), std::string("/dev/disk1sfoo"),
+        std::string("/dev/disk1s1s"), std::string("/dev/disk1s1/"), std::string(), std::string("/"),
+        std::string("/tmp"), images_.location().native(), (images_.location() / "disk1").native(),
         (images_.location() / "disk1/Other").native(), (images_.location() / "disk2/Small").native(),
         (attached.mountPoint / "file").native()})
     EXPECT_THAT(images_.detach(name), HasSubstr("no such image")) << name;
@@ -196,10 +199,62 @@ TEST(MountNameTest, IsTheVolumesNameAsAPathComponent) {
       {"..", "Untitled"},
       {"../../etc", "..:..:etc"},
       {std::string("a\0b", 3), "a b"},
+      {"a\nb\x1B\x7F", "a b  "},
       {std::string(300, 'x'), std::string(255, 'x')},
       {std::string(254, 'x') + "\xC3\xA4", std::string(254, 'x')}};
   for (const auto& [volume, name] : cases)
     EXPECT_EQ(platform::hdiutil::mountName(volume), name) << volume;
+}
+
+fs::path hdiutil() {
+  return test::buildPrefix() / "libexec/quorin/hdiutil";
+}
+
+/// An image of a volume with that name, which holds one file.
+void writeImage(const fs::path& image, const std::string& name) {
+  test::HfsVolumeBuilder builder(std::u16string(name.begin(), name.end()));
+  builder.addFile(test::kRootFolder, u"file", "content");
+  test::writeFile(image, builder.build());
+}
+
+/// Takes away what lets root pass permissions.
+void becomeOrdinary() {
+  for (const int capability : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH})
+    if (::geteuid() == 0 && ::prctl(PR_CAPBSET_DROP, capability) != 0)
+      ::_exit(126);
+}
+
+TEST(HdiutilProgramTest, WhatNobodyWasToldOfIsNotAttached) {
+  const test::TemporaryDirectory directory;
+  const std::string name = "Untold " + std::to_string(::getpid());
+  writeImage(directory / "image", name);
+  const auto outcome = test::runProgram(
+      hdiutil(), {"attach", "-readonly", "-nobrowse", "-plist", (directory / "image").native()},
+      [] { ::dup2(::open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); });
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_THAT(outcome.error, HasSubstr("could not be attached"));
+  const fs::path registry = platform::hdiutil::registryLocation().path();
+  for (const auto& image : fs::directory_iterator(registry))
+    EXPECT_FALSE(fs::exists(image.path() / name)) << image.path();
+}
+
+TEST(HdiutilProgramTest, WorksUnderEveryMask) {
+  const test::TemporaryDirectory directory;
+  const std::string name = "Masked " + std::to_string(::getpid());
+  writeImage(directory / "image", name);
+  for (const mode_t mask : {0277U, 0777U}) {
+    const auto attached = test::runProgram(
+        hdiutil(), {"attach", "-readonly", "-nobrowse", "-plist", (directory / "image").native()}, [&] {
+          ::umask(mask);
+          becomeOrdinary();
+        });
+    EXPECT_EQ(attached.exitStatus, 0) << attached.error;
+    const auto begin = attached.output.find("/tmp/quorin-images-");
+    ASSERT_NE(begin, std::string::npos);
+    const std::string tree = attached.output.substr(begin, attached.output.find('<', begin) - begin);
+    EXPECT_EQ(test::readFile(fs::path(tree) / "file"), "content");
+    EXPECT_EQ(test::runProgram(hdiutil(), {"detach", tree}, becomeOrdinary).exitStatus, 0);
+  }
 }
 
 /// The program itself, from its arguments to its exit status.
@@ -209,7 +264,7 @@ TEST(HdiutilProgramTest, TakesTwoFormsOfArguments) {
   builder.addFile(test::kRootFolder, u"file", "content");
   test::writeFile(directory / "image", builder.build());
   const std::string image = (directory / "image").native();
-  const fs::path program = test::buildPrefix() / "libexec/quorin/hdiutil";
+  const fs::path program = hdiutil();
 
   const auto attached = test::runProgram(program, {"attach", "-readonly", "-nobrowse", "-plist", image});
   EXPECT_EQ(attached.exitStatus, 0);
