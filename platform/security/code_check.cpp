@@ -93,11 +93,13 @@ void CodeCheck::checkNested(const Directory& parent, const DirectoryEntry& entry
     }
     return;
   }
-  for (const CodeIdentity& identity : checked.front().identities) {
-    if (identity.codeDirectoryHash == sealed.codeDirectoryHash)
-      return;
+  // A hash names one architecture of one version, and nothing vouches for another beside it.
+  for (const CheckedCode& code : checked) {
+    for (const CodeIdentity& identity : code.identities) {
+      if (identity.codeDirectoryHash != sealed.codeDirectoryHash)
+        throw SecurityError(errSecCSBadResource, identity.place + " is not the code that was sealed.");
+    }
   }
-  throw SecurityError(errSecCSBadResource, quoted(path) + " is not the code that was sealed.");
 }
 
 void requireSatisfied(const std::vector<CheckedCode>& checked, const Requirement& requirement,

@@ -52,6 +52,43 @@ TEST(NestedCode, isRefusedInAnyArchitecture) {
   EXPECT_FALSE(workshop().judge(application).accepted());
 }
 
+/// A framework with a library for one architecture, which holds the text.
+void writeFramework(const fs::path& framework, const std::string& text) {
+  const fs::path version = framework / "Versions/A";
+  test::writeInfoPlist(version / "Resources/Info.plist", "com.example.framework", "F", "1", "1");
+  test::runSignBundle(
+      {"make-mach-o", (version / "F").native(), "--arch", "arm64", "--kind", "library", "--text", text});
+  fs::create_symlink("A", framework / "Versions/Current");
+  fs::create_symlink("Versions/Current/F", framework / "F");
+}
+
+TEST(NestedCode, aHashAloneBindsEveryArchitecture) {
+  for (const bool universal : {false, true}) {
+    const fs::path application = workshop().signedPlainApplication();
+    const fs::path helper = application / "Contents/MacOS/helper";
+    test::runSignBundle({"make-mach-o", helper.native(), "--arch", universal ? "both" : "arm64"});
+    workshop().chain().sign(application, {"--without-requirements"});
+    // The sealed hash is that of the first architecture; nothing says whose the other one is.
+    const Verdict verdict = workshop().judge(application, test::sampleRequirement());
+    EXPECT_EQ(verdict.accepted(), !universal) << verdict.sentence;
+  }
+}
+
+TEST(NestedCode, aHashAloneBindsEveryVersion) {
+  const fs::path application = workshop().signedPlainApplication();
+  const fs::path framework = application / "Contents/Frameworks/F.framework";
+  writeFramework(framework, "good");
+  workshop().chain().sign(application, {"--without-requirements"});
+  ASSERT_TRUE(workshop().judge(application, test::sampleRequirement()).accepted());
+  const fs::path foreign = application.parent_path() / "F.framework";
+  writeFramework(foreign, "evil");
+  test::runSignBundle({"sign", foreign.native(), "--ad-hoc"});
+  fs::rename(foreign / "Versions/A", framework / "Versions/B");
+  const Verdict verdict = workshop().judge(application, test::sampleRequirement());
+  EXPECT_EQ(verdict.status, errSecCSBadResource);
+  EXPECT_THAT(verdict.sentence, HasSubstr("is not the code that was sealed"));
+}
+
 TEST(NestedCode, nestingWithoutEndIsRefusedQuickly) {
   const fs::path application = workshop() / "deep.app";
   fs::path bundle = application;
