@@ -30,7 +30,9 @@ std::vector<CheckedCode> CodeCheck::check(const Directory& parent, const std::st
   return atPlace(place, errSecCSSignatureFailed, [&] {
     std::vector<CheckedCode> checked;
     if (parent.kindOf(name) == ItemKind::directory) {
-      for (const Bundle& bundle : openBundles(parent.subdirectory(name)))
+      const Directory root = parent.subdirectory(name);
+      // Links lead anywhere in the code that is judged, and nowhere else.
+      for (const Bundle& bundle : openBundles(depth == 0 ? root.asOutermost() : root))
         checked.push_back(checkBundle(bundle, depth));
     } else {
       checked.push_back(checkFile(parent.openFile(name)));

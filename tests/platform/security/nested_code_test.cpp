@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/security/resource_rules.hpp"
 #include "tests/platform/security/signed_sample.hpp"
 
 namespace fs = std::filesystem;
@@ -128,6 +129,45 @@ TEST(UnsealedItems, linksThatLeadOutAreRefusedEvenWhereNothingIsSealed) {
     fs::create_symlink(tested.target, link);
     EXPECT_EQ(workshop().judge(application).accepted(), tested.accepted) << tested.target;
     fs::remove(link);
+  }
+}
+
+TEST(UnsealedItems, linksThatLeadOverManyDirectoriesAreRefusedQuickly) {
+  const fs::path application = workshop().signedPlainApplication();
+  const fs::path links = application / "Contents/_MASReceipt";
+  fs::create_directories(links / "d");
+  std::string detour;
+  for (int turn = 0; turn < 100; ++turn)
+    detour += "d/../";
+  // Each is short enough, and leads over the next.
+  for (int index = 0; index < 3; ++index)
+    fs::create_symlink(detour + std::to_string(index + 1), links / std::to_string(index));
+  EXPECT_THAT(workshop().judge(application).sentence, HasSubstr("leads out of the bundle"));
+  fs::remove(links / "1");
+  EXPECT_TRUE(workshop().judge(application).accepted());
+}
+
+TEST(UnsealedItems, noRuleLeavesCodeOut) {
+  using platform::PropertyList;
+  PropertyList::Dictionary rule;
+  rule.emplace("omit", true);
+  rule.emplace("weight", 9999.0);
+  PropertyList::Dictionary list;
+  list.emplace(".*", std::move(rule));
+  const platform::ResourceRules rules{PropertyList(std::move(list))};
+  for (const char* path :
+       {"MacOS/tool", "macos/tool", "Frameworks/E.framework/Versions/A/E", "SharedFrameworks/a", "PlugIns/a",
+        "Plug-ins/a", "XPCServices/a", "Helpers/a/b", "Library/LoginItems/a", "MacOS/x.DS_Store"})
+    EXPECT_FALSE(rules.omits(path)) << path;
+  for (const char* path : {"MacOS/.DS_Store", "Resources/a", "Resources/MacOS/a", "a"})
+    EXPECT_TRUE(rules.omits(path)) << path;
+  const fs::path application = workshop().signedPlainApplication();
+  const fs::path omitted = application / "Contents/Resources/en.lproj/locversion.plist";
+  test::writeFile(omitted, "text");
+  EXPECT_TRUE(workshop().judge(application).accepted());
+  for (const char* architectures : {"arm64", "both"}) {
+    test::runSignBundle({"make-mach-o", omitted.native(), "--arch", architectures});
+    EXPECT_EQ(workshop().judge(application).status, errSecCSBadResource) << architectures;
   }
 }
 
