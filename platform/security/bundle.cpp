@@ -7,7 +7,7 @@
 namespace platform {
 namespace {
 
-constexpr std::uint64_t kLargestInformation = 16U << 20U;
+constexpr std::uint64_t kLargestInformation = 1U << 20U;
 
 constexpr const char* kContents = "Contents";
 constexpr const char* kVersions = "Versions";

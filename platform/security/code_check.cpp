@@ -7,7 +7,7 @@ namespace platform {
 namespace {
 
 constexpr unsigned kDeepestCode = 16;
-constexpr std::uint64_t kLargestSeal = 256U << 20U;
+constexpr std::uint64_t kLargestSeal = 32U << 20U;
 
 /// The Info.plist that a file carries itself, as far as it can be read.
 std::optional<PropertyList> carriedInformation(const SignedCode& code) {
