@@ -7,7 +7,7 @@
 namespace platform {
 namespace {
 
-constexpr std::uint64_t kLargestInformation = 16U << 20U;
+constexpr std::uint64_t kLargestInformation = 1U << 20U;
 
 constexpr const char* kContents = "Contents";
 constexpr const char* kVersions = "Versions";
@@ -89,19 +89,6 @@ std::vector<std::string> components(std::string_view path) {
   return parts;
 }
 
-/// The text of the link at `path`, from `root`; nothing when there is no link.
-std::optional<std::string> linkAt(const Directory& root, const std::vector<std::string>& path) {
-  Directory directory = root;
-  for (std::size_t index = 0; index + 1 < path.size(); ++index) {
-    if (!hasDirectory(directory, path[index]))
-      return std::nullopt;
-    directory = directory.subdirectory(path[index]);
-  }
-  if (directory.kindOf(path.back()) != ItemKind::link)
-    return std::nullopt;
-  return directory.linkTarget(path.back());
-}
-
 }  // namespace
 
 CodeFile Bundle::openExecutable() const {
@@ -128,38 +115,41 @@ std::vector<Bundle> openBundles(const Directory& root) {
   return {readBundle(root, root.subdirectory(kContents), kContents)};
 }
 
-bool linkStaysInside(const Directory& root, std::string_view at, const std::string& target) {
-  constexpr unsigned kMostLinks = 32;
-  constexpr std::size_t kMostComponents = 4096;
-  std::vector<std::string> place = components(at);
-  // The next component is the last.
-  std::vector<std::string> pending;
+bool linkStaysInside(const Directory& directory, const std::string& target) {
+  constexpr std::size_t kMostComponents = 256;
+  Directory place = directory;
+  std::size_t beyond = 0;  // how far below `place` the way is, where nothing is there
+  std::size_t met = 0;
+  std::vector<std::string> pending;  // the next component is the last
   const auto follow = [&](const std::string& text) {
-    std::vector<std::string> parts = components(text);
+    const std::vector<std::string> parts = components(text);
     pending.insert(pending.end(), parts.rbegin(), parts.rend());
-    return !text.starts_with('/') && pending.size() <= kMostComponents;
+    met += parts.size();
+    return !text.starts_with('/') && met <= kMostComponents;
   };
-  if (!follow(target))
-    return false;
-  for (unsigned links = 0; !pending.empty();) {
-    const std::string component = pending.back();
+  bool stays = follow(target);
+  while (stays && !pending.empty()) {
+    const std::string component = std::move(pending.back());
     pending.pop_back();
     if (component == ".")
       continue;
-    if (component == "..") {
-      if (place.empty())
-        return false;
-      place.pop_back();
-      continue;
-    }
-    place.push_back(component);
-    if (const std::optional<std::string> next = linkAt(root, place)) {
-      place.pop_back();
-      if (++links > kMostLinks || !follow(*next))
-        return false;
+    if (component == ".." && beyond > 0) {
+      --beyond;
+    } else if (component == "..") {
+      stays = place.parent() != nullptr;
+      if (stays)
+        place = Directory(*place.parent());
+    } else {
+      const std::optional<ItemKind> kind = beyond > 0 ? std::nullopt : place.kindOf(component);
+      if (kind == ItemKind::link)
+        stays = follow(place.linkTarget(component));
+      else if (kind == ItemKind::directory)
+        place = place.subdirectory(component);
+      else
+        ++beyond;
     }
   }
-  return true;
+  return stays;
 }
 
 }  // namespace platform

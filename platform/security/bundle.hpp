@@ -31,8 +31,8 @@ bool hasBundleShape(const Directory& directory);
 /// sentence, or `FormatError`.
 std::vector<Bundle> openBundles(const Directory& root);
 
-/// True when a symbolic link in the directory `at`, a path from `root`, leads to a place below `root`, over
-/// whichever other links.
-bool linkStaysInside(const Directory& root, std::string_view at, const std::string& target);
+/// True when a symbolic link in the directory leads to a place in its outermost parent, over whichever other
+/// links, and not over more directories than any real one does.
+bool linkStaysInside(const Directory& directory, const std::string& target);
 
 }  // namespace platform

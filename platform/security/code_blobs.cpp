@@ -119,7 +119,8 @@ CodeComponents readEmbeddedSignature(std::string_view bytes) {
   CodeComponents components;
   for (const auto& [number, blob] : readSuperBlob(reader.bytesAt(0, length), "the signature")) {
     requireBlobForSlot(number, blob);
-    components.emplace(number, blob);
+    if (number != slot::kIdentification && number != slot::kTicket)
+      components.emplace(number, blob);
   }
   return components;
 }

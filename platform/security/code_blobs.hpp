@@ -31,7 +31,8 @@ std::string_view blobPayload(std::string_view blob);
 /// Checks that `blob` is one of the kind that belongs into the slot `number`. Throws `FormatError`.
 void requireBlobForSlot(std::uint32_t number, std::string_view blob);
 
-/// The parts of a signature that is embedded in code, out of the bytes that the code sets apart for it.
+/// The parts of a signature that is embedded in code, out of the bytes that the code sets apart for it. Those
+/// that nothing binds, identification and ticket, are left out.
 /// Throws `FormatError` for anything that does not belong into one.
 CodeComponents readEmbeddedSignature(std::string_view bytes);
 

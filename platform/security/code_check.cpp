@@ -7,7 +7,7 @@ namespace platform {
 namespace {
 
 constexpr unsigned kDeepestCode = 16;
-constexpr std::uint64_t kLargestSeal = 256U << 20U;
+constexpr std::uint64_t kLargestSeal = 32U << 20U;
 
 /// The Info.plist that a file carries itself, as far as it can be read.
 std::optional<PropertyList> carriedInformation(const SignedCode& code) {
@@ -30,7 +30,9 @@ std::vector<CheckedCode> CodeCheck::check(const Directory& parent, const std::st
   return atPlace(place, errSecCSSignatureFailed, [&] {
     std::vector<CheckedCode> checked;
     if (parent.kindOf(name) == ItemKind::directory) {
-      for (const Bundle& bundle : openBundles(parent.subdirectory(name)))
+      const Directory root = parent.subdirectory(name);
+      // Links lead anywhere in the code that is judged, and nowhere else.
+      for (const Bundle& bundle : openBundles(depth == 0 ? root.asOutermost() : root))
         checked.push_back(checkBundle(bundle, depth));
     } else {
       checked.push_back(checkFile(parent.openFile(name)));
@@ -93,11 +95,13 @@ void CodeCheck::checkNested(const Directory& parent, const DirectoryEntry& entry
     }
     return;
   }
-  for (const CodeIdentity& identity : checked.front().identities) {
-    if (identity.codeDirectoryHash == sealed.codeDirectoryHash)
-      return;
+  // A hash names one architecture of one version, and nothing vouches for another beside it.
+  for (const CheckedCode& code : checked) {
+    for (const CodeIdentity& identity : code.identities) {
+      if (identity.codeDirectoryHash != sealed.codeDirectoryHash)
+        throw SecurityError(errSecCSBadResource, identity.place + " is not the code that was sealed.");
+    }
   }
-  throw SecurityError(errSecCSBadResource, quoted(path) + " is not the code that was sealed.");
 }
 
 void requireSatisfied(const std::vector<CheckedCode>& checked, const Requirement& requirement,

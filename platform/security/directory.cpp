@@ -63,7 +63,7 @@ void CodeFile::readAt(std::uint64_t offset, std::span<char> buffer) const {
 
 Directory Directory::open(const URL& url, Links links) {
   const int follow = links == Links::refused ? O_NOFOLLOW : 0;
-  return {FileDescriptor::open(url, O_RDONLY | O_DIRECTORY | follow), url.path()};
+  return {FileDescriptor::open(url, O_RDONLY | O_DIRECTORY | follow), url.path(), nullptr};
 }
 
 bool Directory::isThere(const URL& url) {
@@ -77,7 +77,13 @@ bool Directory::isThere(const URL& url) {
 
 Directory Directory::subdirectory(const std::string& name) const {
   const std::string path = pathOf(name);
-  return {openItem(*descriptor_, name, O_DIRECTORY, path), path};
+  return {openItem(*descriptor_, name, O_DIRECTORY, path), path, std::make_shared<const Directory>(*this)};
+}
+
+Directory Directory::asOutermost() const {
+  Directory outermost = *this;
+  outermost.parent_ = nullptr;
+  return outermost;
 }
 
 CodeFile Directory::openFile(const std::string& name) const {

@@ -47,7 +47,12 @@ class Directory {
   /// False when nothing is at the location.
   static bool isThere(const URL& url);
 
+  /// The directory knows this one as its parent.
   Directory subdirectory(const std::string& name) const;
+  /// The one that this was reached from; null for one that was opened by its location.
+  const Directory* parent() const noexcept { return parent_.get(); }
+  /// The same directory without its parent.
+  Directory asOutermost() const;
   CodeFile openFile(const std::string& name) const;
   /// The whole content of a file of at most `limit` bytes.
   std::string readFile(const std::string& name, std::uint64_t limit) const;
@@ -64,11 +69,14 @@ class Directory {
   const FileDescriptor& descriptor() const noexcept { return *descriptor_; }
 
  private:
-  Directory(FileDescriptor descriptor, std::string path)
-      : descriptor_(std::make_shared<const FileDescriptor>(std::move(descriptor))), path_(std::move(path)) {}
+  Directory(FileDescriptor descriptor, std::string path, std::shared_ptr<const Directory> parent)
+      : descriptor_(std::make_shared<const FileDescriptor>(std::move(descriptor))),
+        path_(std::move(path)),
+        parent_(std::move(parent)) {}
 
   std::shared_ptr<const FileDescriptor> descriptor_;
   std::string path_;
+  std::shared_ptr<const Directory> parent_;
 };
 
 }  // namespace platform

@@ -1,6 +1,7 @@
 #include "platform/security/resource_check.hpp"
 
 #include "platform/security/code_pages.hpp"
+#include "platform/security/mach_o.hpp"
 #include "platform/security/refusal.hpp"
 
 namespace platform {
@@ -21,6 +22,17 @@ void requireKind(const Directory& directory, const DirectoryEntry& entry, ItemKi
     refuse(directory.pathOf(entry.name), "was replaced by something of another kind after signing");
 }
 
+bool isMachO(const Directory& directory, const DirectoryEntry& entry) {
+  return entry.kind == ItemKind::file && readMachO(directory.openFile(entry.name)).has_value();
+}
+
+void requireInnocent(const Directory& directory, const DirectoryEntry& entry) {
+  if (entry.kind == ItemKind::special)
+    refuse(directory.pathOf(entry.name), "is neither a file nor a directory nor a link");
+  if (entry.kind == ItemKind::link && !linkStaysInside(directory, directory.linkTarget(entry.name)))
+    refuse(directory.pathOf(entry.name), "leads out of the bundle");
+}
+
 }  // namespace
 
 void ResourceCheck::run() {
@@ -34,7 +46,7 @@ void ResourceCheck::checkDirectory(const Directory& directory, const std::string
   if (depth == 0)
     refuse(directory.path(), "is nested too deeply");
   for (const DirectoryEntry& entry : directory.entries()) {
-    requireInnocent(directory, entry, prefix);
+    requireInnocent(directory, entry);
     const std::string path = prefix + entry.name;
     // What the signature is made of, and what is added to a finished bundle by right.
     if (path == kSignatureDirectory && entry.kind == ItemKind::directory)
@@ -42,30 +54,20 @@ void ResourceCheck::checkDirectory(const Directory& directory, const std::string
     if (path == kTicket && entry.kind != ItemKind::directory)
       continue;
     if (path == kReceipts && entry.kind == ItemKind::directory)
-      checkUnsealedDirectory(directory.subdirectory(entry.name), path + "/", depth - 1);
+      checkUnsealedDirectory(directory.subdirectory(entry.name), depth - 1);
     else if (path != bundle_.executablePath)
       checkItem(directory, entry, path, depth);
   }
 }
 
-void ResourceCheck::checkUnsealedDirectory(const Directory& directory, const std::string& prefix,
-                                           unsigned depth) {
+void ResourceCheck::checkUnsealedDirectory(const Directory& directory, unsigned depth) {
   if (depth == 0)
     refuse(directory.path(), "is nested too deeply");
   for (const DirectoryEntry& entry : directory.entries()) {
-    requireInnocent(directory, entry, prefix);
+    requireInnocent(directory, entry);
     if (entry.kind == ItemKind::directory)
-      checkUnsealedDirectory(directory.subdirectory(entry.name), prefix + entry.name + "/", depth - 1);
+      checkUnsealedDirectory(directory.subdirectory(entry.name), depth - 1);
   }
-}
-
-void ResourceCheck::requireInnocent(const Directory& directory, const DirectoryEntry& entry,
-                                    const std::string& prefix) const {
-  if (entry.kind == ItemKind::special)
-    refuse(directory.pathOf(entry.name), "is neither a file nor a directory nor a link");
-  if (entry.kind == ItemKind::link &&
-      !linkStaysInside(bundle_.root, bundle_.contentPath + "/" + prefix, directory.linkTarget(entry.name)))
-    refuse(directory.pathOf(entry.name), "leads out of the bundle");
 }
 
 void ResourceCheck::checkItem(const Directory& directory, const DirectoryEntry& entry,
@@ -77,7 +79,7 @@ void ResourceCheck::checkItem(const Directory& directory, const DirectoryEntry& 
     checkSealed(directory, entry, item->second);
   } else if (entry.kind == ItemKind::directory) {
     checkDirectory(directory.subdirectory(entry.name), path + "/", depth - 1);
-  } else if (!seal_->rules.omits(path)) {
+  } else if (!seal_->rules.omits(path) || isMachO(directory, entry)) {
     refuse(directory.pathOf(entry.name), "was added after signing");
   }
 }
@@ -98,7 +100,8 @@ void ResourceCheck::checkSealed(const Directory& directory, const DirectoryEntry
 void ResourceCheck::checkFile(const Directory& directory, const DirectoryEntry& entry,
                               const SealedFile& sealed) {
   requireKind(directory, entry, ItemKind::file);
-  pool_.submit([seal = seal_, directory, name = entry.name, &sealed] {
+  // A waiting step keeps one directory open, not all those above it.
+  pool_.submit([seal = seal_, directory = directory.asOutermost(), name = entry.name, &sealed] {
     atPlace(quoted(directory.pathOf(name)), errSecCSBadResource, [&] {
       const CodeFile file = directory.openFile(name);
       if (digestOfRange(file, {0, file.size()}, sealed.algorithm) != sealed.digest)

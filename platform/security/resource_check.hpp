@@ -26,13 +26,11 @@ class ResourceCheck {
 
  private:
   void checkDirectory(const Directory& directory, const std::string& prefix, unsigned depth);
-  void checkUnsealedDirectory(const Directory& directory, const std::string& prefix, unsigned depth);
+  void checkUnsealedDirectory(const Directory& directory, unsigned depth);
   void checkItem(const Directory& directory, const DirectoryEntry& entry, const std::string& path,
                  unsigned depth);
   void checkSealed(const Directory& directory, const DirectoryEntry& entry, const SealedItem& item);
   void checkFile(const Directory& directory, const DirectoryEntry& entry, const SealedFile& sealed);
-  void requireInnocent(const Directory& directory, const DirectoryEntry& entry,
-                       const std::string& prefix) const;
   void requireComplete() const;
 
   const Bundle& bundle_;

@@ -47,6 +47,13 @@ double weightOf(const PropertyList& rule) {
   return *weight->real();
 }
 
+bool isSafeToOmit(std::string_view path) {
+  static const RE2 kCode("^(Frameworks|SharedFrameworks|PlugIns|Plug-ins|XPCServices|Helpers|MacOS|Library)/",
+                         options());
+  return path.ends_with("/.DS_Store") ||
+         !RE2::PartialMatch(re2::StringPiece(path.data(), path.size()), kCode);
+}
+
 }  // namespace
 
 struct ResourceRules::Rule {
@@ -81,7 +88,7 @@ ResourceRules::ResourceRules(const PropertyList& rules) {
 bool ResourceRules::omits(std::string_view path) const {
   for (const Rule& rule : *rules_) {
     if (RE2::PartialMatch(re2::StringPiece(path.data(), path.size()), *rule.pattern))
-      return rule.omit;
+      return rule.omit && isSafeToOmit(path);
   }
   return false;
 }

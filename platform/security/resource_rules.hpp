@@ -17,7 +17,8 @@ class ResourceRules {
   explicit ResourceRules(const PropertyList& rules);
 
   /// True when the seal leaves the item out. Of the rules that match, the one of the greatest weight decides,
-  /// and among equals one that seals; what no rule matches is sealed. Takes time in proportion to the path.
+  /// and among equals one that seals; what no rule matches is sealed. Where a bundle keeps its code, no rule
+  /// leaves out more than a folder's view settings (`.DS_Store`). Takes time in proportion to the path.
   bool omits(std::string_view path) const;
 
  private:

@@ -9,9 +9,10 @@
 namespace platform {
 namespace {
 
-/// Digests for code of 16 GiB.
-constexpr std::uint64_t kLargestSignature = 160U << 20U;
-constexpr std::uint64_t kLargestInformation = 16U << 20U;
+constexpr std::uint64_t kMebibyte = 1U << 20U;
+/// Of all architectures together.
+constexpr std::uint64_t kLargestSignatures = 64 * kMebibyte;
+constexpr std::uint64_t kLargestInformation = kMebibyte;
 
 constexpr const char* kResources = "CodeResources";
 
@@ -28,6 +29,11 @@ constexpr std::array<ComponentFile, 4> kComponentFiles{{{"CodeDirectory", slot::
 
 [[noreturn]] void refuseUnsigned(const std::string& place) {
   throw SecurityError(errSecCSUnsigned, place + " is not signed at all.");
+}
+
+/// Enough for several digests of every page and for what else a signature holds.
+std::uint64_t largestSignature(std::uint64_t codeLength) {
+  return std::min(kMebibyte + codeLength / 16, kLargestSignatures);
 }
 
 /// The code directory, and its alternates in the slots that follow without a gap.
@@ -51,7 +57,7 @@ SignedSlice readSlice(const CodeFile& file, const MachOSlice& machO) {
   slice.place = quoted(file.path()) + " (" + machO.architecture + ")";
   if (!machO.signature)
     refuseUnsigned(slice.place);
-  if (machO.signature->length > kLargestSignature)
+  if (machO.signature->length > largestSignature(machO.signature->offset))
     throw FormatError("its signature is too large");
   slice.code = {machO.range.offset, machO.signature->offset};
   const ByteRange signature{machO.range.offset + machO.signature->offset, machO.signature->length};
@@ -87,7 +93,7 @@ SignedSlice readDetached(const CodeFile& file, const Directory& signatures) {
   for (const ComponentFile& component : kComponentFiles) {
     if (!signatures.kindOf(component.name))
       continue;
-    std::string blob = signatures.readFile(component.name, kLargestSignature);
+    std::string blob = signatures.readFile(component.name, largestSignature(file.size()));
     requireBlobForSlot(component.slot, blob);
     slice.components.emplace(component.slot, std::move(blob));
   }
@@ -113,8 +119,14 @@ SignedCode readSignedCode(CodeFile file, const std::optional<Directory>& signatu
     if (signatures)
       requireOnlySignature(*signatures, machO.has_value());
     if (machO) {
-      for (const MachOSlice& slice : *machO)
+      std::uint64_t room = kLargestSignatures;
+      for (const MachOSlice& slice : *machO) {
+        const std::uint64_t length = slice.signature ? slice.signature->length : 0;
+        if (length > room)
+          throw FormatError("its signatures are too large");
+        room -= length;
         code.slices.push_back(readSlice(*code.file, slice));
+      }
     } else if (signatures) {
       code.slices.push_back(readDetached(*code.file, *signatures));
     } else {

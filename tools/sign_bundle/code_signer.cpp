@@ -90,9 +90,13 @@ SealedCode CodeSigner::signBundle(const BundleLayout& bundle, const std::string&
   const std::vector<ContentItem> items = surveyContent(bundle);
   std::map<std::string, SealedCode> nestedCode;
   for (const ContentItem& item : items) {
-    if (item.kind == ItemKind::nestedCode)
-      nestedCode.emplace(
-          item.path, signItem(bundle.content.appendingPathComponent(item.path), std::nullopt, Role::nested));
+    if (item.kind != ItemKind::nestedCode)
+      continue;
+    SealedCode sealed =
+        signItem(bundle.content.appendingPathComponent(item.path), std::nullopt, Role::nested);
+    if (options_.withoutRequirements)
+      sealed.requirementText.clear();
+    nestedCode.emplace(item.path, std::move(sealed));
   }
   CodeDescription description = describe(identifier, role);
   const Data seal = makeResourceSeal(bundle, items, nestedCode, options_.sealedDigests);

@@ -15,6 +15,8 @@ struct SigningOptions {
   /// The team that code directories state; by default the one in the leaf, and none without an identity.
   std::optional<std::string> team;
   bool hardenedRuntime = false;
+  /// Nested code is sealed by its hash alone, which fits one architecture of one version.
+  bool withoutRequirements = false;
   /// A property list, for main executables only.
   std::optional<platform::Data> entitlements;
   /// The power of two that is a page's size. By default 14 for arm64 slices and 12 for everything else.

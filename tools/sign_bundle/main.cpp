@@ -32,7 +32,7 @@ sign_bundle make-chain DIRECTORY --team TEAM [--name NAME] [--keys rsa|ec] [--de
 
 sign_bundle sign BUNDLE-OR-MACH-O (--chain DIRECTORY | --ad-hoc) [--identifier IDENTIFIER] [--team TEAM]
     [--hash sha256|sha1+sha256|sha384] [--sealed-hash sha256|sha1+sha256|sha1] [--page-size BYTES]
-    [--hardened-runtime] [--entitlements FILE] [--time-stamp]
+    [--hardened-runtime] [--entitlements FILE] [--time-stamp] [--without-requirements]
 
 sign_bundle make-mach-o FILE --arch ARCHITECTURES [--kind executable|library|bundle] [--text TEXT] [--least-size BYTES]
     [--wide]
@@ -66,7 +66,7 @@ void runMakeChain(const std::vector<std::string>& words) {
 
 void runSign(const std::vector<std::string>& words) {
   const Arguments arguments(
-      words, {"--ad-hoc", "--hardened-runtime", "--time-stamp"},
+      words, {"--ad-hoc", "--hardened-runtime", "--time-stamp", "--without-requirements"},
       {"--chain", "--identifier", "--team", "--hash", "--sealed-hash", "--page-size", "--entitlements"});
   const platform::URL code = location(arguments.operand("bundle or Mach-O file"));
   if (arguments.has("--ad-hoc") == arguments.has("--chain"))
@@ -94,6 +94,7 @@ void runSign(const std::vector<std::string>& words) {
   options.signature.timeStamp = arguments.has("--time-stamp") ? TimeStamp::yes : TimeStamp::no;
   options.team = arguments.value("--team");
   options.hardenedRuntime = arguments.has("--hardened-runtime");
+  options.withoutRequirements = arguments.has("--without-requirements");
   if (const auto file = arguments.value("--entitlements"))
     options.entitlements = platform::Data::contentsOf(location(*file));
   CodeSigner(identity ? &*identity : nullptr, options).sign(code, arguments.value("--identifier"));

@@ -127,8 +127,10 @@ PropertyList linkEntry(const BundleLayout& bundle, const ContentItem& item) {
 }
 
 PropertyList nestedEntry(const SealedCode& code) {
-  return PropertyList(PropertyList::Dictionary{{"cdhash", dataValue(code.codeDirectoryHash)},
-                                               {"requirement", code.requirementText}});
+  PropertyList::Dictionary entry{{"cdhash", dataValue(code.codeDirectoryHash)}};
+  if (!code.requirementText.empty())
+    entry.emplace("requirement", code.requirementText);
+  return PropertyList(std::move(entry));
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ namespace sign_bundle {
 /// What a seal says of nested code.
 struct SealedCode {
   std::string codeDirectoryHash;
-  std::string requirementText;
+  std::string requirementText;  ///< empty: the hash alone names the code
 };
 
 /// How a seal states the content of a file.

@@ -192,6 +192,31 @@ TEST(MalformedCode, aSignatureThatDoesNotEndTheCodeIsRefused) {
   EXPECT_FALSE(workshop().judge(file).accepted());
 }
 
+TEST(MalformedCode, whatIsLargerThanAnyRealOneIsRefusedUnread) {
+  constexpr std::uintmax_t kMebibyte = 1U << 20U;
+  const fs::path contents = workshop().signedPlainApplication() / "Contents";
+  for (const auto& [name, size] : {std::pair{"Info.plist", 2 * kMebibyte},
+                                   {"_CodeSignature/CodeResources", 33 * kMebibyte},
+                                   {"_CodeSignature/CodeRequirements", 2 * kMebibyte}}) {
+    const std::string content = test::readFile(contents / name);
+    fs::resize_file(contents / name, size);
+    EXPECT_THAT(workshop().judge(contents.parent_path()).sentence, testing::HasSubstr("is too large"))
+        << name;
+    test::writeFile(contents / name, content);
+  }
+  test::writeFile(workshop() / "entitlements.plist", std::string(2 * kMebibyte, ' '));
+  const fs::path file =
+      machO("swollen", "arm64", {"--entitlements", (workshop() / "entitlements.plist").native()});
+  EXPECT_THAT(workshop().judge(file).sentence, testing::HasSubstr("signature is too large"));
+}
+
+TEST(MalformedCode, theTicketIsLeftWhereItIs) {
+  const std::string ticket = "tckt" + bigEndian(12) + "text";
+  const std::string signature =
+      bigEndian(0xFADE0CC0) + bigEndian(32) + bigEndian(1) + bigEndian(0x10002) + bigEndian(20) + ticket;
+  EXPECT_TRUE(readEmbeddedSignature(signature).empty());
+}
+
 TEST(MalformedCode, whatIsNoMachOFile) {
   const std::string javaClass = "\xCA\xFE\xBA\xBE" + std::string("\0\0\0\x34", 4) + std::string(64, 'x');
   for (const std::string& bytes :

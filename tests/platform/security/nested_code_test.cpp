@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/security/resource_rules.hpp"
 #include "tests/platform/security/signed_sample.hpp"
 
 namespace fs = std::filesystem;
@@ -52,6 +53,43 @@ TEST(NestedCode, isRefusedInAnyArchitecture) {
   EXPECT_FALSE(workshop().judge(application).accepted());
 }
 
+/// A framework with a library for one architecture, which holds the text.
+void writeFramework(const fs::path& framework, const std::string& text) {
+  const fs::path version = framework / "Versions/A";
+  test::writeInfoPlist(version / "Resources/Info.plist", "com.example.framework", "F", "1", "1");
+  test::runSignBundle(
+      {"make-mach-o", (version / "F").native(), "--arch", "arm64", "--kind", "library", "--text", text});
+  fs::create_symlink("A", framework / "Versions/Current");
+  fs::create_symlink("Versions/Current/F", framework / "F");
+}
+
+TEST(NestedCode, aHashAloneBindsEveryArchitecture) {
+  for (const bool universal : {false, true}) {
+    const fs::path application = workshop().signedPlainApplication();
+    const fs::path helper = application / "Contents/MacOS/helper";
+    test::runSignBundle({"make-mach-o", helper.native(), "--arch", universal ? "both" : "arm64"});
+    workshop().chain().sign(application, {"--without-requirements"});
+    // The sealed hash is that of the first architecture; nothing says whose the other one is.
+    const Verdict verdict = workshop().judge(application, test::sampleRequirement());
+    EXPECT_EQ(verdict.accepted(), !universal) << verdict.sentence;
+  }
+}
+
+TEST(NestedCode, aHashAloneBindsEveryVersion) {
+  const fs::path application = workshop().signedPlainApplication();
+  const fs::path framework = application / "Contents/Frameworks/F.framework";
+  writeFramework(framework, "good");
+  workshop().chain().sign(application, {"--without-requirements"});
+  ASSERT_TRUE(workshop().judge(application, test::sampleRequirement()).accepted());
+  const fs::path foreign = application.parent_path() / "F.framework";
+  writeFramework(foreign, "evil");
+  test::runSignBundle({"sign", foreign.native(), "--ad-hoc"});
+  fs::rename(foreign / "Versions/A", framework / "Versions/B");
+  const Verdict verdict = workshop().judge(application, test::sampleRequirement());
+  EXPECT_EQ(verdict.status, errSecCSBadResource);
+  EXPECT_THAT(verdict.sentence, HasSubstr("is not the code that was sealed"));
+}
+
 TEST(NestedCode, nestingWithoutEndIsRefusedQuickly) {
   const fs::path application = workshop() / "deep.app";
   fs::path bundle = application;
@@ -91,6 +129,45 @@ TEST(UnsealedItems, linksThatLeadOutAreRefusedEvenWhereNothingIsSealed) {
     fs::create_symlink(tested.target, link);
     EXPECT_EQ(workshop().judge(application).accepted(), tested.accepted) << tested.target;
     fs::remove(link);
+  }
+}
+
+TEST(UnsealedItems, linksThatLeadOverManyDirectoriesAreRefusedQuickly) {
+  const fs::path application = workshop().signedPlainApplication();
+  const fs::path links = application / "Contents/_MASReceipt";
+  fs::create_directories(links / "d");
+  std::string detour;
+  for (int turn = 0; turn < 100; ++turn)
+    detour += "d/../";
+  // Each is short enough, and leads over the next.
+  for (int index = 0; index < 3; ++index)
+    fs::create_symlink(detour + std::to_string(index + 1), links / std::to_string(index));
+  EXPECT_THAT(workshop().judge(application).sentence, HasSubstr("leads out of the bundle"));
+  fs::remove(links / "1");
+  EXPECT_TRUE(workshop().judge(application).accepted());
+}
+
+TEST(UnsealedItems, noRuleLeavesCodeOut) {
+  using platform::PropertyList;
+  PropertyList::Dictionary rule;
+  rule.emplace("omit", true);
+  rule.emplace("weight", 9999.0);
+  PropertyList::Dictionary list;
+  list.emplace(".*", std::move(rule));
+  const platform::ResourceRules rules{PropertyList(std::move(list))};
+  for (const char* path :
+       {"MacOS/tool", "macos/tool", "Frameworks/E.framework/Versions/A/E", "SharedFrameworks/a", "PlugIns/a",
+        "Plug-ins/a", "XPCServices/a", "Helpers/a/b", "Library/LoginItems/a", "MacOS/x.DS_Store"})
+    EXPECT_FALSE(rules.omits(path)) << path;
+  for (const char* path : {"MacOS/.DS_Store", "Resources/a", "Resources/MacOS/a", "a"})
+    EXPECT_TRUE(rules.omits(path)) << path;
+  const fs::path application = workshop().signedPlainApplication();
+  const fs::path omitted = application / "Contents/Resources/en.lproj/locversion.plist";
+  test::writeFile(omitted, "text");
+  EXPECT_TRUE(workshop().judge(application).accepted());
+  for (const char* architectures : {"arm64", "both"}) {
+    test::runSignBundle({"make-mach-o", omitted.native(), "--arch", architectures});
+    EXPECT_EQ(workshop().judge(application).status, errSecCSBadResource) << architectures;
   }
 }
 
