@@ -12,7 +12,7 @@ namespace platform::hdiutil {
 /// Hands the property list that tells its device entries and the mount point to `announce`. Throws
 /// `ImageError` or `SystemError`, or what `announce` throws; then the image is not attached and nothing stays
 /// of it.
-void attach(const URL& image, ImageRegistry& registry,
+void attach(const URL& url, ImageRegistry& registry,
             const std::function<void(const PropertyList&)>& announce);
 
 }  // namespace platform::hdiutil

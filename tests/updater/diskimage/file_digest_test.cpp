@@ -1,10 +1,14 @@
 #include "updater/diskimage/file_digest.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+
+#include <cerrno>
 
 #include "platform/foundation/error.hpp"
 #include "tests/support/files.hpp"
 #include "tests/support/program.hpp"
+#include "tests/support/syscall_fault.hpp"
 
 namespace {
 
@@ -48,6 +52,28 @@ TEST(FileDigestTest, ThePlatformsErrorPassesThrough) {
       EXPECT_NE(error.localizedDescription().find(path), std::string::npos) << error.what();
     }
   }
+}
+
+/// The last read of the second, shorter chunk fails: the only one that asks for just what is left of it.
+TEST(FileDigestTest, AFailureBehindTheFirstChunkIsNoEnd) {
+  constexpr std::size_t kRest = 524288;
+  const test::TemporaryDirectory directory;
+  const std::string path = (directory / "file").native();
+  test::writeFile(path, std::string(3 * kRest, 'x'));
+  const auto digestOnFailingDisk = [&] {
+    if (!test::inject({.number = SYS_read, .errorNumber = EIO, .argument = {{.index = 2, .value = kRest}}}))
+      return 77;
+    try {
+      QuorinOstrevalUpdater::sha256(URL::fileURLWithPath(path));
+      return 1;
+    } catch (const platform::SystemError& error) {
+      return error.errorNumber() == EIO ? 0 : 2;
+    }
+  };
+  const int result = test::inChild(digestOnFailingDisk);
+  if (result == 77)
+    GTEST_SKIP() << "system calls cannot be made to fail here";
+  EXPECT_EQ(result, 0);
 }
 
 }  // namespace

@@ -122,7 +122,8 @@ TEST(MountedImageTest, AttachesAndDetachesARealImage) {
   const test::TemporaryDirectory directory;
   test::writeFile(directory / "content/read me", "hello");
   const std::string image = (directory / "an image.dmg").native();
-  const std::string name = "Quorin " + directory.path().filename().native();
+  const std::string directoryName = directory.path().filename().native();
+  const std::string name = "Quorin " + directoryName.substr(directoryName.rfind('-') + 1);
   ASSERT_EQ(test::runProgram(test::buildPrefix() / "bin/make_disk_image",
                              {(directory / "content").native(), name, image})
                 .exitStatus,

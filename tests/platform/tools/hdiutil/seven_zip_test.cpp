@@ -1,5 +1,6 @@
 #include "platform/tools/hdiutil/seven_zip.hpp"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -20,6 +21,84 @@ using test::FatEntry;
 
 FatEntry folder(const std::string& name, const std::vector<FatEntry>& entries) {
   return {name, {}, true, entries};
+}
+
+const std::string kHeader = "Type = APFS\nvolume_name: Volume\n\n----------\n";
+
+/// A file as it is listed, with more lines at its end.
+std::string listed(const std::string& path, const std::string& more = "") {
+  return "Path = " + path + "\nFolder = -\nSize = 5\nModified = 2022-01-14 07:19:41\n" + more + "\n";
+}
+
+std::string listedFolder(const std::string& path) {
+  return "Path = " + path + "\nFolder = +\nSize = \nModified = 2022-01-14 07:19:41\nMode = drwxr-xr-x\n\n";
+}
+
+TEST(ListingTest, ReadsEveryKindOfEntry) {
+  using Kind = platform::hdiutil::ListedEntry::Kind;
+  const auto listing = platform::hdiutil::parseListing(
+      kHeader + listedFolder("folder") + listed("folder/tool", "Mode = -rwsr-sr-T\n") +
+      listed("link", "Mode = lrwxr-xr-x\nSymbolic Link = there\n") + listed(".fseventsd"));
+  EXPECT_EQ(listing.volumeName, "Volume");
+  ASSERT_EQ(listing.entries.size(), 3U);
+  EXPECT_EQ(listing.entries[0].kind, Kind::folder);
+  EXPECT_EQ(listing.entries[0].metadata.permissions, 0755);
+  EXPECT_EQ(listing.entries[1].kind, Kind::file);
+  EXPECT_EQ(listing.entries[1].size, 5U);
+  EXPECT_EQ(listing.entries[1].metadata.permissions, 07754);
+  EXPECT_EQ(listing.entries[1].metadata.modified.seconds, 1642144781);
+  EXPECT_EQ(listing.entries[2].kind, Kind::symbolicLink);
+  EXPECT_EQ(listing.entries[2].linkText, "there");
+}
+
+TEST(ListingTest, RefusesWhatIsInDoubt) {
+  const std::pair<const char*, std::string> cases[] = {
+      {"nothing", ""},
+      {"no entries' line", "volume_name: Volume\n"},
+      {"two volumes", "volume_name: One\nvolume_name: Two\n----------\n"},
+      {"a folder above", kHeader + listedFolder("..")},
+      {"a file above", kHeader + listedFolder("a") + listedFolder("a/..") + listed("a/../b")},
+      {"the folder itself", kHeader + listedFolder(".")},
+      {"an absolute path", kHeader + listed("/etc")},
+      {"an empty name within", kHeader + listedFolder("a") + listed("a//b")},
+      {"an empty path", kHeader + listed("")},
+      {"a folder that is not listed", kHeader + listed("a/b")},
+      {"a file as a folder", kHeader + listed("a") + listed("a/b")},
+      {"a link as a folder",
+       kHeader + listed("a", "Mode = lrwxr-xr-x\nSymbolic Link = there\n") + listed("a/b")},
+      {"a line break in a name", kHeader + listed("a\nb")},
+      {"a field in a name", kHeader + listed("a\nSize = 5")},
+      {"an entry in a name", kHeader + listed("a\n\nb")},
+      {"a link of another size", kHeader + listed("a", "Mode = lrwxr-xr-x\nSymbolic Link = elsewhere\n")},
+      {"a link to nothing", kHeader + listed("a", "Mode = lrwxr-xr-x\n")},
+      {"a device", kHeader + listed("a", "Mode = brw-r--r--\n")},
+      {"a short mode", kHeader + listed("a", "Mode = -rw\n")},
+      {"no size", kHeader + "Path = a\nModified = 2022-01-14 07:19:41\n"},
+      {"no time", kHeader + "Path = a\nSize = 5\n"},
+  };
+  for (const auto& [name, text] : cases)
+    EXPECT_THROW(platform::hdiutil::parseListing(text), platform::hdiutil::ImageError) << name;
+}
+
+TEST(TreeWriterTest, NeverLeavesItsDirectory) {
+  const test::TemporaryDirectory directory;
+  test::writeFile(directory / "outside/file", "content");
+  fs::create_directory(directory / "tree");
+  fs::create_symlink("../outside", directory / "tree/link");
+  const auto root = platform::FileDescriptor::open(
+      platform::URL::fileURLWithPath((directory / "tree").native()), O_RDONLY | O_DIRECTORY);
+  const auto before = test::inventory(directory.path());
+  for (const std::string where : {"link/", "../outside/", "./", "/tmp/"}) {
+    platform::hdiutil::TreeWriter writer(root);
+    const std::string file = where + "file";
+    EXPECT_THROW(writer.makeDirectory(where + "new"), platform::Error) << where;
+    EXPECT_THROW(writer.makeFile(where + "new"), platform::Error) << where;
+    EXPECT_THROW(writer.makeSymbolicLink(where + "new", "text"), platform::Error) << where;
+    EXPECT_THROW(writer.makeHardLink(file, "new"), platform::Error) << where;
+    EXPECT_THROW(writer.write(file, 0, std::string_view("x")), platform::Error) << where;
+    EXPECT_THROW(writer.setMetadata(file, {false, 0, {0, 0}}), platform::Error) << where;
+  }
+  EXPECT_EQ(test::inventory(directory.path()), before);
 }
 
 TEST(FatTest, HandsOutTheEntriesAndNoHousekeeping) {
