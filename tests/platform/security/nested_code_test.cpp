@@ -224,4 +224,14 @@ TEST(UnsealedItems, receiptsAndTicketsMayBeAdded) {
   EXPECT_EQ(workshop().judge(application).status, errSecCSBadResource);
 }
 
+TEST(UnsealedItems, componentsMayLieBesideAnEmbeddedSignature) {
+  const fs::path application = workshop().signedApplication({.executable = test::SampleExecutable::machO});
+  const fs::path component = application / "Contents/_CodeSignature/CodeRequirements";
+  test::writeFile(component, "of an older signature");
+  EXPECT_TRUE(workshop().judge(application).accepted());
+  fs::remove(component);
+  test::writeFile(component / "added", "added");
+  EXPECT_EQ(workshop().judge(application).status, errSecCSBadResource);
+}
+
 }  // namespace
