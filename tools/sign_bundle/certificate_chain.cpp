@@ -225,11 +225,17 @@ void makeChain(const platform::URL& directory, const ChainOptions& options) {
   const Authority root =
       makeAuthority({{"Throw-away Root CA"}, kPresent, kAuthorityExtensions}, options.keys, nullptr);
   const Authority intermediate = makeAuthority(intermediateRequest(options.defect), options.keys, &root);
-  const Authority leaf =
+  Authority leaf =
       makeAuthority(leafRequest(options), options.keys, issuerOfLeaf(options.defect, root, intermediate));
 
   writeCertificates(directory.appendingPathComponent("root.pem"), {root.certificate.get()});
   std::vector<X509*> above = {intermediate.certificate.get(), root.certificate.get()};
+  std::optional<Authority> goodLeaf;
+  if (options.defect == ChainDefect::leafAsIssuer) {
+    goodLeaf = std::move(leaf);
+    leaf = makeAuthority(leafRequest(options), options.keys, &*goodLeaf);
+    above.insert(above.begin(), goodLeaf->certificate.get());
+  }
   if (options.defect == ChainDefect::withoutIntermediate)
     above.erase(above.begin());
   writeCertificates(directory.appendingPathComponent("chain.pem"), above);

@@ -50,6 +50,7 @@ INSTANTIATE_TEST_SUITE_P(
                     ChainCase{"unknown-critical-extension-in-leaf", errSecCSSignatureFailed},
                     ChainCase{"unknown-critical-extension-in-intermediate", errSecCSSignatureFailed},
                     ChainCase{"self-signed-leaf", errSecCSSignatureFailed},
+                    ChainCase{"leaf-as-issuer", errSecCSSignatureFailed},
                     ChainCase{"without-intermediate", errSecCSReqFailed},
                     ChainCase{"expired", errSecSuccess}),
     [](const auto& tested) {
