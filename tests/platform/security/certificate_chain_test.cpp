@@ -147,6 +147,19 @@ TEST(TrustAnchors, whatOthersMayHaveChangedIsRefused) {
   EXPECT_TRUE(isRefused()) << "no certificate";
 }
 
+TEST(TrustAnchors, aFailureSaysThatItIsAboutThem) {
+  const SigningWorkshop workshop;
+  fs::remove_all(workshop.anchors());
+  test::writeFile(workshop.anchors(), "no directory");
+  try {
+    TrustAnchors::inDirectory(location(workshop.anchors()));
+    FAIL();
+  } catch (const platform::SecurityError& error) {
+    EXPECT_THAT(error.localizedDescription(), testing::HasSubstr("The trusted roots in"));
+    EXPECT_THAT(error.localizedDescription(), testing::Not(testing::HasSubstr("..")));
+  }
+}
+
 TEST(TrustAnchors, withoutAnchorsNothingIsTrusted) {
   const SigningWorkshop workshop;
   const fs::path application = workshop.signedPlainApplication();
