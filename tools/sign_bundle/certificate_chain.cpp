@@ -232,7 +232,10 @@ void makeChain(const platform::URL& directory, const ChainOptions& options) {
   std::vector<X509*> above = {intermediate.certificate.get(), root.certificate.get()};
   std::optional<Authority> goodLeaf;
   if (options.defect == ChainDefect::leafAsIssuer) {
-    goodLeaf = std::move(leaf);
+    // Without its private extension nothing but its being a leaf keeps it from issuing.
+    ChainOptions plain = options;
+    plain.defect = ChainDefect::leafWithoutExtension;
+    goodLeaf = makeAuthority(leafRequest(plain), options.keys, &intermediate);
     leaf = makeAuthority(leafRequest(options), options.keys, &*goodLeaf);
     above.insert(above.begin(), goodLeaf->certificate.get());
   }
