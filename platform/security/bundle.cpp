@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/security/resource_seal.hpp"
 #include "platform/security/security_error.hpp"
 
 namespace platform {
@@ -10,6 +11,7 @@ namespace {
 constexpr std::uint64_t kLargestInformation = 1U << 20U;
 
 constexpr const char* kContents = "Contents";
+constexpr const char* kCode = "MacOS";
 constexpr const char* kVersions = "Versions";
 constexpr const char* kCurrent = "Current";
 constexpr const char* kResources = "Resources";
@@ -32,51 +34,6 @@ std::string executableName(const PropertyList& information) {
   return *name;
 }
 
-/// Reads the bundle with this content directory.
-Bundle readBundle(const Directory& root, const Directory& content, std::string contentPath) {
-  const bool isFlat = contentPath != kContents;
-  const Directory information =
-      isFlat && hasDirectory(content, kResources) ? content.subdirectory(kResources) : content;
-  if (!information.kindOf(kInformation))
-    throw Error(quoted(information.pathOf(kInformation)) + " is missing.");
-  std::string bytes = information.readFile(kInformation, kLargestInformation);
-  PropertyList list = NSPropertyListSerialization::propertyListWithData(Data(bytes));
-  std::string executable = executableName(list);
-  return {.root = root,
-          .content = content,
-          .contentPath = std::move(contentPath),
-          .executablePath = isFlat ? executable : "MacOS/" + executable,
-          .informationBytes = std::move(bytes),
-          .information = std::move(list)};
-}
-
-std::vector<Bundle> openVersions(const Directory& root) {
-  for (const DirectoryEntry& entry : root.entries()) {
-    const bool isVersions = entry.name == kVersions && entry.kind == ItemKind::directory;
-    const bool leadsToItem = entry.kind == ItemKind::link &&
-                             root.linkTarget(entry.name) == std::string("Versions/Current/") + entry.name;
-    if (!isVersions && !leadsToItem)
-      refuseUnsealed(root, entry.name);
-  }
-  const Directory versions = root.subdirectory(kVersions);
-  if (versions.kindOf(kCurrent) != ItemKind::link)
-    throw Error(quoted(root.path()) + " has no current version.");
-  const std::string current = versions.linkTarget(kCurrent);
-  std::vector<Bundle> bundles;
-  for (const DirectoryEntry& entry : versions.entries()) {
-    if (entry.name == kCurrent)
-      continue;
-    if (entry.kind != ItemKind::directory)
-      refuseUnsealed(versions, entry.name);
-    Bundle bundle =
-        readBundle(root, versions.subdirectory(entry.name), std::string("Versions/") + entry.name);
-    bundles.insert(entry.name == current ? bundles.begin() : bundles.end(), std::move(bundle));
-  }
-  if (bundles.empty() || bundles.front().contentPath != std::string("Versions/") + current)
-    throw Error(quoted(root.path()) + " has no current version.");
-  return bundles;
-}
-
 std::vector<std::string> components(std::string_view path) {
   std::vector<std::string> parts;
   std::size_t begin = 0;
@@ -87,6 +44,89 @@ std::vector<std::string> components(std::string_view path) {
     begin = end + 1;
   }
   return parts;
+}
+
+/// The name that the directory has for an item, whichever way it writes an accented letter.
+std::string nameOnDisk(const Directory& directory, const std::string& name) {
+  if (directory.kindOf(name))
+    return name;
+  for (const DirectoryEntry& entry : directory.entries()) {
+    if (sealKey(entry.name) == sealKey(name))
+      return entry.name;
+  }
+  return name;
+}
+
+/// Reads the bundle with this content directory, in whose directory `codePath` lies the main executable.
+Bundle readBundle(const Directory& root, const Directory& content, const std::string& codePath) {
+  const Directory information =
+      codePath.empty() && hasDirectory(content, kResources) ? content.subdirectory(kResources) : content;
+  if (!information.kindOf(kInformation))
+    throw Error(quoted(information.pathOf(kInformation)) + " is missing.");
+  std::string bytes = information.readFile(kInformation, kLargestInformation);
+  PropertyList list = NSPropertyListSerialization::propertyListWithData(Data(bytes));
+  const std::string executable =
+      nameOnDisk(codePath.empty() ? content : content.subdirectory(codePath), executableName(list));
+  return {.root = root,
+          .content = content,
+          .executablePath = codePath.empty() ? executable : codePath + "/" + executable,
+          .informationBytes = std::move(bytes),
+          .information = std::move(list)};
+}
+
+/// The components of a link's text; none for a text that leads upwards or begins at the root.
+std::vector<std::string> downwardTarget(const Directory& directory, const std::string& link) {
+  const std::string target = directory.linkTarget(link);
+  std::vector<std::string> parts = components(target);
+  std::erase(parts, ".");
+  if (target.starts_with('/') || std::find(parts.begin(), parts.end(), "..") != parts.end())
+    return {};
+  return parts;
+}
+
+/// The directory of the version that goes by the name, over links; nothing when there is none.
+std::optional<std::string> versionNamed(const Directory& versions, std::string name) {
+  constexpr unsigned kMostLinks = 8;
+  for (unsigned links = 0; links <= kMostLinks; ++links) {
+    const std::optional<ItemKind> kind = versions.kindOf(name);
+    if (kind == ItemKind::directory)
+      return name;
+    if (kind != ItemKind::link)
+      return std::nullopt;
+    std::vector<std::string> target = downwardTarget(versions, name);
+    if (target.size() != 1)
+      return std::nullopt;
+    name = std::move(target.front());
+  }
+  return std::nullopt;
+}
+
+std::vector<Bundle> openVersions(const Directory& root) {
+  const Directory versions = root.subdirectory(kVersions);
+  const auto leadsToItem = [&](const DirectoryEntry& entry) {
+    if (entry.kind != ItemKind::link)
+      return false;
+    const std::vector<std::string> target = downwardTarget(root, entry.name);
+    return target.size() == 3 && target[0] == kVersions && versionNamed(versions, target[1]) &&
+           target[2] == entry.name;
+  };
+  for (const DirectoryEntry& entry : root.entries()) {
+    if (entry.name != kVersions && !leadsToItem(entry))
+      refuseUnsealed(root, entry.name);
+  }
+  const std::optional<std::string> current = versionNamed(versions, kCurrent);
+  if (!current || current == kCurrent)
+    throw Error(quoted(root.path()) + " has no current version.");
+  std::vector<Bundle> bundles;
+  for (const DirectoryEntry& entry : versions.entries()) {
+    if (entry.kind == ItemKind::link && versionNamed(versions, entry.name))
+      continue;
+    if (entry.kind != ItemKind::directory)
+      refuseUnsealed(versions, entry.name);
+    Bundle bundle = readBundle(root, versions.subdirectory(entry.name), {});
+    bundles.insert(entry.name == current ? bundles.begin() : bundles.end(), std::move(bundle));
+  }
+  return bundles;
 }
 
 }  // namespace
@@ -112,7 +152,7 @@ std::vector<Bundle> openBundles(const Directory& root) {
     if (entry.name != kContents)
       refuseUnsealed(root, entry.name);
   }
-  return {readBundle(root, root.subdirectory(kContents), kContents)};
+  return {readBundle(root, root.subdirectory(kContents), kCode)};
 }
 
 bool linkStaysInside(const Directory& directory, const std::string& target) {

@@ -13,8 +13,7 @@ namespace platform {
 struct Bundle {
   Directory root;
   Directory content;           ///< what the seal's paths begin in
-  std::string contentPath;     ///< from the root; empty for the root itself
-  std::string executablePath;  ///< from the content directory
+  std::string executablePath;  ///< from the content directory, as the disk writes it
   std::string informationBytes;
   PropertyList information;
 
@@ -27,8 +26,8 @@ bool hasBundleShape(const Directory& directory);
 /// The code in a bundle: the one that it is, or every version of a framework, the current one first.
 ///
 /// In the root lies nothing that the code's own seals would not cover: beside the content directory, or the
-/// versions, only a framework's links to the items of its current version. Throws `Error` with a whole
-/// sentence, or `FormatError`.
+/// versions, only a framework's links to items of its versions, by whichever of their names. Throws `Error`
+/// with a whole sentence, or `FormatError`.
 std::vector<Bundle> openBundles(const Directory& root);
 
 /// True when a symbolic link in the directory leads to a place in its outermost parent, over whichever other

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <new>
 #include <string>
 
 #include "platform/security/security_error.hpp"
@@ -18,6 +19,8 @@ auto atPlace(const std::string& place, OSStatus status, Part&& part) {
     throw SecurityError(status, place + " is not validly signed: " + error.localizedDescription() + ".");
   } catch (const Error& error) {
     throw SecurityError(status, error.localizedDescription());
+  } catch (const std::bad_alloc&) {
+    throw SecurityError(status, "There is not enough memory to check " + place + ".");
   }
 }
 

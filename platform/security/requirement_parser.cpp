@@ -1,5 +1,7 @@
 #include "platform/security/requirement_parser.hpp"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 
 #include "platform/security/security_error.hpp"
@@ -11,6 +13,14 @@ using Kind = RequirementNode::Kind;
 
 constexpr unsigned kDeepestNesting = 128;
 constexpr std::size_t kHashSize = 20;
+
+/// The words of the language, which stand for themselves nowhere but in quotes.
+bool isReserved(std::string_view word) {
+  constexpr std::array<std::string_view, 15> kWords{
+      "always",      "never", "and",   "or",      "exists",  "identifier", "cdhash", "anchor",
+      "certificate", "info",  "apple", "generic", "trusted", "leaf",       "root"};
+  return std::find(kWords.begin(), kWords.end(), word) != kWords.end();
+}
 
 bool isDottedIdentifier(std::string_view text) {
   if (text.empty() || text.front() == '.' || text.back() == '.' || text.find("..") != std::string_view::npos)
@@ -145,7 +155,9 @@ int RequirementParser::takeCertificateNumber() {
   int value = 0;
   const char* end = number.text.data() + number.text.size();
   const auto [last, error] = std::from_chars(number.text.data(), end, value);
-  if (number.kind != RequirementToken::Kind::word || error != std::errc() || last != end)
+  // One way to write a number, so that what is meant as something else is not taken for one.
+  if (number.kind != RequirementToken::Kind::word || error != std::errc() || last != end ||
+      number.text != std::to_string(value))
     throw FormatError("it names a certificate that is not known");
   return value;
 }
@@ -159,7 +171,8 @@ std::string RequirementParser::takeHash() {
 
 std::string RequirementParser::takeText() {
   RequirementToken text = take();
-  if (text.kind != RequirementToken::Kind::word && text.kind != RequirementToken::Kind::string)
+  const bool isWord = text.kind == RequirementToken::Kind::word && !isReserved(text.text);
+  if (!isWord && text.kind != RequirementToken::Kind::string)
     throw FormatError("it lacks a text where one belongs");
   return std::move(text.text);
 }

@@ -17,7 +17,7 @@ Result withStatus(Operation&& operation) {
     return operation();
   } catch (const SecurityError& error) {
     return {.status = error.status()};
-  } catch (const Error&) {
+  } catch (const std::exception&) {
     return {.status = errSecCSSignatureFailed};
   }
 }
@@ -52,6 +52,9 @@ SecValidityResult SecStaticCodeCheckValidityWithErrors(const SecStaticCode& code
     return {.status = error.status(), .error = error};
   } catch (const Error& error) {
     return {.status = errSecCSSignatureFailed, .error = error};
+  } catch (const std::exception& error) {
+    return {.status = errSecCSSignatureFailed,
+            .error = Error("The code could not be checked: " + std::string(error.what()) + ".")};
   }
 }
 

@@ -36,8 +36,7 @@ using SecStaticCode = std::shared_ptr<StaticCode>;
 /// A compiled requirement.
 using SecRequirement = std::shared_ptr<const Requirement>;
 
-// Every operation gives a status, `errSecSuccess` or another, and an object only with success. None throws
-// `Error`.
+// Every operation gives a status, `errSecSuccess` or another, and an object only with success. None throws.
 
 struct SecStaticCodeResult {
   OSStatus status = errSecSuccess;

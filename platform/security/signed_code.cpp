@@ -73,13 +73,13 @@ SignedSlice readSlice(const CodeFile& file, const MachOSlice& machO) {
 }
 
 /// Nothing but the components themselves lies where the signature does, for nothing binds what else lies
-/// there.
-void requireOnlySignature(const Directory& signatures, bool embedded) {
+/// there. Beside an embedded signature nobody reads them.
+void requireOnlySignature(const Directory& signatures) {
   for (const DirectoryEntry& entry : signatures.entries()) {
-    const bool isComponent = !embedded && std::any_of(kComponentFiles.begin(), kComponentFiles.end(),
-                                                      [&](const ComponentFile& component) {
-                                                        return entry.name == component.name;
-                                                      });
+    const bool isComponent =
+        entry.kind == ItemKind::file &&
+        std::any_of(kComponentFiles.begin(), kComponentFiles.end(),
+                    [&](const ComponentFile& component) { return entry.name == component.name; });
     if (!isComponent && entry.name != kResources)
       throw SecurityError(errSecCSBadResource,
                           quoted(signatures.pathOf(entry.name)) + " was added after signing.");
@@ -117,7 +117,7 @@ SignedCode readSignedCode(CodeFile file, const std::optional<Directory>& signatu
   atPlace(quoted(code.file->path()), errSecCSSignatureFailed, [&] {
     const auto machO = readMachO(*code.file);
     if (signatures)
-      requireOnlySignature(*signatures, machO.has_value());
+      requireOnlySignature(*signatures);
     if (machO) {
       std::uint64_t room = kLargestSignatures;
       for (const MachOSlice& slice : *machO) {

@@ -60,7 +60,10 @@ TrustAnchors TrustAnchors::inDirectory(const URL& url) {
   } catch (const FormatError& error) {
     refuse(url.path(), error.localizedDescription());
   } catch (const Error& error) {
-    throw SecurityError(errSecCSSignatureFailed, error.localizedDescription());
+    std::string reason = error.localizedDescription();
+    if (reason.ends_with('.'))
+      reason.pop_back();
+    refuse(url.path(), reason);
   }
   return TrustAnchors(std::move(roots));
 }

@@ -225,11 +225,20 @@ void makeChain(const platform::URL& directory, const ChainOptions& options) {
   const Authority root =
       makeAuthority({{"Throw-away Root CA"}, kPresent, kAuthorityExtensions}, options.keys, nullptr);
   const Authority intermediate = makeAuthority(intermediateRequest(options.defect), options.keys, &root);
-  const Authority leaf =
+  Authority leaf =
       makeAuthority(leafRequest(options), options.keys, issuerOfLeaf(options.defect, root, intermediate));
 
   writeCertificates(directory.appendingPathComponent("root.pem"), {root.certificate.get()});
   std::vector<X509*> above = {intermediate.certificate.get(), root.certificate.get()};
+  std::optional<Authority> goodLeaf;
+  if (options.defect == ChainDefect::leafAsIssuer) {
+    // Without its private extension nothing but its being a leaf keeps it from issuing.
+    ChainOptions plain = options;
+    plain.defect = ChainDefect::leafWithoutExtension;
+    goodLeaf = makeAuthority(leafRequest(plain), options.keys, &intermediate);
+    leaf = makeAuthority(leafRequest(options), options.keys, &*goodLeaf);
+    above.insert(above.begin(), goodLeaf->certificate.get());
+  }
   if (options.defect == ChainDefect::withoutIntermediate)
     above.erase(above.begin());
   writeCertificates(directory.appendingPathComponent("chain.pem"), above);

@@ -22,6 +22,8 @@ enum class ChainDefect {
   unknownCriticalExtensionInIntermediate,
   /// The leaf signs itself; intermediate and root travel along as if they belonged to it.
   selfSignedLeaf,
+  /// Another leaf, good as one, signs the leaf.
+  leafAsIssuer,
   /// The root signs the leaf, with the intermediate left out.
   withoutIntermediate,
   /// Leaf and intermediate ended years ago.

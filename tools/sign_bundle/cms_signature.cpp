@@ -81,6 +81,22 @@ void addSigningTime(CMS_SignerInfo& signer, std::time_t moment) {
             kStep);
 }
 
+void addBinding(CMS_SignerInfo& signer, const std::vector<SignedCodeDirectory>& directories,
+                DirectoryBinding binding) {
+  if (binding == DirectoryBinding::both || binding == DirectoryBinding::list) {
+    const Attribute hashes = attribute(kCodeDirectoryHashList, V_ASN1_OCTET_STRING, {hashList(directories)});
+    succeeded(::CMS_signed_add1_attr(&signer, hashes.get()), kStep);
+  }
+  if (binding == DirectoryBinding::both || binding == DirectoryBinding::digests) {
+    std::vector<std::string> namedDigests;
+    namedDigests.reserve(directories.size());
+    for (const SignedCodeDirectory& directory : directories)
+      namedDigests.push_back(namedDigest(directory));
+    const Attribute digests = attribute(kCodeDirectoryDigests, V_ASN1_SEQUENCE, namedDigests);
+    succeeded(::CMS_signed_add1_attr(&signer, digests.get()), kStep);
+  }
+}
+
 void addTimeStamp(CMS_SignerInfo& signer, const Signer& authority, std::time_t moment) {
   const ASN1_OCTET_STRING* value = ::CMS_SignerInfo_get0_signature(&signer);
   const std::string_view bytes(reinterpret_cast<const char*>(::ASN1_STRING_get0_data(value)),
@@ -93,7 +109,8 @@ void addTimeStamp(CMS_SignerInfo& signer, const Signer& authority, std::time_t m
 }  // namespace
 
 std::string signCodeDirectories(const std::vector<SignedCodeDirectory>& directories,
-                                const SigningIdentity& identity, TimeStamp timeStamp) {
+                                const SigningIdentity& identity, TimeStamp timeStamp,
+                                DirectoryBinding binding) {
   constexpr unsigned kFlags = CMS_DETACHED | CMS_BINARY | CMS_PARTIAL | CMS_NOSMIMECAP;
   const Stream content = readingStream(directories.front().blob);
   const auto message =
@@ -105,14 +122,7 @@ std::string signCodeDirectories(const std::vector<SignedCodeDirectory>& director
 
   const std::time_t moment = statedMoment(*identity.leaf.certificate);
   addSigningTime(*signer, moment);
-  const Attribute hashes = attribute(kCodeDirectoryHashList, V_ASN1_OCTET_STRING, {hashList(directories)});
-  succeeded(::CMS_signed_add1_attr(signer, hashes.get()), kStep);
-  std::vector<std::string> namedDigests;
-  namedDigests.reserve(directories.size());
-  for (const SignedCodeDirectory& directory : directories)
-    namedDigests.push_back(namedDigest(directory));
-  const Attribute digests = attribute(kCodeDirectoryDigests, V_ASN1_SEQUENCE, namedDigests);
-  succeeded(::CMS_signed_add1_attr(signer, digests.get()), kStep);
+  addBinding(*signer, directories, binding);
 
   succeeded(::CMS_final(message.get(), content.get(), nullptr, kFlags), kStep);
   if (timeStamp == TimeStamp::yes)

@@ -46,7 +46,8 @@ CodeSignature signCode(const CodeDescription& code, const SigningIdentity* ident
       signature.components.insert(*content);
   }
   const std::string message =
-      identity == nullptr ? std::string() : signCodeDirectories(directories, *identity, options.timeStamp);
+      identity == nullptr ? std::string()
+                          : signCodeDirectories(directories, *identity, options.timeStamp, options.binding);
   signature.components.emplace(slot::kSignature, makeBlob(magic::kWrapper, message));
 
   const SignedCodeDirectory& strongest = directories.back();

@@ -28,11 +28,13 @@ constexpr const char* kHelp =
 sign_bundle make-chain DIRECTORY --team TEAM [--name NAME] [--keys rsa|ec] [--defect DEFECT]
     DEFECT: intermediate-without-extension, leaf-without-extension, extensions-swapped,
     leaf-without-code-signing-usage, unknown-critical-extension-in-leaf,
-    unknown-critical-extension-in-intermediate, self-signed-leaf, without-intermediate, expired
+    unknown-critical-extension-in-intermediate, self-signed-leaf, leaf-as-issuer,
+    without-intermediate, expired
 
 sign_bundle sign BUNDLE-OR-MACH-O (--chain DIRECTORY | --ad-hoc) [--identifier IDENTIFIER] [--team TEAM]
     [--hash sha256|sha1+sha256|sha384] [--sealed-hash sha256|sha1+sha256|sha1] [--page-size BYTES]
     [--hardened-runtime] [--entitlements FILE] [--time-stamp] [--without-requirements]
+    [--bind both|list|digests|none]
 
 sign_bundle make-mach-o FILE --arch ARCHITECTURES [--kind executable|library|bundle] [--text TEXT] [--least-size BYTES]
     [--wide]
@@ -58,6 +60,7 @@ void runMakeChain(const std::vector<std::string>& words) {
        {"unknown-critical-extension-in-leaf", ChainDefect::unknownCriticalExtensionInLeaf},
        {"unknown-critical-extension-in-intermediate", ChainDefect::unknownCriticalExtensionInIntermediate},
        {"self-signed-leaf", ChainDefect::selfSignedLeaf},
+       {"leaf-as-issuer", ChainDefect::leafAsIssuer},
        {"without-intermediate", ChainDefect::withoutIntermediate},
        {"expired", ChainDefect::expired}},
       options.defect);
@@ -65,9 +68,10 @@ void runMakeChain(const std::vector<std::string>& words) {
 }
 
 void runSign(const std::vector<std::string>& words) {
-  const Arguments arguments(
-      words, {"--ad-hoc", "--hardened-runtime", "--time-stamp", "--without-requirements"},
-      {"--chain", "--identifier", "--team", "--hash", "--sealed-hash", "--page-size", "--entitlements"});
+  const Arguments arguments(words,
+                            {"--ad-hoc", "--hardened-runtime", "--time-stamp", "--without-requirements"},
+                            {"--chain", "--identifier", "--team", "--hash", "--sealed-hash", "--page-size",
+                             "--entitlements", "--bind"});
   const platform::URL code = location(arguments.operand("bundle or Mach-O file"));
   if (arguments.has("--ad-hoc") == arguments.has("--chain"))
     throw UsageError("Either --chain or --ad-hoc is needed.");
@@ -92,6 +96,12 @@ void runSign(const std::vector<std::string>& words) {
     options.pageSizeExponent =
         arguments.choice<unsigned>("--page-size", {{"unlimited", 0}, {"4096", 12}, {"16384", 14}}, 0);
   options.signature.timeStamp = arguments.has("--time-stamp") ? TimeStamp::yes : TimeStamp::no;
+  options.signature.binding = arguments.choice<DirectoryBinding>("--bind",
+                                                                 {{"both", DirectoryBinding::both},
+                                                                  {"list", DirectoryBinding::list},
+                                                                  {"digests", DirectoryBinding::digests},
+                                                                  {"none", DirectoryBinding::none}},
+                                                                 options.signature.binding);
   options.team = arguments.value("--team");
   options.hardenedRuntime = arguments.has("--hardened-runtime");
   options.withoutRequirements = arguments.has("--without-requirements");

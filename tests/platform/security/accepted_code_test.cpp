@@ -45,4 +45,14 @@ INSTANTIATE_TEST_SUITE_P(
                     AcceptedCase{"hardened", SampleExecutable::machO, {"--hardened-runtime"}}),
     [](const auto& tested) { return tested.param.name; });
 
+TEST(AcceptedApplication, anAccentInTheExecutablesNameMayBeWrittenEitherWay) {
+  const fs::path application = workshop().signedApplication({.name = "Caf\xC3\xA9"});
+  const fs::path code = application / "Contents/MacOS";
+  fs::rename(code / "Caf\xC3\xA9", code / "Cafe\xCC\x81");
+  const Verdict verdict = workshop().judge(application, test::sampleRequirement());
+  EXPECT_TRUE(verdict.accepted()) << verdict.sentence;
+  fs::copy_file(code / "Cafe\xCC\x81", code / "Caf\xC3\xA9");
+  EXPECT_FALSE(workshop().judge(application).accepted());
+}
+
 }  // namespace

@@ -77,30 +77,35 @@ TEST(ByteMutation, everyByteOfTheComponentsBinds) {
   }
 }
 
-/// What of a signature binds nothing: the copy of the root, for the anchor is taken from the prefix; the name
-/// of the signature's algorithm, which key and digest determine; the type of the time stamp's attribute,
-/// which may as well be missing; the versions of the structures, and the empty parameters of an algorithm.
+/// What of a signature binds nothing beside the copy of the root, for the anchor is taken from the prefix:
+/// the name of the signature's algorithm, which key and digest determine; the type of the time stamp's
+/// attribute, which may as well be missing; the versions of the structures, and the empty parameters of an
+/// algorithm.
 std::vector<std::string> unboundParts() {
   using namespace std::string_literals;
-  return {rootBytes(),
-          "\x2A\x86\x48\xCE\x3D\x04\x03\x02",
-          "\x2A\x86\x48\x86\xF7\x0D\x01\x09\x10\x02\x0E",
-          "\x02\x01\x01"s,
-          "\x02\x01\x03"s,
-          "\x05\x00"s};
+  return {"\x2A\x86\x48\xCE\x3D\x04\x03\x02", "\x2A\x86\x48\x86\xF7\x0D\x01\x09\x10\x02\x0E", "\x02\x01\x01"s,
+          "\x02\x01\x03"s, "\x05\x00"s};
 }
+
+constexpr std::size_t kMostUnboundBytes = 33;
 
 TEST(ByteMutation, onlyExplainedBytesOfTheSignatureBindNothing) {
   const fs::path application = workshop().signedPlainApplication({"--time-stamp"});
   const fs::path signature = application / "Contents/_CodeSignature/CodeSignature";
   const std::string content = test::readFile(signature);
   std::set<std::size_t> unexplained = flipEveryByte(application, signature).accepted;
-  for (const std::string& part : unboundParts()) {
+  const auto explain = [&](const std::string& part) {
     for (std::size_t at = content.find(part); at != std::string::npos; at = content.find(part, at + 1)) {
       for (std::size_t index = at; index < at + part.size(); ++index)
         unexplained.erase(index);
     }
-  }
+  };
+  explain(rootBytes());
+  // The other parts are short and could be found by chance where they bind, so they are counted.
+  std::cout << unexplained.size() << " of them outside of the root\n";
+  EXPECT_LE(unexplained.size(), kMostUnboundBytes);
+  for (const std::string& part : unboundParts())
+    explain(part);
   EXPECT_EQ(unexplained, std::set<std::size_t>());
 }
 

@@ -50,6 +50,7 @@ INSTANTIATE_TEST_SUITE_P(
                     ChainCase{"unknown-critical-extension-in-leaf", errSecCSSignatureFailed},
                     ChainCase{"unknown-critical-extension-in-intermediate", errSecCSSignatureFailed},
                     ChainCase{"self-signed-leaf", errSecCSSignatureFailed},
+                    ChainCase{"leaf-as-issuer", errSecCSSignatureFailed},
                     ChainCase{"without-intermediate", errSecCSReqFailed},
                     ChainCase{"expired", errSecSuccess}),
     [](const auto& tested) {
@@ -144,6 +145,19 @@ TEST(TrustAnchors, whatOthersMayHaveChangedIsRefused) {
   EXPECT_TRUE(isRefused()) << "a certificate that is no root";
   test::writeFile(file, "text");
   EXPECT_TRUE(isRefused()) << "no certificate";
+}
+
+TEST(TrustAnchors, aFailureSaysThatItIsAboutThem) {
+  const SigningWorkshop workshop;
+  fs::remove_all(workshop.anchors());
+  test::writeFile(workshop.anchors(), "no directory");
+  try {
+    TrustAnchors::inDirectory(location(workshop.anchors()));
+    FAIL();
+  } catch (const platform::SecurityError& error) {
+    EXPECT_THAT(error.localizedDescription(), testing::HasSubstr("The trusted roots in"));
+    EXPECT_THAT(error.localizedDescription(), testing::Not(testing::HasSubstr("..")));
+  }
 }
 
 TEST(TrustAnchors, withoutAnchorsNothingIsTrusted) {

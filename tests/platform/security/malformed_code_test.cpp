@@ -4,6 +4,7 @@
 #include "platform/security/code_blobs.hpp"
 #include "platform/security/code_directory.hpp"
 #include "platform/security/mach_o.hpp"
+#include "platform/security/refusal.hpp"
 #include "tests/platform/security/memory_source.hpp"
 #include "tests/platform/security/signed_sample.hpp"
 
@@ -157,19 +158,23 @@ TEST(MalformedCode, everyByteOfAnEmbeddedSignatureBinds) {
   }
 }
 
-TEST(MalformedCode, anAlternateCodeDirectoryOfOtherCodeIsRefused) {
-  const std::vector<std::string> options{"--hash", "sha1+sha256", "--identifier", "com.example.tool"};
-  const fs::path file = machO("first", "arm64", options, "first");
+/// The verdict on the file once it holds other code with that code's own strong directory, under the
+/// signature over its own weak one.
+test::Verdict withOtherAlternate(const fs::path& file, const std::vector<std::string>& options) {
   const std::string other = test::readFile(machO("other", "arm64", options, "other"));
   const std::string mine = test::readFile(file);
   const auto alternate = readEmbeddedSignature(signatureOf(mine)).at(0x1000);
   const auto replacement = readEmbeddedSignature(signatureOf(other)).at(0x1000);
-  ASSERT_EQ(alternate.size(), replacement.size());
+  EXPECT_EQ(alternate.size(), replacement.size());
   const std::size_t codeLimit = readMachO(MemorySource(other))->front().signature->offset;
-  // The other code with its own strong directory, under a signature over this code's weak one.
   const std::string spliced = other.substr(0, codeLimit) + mine.substr(codeLimit);
   test::writeFile(file, with(spliced, spliced.find(alternate), replacement));
-  const test::Verdict verdict = workshop().judge(file);
+  return workshop().judge(file);
+}
+
+TEST(MalformedCode, anAlternateCodeDirectoryOfOtherCodeIsRefused) {
+  const std::vector<std::string> options{"--hash", "sha1+sha256", "--identifier", "com.example.tool"};
+  const test::Verdict verdict = withOtherAlternate(machO("first", "arm64", options, "first"), options);
   EXPECT_EQ(verdict.status, platform::errSecCSSignatureFailed);
   EXPECT_THAT(verdict.sentence, testing::HasSubstr("code directories are not those that were signed"));
 }
@@ -208,6 +213,36 @@ TEST(MalformedCode, whatIsLargerThanAnyRealOneIsRefusedUnread) {
   const fs::path file =
       machO("swollen", "arm64", {"--entitlements", (workshop() / "entitlements.plist").native()});
   EXPECT_THAT(workshop().judge(file).sentence, testing::HasSubstr("signature is too large"));
+}
+
+TEST(MalformedCode, tooLittleMemoryIsAFailureOfTheCheck) {
+  try {
+    platform::atPlace("the code", platform::errSecCSSignatureFailed, [] { throw std::bad_alloc(); });
+    FAIL();
+  } catch (const platform::SecurityError& error) {
+    EXPECT_EQ(error.localizedDescription(), "There is not enough memory to check the code.");
+  }
+}
+
+struct BindingCase {
+  const char* bound;
+  const char* digests;
+  bool accepted;
+};
+
+TEST(MalformedCode, eitherListBindsSeveralCodeDirectories) {
+  for (const BindingCase& tested :
+       {BindingCase{"none", "sha1+sha256", false}, BindingCase{"list", "sha1+sha256", true},
+        BindingCase{"digests", "sha1+sha256", true}, BindingCase{"none", "sha256", true}}) {
+    const std::string name = std::string(tested.bound) + " " + tested.digests;
+    const std::vector<std::string> options{"--bind",       tested.bound,   "--hash",
+                                           tested.digests, "--identifier", "com.example.tool"};
+    const fs::path file = machO(name, "arm64", options, "first");
+    EXPECT_EQ(workshop().judge(file).accepted(), tested.accepted) << name;
+    if (tested.accepted && std::string_view(tested.bound) != "none") {
+      EXPECT_FALSE(withOtherAlternate(file, options).accepted()) << name;
+    }
+  }
 }
 
 TEST(MalformedCode, theTicketIsLeftWhereItIs) {

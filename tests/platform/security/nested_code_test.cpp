@@ -90,6 +90,50 @@ TEST(NestedCode, aHashAloneBindsEveryVersion) {
   EXPECT_THAT(verdict.sentence, HasSubstr("is not the code that was sealed"));
 }
 
+TEST(NestedCode, otherLinksThatStayInAFrameworkAreAccepted) {
+  const fs::path application = workshop().signedPlainApplication();
+  const fs::path framework = application / "Contents/Frameworks/F.framework";
+  writeFramework(framework, "good");
+  workshop().chain().sign(application);
+  struct Case {
+    const char* link;
+    const char* target;
+    bool accepted;
+  };
+  for (const Case& tested :
+       {Case{"F", "Versions/A/F", true}, Case{"F", "./Versions/Current/F", true}, Case{"F", "A/F", false},
+        Case{"F", "Versions/A/Resources", false}, Case{"F", "Versions/B/F", false},
+        Case{"F", "Versions/../Versions/A/F", false}, Case{"Versions/B", "A", true},
+        Case{"Versions/B", "Current", true}, Case{"Versions/B", "C", false}, Case{"Versions/B", "B", false},
+        Case{"Versions/B", "../Versions", false}, Case{"Versions/Current", "A/", true},
+        Case{"Versions/Current", "./A", true}, Case{"Versions/Current", "/A", false},
+        Case{"Versions/Current", ".", false}}) {
+    const fs::path link = framework / tested.link;
+    const std::string usual = fs::is_symlink(link) ? fs::read_symlink(link).native() : std::string();
+    fs::remove(link);
+    fs::create_symlink(tested.target, link);
+    const Verdict verdict = workshop().judge(application);
+    EXPECT_EQ(verdict.accepted(), tested.accepted)
+        << tested.link << " -> " << tested.target << ": " << verdict.sentence;
+    fs::remove(link);
+    if (!usual.empty())
+      fs::create_symlink(usual, link);
+  }
+}
+
+TEST(NestedCode, itsLinksMayLeadAnywhereInTheApplication) {
+  for (const auto& [target, accepted] :
+       {std::pair{"../../../Resources", true}, {"../../../../Contents", true}, {"../../../../../x", false}}) {
+    const fs::path application = workshop().signedPlainApplication();
+    const fs::path nested = application / "Contents/Helpers/H.app/Contents";
+    test::writeInfoPlist(nested / "Info.plist", "com.example.nested", "H", "1", "1");
+    test::writeFile(nested / "MacOS/H", "#!/bin/sh\n");
+    fs::create_symlink(target, nested / "Shared");
+    workshop().chain().sign(application);
+    EXPECT_EQ(workshop().judge(application).accepted(), accepted) << target;
+  }
+}
+
 TEST(NestedCode, nestingWithoutEndIsRefusedQuickly) {
   const fs::path application = workshop() / "deep.app";
   fs::path bundle = application;
@@ -177,6 +221,16 @@ TEST(UnsealedItems, receiptsAndTicketsMayBeAdded) {
   test::writeFile(application / "Contents/CodeResources", "ticket");
   EXPECT_TRUE(workshop().judge(application).accepted());
   test::writeFile(application / "Contents/_CodeSignature/added", "added");
+  EXPECT_EQ(workshop().judge(application).status, errSecCSBadResource);
+}
+
+TEST(UnsealedItems, componentsMayLieBesideAnEmbeddedSignature) {
+  const fs::path application = workshop().signedApplication({.executable = test::SampleExecutable::machO});
+  const fs::path component = application / "Contents/_CodeSignature/CodeRequirements";
+  test::writeFile(component, "of an older signature");
+  EXPECT_TRUE(workshop().judge(application).accepted());
+  fs::remove(component);
+  test::writeFile(component / "added", "added");
   EXPECT_EQ(workshop().judge(application).status, errSecCSBadResource);
 }
 
