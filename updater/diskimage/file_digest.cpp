@@ -15,6 +15,7 @@ constexpr std::size_t kChunkSize = 1048576;
 std::string sha256(const platform::URL& file) {
   auto handle = platform::NSFileHandle::fileHandleForReadingFromURL(file);
   platform::SHA256 state;
+  // NOLINTNEXTLINE(modernize-avoid-c-arrays): memory that reading fills and nothing clears before
   const auto chunk = std::make_unique_for_overwrite<char[]>(kChunkSize);
   while (true) {
     const std::string_view bytes = handle.readInto({chunk.get(), kChunkSize});

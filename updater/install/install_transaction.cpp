@@ -83,7 +83,7 @@ URL install(const InstallPlan& plan) {
   const URL directory = target.deletingLastPathComponent();
   const std::string transaction = UUID().uuidString();
   const URL staged = directory.appendingPathComponent(".quorin-update-" + transaction + ".app");
-  const URL backup = directory.appendingPathComponent(".quorin-backup-" + transaction + ".app");
+  URL backup = directory.appendingPathComponent(".quorin-backup-" + transaction + ".app");
   const ScopeExit removeStagedCopy([&] { manager.removeItemAtURL(staged); });
   copyBundle(mounted, staged);
   verifyUpdate(staged, plan);

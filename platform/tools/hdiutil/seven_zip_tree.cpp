@@ -110,8 +110,8 @@ VolumeTree writeListedTree(const FileDescriptor& volume, SevenZipFileSystem file
       writer.makeSymbolicLink(entry.path, entry.linkText);
   }
   // A folder's path is a beginning of those of its entries and stands before them.
-  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry)
-    writer.setMetadata(entry->path, entry->metadata);
+  std::for_each(entries.rbegin(), entries.rend(),
+                [&](const ListedEntry& entry) { writer.setMetadata(entry.path, entry.metadata); });
   if (::fchmod(root.get(), fileSystem == SevenZipFileSystem::apfs ? 0755 : 0777) != 0)
     throw SystemError("The volume's root folder could not be written", errno);
   return {listing.volumeName, !entries.empty()};

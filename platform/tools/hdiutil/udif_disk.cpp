@@ -108,7 +108,7 @@ void UdifDisk::finish() {
 
 void UdifDisk::storeUpTo(std::uint64_t offset) {
   while (frontier_ < offset) {
-    const std::uint64_t most = std::min<std::uint64_t>({chunk_.size(), offset - frontier_, stretchLeft()});
+    const auto most = std::min<std::uint64_t>({chunk_.size(), offset - frontier_, stretchLeft()});
     const auto bytes = std::span(chunk_).first(most);
     const bool isStored = stretches_.at(stretch_).run.isStored;
     const std::uint64_t position = frontier_;
@@ -142,7 +142,7 @@ void UdifDisk::next(std::span<char> buffer) {
   }
 }
 
-void UdifDisk::unpack(std::span<char> buffer) {
+void UdifDisk::unpack(std::span<char> buffer) const {
   while (!buffer.empty()) {
     const std::size_t count = pipe_.reader.read(buffer.data(), buffer.size(), "the disk image");
     if (count == 0)

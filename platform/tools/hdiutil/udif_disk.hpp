@@ -47,7 +47,7 @@ class UdifDisk : public Disk {
   void storeUpTo(std::uint64_t offset);
   std::uint64_t stretchLeft() const;
   void next(std::span<char> buffer);
-  void unpack(std::span<char> buffer);
+  void unpack(std::span<char> buffer) const;
   void check(std::span<const char> bytes);
   void endStretch();
   void checkStoredBytes(std::uint64_t most);
