@@ -108,6 +108,11 @@ WholeUpdateTest::WholeUpdateTest() {
           .statusPath = (home / "status.json").native()};
 }
 
+void WholeUpdateTest::SetUp() {
+  if (inChild([this] { return takeAsTemporaryDirectory(temporary) ? 0 : 1; }) != 0)
+    GTEST_SKIP() << "there is no mount namespace to be had";
+}
+
 void WholeUpdateTest::offer(const fs::path& application) {
   const fs::path folder = home / "volume/Some folder";
   fs::create_directories(folder);
