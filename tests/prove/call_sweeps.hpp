@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "tests/prove/home.hpp"
+#include "tests/prove/sweep.hpp"
+
+namespace prove {
+
+/// The calls that an undisturbed run of a story makes, in order. For a process that has settled at `place`.
+std::vector<SystemCall> record(const Material& material, Story story, const Place& place);
+
+/// One call fails, with each of the errors that it can give. `every` takes one point of so many.
+Sweep faultSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
+                 std::size_t every);
+
+/// From one call on, every change of a file fails.
+Sweep brokenDiskSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
+                      std::size_t every);
+
+/// The caller, the tool or all of them die before and after each call.
+Sweep killSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
+                std::size_t every);
+
+/// All of them die at a call, and once more during the update that follows.
+Sweep secondKillSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
+                      std::size_t every);
+
+}  // namespace prove

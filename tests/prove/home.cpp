@@ -1,0 +1,208 @@
+#include "tests/prove/home.hpp"
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <fstream>
+#include <optional>
+#include <utility>
+
+#include "platform/foundation/data.hpp"
+#include "platform/foundation/json.hpp"
+#include "tests/support/program.hpp"
+#include "updater/records/install_status.hpp"
+
+namespace fs = std::filesystem;
+
+namespace prove {
+namespace {
+
+using QuorinOstrevalUpdater::InstallPlan;
+using QuorinOstrevalUpdater::InstallStatus;
+
+constexpr const char* kDamagedFile = "Contents/Resources/text.txt";
+constexpr const char* kDamage = "damage";
+
+/// No process has this identifier.
+constexpr const char* kEndedParent = "2147483647";
+
+const Offer& offerOf(const Material& material, Story story) {
+  return story == Story::rollback ? material.broken : material.update;
+}
+
+void copyTree(const fs::path& from, const fs::path& to) {
+  fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+}
+
+/// Removes what is in a directory, apart from what its file system keeps there.
+void empty(const fs::path& directory) {
+  for (const auto& entry : fs::directory_iterator(directory))
+    if (entry.path().filename() != "lost+found")
+      fs::remove_all(entry.path());
+}
+
+/// The status that was written, or none. Throws when it is no status.
+std::optional<InstallStatus> readStatus(const fs::path& path) {
+  if (!fs::exists(path))
+    return std::nullopt;
+  return platform::JSONDecoder().decode<InstallStatus>(platform::Data(test::readFile(path)));
+}
+
+}  // namespace
+
+std::string nameOf(Story story) {
+  switch (story) {
+    case Story::update:
+      return "update";
+    case Story::rollback:
+      return "rollback";
+    case Story::revert:
+      return "revert";
+  }
+  return {};
+}
+
+Home::Home(const Material& material, Story story, fs::path directory, fs::path temporary)
+    : material_(material), story_(story), directory_(std::move(directory)), temporary_(std::move(temporary)) {
+  previous_ = test::inventory(material.oldApplication);
+}
+
+void Home::furnish() {
+  empty(directory_);
+  empty(temporary_);
+  fs::create_directories(applications_);
+  copyTree(material_.oldApplication, target_);
+  previous_ = test::inventory(target_);
+  offer(offerOf(material_, story_));
+}
+
+void Home::offer(const Offer& offer) {
+  for (const fs::path& file : {image_, status_, ready_})
+    fs::remove(file);
+  fs::copy_file(offer.image, image_);
+  offered_ = offer.application;
+  damaged_ = offered_;
+  damaged_[kDamagedFile] += kDamage;
+  const InstallPlan plan{.dmgPath = image_.native(),
+                         .targetAppPath = target_.native(),
+                         .expectedBundleIdentifier = Material::kIdentifier,
+                         .expectedTeamIdentifier = test::SampleChain::kTeam,
+                         .expectedVersion = offer.version,
+                         .expectedBuild = offer.version,
+                         .expectedSHA256 = offer.digest,
+                         .statusPath = status_.native()};
+  test::writeFile(plan_, platform::JSONEncoder().encode(plan).bytes());
+}
+
+Ending Home::run(const Watcher& watcher) const {
+  Watcher meddling = watcher;
+  if (story_ == Story::revert)
+    meddling.after = [&, damaged = false](const SystemCall& call, std::int64_t result) mutable {
+      if (!damaged && call.byTool && call.number == SYS_renameat2 && call.arguments[4] == RENAME_EXCHANGE &&
+          result == 0) {
+        damageApplication();
+        damaged = true;
+      }
+      if (watcher.after)
+        watcher.after(call, result);
+    };
+  return trace(material_.prefix / "bin/QuorinOstrevalUpdater", arguments(), meddling);
+}
+
+Ending Home::runUndisturbed() const {
+  const test::Outcome outcome = test::runProgram(material_.prefix / "bin/QuorinOstrevalUpdater", arguments());
+  // The application that was started outlives the updater.
+  while (::waitpid(-1, nullptr, 0) > 0)
+    continue;
+  return {.exitStatus = outcome.exitStatus,
+          .signal = outcome.signal,
+          .output = outcome.output,
+          .error = outcome.error};
+}
+
+std::vector<std::string> Home::arguments() const {
+  return {"--plan", plan_.native(), "--parent-pid", kEndedParent, "--ready-file", ready_.native()};
+}
+
+void Home::damageApplication() const {
+  std::ofstream(target_ / kDamagedFile, std::ios::app) << kDamage;
+}
+
+Standing Home::standing() const {
+  if (!fs::exists(target_))
+    return Standing::neither;
+  const test::Inventory actual = test::inventory(target_);
+  if (actual == previous_)
+    return Standing::previous;
+  return actual == offered_ || (story_ == Story::revert && actual == damaged_) ? Standing::offered
+                                                                               : Standing::neither;
+}
+
+bool Home::stands(const Offer& offer) const {
+  return fs::exists(target_) && test::inventory(target_) == offer.application;
+}
+
+std::vector<std::string> Home::contradictions(const Ending& ending) const {
+  std::vector<std::string> complaints;
+  const auto requireThat = [&](bool holds, const std::string& complaint) {
+    if (!holds)
+      complaints.push_back(complaint + ".");
+  };
+  const std::string prefix = "QuorinOstrevalUpdater: ";
+  const Standing actual = standing();
+  requireThat(!ending.overran, "The run took too long");
+  requireThat(ending.signal == 0, "Signal " + std::to_string(ending.signal) + " ended the run");
+  requireThat(ending.output.empty(), "There is output: " + ending.output);
+  requireThat(actual != Standing::neither, "No complete application stands at the target's path");
+  try {
+    const std::optional<InstallStatus> status = readStatus(status_);
+    if (ending.exitStatus == 0) {
+      requireThat(ending.error.empty(), "A good run says " + ending.error);
+      requireThat(actual == Standing::offered, "A good run left the previous application");
+      requireThat(!status || status->succeeded, "A good run left the status of a failure");
+    } else if (ending.exitStatus == 1) {
+      requireThat(actual == Standing::previous, "A failed run left the new application");
+      requireThat(ending.error.starts_with(prefix) && ending.error.ends_with('\n'),
+                  "A failed run says \"" + ending.error + "\"");
+      requireThat(!status || !status->succeeded, "A failed run left the status of a success");
+      requireThat(
+          !status || prefix + status->message.substr(status->message.find(": ") + 2) + "\n" == ending.error,
+          "The status is \"" + (status ? status->message : "") + "\", standard error \"" + ending.error +
+              "\"");
+    } else if (ending.signal == 0) {
+      // The program's loader, not the program.
+      requireThat(ending.exitStatus == 127 && !status && !fs::exists(ready_),
+                  "The exit status is " + std::to_string(ending.exitStatus));
+    }
+  } catch (const platform::Error& failure) {
+    complaints.push_back("The status file is none: " + failure.localizedDescription());
+  }
+  return complaints;
+}
+
+std::set<std::string> Home::leftovers() const {
+  std::set<std::string> names;
+  for (const auto& entry : fs::directory_iterator(applications_))
+    if (entry.path() != target_)
+      names.insert(entry.path().filename());
+  for (const auto& entry : fs::recursive_directory_iterator(temporary_)) {
+    const fs::path path = fs::relative(entry.path(), temporary_);
+    const bool isRegistry =
+        path.native().starts_with("quorin-images-") && (!path.has_parent_path() || path.filename() == "lock");
+    if (!isRegistry)
+      names.insert("/tmp" / path);
+  }
+  for (const auto& entry : fs::directory_iterator(directory_))
+    if (entry.path().filename().native().starts_with('.'))
+      names.insert(entry.path().filename());
+  return names;
+}
+
+bool Home::hasAttachedImages() const {
+  return std::ranges::any_of(leftovers(),
+                             [](const std::string& name) { return name.starts_with("/tmp/quorin-images-"); });
+}
+
+}  // namespace prove

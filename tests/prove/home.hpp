@@ -1,0 +1,78 @@
+#pragma once
+
+#include <filesystem>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/prove/material.hpp"
+#include "tests/prove/tracer.hpp"
+#include "updater/records/install_plan.hpp"
+
+namespace prove {
+
+/// How a run goes where nothing disturbs it.
+enum class Story {
+  update,    ///< the new application is installed and starts
+  rollback,  ///< it does not start, and the previous one is put back
+  revert,    ///< it is damaged right behind the swap, and the previous one is put back
+};
+
+std::string nameOf(Story story);
+
+/// Which application stands at the target's path.
+enum class Standing { previous, offered, neither };
+
+/// A home with an installed application, version 1.0, and an offered update.
+class Home {
+ public:
+  /// What is in `directory` is the home's, and what is in `temporary`, which is "/tmp" for the updater. Both
+  /// exist.
+  Home(const Material& material, Story story, std::filesystem::path directory,
+       std::filesystem::path temporary);
+
+  /// Makes everything as it is before a first update.
+  void furnish();
+  /// Makes another offer: a new image and plan, no ready file, no status file; the rest stays.
+  void offer(const Offer& offer);
+
+  /// Runs the updater on the plan. Does to the installed application what the story has happen to it.
+  Ending run(const Watcher& watcher) const;
+  /// The same without a look at its calls and without the damage. For a process that adopts orphans and has
+  /// no other children.
+  Ending runUndisturbed() const;
+
+  Standing standing() const;
+  /// Whether the application of this offer stands at the target's path, complete.
+  bool stands(const Offer& offer) const;
+  /// What is wrong with how the run ended by itself: its exit status, its line on standard error, its status
+  /// file and the application at the target's path must tell one story. Each complaint is a sentence.
+  std::vector<std::string> contradictions(const Ending& ending) const;
+  /// What lies beside the application and in the temporary directory and is not there before an update, apart
+  /// from the empty registry of images.
+  std::set<std::string> leftovers() const;
+  bool hasAttachedImages() const;
+
+  const std::filesystem::path& directory() const { return directory_; }
+  const std::filesystem::path& target() const { return target_; }
+
+ private:
+  std::vector<std::string> arguments() const;
+  void damageApplication() const;
+
+  const Material& material_;
+  Story story_;
+  std::filesystem::path directory_;
+  std::filesystem::path temporary_;
+  std::filesystem::path applications_ = directory_ / "Pro gramme \xC3\xA9";
+  std::filesystem::path target_ = applications_ / "Quorin Ostreval.app";
+  std::filesystem::path image_ = directory_ / "offered.dmg";
+  std::filesystem::path plan_ = directory_ / "plan.json";
+  std::filesystem::path status_ = directory_ / "status.json";
+  std::filesystem::path ready_ = directory_ / "ready";
+  test::Inventory previous_;
+  test::Inventory offered_;
+  test::Inventory damaged_;
+};
+
+}  // namespace prove

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace prove {
+
+/// A system call that touches files, memory or processes.
+struct SystemCallKind {
+  long number = 0;
+  std::string name;
+  /// The error numbers that it can give where nothing is wrong with its arguments.
+  std::vector<int> errors;
+  /// True where the call changes the file system.
+  bool changesFiles = false;
+};
+
+/// Every call that a program's survival may hang on.
+const std::vector<SystemCallKind>& systemCallKinds();
+
+const SystemCallKind& kindOf(long number);
+
+}  // namespace prove

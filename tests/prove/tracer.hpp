@@ -1,0 +1,63 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace prove {
+
+/// A system call of a traced program.
+struct SystemCall {
+  pid_t process = 0;    ///< whichever of its threads calls
+  bool byTool = false;  ///< true for the program that was started, false for what it started
+  std::string program;  ///< the last component of its executable's path
+  long number = 0;
+  std::array<std::uint64_t, 6> arguments{};
+};
+
+/// What is to become of a call.
+struct Fate {
+  enum class Kind {
+    proceed,
+    fail,        ///< it is not made and gives an error
+    failAfter,   ///< it is made, and gives an error all the same
+    pretend,     ///< it is not made and gives 0
+    killBefore,  ///< the victims die before it is made
+    killAfter,   ///< the victims die right after it
+    hang,        ///< the process never gets any further
+  };
+  enum class Victim { caller, tool, everyone };
+  Kind kind = Kind::proceed;
+  int errorNumber = 0;
+  Victim victim = Victim::caller;
+};
+
+/// How a traced program ended.
+struct Ending {
+  int exitStatus = -1;   ///< -1 when a signal ended it
+  int signal = 0;        ///< 0 when none did
+  bool overran = false;  ///< it took too long and was killed
+  std::string output;
+  std::string error;
+};
+
+/// Who looks at the calls. While either is called, the caller stands still.
+struct Watcher {
+  std::function<Fate(const SystemCall&)> before;
+  /// Called behind each call that was made, with its result or a negative error number.
+  std::function<void(const SystemCall&, std::int64_t)> after = {};
+};
+
+/// Runs a program and everything that it starts, and stops at each call of `systemCallKinds()`, until all of
+/// them have ended. `timeLimit` ends them by force. For a process without other children. Throws
+/// `std::system_error` where the system refuses tracing.
+Ending trace(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+             const Watcher& watcher, std::chrono::seconds timeLimit = std::chrono::seconds(30));
+
+}  // namespace prove

@@ -1,0 +1,317 @@
+#include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/time.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstddef>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <system_error>
+
+#include "tests/prove/system_calls.hpp"
+#include "tests/prove/tracer.hpp"
+#include "tests/support/files.hpp"
+
+namespace fs = std::filesystem;
+
+namespace prove {
+namespace {
+
+void require(bool holds, const char* what) {
+  if (!holds)
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+/// The filter that hands the calls of interest to the tracer.
+std::vector<sock_filter> filterOfInterest() {
+  const auto& kinds = systemCallKinds();
+  std::vector<sock_filter> filter;
+  filter.push_back({BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)});
+  for (std::size_t index = 0; index < kinds.size(); ++index)
+    filter.push_back({BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint8_t>(kinds.size() - index), 0,
+                      static_cast<std::uint32_t>(kinds[index].number)});
+  filter.push_back({BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW});
+  filter.push_back({BPF_RET | BPF_K, 0, 0, SECCOMP_RET_TRACE});
+  return filter;
+}
+
+void redirect(int stream, const fs::path& path, int flags) {
+  const int file = ::open(path.c_str(), flags, 0600);
+  if (file < 0 || ::dup2(file, stream) < 0)
+    ::_exit(126);
+  ::close(file);
+}
+
+/// A repeating alarm that interrupts the wait; one alone might come in front of it.
+class TimeLimit {
+ public:
+  explicit TimeLimit(std::chrono::seconds limit) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    require(::sigaction(SIGALRM, &action, &before_) == 0, "sigaction");
+    set(limit.count(), 1);
+  }
+  TimeLimit(const TimeLimit&) = delete;
+  TimeLimit& operator=(const TimeLimit&) = delete;
+  ~TimeLimit() {
+    set(0, 0);
+    ::sigaction(SIGALRM, &before_, nullptr);
+  }
+
+ private:
+  static void set(std::int64_t seconds, std::int64_t interval) {
+    const itimerval timer{{interval, 0}, {seconds, 0}};
+    ::setitimer(ITIMER_REAL, &timer, nullptr);
+  }
+
+  struct sigaction before_ {};
+};
+
+class Tracer {
+ public:
+  Tracer(const Watcher& watcher, pid_t tool) : watcher_(watcher), tool_(tool) {}
+
+  /// Traces the tool, which has stopped itself, to the end of everything.
+  Ending run(std::chrono::seconds timeLimit);
+
+ private:
+  struct Thread {
+    pid_t process = 0;
+    std::string program;
+    bool started = false;
+    std::optional<SystemCall> call = std::nullopt;
+    Fate fate = {};
+  };
+
+  void dispatch(pid_t thread, int status);
+  void ended(pid_t thread, int status);
+  void beforeCall(pid_t thread);
+  void afterCall(pid_t thread);
+  void kill(const SystemCall& call, Fate::Victim victim);
+  void killAll();
+  Thread& known(pid_t thread);
+  /// Neither the tracing program before the tool has taken its place, nor the application.
+  bool isOurs(const Thread& thread) const {
+    return toolRuns_ && thread.program != "dash" && thread.program != "sh";
+  }
+  void resume(pid_t thread, int signal = 0) { proceed(PTRACE_CONT, thread, signal); }
+  /// A thread that was killed meanwhile cannot be resumed, and need not be.
+  static void proceed(__ptrace_request request, pid_t thread, int signal = 0) {
+    ::ptrace(request, thread, nullptr, static_cast<std::intptr_t>(signal));
+  }
+
+  const Watcher& watcher_;
+  pid_t tool_;
+  std::map<pid_t, Thread> threads_;
+  bool toolRuns_ = false;
+  bool everyoneDies_ = false;
+  Ending ending_;
+};
+
+std::string programOf(pid_t thread) {
+  std::error_code failure;
+  return fs::read_symlink("/proc/" + std::to_string(thread) + "/exe", failure).filename();
+}
+
+pid_t processOf(pid_t thread) {
+  std::ifstream status("/proc/" + std::to_string(thread) + "/status");
+  for (std::string word; status >> word;) {
+    pid_t process = 0;
+    if (word == "Tgid:" && status >> process)
+      return process;
+  }
+  return thread;
+}
+
+Tracer::Thread& Tracer::known(pid_t thread) {
+  const auto [place, isNew] = threads_.try_emplace(thread);
+  if (isNew)
+    place->second = {processOf(thread), programOf(thread)};
+  return place->second;
+}
+
+Ending Tracer::run(std::chrono::seconds timeLimit) {
+  const TimeLimit limit(timeLimit);
+  const int options = PTRACE_O_TRACESECCOMP | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK | PTRACE_O_TRACECLONE |
+                      PTRACE_O_TRACEEXEC | PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL;
+  int status = 0;
+  require(::waitpid(tool_, &status, __WALL) == tool_ && WIFSTOPPED(status), "waitpid");
+  require(::ptrace(PTRACE_SETOPTIONS, tool_, nullptr, static_cast<std::intptr_t>(options)) == 0, "ptrace");
+  known(tool_).started = true;
+  resume(tool_);
+  while (true) {
+    const pid_t thread = ::waitpid(-1, &status, __WALL);
+    if (thread > 0) {
+      dispatch(thread, status);
+    } else if (errno == EINTR) {
+      ending_.overran = true;
+      killAll();
+    } else {
+      require(errno == ECHILD, "waitpid");
+      return ending_;
+    }
+  }
+}
+
+void Tracer::dispatch(pid_t thread, int status) {
+  if (!WIFSTOPPED(status)) {
+    ended(thread, status);
+    return;
+  }
+  Thread& state = known(thread);
+  const int signal = WSTOPSIG(status);
+  const int event = status >> 16;
+  if (everyoneDies_ && isOurs(state)) {
+    ::kill(state.process, SIGKILL);
+    resume(thread);
+  } else if (event == PTRACE_EVENT_SECCOMP) {
+    beforeCall(thread);
+  } else if (signal == (SIGTRAP | 0x80)) {
+    afterCall(thread);
+  } else if (event != 0) {
+    if (event == PTRACE_EVENT_EXEC) {
+      state.program = programOf(thread);
+      toolRuns_ = true;
+    }
+    proceed(state.call ? PTRACE_SYSCALL : PTRACE_CONT, thread);
+  } else if (signal == SIGSTOP && !state.started) {
+    state.started = true;
+    resume(thread);
+  } else {
+    resume(thread, signal);
+  }
+}
+
+void Tracer::ended(pid_t thread, int status) {
+  threads_.erase(thread);
+  if (thread != tool_)
+    return;
+  if (WIFSIGNALED(status))
+    ending_.signal = WTERMSIG(status);
+  else
+    ending_.exitStatus = WEXITSTATUS(status);
+}
+
+void Tracer::beforeCall(pid_t thread) {
+  Thread& state = known(thread);
+  user_regs_struct registers{};
+  if (::ptrace(PTRACE_GETREGS, thread, nullptr, &registers) != 0)
+    return;  // killed meanwhile
+  const SystemCall call{
+      .process = state.process,
+      .byTool = state.process == tool_,
+      .program = state.program,
+      .number = static_cast<long>(registers.orig_rax),
+      .arguments = {registers.rdi, registers.rsi, registers.rdx, registers.r10, registers.r8, registers.r9}};
+  if (!isOurs(state)) {
+    resume(thread);
+    return;
+  }
+  state.fate = watcher_.before(call);
+  switch (state.fate.kind) {
+    case Fate::Kind::fail:
+    case Fate::Kind::pretend:
+      // A call without a number is skipped, and the result stands as it is set here.
+      registers.orig_rax = static_cast<std::uint64_t>(-1);
+      registers.rax = static_cast<std::uint64_t>(-static_cast<std::int64_t>(state.fate.errorNumber));
+      ::ptrace(PTRACE_SETREGS, thread, nullptr, &registers);
+      resume(thread);
+      break;
+    case Fate::Kind::killBefore:
+      kill(call, state.fate.victim);
+      resume(thread);
+      break;
+    case Fate::Kind::hang:
+      break;
+    case Fate::Kind::proceed:
+      if (!watcher_.after) {
+        resume(thread);
+        break;
+      }
+      [[fallthrough]];
+    case Fate::Kind::failAfter:
+    case Fate::Kind::killAfter:
+      state.call = call;
+      proceed(PTRACE_SYSCALL, thread);
+      break;
+  }
+}
+
+void Tracer::afterCall(pid_t thread) {
+  Thread& state = known(thread);
+  user_regs_struct registers{};
+  if (::ptrace(PTRACE_GETREGS, thread, nullptr, &registers) != 0 || !state.call) {
+    resume(thread);
+    return;
+  }
+  const SystemCall call = *state.call;
+  state.call.reset();
+  if (state.fate.kind == Fate::Kind::failAfter) {
+    registers.rax = static_cast<std::uint64_t>(-static_cast<std::int64_t>(state.fate.errorNumber));
+    ::ptrace(PTRACE_SETREGS, thread, nullptr, &registers);
+  }
+  if (watcher_.after)
+    watcher_.after(call, static_cast<std::int64_t>(registers.rax));
+  if (state.fate.kind == Fate::Kind::killAfter)
+    kill(call, state.fate.victim);
+  resume(thread);
+}
+
+void Tracer::kill(const SystemCall& call, Fate::Victim victim) {
+  if (victim == Fate::Victim::everyone)
+    everyoneDies_ = true;
+  for (const auto& [thread, state] : threads_) {
+    const bool dies = victim == Fate::Victim::caller ? state.process == call.process
+                      : victim == Fate::Victim::tool ? state.process == tool_
+                                                     : isOurs(state);
+    if (dies)
+      ::kill(state.process, SIGKILL);
+  }
+}
+
+void Tracer::killAll() {
+  for (const auto& [thread, state] : threads_)
+    ::kill(state.process, SIGKILL);
+}
+
+}  // namespace
+
+Ending trace(const fs::path& program, const std::vector<std::string>& arguments, const Watcher& watcher,
+             std::chrono::seconds timeLimit) {
+  const test::TemporaryDirectory capture("/var/tmp");
+  std::vector<std::string> texts{program.native()};
+  texts.insert(texts.end(), arguments.begin(), arguments.end());
+  std::vector<char*> argumentVector;
+  for (std::string& text : texts)
+    argumentVector.push_back(text.data());
+  argumentVector.push_back(nullptr);
+  std::vector<sock_filter> filter = filterOfInterest();
+  const sock_fprog filterProgram{static_cast<unsigned short>(filter.size()), filter.data()};
+
+  const pid_t child = ::fork();
+  require(child >= 0, "fork");
+  if (child == 0) {
+    redirect(STDIN_FILENO, "/dev/null", O_RDONLY);
+    redirect(STDOUT_FILENO, capture / "stdout", O_WRONLY | O_CREAT | O_TRUNC);
+    redirect(STDERR_FILENO, capture / "stderr", O_WRONLY | O_CREAT | O_TRUNC);
+    if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0 || ::raise(SIGSTOP) != 0 ||
+        ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+        ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filterProgram) != 0)
+      ::_exit(126);
+    ::execv(program.c_str(), argumentVector.data());
+    ::_exit(126);
+  }
+  Ending ending = Tracer(watcher, child).run(timeLimit);
+  ending.output = test::readFile(capture / "stdout");
+  ending.error = test::readFile(capture / "stderr");
+  return ending;
+}
+
+}  // namespace prove
