@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <iterator>
 #include <optional>
 #include <utility>
 
 #include "tests/prove/system_calls.hpp"
+#include "tests/prove/verdict.hpp"
 
 namespace prove {
 namespace {
@@ -46,54 +46,6 @@ class AtIndex {
   std::string reached_;
 };
 
-std::string wordFor(Standing standing) {
-  switch (standing) {
-    case Standing::previous:
-      return "old";
-    case Standing::offered:
-      return "new";
-    case Standing::neither:
-      return "neither";
-  }
-  return {};
-}
-
-void append(std::vector<std::string>& to, const std::vector<std::string>& more) {
-  to.insert(to.end(), more.begin(), more.end());
-}
-
-std::string listed(const std::set<std::string>& names) {
-  std::string list;
-  for (const std::string& name : names)
-    list += " " + name;
-  return list;
-}
-
-/// An undisturbed update to the next version must succeed, and leave nothing that was not there.
-std::vector<std::string> nextUpdate(const Material& material, Home& home) {
-  const std::set<std::string> before = home.leftovers();
-  home.offer(material.next);
-  const Ending ending = home.runUndisturbed();
-  std::vector<std::string> complaints = home.contradictions(ending);
-  if (ending.exitStatus != 0 || !home.stands(material.next))
-    complaints.push_back("The next update failed: " + ending.error);
-  std::set<std::string> added;
-  std::ranges::set_difference(home.leftovers(), before, std::inserter(added, added.end()));
-  if (!added.empty())
-    complaints.push_back("The next update left" + listed(added));
-  return complaints;
-}
-
-/// What a failed run may leave: nothing. A good one may leave what it could not clean up, but no staged copy.
-std::vector<std::string> leftoversAgainst(const Ending& ending, const Home& home) {
-  std::set<std::string> names = home.leftovers();
-  if (ending.exitStatus == 0)
-    std::erase_if(names, [](const std::string& name) { return !name.starts_with(".quorin-update-"); });
-  if (names.empty())
-    return {};
-  return {"There is left" + listed(names)};
-}
-
 Fate failing(const SystemCall& call, std::size_t error) {
   const auto& errors = kindOf(call.number).errors;
   // A file is closed even where that reports an error.
@@ -118,7 +70,7 @@ Task faultTask(const Material& material, Story story, std::size_t index, std::si
     }
     Result result{nameOf(story) + ": " + fault.reached() + ": " + errorText, wordFor(home.standing()),
                   home.contradictions(ending)};
-    append(result.violations, leftoversAgainst(ending, home));
+    append(result.violations, leftoversAgainst(ending, story, home));
     append(result.violations, nextUpdate(material, home));
     report(result);
   };
@@ -190,13 +142,13 @@ Task killTask(const Material& material, Story story, std::size_t index, Fate fat
       home.offer(material.update);
       AtIndex second(*secondIndex, [fate](const SystemCall&) { return fate; });
       home.run(second.watcher());
-      if (!home.stands(material.update) && home.standing() == Standing::neither)
+      if (home.standing() == Standing::neither)
         result.violations.push_back("After a second kill at " + second.reached() +
                                     " no complete application stands at the target's path.");
     }
     append(result.violations, nextUpdate(material, home));
-    if (home.hasAttachedImages())
-      result.violations.push_back("The next update left an image attached.");
+    if (home.hasHalfAttachedImages())
+      result.violations.push_back("The next update left a part of an image.");
     report(result);
   };
 }

@@ -65,16 +65,16 @@ std::string nameOf(Story story) {
 }
 
 Home::Home(const Material& material, Story story, fs::path directory, fs::path temporary)
-    : material_(material), story_(story), directory_(std::move(directory)), temporary_(std::move(temporary)) {
-  previous_ = test::inventory(material.oldApplication);
-}
+    : material_(material),
+      story_(story),
+      directory_(std::move(directory)),
+      temporary_(std::move(temporary)) {}
 
 void Home::furnish() {
   empty(directory_);
   empty(temporary_);
   fs::create_directories(applications_);
   copyTree(material_.oldApplication, target_);
-  previous_ = test::inventory(target_);
   offer(offerOf(material_, story_));
 }
 
@@ -82,6 +82,7 @@ void Home::offer(const Offer& offer) {
   for (const fs::path& file : {image_, status_, ready_})
     fs::remove(file);
   fs::copy_file(offer.image, image_);
+  previous_ = fs::exists(target_) ? test::inventory(target_) : test::Inventory();
   offered_ = offer.application;
   damaged_ = offered_;
   damaged_[kDamagedFile] += kDamage;
@@ -187,12 +188,15 @@ std::set<std::string> Home::leftovers() const {
   for (const auto& entry : fs::directory_iterator(applications_))
     if (entry.path() != target_)
       names.insert(entry.path().filename());
-  for (const auto& entry : fs::recursive_directory_iterator(temporary_)) {
-    const fs::path path = fs::relative(entry.path(), temporary_);
-    const bool isRegistry =
-        path.native().starts_with("quorin-images-") && (!path.has_parent_path() || path.filename() == "lock");
-    if (!isRegistry)
-      names.insert("/tmp" / path);
+  for (const auto& entry : fs::directory_iterator(temporary_)) {
+    const fs::path name = "/tmp" / entry.path().filename();
+    if (!name.native().starts_with("/tmp/quorin-images-")) {
+      names.insert(name);
+      continue;
+    }
+    for (const auto& image : fs::directory_iterator(entry.path()))
+      if (image.path().filename() != "lock")
+        names.insert(name / image.path().filename());
   }
   for (const auto& entry : fs::directory_iterator(directory_))
     if (entry.path().filename().native().starts_with('.'))
@@ -200,9 +204,16 @@ std::set<std::string> Home::leftovers() const {
   return names;
 }
 
-bool Home::hasAttachedImages() const {
-  return std::ranges::any_of(leftovers(),
-                             [](const std::string& name) { return name.starts_with("/tmp/quorin-images-"); });
+bool Home::previousStandsBeside() const {
+  return std::ranges::any_of(fs::directory_iterator(applications_), [this](const fs::directory_entry& entry) {
+    return entry.is_directory() && test::inventory(entry.path()) == previous_;
+  });
+}
+
+bool Home::hasHalfAttachedImages() const {
+  return std::ranges::any_of(leftovers(), [](const std::string& name) {
+    return name.starts_with("/tmp/quorin-images-") && name.find("taching-") != std::string::npos;
+  });
 }
 
 }  // namespace prove

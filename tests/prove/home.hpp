@@ -21,7 +21,12 @@ enum class Story {
 std::string nameOf(Story story);
 
 /// Which application stands at the target's path.
-enum class Standing { previous, offered, neither };
+enum class Standing {
+  previous,
+  offered,
+  damaged,  ///< the offered one as the story damaged it
+  neither,
+};
 
 /// A home with an installed application, version 1.0, and an offered update.
 class Home {
@@ -51,7 +56,10 @@ class Home {
   /// What lies beside the application and in the temporary directory and is not there before an update, apart
   /// from the empty registry of images.
   std::set<std::string> leftovers() const;
-  bool hasAttachedImages() const;
+  /// Whether the previous application lies complete in the same directory.
+  bool previousStandsBeside() const;
+  /// Whether the registry of images holds one that is neither attached nor gone.
+  bool hasHalfAttachedImages() const;
 
   const std::filesystem::path& directory() const { return directory_; }
   const std::filesystem::path& target() const { return target_; }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/prove/call_sweeps.hpp"
+#include "tests/prove/power_cuts.hpp"
 #include "tests/support/files.hpp"
 
 namespace {
@@ -51,7 +52,7 @@ Tally run(const Sweep& sweep, const std::filesystem::path& directory) {
   });
   std::printf("%s%s: %zu points\n", terminal ? "\r\033[K" : "", sweep.name.c_str(), tally.points);
   for (std::size_t index = 0; index < tally.violations.size() && index < kShownViolations; ++index)
-    std::printf("  %s\n", tally.violations[index].c_str());
+    std::printf("  %.400s\n", tally.violations[index].c_str());
   std::fflush(stdout);
   return tally;
 }
@@ -75,6 +76,8 @@ int main(int argc, char** argv) {
       sweeps.push_back(killSweep(material, story, calls, every));
       sweeps.push_back(secondKillSweep(material, story, calls, every));
     }
+    for (Sweep& sweep : prove::powerCutSweeps(material, every))
+      sweeps.push_back(std::move(sweep));
     for (const Sweep& sweep : sweeps) {
       if (sweep.name.find(only) == std::string::npos)
         continue;

@@ -3,6 +3,7 @@
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/user.h>
 #include <sys/wait.h>
@@ -217,6 +218,14 @@ void Tracer::beforeCall(pid_t thread) {
   state.fate = watcher_.before(call);
   switch (state.fate.kind) {
     case Fate::Kind::fail:
+      if (call.number == SYS_brk) {
+        // It knows no error numbers: where it fails, the end of the memory stays where it is.
+        registers.rdi = 0;
+        ::ptrace(PTRACE_SETREGS, thread, nullptr, &registers);
+        resume(thread);
+        break;
+      }
+      [[fallthrough]];
     case Fate::Kind::pretend:
       // A call without a number is skipped, and the result stands as it is set here.
       registers.orig_rax = static_cast<std::uint64_t>(-1);

@@ -12,6 +12,7 @@
 #include "updater/diskimage/file_digest.hpp"
 #include "updater/diskimage/mounted_image.hpp"
 #include "updater/install/bundle_verification.hpp"
+#include "updater/install/restoration.hpp"
 #include "updater/install/tool_message.hpp"
 #include "updater/records/installer_error.hpp"
 
@@ -57,11 +58,13 @@ void swapIn(const NSFileManager& manager, const URL& staged, const URL& target, 
   }
 }
 
-/// Removes what did not pass its last verification and puts the previous application back.
+/// Puts the previous application back in the place of what did not pass its last verification, which goes in
+/// any case.
 void revert(const NSFileManager& manager, const URL& target, const URL& backup) {
-  bestEffort([&] { manager.removeItemAtURL(target); });
   if (manager.fileExistsAtPath(backup.path()))
-    bestEffort([&] { manager.moveItemAtURL(backup, target); });
+    bestEffort([&] { restore(target, backup); });
+  else
+    bestEffort([&] { manager.removeItemAtURL(target); });
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #include "updater/install/rollback.hpp"
 
-#include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/file_manager.hpp"
+#include "updater/install/restoration.hpp"
 #include "updater/records/installer_error.hpp"
 
 namespace QuorinOstrevalUpdater {
@@ -10,10 +10,8 @@ void rollback(const platform::URL& target, const std::optional<platform::URL>& b
   const auto& manager = platform::NSFileManager::defaultManager();
   if (!backup || !manager.fileExistsAtPath(backup->path()))
     return;
-  // A failure shows in the move, if it matters.
-  platform::bestEffort([&] { manager.removeItemAtURL(target); });
   try {
-    manager.moveItemAtURL(*backup, target);
+    restore(target, *backup);
   } catch (const platform::Error& failure) {
     throw InstallerError::installationFailed(
         "The new app did not launch and restoring the previous app failed: " +

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <vector>
+
+#include "tests/prove/home.hpp"
+#include "tests/prove/sweep.hpp"
+
+namespace prove {
+
+/// The home stands on a disk of its own. Behind each change of a file, a copy is made of what has really been
+/// written to the disk by then, without a flush. The copy is mounted as after a restart, with its journal's
+/// recovery: a complete application must stand there, and the next update must work. Where the system has no
+/// loop devices, the tasks fail.
+std::vector<Sweep> powerCutSweeps(const Material& material, std::size_t every);
+
+}  // namespace prove
