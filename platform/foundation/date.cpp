@@ -3,7 +3,7 @@
 namespace platform {
 
 Date Date::addingTimeInterval(double seconds) const {
-  using Clock = std::chrono::system_clock;
+  using Clock = std::chrono::steady_clock;
   using Seconds = std::chrono::duration<double>;
   const double sum = Seconds(time_.time_since_epoch()).count() + seconds;
   Date moved = *this;

@@ -5,10 +5,11 @@
 
 namespace platform {
 
-/// A moment of the wall clock. The default is now.
+/// A moment, for deadlines. The default is now. The clock behind it runs evenly, whatever the wall clock is
+/// set to meanwhile, and stands still while the machine sleeps.
 class Date {
  public:
-  Date() : time_(std::chrono::system_clock::now()) {}
+  Date() : time_(std::chrono::steady_clock::now()) {}
 
   /// The moment `seconds` later, or earlier for a negative number; clamped to what the clock can express.
   Date addingTimeInterval(double seconds) const;
@@ -17,7 +18,7 @@ class Date {
       default;  // NOLINT(modernize-use-nullptr): mistaken for a null pointer
 
  private:
-  std::chrono::system_clock::time_point time_;
+  std::chrono::steady_clock::time_point time_;
 };
 
 }  // namespace platform

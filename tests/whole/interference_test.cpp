@@ -18,22 +18,38 @@ class InterferenceTest : public test::WholeUpdateTest {
 };
 
 TEST_F(InterferenceTest, AnApplicationStandsAtTheTargetAtEveryInstant) {
-  std::atomic<bool> ended = false;
-  std::size_t looks = 0;
-  std::size_t missing = 0;
-  std::jthread watcher([&] {
-    while (!ended) {
-      // Opened as one, so that both files are of one bundle, whichever stands there.
-      std::error_code error;
-      missing += fs::exists(target / "Contents/Info.plist", error) ? 0U : 1U;
-      ++looks;
-    }
-  });
-  expectUpdated(run());
-  ended = true;
-  watcher.join();
-  EXPECT_EQ(missing, 0U);
-  EXPECT_GT(looks, 1000U);
+  for (const bool starts : {false, true}) {
+    const SampleUpdates& samples = SampleUpdates::shared();
+    offer(starts ? samples.application("2.0") : samples.brokenApplication());
+    std::atomic<bool> ended = false;
+    std::size_t looks = 0;
+    std::size_t missing = 0;
+    std::jthread watcher([&] {
+      while (!ended) {
+        std::error_code error;
+        missing += fs::exists(target / "Contents/Info.plist", error) ? 0U : 1U;
+        ++looks;
+      }
+    });
+    const auto outcome = run();
+    ended = true;
+    watcher.join();
+    EXPECT_EQ(outcome.exitStatus, starts ? 0 : 1) << outcome.error;
+    EXPECT_EQ(missing, 0U);
+    EXPECT_GT(looks, 1000U);
+  }
+}
+
+TEST_F(InterferenceTest, AClockThatIsSetWhileItWaitsChangesNothing) {
+  for (const char* jump : {"3600", "-3600"}) {
+    offer(SampleUpdates::shared().application("2.0"));
+    const auto outcome = run([jump] {
+      ::setenv("LD_PRELOAD", (test::buildPrefix() / "tests/libmeddler.so").c_str(), 1);
+      ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
+      ::setenv("MEDDLER_SETS_CLOCK", jump, 1);
+    });
+    EXPECT_EQ(outcome.exitStatus, 0) << outcome.error;
+  }
 }
 
 TEST_F(InterferenceTest, TwoUpdatersAtOnceLeaveOneWholeApplication) {

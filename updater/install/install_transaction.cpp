@@ -58,12 +58,17 @@ void swapIn(const NSFileManager& manager, const URL& staged, const URL& target, 
   }
 }
 
-/// Puts the previous application back in the place of what did not pass its last verification, which goes in
-/// any case.
+/// Puts the previous application back. What did not pass its last verification goes, whether that works or
+/// not.
 void revert(const NSFileManager& manager, const URL& target, const URL& backup) {
-  if (manager.fileExistsAtPath(backup.path()))
-    bestEffort([&] { restore(target, backup); });
-  else
+  bool isRestored = false;
+  bestEffort([&] {
+    if (manager.fileExistsAtPath(backup.path())) {
+      restore(target, backup);
+      isRestored = true;
+    }
+  });
+  if (!isRestored)
     bestEffort([&] { manager.removeItemAtURL(target); });
 }
 
