@@ -153,6 +153,25 @@ Task killTask(const Material& material, Story story, std::size_t index, Fate fat
   };
 }
 
+bool isExchange(const SystemCall& call) {
+  return kindOf(call.number).name == "renameat2" && call.arguments[4] == RENAME_EXCHANGE;
+}
+
+Task killTaskWithoutExchange(const Material& material, std::size_t index) {
+  return [&material, index](const Place& place, const auto& report) {
+    Home home(material, Story::update, place.home, place.temporary);
+    home.furnish();
+    AtIndex death(
+        index, [](const SystemCall&) { return Fate{.kind = Kind::killBefore, .victim = Victim::everyone}; });
+    const Watcher killing = death.watcher();
+    home.run({.before = [&](const SystemCall& call) {
+      const Fate fate = killing.before(call);
+      return isExchange(call) ? Fate{.kind = Kind::fail, .errorNumber = EINVAL} : fate;
+    }});
+    report({"killed before " + death.reached(), wordFor(home.standing()), losses(home)});
+  };
+}
+
 /// Every so many of the tasks.
 std::vector<Task> thinned(std::vector<Task> tasks, std::size_t every) {
   std::vector<Task> kept;
@@ -165,9 +184,7 @@ std::vector<Task> thinned(std::vector<Task> tasks, std::size_t every) {
 std::size_t firstOfItsOwn(Story story, const std::vector<SystemCall>& calls) {
   if (story == Story::update)
     return 0;
-  const auto exchange = std::ranges::find_if(calls, [](const SystemCall& call) {
-    return kindOf(call.number).name == "renameat2" && call.arguments[4] == RENAME_EXCHANGE;
-  });
+  const auto exchange = std::ranges::find_if(calls, isExchange);
   return static_cast<std::size_t>(exchange - calls.begin());
 }
 
@@ -226,6 +243,15 @@ Sweep secondKillSweep(const Material& material, Story story, const std::vector<S
   for (std::size_t index = firstOfItsOwn(story, calls); index < calls.size(); ++index)
     tasks.push_back(killTask(material, story, index, fate, index * 7919 % calls.size()));
   return {nameOf(story) + ", a kill and another in the update after", thinned(std::move(tasks), every)};
+}
+
+Sweep killSweepWithoutExchange(const Material& material, const std::vector<SystemCall>& calls) {
+  constexpr std::size_t kStepsInItsPlace = 8;
+  const auto exchange = static_cast<std::size_t>(std::ranges::find_if(calls, isExchange) - calls.begin());
+  Sweep sweep{"update, a kill, without an exchange of names", {}, true};
+  for (std::size_t index = exchange; index < exchange + kStepsInItsPlace; ++index)
+    sweep.tasks.push_back(killTaskWithoutExchange(material, index));
+  return sweep;
 }
 
 }  // namespace prove

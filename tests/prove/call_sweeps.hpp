@@ -27,4 +27,8 @@ Sweep killSweep(const Material& material, Story story, const std::vector<SystemC
 Sweep secondKillSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
                       std::size_t every);
 
+/// A control: the file system knows no exchange of names. The target's place is then empty for an instant,
+/// and a kill in it must be seen.
+Sweep killSweepWithoutExchange(const Material& material, const std::vector<SystemCall>& calls);
+
 }  // namespace prove

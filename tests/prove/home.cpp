@@ -25,9 +25,6 @@ using QuorinOstrevalUpdater::InstallStatus;
 constexpr const char* kDamagedFile = "Contents/Resources/text.txt";
 constexpr const char* kDamage = "damage";
 
-/// No process has this identifier.
-constexpr const char* kEndedParent = "2147483647";
-
 const Offer& offerOf(const Material& material, Story story) {
   return story == Story::rollback ? material.broken : material.update;
 }
@@ -97,7 +94,7 @@ void Home::offer(const Offer& offer) {
   test::writeFile(plan_, platform::JSONEncoder().encode(plan).bytes());
 }
 
-Ending Home::run(const Watcher& watcher) const {
+Ending Home::run(const Watcher& watcher, Patience patience, pid_t parent) const {
   Watcher meddling = watcher;
   if (story_ == Story::revert)
     meddling.after = [&, damaged = false](const SystemCall& call, std::int64_t result) mutable {
@@ -109,11 +106,12 @@ Ending Home::run(const Watcher& watcher) const {
       if (watcher.after)
         watcher.after(call, result);
     };
-  return trace(material_.prefix / "bin/QuorinOstrevalUpdater", arguments(), meddling);
+  const fs::path& updater = patience == Patience::usual ? material_.updater : material_.hastyUpdater;
+  return trace(updater, arguments(parent), meddling);
 }
 
 Ending Home::runUndisturbed() const {
-  const test::Outcome outcome = test::runProgram(material_.prefix / "bin/QuorinOstrevalUpdater", arguments());
+  const test::Outcome outcome = test::runProgram(material_.updater, arguments(kEndedParent));
   // The application that was started outlives the updater.
   while (::waitpid(-1, nullptr, 0) > 0)
     continue;
@@ -123,8 +121,8 @@ Ending Home::runUndisturbed() const {
           .error = outcome.error};
 }
 
-std::vector<std::string> Home::arguments() const {
-  return {"--plan", plan_.native(), "--parent-pid", kEndedParent, "--ready-file", ready_.native()};
+std::vector<std::string> Home::arguments(pid_t parent) const {
+  return {"--plan", plan_.native(), "--parent-pid", std::to_string(parent), "--ready-file", ready_.native()};
 }
 
 void Home::damageApplication() const {

@@ -1,91 +1,88 @@
 // Tries an update at every point at which something can go wrong, and prints a table of what came of it.
 
-#include <unistd.h>
-
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <map>
+#include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/prove/call_sweeps.hpp"
+#include "tests/prove/limit_sweeps.hpp"
 #include "tests/prove/power_cuts.hpp"
+#include "tests/prove/tally.hpp"
 #include "tests/support/files.hpp"
 
 namespace {
 
 using prove::Material;
-using prove::Result;
 using prove::Story;
 using prove::Sweep;
 
-constexpr unsigned kWorkers = 2;
-constexpr std::size_t kShownViolations = 20;
+constexpr const char* kUsage =
+    "Usage: prove_updates [--every N] [WORD]...\n"
+    "Tries one point of N, by default all, of the sweeps that have one of the words in their names, by "
+    "default all.\n";
 
-/// What came of a sweep.
-struct Tally {
-  std::size_t points = 0;
-  std::map<std::string, std::size_t> outcomes;
-  std::vector<std::string> violations;
-
-  void add(const Result& result) {
-    if (result.outcome != "not reached")
-      ++points;
-    ++outcomes[result.outcome];
-    for (const std::string& violation : result.violations)
-      violations.push_back(result.point + ": " + violation);
-  }
+struct Arguments {
+  std::size_t every = 1;
+  std::vector<std::string> words;
 };
 
-Tally run(const Sweep& sweep, const std::filesystem::path& directory) {
-  Tally tally;
-  const bool terminal = ::isatty(STDOUT_FILENO) != 0;
-  std::size_t done = 0;
-  prove::runTasks(sweep.tasks, directory, kWorkers, [&](const Result& result) {
-    tally.add(result);
-    ++done;
-    if (terminal || done % 500 == 0)
-      std::printf("%s%s: %zu of %zu, %zu violations%s", terminal ? "\r" : "", sweep.name.c_str(), done,
-                  sweep.tasks.size(), tally.violations.size(), terminal ? "\033[K" : "\n");
-    std::fflush(stdout);
-  });
-  std::printf("%s%s: %zu points\n", terminal ? "\r\033[K" : "", sweep.name.c_str(), tally.points);
-  for (std::size_t index = 0; index < tally.violations.size() && index < kShownViolations; ++index)
-    std::printf("  %.400s\n", tally.violations[index].c_str());
-  std::fflush(stdout);
-  return tally;
+Arguments parse(const std::vector<std::string>& texts) {
+  Arguments arguments;
+  for (std::size_t index = 0; index < texts.size(); ++index) {
+    if (texts[index] == "--every" && index + 1 < texts.size())
+      arguments.every = std::max(1UL, std::stoul(texts[++index]));
+    else if (!texts[index].starts_with('-'))
+      arguments.words.push_back(texts[index]);
+    else
+      throw std::invalid_argument(kUsage);
+  }
+  return arguments;
+}
+
+std::vector<Sweep> allSweeps(const Material& material, const prove::Place& place, std::size_t every) {
+  std::vector<Sweep> sweeps;
+  for (const Story story : {Story::update, Story::rollback, Story::revert}) {
+    const auto calls = prove::record(material, story, place);
+    sweeps.push_back(faultSweep(material, story, calls, every));
+    sweeps.push_back(brokenDiskSweep(material, story, calls, every));
+    sweeps.push_back(killSweep(material, story, calls, every));
+    sweeps.push_back(secondKillSweep(material, story, calls, every));
+    if (story == Story::update) {
+      sweeps.push_back(killSweepWithoutExchange(material, calls));
+      sweeps.push_back(hangSweep(material, calls, every));
+    }
+  }
+  std::ranges::move(powerCutSweeps(material, every), std::back_inserter(sweeps));
+  std::ranges::move(limitSweeps(material, every), std::back_inserter(sweeps));
+  return sweeps;
+}
+
+bool isWanted(const Sweep& sweep, const std::vector<std::string>& words) {
+  return words.empty() || std::ranges::any_of(words, [&](const std::string& word) {
+           return sweep.name.find(word) != std::string::npos;
+         });
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::size_t every = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 1;
-  const std::string only = argc > 2 ? argv[2] : "";
   try {
+    const Arguments arguments = parse({argv + 1, argv + argc});
     const test::TemporaryDirectory directory("/var/tmp");
     std::filesystem::create_directory(directory / "material");
     const Material material(directory / "material");
     const prove::Place place = prove::settle(directory / "recording");
-    std::vector<Sweep> sweeps;
-    for (const Story story : {Story::update, Story::rollback, Story::revert}) {
-      const auto calls = prove::record(material, story, place);
-      std::printf("%s: %zu calls\n", nameOf(story).c_str(), calls.size());
-      sweeps.push_back(faultSweep(material, story, calls, every));
-      sweeps.push_back(brokenDiskSweep(material, story, calls, every));
-      sweeps.push_back(killSweep(material, story, calls, every));
-      sweeps.push_back(secondKillSweep(material, story, calls, every));
-    }
-    for (Sweep& sweep : prove::powerCutSweeps(material, every))
-      sweeps.push_back(std::move(sweep));
-    for (const Sweep& sweep : sweeps) {
-      if (sweep.name.find(only) == std::string::npos)
-        continue;
-      const Tally tally = run(sweep, directory.path());
-      for (const auto& [outcome, count] : tally.outcomes)
-        std::printf("    %s %zu\n", outcome.c_str(), count);
-      std::printf("    violations %zu\n", tally.violations.size());
-    }
+    std::vector<prove::Tally> tallies;
+    for (const Sweep& sweep : allSweeps(material, place, arguments.every))
+      if (isWanted(sweep, arguments.words))
+        tallies.push_back(run(sweep, directory.path(), std::max(1U, std::thread::hardware_concurrency())));
+    printTable(tallies);
+    return std::ranges::all_of(tallies, &prove::Tally::isAsItShould) ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "%s\n", failure.what());
     return EXIT_FAILURE;

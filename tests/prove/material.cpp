@@ -18,12 +18,17 @@ std::string startingScript(const std::string& version) {
 }  // namespace
 
 Material::Material(const fs::path& directory)
-    : prefix(directory / "prefix"), directory_(directory), chain_(directory / "chain") {
+    : updater(directory / "prefix/bin/QuorinOstrevalUpdater"),
+      hastyUpdater(directory / "prefix/bin/HastyUpdater"),
+      directory_(directory),
+      chain_(directory / "chain") {
+  const fs::path prefix = directory / "prefix";
   for (const char* program : {"bin/QuorinOstrevalUpdater", "libexec/quorin/hdiutil", "libexec/quorin/ditto",
                               "libexec/quorin/open"}) {
     fs::create_directories((prefix / program).parent_path());
     fs::copy_file(test::buildPrefix() / program, prefix / program);
   }
+  fs::copy_file(test::buildPrefix() / "tests/HastyUpdater", hastyUpdater);
   fs::create_directories(prefix / "share/quorin/anchors");
   fs::copy_file(chain_.root(), prefix / "share/quorin/anchors/sample.pem");
   oldApplication = makeApplication("1.0", startingScript("1.0"));

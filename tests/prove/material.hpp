@@ -24,7 +24,9 @@ class Material {
 
   static constexpr const char* kIdentifier = "com.example.quorin-ostreval";
 
-  std::filesystem::path prefix;
+  std::filesystem::path updater;
+  /// The same, which waits no more than half a second for others.
+  std::filesystem::path hastyUpdater;
   std::filesystem::path oldApplication;
   Offer update;  ///< version 2.0
   Offer broken;  ///< version 2.0 that does not start

@@ -52,6 +52,8 @@ struct Watcher {
   std::function<Fate(const SystemCall&)> before;
   /// Called behind each call that was made, with its result or a negative error number.
   std::function<void(const SystemCall&, std::int64_t)> after = {};
+  /// Called in the program's process before the program takes its place, and may change what it inherits.
+  std::function<void()> prepare = {};
 };
 
 /// Runs a program and everything that it starts, and stops at each call of `systemCallKinds()`, until all of

@@ -310,6 +310,8 @@ Ending trace(const fs::path& program, const std::vector<std::string>& arguments,
     redirect(STDIN_FILENO, "/dev/null", O_RDONLY);
     redirect(STDOUT_FILENO, capture / "stdout", O_WRONLY | O_CREAT | O_TRUNC);
     redirect(STDERR_FILENO, capture / "stderr", O_WRONLY | O_CREAT | O_TRUNC);
+    if (watcher.prepare)
+      watcher.prepare();
     if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0 || ::raise(SIGSTOP) != 0 ||
         ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filterProgram) != 0)

@@ -6,6 +6,7 @@
 #include "support/command_runner.hpp"
 #include "updater/install/tool_message.hpp"
 #include "updater/records/installer_error.hpp"
+#include "updater/time_limits.hpp"
 
 namespace QuorinOstrevalUpdater {
 namespace {
@@ -17,7 +18,6 @@ using platform::URL;
 using QuorinSupport::CommandRunner::run;
 
 constexpr const char* kTool = "/usr/bin/hdiutil";
-constexpr double kTimeLimit = 120;
 
 std::optional<PropertyList> parse(const Data& output) {
   try {
@@ -52,7 +52,8 @@ std::optional<MountedImage> mountedImage(const PropertyList& list) {
 }  // namespace
 
 MountedImage attach(const URL& image) {
-  const auto result = run(kTool, {"attach", "-readonly", "-nobrowse", "-plist", image.path()}, kTimeLimit);
+  const auto result =
+      run(kTool, {"attach", "-readonly", "-nobrowse", "-plist", image.path()}, kToolTimeLimit);
   if (result.status == 0) {
     const auto list = parse(result.stdout);
     const auto mounted = list ? mountedImage(*list) : std::nullopt;
@@ -63,7 +64,7 @@ MountedImage attach(const URL& image) {
 }
 
 void detach(const MountedImage& image) {
-  const auto result = run(kTool, {"detach", image.device.value_or(image.url.path())}, kTimeLimit);
+  const auto result = run(kTool, {"detach", image.device.value_or(image.url.path())}, kToolTimeLimit);
   if (result.status != 0)
     throw InstallerError::invalidDiskImage(text(result.stderr, "Could not detach image."));
 }

@@ -4,11 +4,11 @@
 #include "platform/foundation/process_control.hpp"
 #include "platform/foundation/thread.hpp"
 #include "updater/records/installer_error.hpp"
+#include "updater/time_limits.hpp"
 
 namespace QuorinOstrevalUpdater {
 namespace {
 
-constexpr double kTimeLimit = 60;
 constexpr double kPollInterval = 0.2;
 
 bool isAlive(std::int32_t processIdentifier) {
@@ -19,7 +19,7 @@ bool isAlive(std::int32_t processIdentifier) {
 }  // namespace
 
 void waitForExit(std::int32_t processIdentifier) {
-  const platform::Date deadline = platform::Date().addingTimeInterval(kTimeLimit);
+  const platform::Date deadline = platform::Date().addingTimeInterval(kParentTimeLimit);
   while (isAlive(processIdentifier)) {
     if (platform::Date() >= deadline)
       throw InstallerError::parentStillRunning();

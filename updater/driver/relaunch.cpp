@@ -3,17 +3,13 @@
 #include "support/command_runner.hpp"
 #include "updater/install/tool_message.hpp"
 #include "updater/records/installer_error.hpp"
+#include "updater/time_limits.hpp"
 
 namespace QuorinOstrevalUpdater {
-namespace {
-
-constexpr double kTimeLimit = 120;
-
-}  // namespace
 
 void launch(const platform::URL& application) {
   const auto result =
-      QuorinSupport::CommandRunner::run("/usr/bin/open", {"-n", application.path()}, kTimeLimit);
+      QuorinSupport::CommandRunner::run("/usr/bin/open", {"-n", application.path()}, kToolTimeLimit);
   if (result.status != 0)
     throw InstallerError::installationFailed(text(result.stderr, "Could not relaunch Quorin Ostreval."));
 }

@@ -15,6 +15,7 @@
 #include "updater/install/restoration.hpp"
 #include "updater/install/tool_message.hpp"
 #include "updater/records/installer_error.hpp"
+#include "updater/time_limits.hpp"
 
 namespace QuorinOstrevalUpdater {
 namespace {
@@ -27,8 +28,6 @@ using platform::NSFileManager;
 using platform::ScopeExit;
 using platform::URL;
 using platform::UUID;
-
-constexpr double kCopyTimeLimit = 120;
 
 void requireUsablePaths(const NSFileManager& manager, const URL& target, const URL& imageFile) {
   if (!manager.fileExistsAtPath(target.path()) ||
@@ -44,7 +43,7 @@ void requireDigest(const URL& imageFile, const std::string& expected) {
 
 void copyBundle(const URL& from, const URL& to) {
   const auto result =
-      QuorinSupport::CommandRunner::run("/usr/bin/ditto", {from.path(), to.path()}, kCopyTimeLimit);
+      QuorinSupport::CommandRunner::run("/usr/bin/ditto", {from.path(), to.path()}, kToolTimeLimit);
   if (result.status != 0)
     throw InstallerError::installationFailed(text(result.stderr, "ditto failed."));
 }
