@@ -43,7 +43,10 @@ URL NSFileManager::temporaryDirectory() const {
 
 bool NSFileManager::fileExistsAtPath(const std::string& path) const {
   struct stat status {};
-  return path.find('\0') == std::string::npos && ::stat(path.c_str(), &status) == 0;
+  if (path.find('\0') != std::string::npos)
+    return false;
+  return ::stat(path.c_str(), &status) == 0 ||
+         (errno != ENOENT && errno != ENOTDIR && errno != ELOOP && errno != ENAMETOOLONG);
 }
 
 void NSFileManager::createDirectoryAtURL(const URL& url, IntermediateDirectories intermediates) const {

@@ -27,7 +27,8 @@ class NSFileManager {
   /// A writable directory for temporary files, the same for every call and whatever the environment says.
   URL temporaryDirectory() const;
 
-  /// True when a file or directory is there; a link counts as what it leads to.
+  /// True when a file or directory is there; a link counts as what it leads to. What the system refuses to
+  /// look for counts as there: taking it for gone might be the end of it.
   bool fileExistsAtPath(const std::string& path) const;
 
   /// The directory exists afterwards, and so do its parents when they were asked for. With intermediate

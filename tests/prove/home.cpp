@@ -81,8 +81,6 @@ void Home::offer(const Offer& offer) {
   fs::copy_file(offer.image, image_);
   previous_ = fs::exists(target_) ? test::inventory(target_) : test::Inventory();
   offered_ = offer.application;
-  damaged_ = offered_;
-  damaged_[kDamagedFile] += kDamage;
   const InstallPlan plan{.dmgPath = image_.native(),
                          .targetAppPath = target_.native(),
                          .expectedBundleIdentifier = Material::kIdentifier,
@@ -132,11 +130,12 @@ void Home::damageApplication() const {
 Standing Home::standing() const {
   if (!fs::exists(target_))
     return Standing::neither;
+  if (isDamaged())
+    return Standing::damaged;
   const test::Inventory actual = test::inventory(target_);
   if (actual == previous_)
     return Standing::previous;
-  return actual == offered_ || (story_ == Story::revert && actual == damaged_) ? Standing::offered
-                                                                               : Standing::neither;
+  return actual == offered_ ? Standing::offered : Standing::neither;
 }
 
 bool Home::stands(const Offer& offer) const {
@@ -200,6 +199,16 @@ std::set<std::string> Home::leftovers() const {
     if (entry.path().filename().native().starts_with('.'))
       names.insert(entry.path().filename());
   return names;
+}
+
+bool Home::isDamaged() const {
+  if (story_ != Story::revert || !fs::exists(target_ / kDamagedFile))
+    return false;
+  // How much of the damage is there is all the same: a power cut may come between.
+  test::Inventory actual = test::inventory(target_);
+  const test::Inventory& sound = material_.update.application;
+  return std::exchange(actual[kDamagedFile], sound.at(kDamagedFile)) != sound.at(kDamagedFile) &&
+         actual == sound;
 }
 
 bool Home::previousStandsBeside() const {

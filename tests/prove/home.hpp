@@ -62,6 +62,8 @@ class Home {
   /// What lies beside the application and in the temporary directory and is not there before an update, apart
   /// from the empty registry of images.
   std::set<std::string> leftovers() const;
+  /// Whether the application at the target's path is one that the story damaged.
+  bool isDamaged() const;
   /// Whether the previous application lies complete in the same directory.
   bool previousStandsBeside() const;
   /// Whether the registry of images holds one that is neither attached nor gone.
@@ -86,7 +88,6 @@ class Home {
   std::filesystem::path ready_ = directory_ / "ready";
   test::Inventory previous_;
   test::Inventory offered_;
-  test::Inventory damaged_;
 };
 
 }  // namespace prove

@@ -51,7 +51,7 @@ std::vector<std::string> leftoversAgainst(const Ending& ending, Story story, con
 
 std::vector<std::string> nextUpdate(const Material& material, Home& home) {
   const std::set<std::string> before = home.leftovers();
-  const bool isDamaged = home.standing() == Standing::damaged;
+  const bool isDamaged = home.isDamaged();
   home.offer(material.next);
   const Ending ending = home.runUndisturbed();
   if (isDamaged)

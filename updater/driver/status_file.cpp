@@ -12,6 +12,19 @@ using platform::IntermediateDirectories;
 using platform::NSFileManager;
 using platform::URL;
 
+namespace {
+
+bool isStatus(const URL& url) {
+  try {
+    platform::JSONDecoder().decode<InstallStatus>(platform::Data::contentsOf(url));
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+}  // namespace
+
 void writeStatus(const InstallStatus& status, const std::string& statusPath) noexcept {
   bestEffort([&] {
     const platform::Data text = platform::JSONEncoder().encode(status);
@@ -20,7 +33,15 @@ void writeStatus(const InstallStatus& status, const std::string& statusPath) noe
       NSFileManager::defaultManager().createDirectoryAtURL(url.deletingLastPathComponent(),
                                                            IntermediateDirectories::yes);
     });
-    text.write(url, DataWritingOptions::atomic);
+    try {
+      text.write(url, DataWritingOptions::atomic);
+    } catch (...) {
+      // An older status would tell of what is no longer so; without it there is also room for the new one.
+      if (isStatus(url)) {
+        NSFileManager::defaultManager().removeItemAtURL(url);
+        text.write(url, DataWritingOptions::atomic);
+      }
+    }
   });
 }
 

@@ -28,7 +28,12 @@ void restore(const URL& target, const URL& backup) {
   }
   // A failure shows in the move, if it matters.
   bestEffort([&] { manager.moveItemAtURL(target, rejected); });
-  manager.moveItemAtURL(backup, target);
+  try {
+    manager.moveItemAtURL(backup, target);
+  } catch (...) {
+    bestEffort([&] { manager.moveItemAtURL(rejected, target); });
+    throw;
+  }
 }
 
 }  // namespace QuorinOstrevalUpdater

@@ -1,9 +1,12 @@
 #include "updater/driver/status_file.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 
 #include "platform/foundation/data.hpp"
 #include "tests/support/files.hpp"
+#include "tests/support/program.hpp"
+#include "tests/support/syscall_fault.hpp"
 
 using QuorinOstrevalUpdater::InstallStatus;
 using QuorinOstrevalUpdater::writeStatus;
@@ -33,6 +36,22 @@ TEST(StatusFileTest, FailuresStaySilentAndHarmless) {
         std::string("/proc/none/status.json"), std::string("/tmp/a\0b", 8)})
     writeStatus(kStatus, path);
   EXPECT_EQ(test::inventory(directory.path()), before);
+}
+
+TEST(StatusFileTest, NoOlderStatusOutlivesAFailure) {
+  const test::TemporaryDirectory directory;
+  const auto path = directory / "status.json";
+  for (const bool isStatus : {true, false}) {
+    test::writeFile(path, isStatus ? R"({"succeeded": true, "message": "", "version": ""})" : "kept");
+    const int result = test::inChild([&] {
+      if (!test::inject({.number = SYS_renameat, .errorNumber = EIO}))
+        return 1;
+      writeStatus({}, path);
+      return 0;
+    });
+    ASSERT_EQ(result, 0);
+    EXPECT_EQ(std::filesystem::exists(path), !isStatus);
+  }
 }
 
 }  // namespace
