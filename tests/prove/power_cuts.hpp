@@ -13,4 +13,7 @@ namespace prove {
 /// loop devices, the tasks fail.
 std::vector<Sweep> powerCutSweeps(const Material& material, std::size_t every);
 
+/// False where the system has no loop devices for that, or forbids them.
+bool hasDisks(const Place& place);
+
 }  // namespace prove

@@ -182,4 +182,13 @@ std::vector<Sweep> powerCutSweeps(const Material& material, std::size_t every) {
   return sweeps;
 }
 
+bool hasDisks(const Place& place) {
+  try {
+    const Disk disk(makeDiskFile(place.home / "disk"), place.home / "volume", "");
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
 }  // namespace prove
