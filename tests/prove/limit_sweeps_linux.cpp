@@ -147,6 +147,8 @@ Task hangTask(const Material& material, std::size_t index) {
     }
     Result result{"hanging at call " + std::to_string(index) + ", " + reached, wordFor(home.standing()),
                   home.contradictions(ending)};
+    if (ending.exitStatus != 0 && ending.error.find(" did not finish in time.\n") == std::string::npos)
+      result.violations.push_back("The reason is another: " + ending.error);
     append(result.violations, nextUpdate(material, home));
     if (home.hasHalfAttachedImages())
       result.violations.push_back("The next update left a part of an image.");

@@ -60,6 +60,6 @@ struct Watcher {
 /// them have ended. `timeLimit` ends them by force. For a process without other children. Throws
 /// `std::system_error` where the system refuses tracing.
 Ending trace(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-             const Watcher& watcher, std::chrono::seconds timeLimit = std::chrono::seconds(30));
+             const Watcher& watcher, std::chrono::seconds timeLimit = std::chrono::seconds(20));
 
 }  // namespace prove

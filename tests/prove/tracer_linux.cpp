@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstddef>
 #include <fstream>
@@ -152,7 +153,10 @@ Ending Tracer::run(std::chrono::seconds timeLimit) {
     if (thread > 0) {
       dispatch(thread, status);
     } else if (errno == EINTR) {
-      ending_.overran = true;
+      // What the watcher made hang does not end by itself.
+      ending_.overran = threads_.contains(tool_) || std::ranges::none_of(threads_, [](const auto& thread) {
+                          return thread.second.fate.kind == Fate::Kind::hang;
+                        });
       killAll();
     } else {
       require(errno == ECHILD, "waitpid");
