@@ -154,8 +154,8 @@ Ending Tracer::run(std::chrono::seconds timeLimit) {
       dispatch(thread, status);
     } else if (errno == EINTR) {
       // What the watcher made hang does not end by itself.
-      ending_.overran = threads_.contains(tool_) || std::ranges::none_of(threads_, [](const auto& thread) {
-                          return thread.second.fate.kind == Fate::Kind::hang;
+      ending_.overran = threads_.contains(tool_) || std::ranges::none_of(threads_, [](const auto& entry) {
+                          return entry.second.fate.kind == Fate::Kind::hang;
                         });
       killAll();
     } else {
