@@ -102,10 +102,12 @@ int main(int argc, char** argv) {
     const std::optional<prove::Place> place = begin(material, directory / "recording");
     if (!place)
       return kSkipped;
+    // An update spends half its time waiting for its tools.
+    const unsigned workers = 2 * std::max(1U, std::thread::hardware_concurrency());
     std::vector<prove::Tally> tallies;
     for (const Sweep& sweep : allSweeps(material, *place, arguments.every))
       if (isWanted(sweep, arguments.words))
-        tallies.push_back(run(sweep, directory.path(), std::max(1U, std::thread::hardware_concurrency())));
+        tallies.push_back(run(sweep, directory.path(), workers));
     printTable(tallies);
     return std::ranges::all_of(tallies, &prove::Tally::isAsItShould) ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const std::exception& failure) {

@@ -226,7 +226,8 @@ void Tracer::beforeCall(pid_t thread) {
         // It knows no error numbers: where it fails, the end of the memory stays where it is.
         registers.rdi = 0;
         ::ptrace(PTRACE_SETREGS, thread, nullptr, &registers);
-        resume(thread);
+        state.call = call;
+        proceed(PTRACE_SYSCALL, thread);
         break;
       }
       [[fallthrough]];
@@ -266,8 +267,10 @@ void Tracer::afterCall(pid_t thread) {
   }
   const SystemCall call = *state.call;
   state.call.reset();
-  if (state.fate.kind == Fate::Kind::failAfter) {
+  if (state.fate.kind == Fate::Kind::failAfter)
     registers.rax = static_cast<std::uint64_t>(-static_cast<std::int64_t>(state.fate.errorNumber));
+  if (state.fate.kind == Fate::Kind::failAfter || call.number == SYS_brk) {
+    registers.rdi = call.arguments[0];
     ::ptrace(PTRACE_SETREGS, thread, nullptr, &registers);
   }
   if (watcher_.after)

@@ -44,7 +44,9 @@ std::vector<std::string> losses(const Home& home) {
 std::vector<std::string> leftoversAgainst(const Ending& ending, Story story, const Home& home) {
   const std::set<std::string> names = home.leftovers();
   const bool wentAsItGoes = (ending.exitStatus == 0) == (story == Story::update);
-  if (names.size() <= (wentAsItGoes ? 1 : 0))
+  // An image is attached and its device is not known.
+  const bool outputWasLost = ending.error.find("\"/tmp/QuorinCommand-") != std::string::npos;
+  if (names.size() <= (wentAsItGoes || outputWasLost ? 1U : 0U))
     return {};
   return {"There is left" + listed(names)};
 }

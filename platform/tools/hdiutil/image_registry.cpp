@@ -134,9 +134,15 @@ ImageRegistry::Attachment::Attachment(ImageRegistry& registry)
   const Lock lock(registry_.directory_);
   if (::mkdirat(registry_.directory_.get(), name_.c_str(), 0700) != 0)
     throw SystemError("A directory for the image could not be created", errno);
-  directory_ = FileDescriptor::openAt(registry_.directory_, name_, kDirectoryFlags);
-  if (!tryLock(directory_))
-    throw SystemError("A directory for the image could not be locked", errno);
+  try {
+    directory_ = FileDescriptor::openAt(registry_.directory_, name_, kDirectoryFlags);
+    if (!tryLock(directory_))
+      throw SystemError("A directory for the image could not be locked", errno);
+  } catch (...) {
+    // What stays is removed by the next call.
+    static_cast<void>(::unlinkat(registry_.directory_.get(), name_.c_str(), AT_REMOVEDIR));
+    throw;
+  }
 }
 
 ImageRegistry::Attachment::~Attachment() {
