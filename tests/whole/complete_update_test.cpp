@@ -50,6 +50,18 @@ TEST_F(CompleteUpdateTest, ATargetThatIsALinkIsReplacedByTheApplicationItself) {
   EXPECT_EQ(test::inventory(real), before);
 }
 
+TEST_F(CompleteUpdateTest, AnApplicationThatIsALinkInTheImageIsInstalledAsItself) {
+  const fs::path elsewhere = home / "elsewhere" / target.filename();
+  fs::create_directory(elsewhere.parent_path());
+  fs::copy(SampleUpdates::shared().application("2.0"), elsewhere,
+           fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  fs::create_directory(home / "links");
+  fs::create_directory_symlink(elsewhere, home / "links" / target.filename());
+  offer(home / "links" / target.filename());
+  expectUpdated(run());
+  EXPECT_FALSE(fs::is_symlink(target));
+}
+
 TEST_F(CompleteUpdateTest, AnImageThatCannotBeDetachedChangesNothing) {
   wrapTool("hdiutil", "[ \"$1\" = detach ] && exit 1\nexec \"$0.real\" \"$@\"\n");
   const test::Outcome outcome = run();
