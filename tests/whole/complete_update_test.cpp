@@ -1,5 +1,7 @@
 #include <unistd.h>
 
+#include <cstdlib>
+
 #include "tests/whole/whole_update.hpp"
 
 namespace fs = std::filesystem;
@@ -20,6 +22,13 @@ TEST_F(CompleteUpdateTest, ADigestInUpperCase) {
   for (char& digit : plan.expectedSHA256)
     digit = static_cast<char>(std::toupper(digit));
   expectUpdated(run());
+}
+
+TEST_F(CompleteUpdateTest, NoConfigurationThatTheEnvironmentNamesIsRead) {
+  // With this one, the library would know no digest.
+  test::writeFile(home / "configuration",
+                  "openssl_conf = a\n[a]\nproviders = b\n[b]\nbase = c\n[c]\nactivate = 1\n");
+  expectUpdated(run([this] { ::setenv("OPENSSL_CONF", (home / "configuration").c_str(), 1); }));
 }
 
 TEST_F(CompleteUpdateTest, ARelativeTarget) {
