@@ -73,7 +73,7 @@ std::string successMessage(const InstallPlan& plan) {
 /// Reads the plan, with its paths made absolute: the working directory may lie in the application, whose
 /// place changes in the exchange.
 InstallPlan readPlan(const URL& planURL) {
-  InstallPlan plan = platform::JSONDecoder().decode<InstallPlan>(Data::contentsOf(planURL));
+  auto plan = platform::JSONDecoder().decode<InstallPlan>(Data::contentsOf(planURL));
   for (std::string* path : {&plan.dmgPath, &plan.targetAppPath, &plan.statusPath})
     *path = URL::fileURLWithPath(*path).path();
   return plan;

@@ -255,7 +255,7 @@ std::string mountName(const std::string& volumeName) {
 
 URL registryLocation(const URL& temporaryDirectory) {
   const std::string name = "quorin-images-" + std::to_string(::geteuid());
-  const URL usual = temporaryDirectory.appendingPathComponent(name);
+  URL usual = temporaryDirectory.appendingPathComponent(name);
   if (!isTaken(usual))
     return usual;
   // Somebody else may take any name, but can make nothing that belongs to this user.
