@@ -18,6 +18,7 @@ namespace {
 using platform::bestEffort;
 using platform::Data;
 using platform::Date;
+using platform::DirectoryAccess;
 using platform::IntermediateDirectories;
 using platform::NSFileHandle;
 using platform::NSFileManager;
@@ -35,7 +36,7 @@ class CaptureDirectory {
  public:
   CaptureDirectory()
       : url_(manager_.temporaryDirectory().appendingPathComponent("QuorinCommand-" + UUID().uuidString())) {
-    manager_.createDirectoryAtURL(url_, IntermediateDirectories::yes);
+    manager_.createDirectoryAtURL(url_, IntermediateDirectories::yes, DirectoryAccess::ownerOnly);
   }
   CaptureDirectory(const CaptureDirectory&) = delete;
   CaptureDirectory& operator=(const CaptureDirectory&) = delete;

@@ -4,6 +4,7 @@
 
 #include <array>
 
+#include "platform/crypto/library_configuration.hpp"
 #include "platform/foundation/error.hpp"
 
 namespace platform {

@@ -2,6 +2,7 @@
 
 #include <openssl/evp.h>
 
+#include "platform/crypto/library_configuration.hpp"
 #include "platform/foundation/error.hpp"
 
 namespace platform {

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -54,15 +55,19 @@ class TemporarySibling {
 
 }  // namespace
 
-Data Data::contentsOf(const URL& url, DataReadingOptions options) {
+Data Data::contentsOf(const URL& url, DataReadingOptions options, std::size_t limit) {
   const FileDescriptor file = FileDescriptor::openForReading(url);
   std::string bytes;
   struct stat status {};
   if (::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode))
-    bytes.reserve(static_cast<std::size_t>(status.st_size));
+    bytes.reserve(std::min(static_cast<std::size_t>(status.st_size), limit));
   std::array<char, 65536> chunk;  // NOLINT(cppcoreguidelines-pro-type-member-init): read() fills it
-  while (const std::size_t count = file.read(chunk.data(), chunk.size(), url.path()))
+  while (const std::size_t count = file.read(chunk.data(), chunk.size(), url.path())) {
+    // Not by its size: what the system itself makes up while it is read says that it is empty.
+    if (count > limit - bytes.size())
+      throw Error(quoted(url.path()) + " could not be read: It is too large.");
     bytes.append(chunk.data(), count);
+  }
   // Advice only: where it fails, the pages stay in the cache.
   if (options == DataReadingOptions::uncached)
     static_cast<void>(::posix_fadvise(file.get(), 0, 0, POSIX_FADV_DONTNEED));
@@ -73,6 +78,9 @@ void Data::write(const URL& to, DataWritingOptions) const {
   const char* path = systemPath(to);
   struct stat existing {};
   const bool exists = ::lstat(path, &existing) == 0;
+  struct stat leadsTo {};
+  if (exists && S_ISLNK(existing.st_mode) && ::stat(path, &leadsTo) == 0 && S_ISDIR(leadsTo.st_mode))
+    existing = leadsTo;
   if (exists && !S_ISREG(existing.st_mode) && !S_ISLNK(existing.st_mode))
     throw SystemError(quoted(to.path()) + " could not be replaced",
                       S_ISDIR(existing.st_mode) ? EISDIR : EEXIST);

@@ -25,11 +25,13 @@ class Data {
   Data() = default;
   explicit Data(std::string bytes) : bytes_(std::move(bytes)) {}
 
-  /// The whole content of a file. Throws `SystemError`.
-  static Data contentsOf(const URL& url, DataReadingOptions options = DataReadingOptions::none);
+  /// The whole content of a file. Throws `SystemError`, and `Error` for a file of more than `limit` bytes.
+  static Data contentsOf(const URL& url, DataReadingOptions options = DataReadingOptions::none,
+                         std::size_t limit = std::string::npos);
 
   /// Creates or replaces the file `to`, which keeps its permissions. Throws `SystemError`, with no partial
-  /// file and no temporary file left behind. What is there and is neither a file nor a link is not replaced.
+  /// file and no temporary file left behind. What is there and is neither a file nor a link to one is not
+  /// replaced.
   void write(const URL& to, DataWritingOptions options) const;
 
   std::string_view bytes() const noexcept { return bytes_; }

@@ -1,9 +1,30 @@
 #include "platform/foundation/error.hpp"
 
+#include <utf8proc.h>
+
 #include <system_error>
 #include <utility>
 
 namespace platform {
+namespace {
+
+/// Control characters, line and paragraph separators, and the controls of bidirectional text.
+bool isMisleading(utf8proc_int32_t scalar) {
+  const auto category = utf8proc_category(scalar);
+  return category == UTF8PROC_CATEGORY_CC || category == UTF8PROC_CATEGORY_ZL ||
+         category == UTF8PROC_CATEGORY_ZP || (scalar >= 0x202A && scalar <= 0x202E) ||
+         (scalar >= 0x2066 && scalar <= 0x2069);
+}
+
+void appendBytes(std::string& text, std::string_view bytes) {
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  for (const char byte : bytes) {
+    const auto value = static_cast<unsigned char>(byte);
+    text.append("\\x").append(1, kDigits[value >> 4U]).append(1, kDigits[value & 0x0FU]);
+  }
+}
+
+}  // namespace
 
 Error::Error(std::string description)
     : description_(std::make_shared<const std::string>(std::move(description))) {}
@@ -12,7 +33,20 @@ SystemError::SystemError(std::string_view what, int errorNumber)
     : Error(std::string(what) + ": " + reasonOf(errorNumber) + "."), errorNumber_(errorNumber) {}
 
 std::string quoted(std::string_view name) {
-  return '"' + std::string(name) + '"';
+  std::string text = "\"";
+  while (!name.empty()) {
+    utf8proc_int32_t scalar = 0;
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): utf8proc reads unsigned bytes
+    const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(name.data()),
+                                         static_cast<utf8proc_ssize_t>(name.size()), &scalar);
+    const auto character = name.substr(0, length > 0 ? static_cast<std::size_t>(length) : 1);
+    if (length > 0 && !isMisleading(scalar))
+      text += character;
+    else
+      appendBytes(text, character);
+    name.remove_prefix(character.size());
+  }
+  return text + '"';
 }
 
 std::string reasonOf(int errorNumber) {

@@ -33,7 +33,8 @@ class SystemError : public Error {
   int errorNumber_;
 };
 
-/// A path or name as it stands in a sentence: in double quotes, with nothing changed.
+/// A path or name as it stands in a sentence: in double quotes. Whatever could break the line, act on a
+/// terminal, turn the direction of writing or be no text is written as its bytes, such as "\x0A".
 std::string quoted(std::string_view name);
 
 /// The system's text for an error number, without a full stop.

@@ -20,9 +20,10 @@ bool isDirectory(const char* path) {
   return ::stat(path, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-void makeDirectory(const URL& url, IntermediateDirectories existing) {
+void makeDirectory(const URL& url, IntermediateDirectories existing,
+                   DirectoryAccess access = DirectoryAccess::asTheMaskSays) {
   const char* path = systemPath(url);
-  if (::mkdir(path, 0777) == 0)
+  if (::mkdir(path, access == DirectoryAccess::ownerOnly ? 0700 : 0777) == 0)
     return;
   const int reason = errno;
   if (reason == EEXIST && existing == IntermediateDirectories::yes && isDirectory(path))
@@ -49,13 +50,14 @@ bool NSFileManager::fileExistsAtPath(const std::string& path) const {
          (errno != ENOENT && errno != ENOTDIR && errno != ELOOP && errno != ENAMETOOLONG);
 }
 
-void NSFileManager::createDirectoryAtURL(const URL& url, IntermediateDirectories intermediates) const {
+void NSFileManager::createDirectoryAtURL(const URL& url, IntermediateDirectories intermediates,
+                                         DirectoryAccess access) const {
   if (intermediates == IntermediateDirectories::yes && !isDirectory(systemPath(url))) {
     const std::string& path = url.path();
     for (auto slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1))
       makeDirectory(URL::fileURLWithPath(path.substr(0, slash)), intermediates);
   }
-  makeDirectory(url, intermediates);
+  makeDirectory(url, intermediates, access);
 }
 
 bool NSFileManager::createFileAtPath(const std::string& path) const {

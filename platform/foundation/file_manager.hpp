@@ -14,6 +14,7 @@ enum class ItemReplacementOptions {
 };
 
 enum class IntermediateDirectories { no, yes };
+enum class DirectoryAccess { asTheMaskSays, ownerOnly };
 
 /// Operations on files and directories. Failures are thrown as `SystemError`, naming the item and the reason.
 class NSFileManager {
@@ -32,8 +33,10 @@ class NSFileManager {
   bool fileExistsAtPath(const std::string& path) const;
 
   /// The directory exists afterwards, and so do its parents when they were asked for. With intermediate
-  /// directories, a directory that is there already is no failure.
-  void createDirectoryAtURL(const URL& url, IntermediateDirectories intermediates) const;
+  /// directories, a directory that is there already is no failure. What is made for the owner only is closed
+  /// to all others from the beginning, whatever the process's mask.
+  void createDirectoryAtURL(const URL& url, IntermediateDirectories intermediates,
+                            DirectoryAccess access = DirectoryAccess::asTheMaskSays) const;
 
   /// An empty file at `path`; false when there is none afterwards.
   bool createFileAtPath(const std::string& path) const;

@@ -78,6 +78,9 @@ class TreeRemoval {
     struct stat status {};
     if (!opened.isOpen() || ::fstat(opened.get(), &status) != 0)
       fail(name, errno);
+    // What somebody has mounted in the tree is not part of it.
+    if (!levels_.empty() && status.st_dev != levels_.back().device)
+      fail(name, EBUSY);
     // Where that is not allowed, removing what is in it says so.
     if ((status.st_mode & S_IRWXU) != S_IRWXU)
       static_cast<void>(::fchmod(opened.get(), S_IRWXU));

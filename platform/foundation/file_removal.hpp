@@ -8,7 +8,8 @@
 namespace platform {
 
 /// Removes the file, link or tree `name` in `directory`; `item` names it in a failure, which is a
-/// `SystemError`. Uses a constant number of descriptors and no recursion, whatever the depth.
+/// `SystemError`. Another file system that is mounted in the tree is a failure; nothing in it is removed.
+/// Uses a constant number of descriptors and no recursion, whatever the depth.
 void removeTree(const FileDescriptor& directory, const std::string& name, std::string_view item);
 
 }  // namespace platform

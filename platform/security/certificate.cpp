@@ -7,6 +7,7 @@
 #include <array>
 
 #include "platform/crypto/digest.hpp"
+#include "platform/crypto/library_configuration.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/security/openssl_handles.hpp"
 #include "platform/security/security_error.hpp"

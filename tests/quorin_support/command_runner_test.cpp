@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 
 #include <cerrno>
@@ -77,6 +78,14 @@ TEST_F(CommandRunnerTest, StandardInputIsAtItsEnd) {
 
 TEST_F(CommandRunnerTest, AGrandchildThatKeepsTheStreamsDelaysNothing) {
   EXPECT_LT(secondsOf([&] { EXPECT_EQ(run({"leave-grandchild"}).stdout.bytes(), "left"); }), 2.0);
+}
+
+TEST_F(CommandRunnerTest, NobodyElseGetsAtTheOutputWhateverTheMask) {
+  const mode_t before = ::umask(0);
+  const std::string script = "file=$(readlink /proc/$$/fd/1); stat -c %a \"${file%/*}\"";
+  const CommandResult result = CommandRunner::run("/bin/sh", {"-c", script}, 60);
+  ::umask(before);
+  EXPECT_EQ(result.stdout.bytes(), "700\n");
 }
 
 TEST_F(CommandRunnerTest, AnOverrunningToolIsStopped) {

@@ -1,5 +1,7 @@
 #include <unistd.h>
 
+#include <cstdlib>
+
 #include "tests/whole/whole_update.hpp"
 
 namespace fs = std::filesystem;
@@ -20,6 +22,13 @@ TEST_F(CompleteUpdateTest, ADigestInUpperCase) {
   for (char& digit : plan.expectedSHA256)
     digit = static_cast<char>(std::toupper(digit));
   expectUpdated(run());
+}
+
+TEST_F(CompleteUpdateTest, NoConfigurationThatTheEnvironmentNamesIsRead) {
+  // With this one, the library would know no digest.
+  test::writeFile(home / "configuration",
+                  "openssl_conf = a\n[a]\nproviders = b\n[b]\nbase = c\n[c]\nactivate = 1\n");
+  expectUpdated(run([this] { ::setenv("OPENSSL_CONF", (home / "configuration").c_str(), 1); }));
 }
 
 TEST_F(CompleteUpdateTest, ARelativeTarget) {
@@ -48,6 +57,18 @@ TEST_F(CompleteUpdateTest, ATargetThatIsALinkIsReplacedByTheApplicationItself) {
   expectUpdated(run());
   EXPECT_FALSE(fs::is_symlink(target));
   EXPECT_EQ(test::inventory(real), before);
+}
+
+TEST_F(CompleteUpdateTest, AnApplicationThatIsALinkInTheImageIsInstalledAsItself) {
+  const fs::path elsewhere = home / "elsewhere" / target.filename();
+  fs::create_directory(elsewhere.parent_path());
+  fs::copy(SampleUpdates::shared().application("2.0"), elsewhere,
+           fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  fs::create_directory(home / "links");
+  fs::create_directory_symlink(elsewhere, home / "links" / target.filename());
+  offer(home / "links" / target.filename());
+  expectUpdated(run());
+  EXPECT_FALSE(fs::is_symlink(target));
 }
 
 TEST_F(CompleteUpdateTest, AnImageThatCannotBeDetachedChangesNothing) {

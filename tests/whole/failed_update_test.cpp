@@ -231,6 +231,17 @@ TEST_F(FailedUpdateTest, ANewApplicationThatDoesNotStart) {
   EXPECT_EQ(starts(1), std::vector<std::string>{"1.0"});
 }
 
+TEST_F(FailedUpdateTest, ARelativeTargetIsTheSameAfterTheWorkingDirectoryHasMovedWithTheApplication) {
+  offer(SampleUpdates::shared().brokenApplication());
+  plan.targetAppPath = "..";
+  expectRefusedBeginning(run([this] {
+                           if (::chdir((target / "Contents").c_str()) != 0)
+                             ::_exit(98);
+                         }),
+                         kNotReplaced);
+  EXPECT_EQ(starts(1), std::vector<std::string>{"1.0"});
+}
+
 TEST_F(FailedUpdateTest, APlanWhoseTargetEndsInDotsLosesNothingEither) {
   offer(SampleUpdates::shared().brokenApplication());
   writeFile(applications / "Neighbour.app/file", "kept");

@@ -70,6 +70,15 @@ std::string successMessage(const InstallPlan& plan) {
          plan.expectedBuild + ").";
 }
 
+/// Reads the plan, with its paths made absolute: the working directory may lie in the application, whose
+/// place changes in the exchange.
+InstallPlan readPlan(const URL& planURL) {
+  auto plan = platform::JSONDecoder().decode<InstallPlan>(Data::contentsOf(planURL));
+  for (std::string* path : {&plan.dmgPath, &plan.targetAppPath, &plan.statusPath})
+    *path = URL::fileURLWithPath(*path).path();
+  return plan;
+}
+
 /// Tells the caller that the updater goes on alone, and goes on once the caller has ended.
 URL takeOverAndInstall(const InstallPlan& plan, const Arguments& arguments) {
   if (arguments.readyURL)
@@ -87,7 +96,7 @@ void main() {
   InstallPlan plan;
   try {
     arguments = parseArguments();
-    plan = platform::JSONDecoder().decode<InstallPlan>(Data::contentsOf(arguments->planURL));
+    plan = readPlan(arguments->planURL);
   } catch (...) {
     endEarly(FailureDescription());
   }

@@ -13,6 +13,10 @@ using platform::NSPropertyListSerialization;
 using platform::PropertyList;
 using platform::URL;
 
+/// The code check takes no larger one either. What is read here is not verified yet, and may be a link to
+/// something without an end.
+constexpr std::size_t kLargestInformation = 1U << 20U;
+
 InstallerError missingOrInvalid() {
   return InstallerError::invalidApplication("Info.plist is missing or invalid.");
 }
@@ -21,7 +25,7 @@ PropertyList readInfo(const URL& bundle) {
   try {
     const URL file = bundle.appendingPathComponent("Contents/Info.plist");
     return NSPropertyListSerialization::propertyListWithData(
-        Data::contentsOf(file, DataReadingOptions::uncached));
+        Data::contentsOf(file, DataReadingOptions::uncached, kLargestInformation));
   } catch (const platform::Error&) {
     throw missingOrInvalid();
   }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -202,6 +203,20 @@ class TreeCopy {
   WorkerPool pool_;
 };
 
+/// The item that `url` stands for: what is at the end of all links, where it is a link.
+URL resolved(const URL& url) {
+  struct stat status {};
+  if (::lstat(url.path().c_str(), &status) != 0 || !S_ISLNK(status.st_mode))
+    return url;
+  struct Free {
+    void operator()(char* memory) const noexcept { std::free(memory); }
+  };
+  const std::unique_ptr<char, Free> path(::realpath(url.path().c_str(), nullptr));
+  if (path == nullptr)
+    throw SystemError(quoted(url.path()) + " could not be examined", errno);
+  return URL::fileURLWithPath(path.get());
+}
+
 FileDescriptor openParent(const URL& url) {
   return FileDescriptor::open(url.deletingLastPathComponent(), O_PATH | O_DIRECTORY);
 }
@@ -209,11 +224,14 @@ FileDescriptor openParent(const URL& url) {
 }  // namespace
 
 void copyTree(const URL& source, const URL& destination) {
-  const FileDescriptor sourceParent = openParent(source);
+  const URL origin = resolved(source);
+  const FileDescriptor sourceParent = openParent(origin);
   const FileDescriptor destinationParent = openParent(destination);
-  const Item from{sourceParent, source.lastPathComponent(), source.path()};
+  const Item from{sourceParent, origin.lastPathComponent(), origin.path()};
   const Item to{destinationParent, destination.lastPathComponent(), destination.path()};
   const struct stat status = statusOf(from);
+  if (S_ISLNK(status.st_mode))
+    throw Error(quoted(origin.path()) + " changed while it was being copied.");
   if (!S_ISDIR(status.st_mode))
     return copySingle(from, status, to);
   requireOutside(from, status, to);

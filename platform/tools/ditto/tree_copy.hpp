@@ -4,10 +4,11 @@
 
 namespace platform::ditto {
 
-/// Copies the file, symbolic link or directory tree `source` to `destination`, at which nothing may be yet,
-/// with everything that belongs to it: modes, times, links as they are, hard links within the tree, extended
-/// attributes and access control lists, holes. Links are never followed, other kinds of files are refused,
-/// and whatever is made is made anew, inside the destination.
+/// Copies the file or directory tree `source` to `destination`, at which nothing may be yet, with everything
+/// that belongs to it: modes, times, links as they are, hard links within the tree, extended attributes and
+/// access control lists, holes. A source that is a link counts as what it leads to, so that the copy never
+/// depends on another place; in the tree, links are never followed. Other kinds of files are refused, and
+/// whatever is made is made anew, inside the destination.
 ///
 /// Throws `Error`: one sentence that names the item and the reason. What has been copied until then stays for
 /// the caller to remove. Works at any depth with a bounded number of descriptors; memory is bounded by the

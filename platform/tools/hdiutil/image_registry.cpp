@@ -90,6 +90,17 @@ std::string_view wholeDisk(std::string_view device) {
   return isSlice && isDeviceName(device.substr(0, end)) ? device.substr(0, end) : std::string_view();
 }
 
+bool isPrivateDirectory(const struct stat& status) {
+  return S_ISDIR(status.st_mode) && status.st_uid == ::geteuid() &&
+         (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+}
+
+/// True where something lies that cannot be the registry of this user.
+bool isTaken(const URL& location) {
+  struct stat status {};
+  return ::lstat(systemPath(location), &status) == 0 && !isPrivateDirectory(status);
+}
+
 FileDescriptor openPrivateDirectory(const URL& location) {
   if (::mkdir(systemPath(location), 0700) != 0 && errno != EEXIST)
     throw SystemError("The directory " + quoted(location.path()) + " could not be created", errno);
@@ -97,7 +108,7 @@ FileDescriptor openPrivateDirectory(const URL& location) {
   struct stat status {};
   if (::fstat(directory.get(), &status) != 0)
     throw SystemError(quoted(location.path()) + " could not be examined", errno);
-  if (status.st_uid != ::geteuid() || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+  if (!isPrivateDirectory(status))
     throw ImageError("the directory " + quoted(location.path()) + " does not belong to this user alone.");
   return directory;
 }
@@ -248,9 +259,22 @@ std::string mountName(const std::string& volumeName) {
   return name.empty() || name == "." || name == ".." ? "Untitled" : name;
 }
 
+URL registryLocation(const URL& temporaryDirectory) {
+  const std::string name = "quorin-images-" + std::to_string(::geteuid());
+  URL usual = temporaryDirectory.appendingPathComponent(name);
+  if (!isTaken(usual))
+    return usual;
+  // Somebody else may take any name, but can make nothing that belongs to this user.
+  std::vector<std::string> others = namesIn(FileDescriptor::open(temporaryDirectory, O_RDONLY | O_DIRECTORY));
+  std::erase_if(others, [&](const std::string& other) {
+    return !other.starts_with(name + "-") || isTaken(temporaryDirectory.appendingPathComponent(other));
+  });
+  return temporaryDirectory.appendingPathComponent(
+      others.empty() ? name + "-" + UUID().uuidString() : *std::min_element(others.begin(), others.end()));
+}
+
 URL registryLocation() {
-  return NSFileManager::defaultManager().temporaryDirectory().appendingPathComponent(
-      "quorin-images-" + std::to_string(::geteuid()));
+  return registryLocation(NSFileManager::defaultManager().temporaryDirectory());
 }
 
 }  // namespace platform::hdiutil

@@ -60,7 +60,11 @@ class ImageRegistry {
 /// The name of a volume as the last component of a path.
 std::string mountName(const std::string& volumeName);
 
-/// Where the registry of the user who runs this program is.
+/// Where the registry of the user who runs this program is: in the temporary directory, under a name made of
+/// the user's number. Where somebody else has taken that name, it is another one that begins with it.
 URL registryLocation();
+
+/// The same for another temporary directory.
+URL registryLocation(const URL& temporaryDirectory);
 
 }  // namespace platform::hdiutil

@@ -109,8 +109,10 @@ void TreeWriter::setMetadata(const std::string& path, const EntryMetadata& metad
   close();
   const Place place = find(path);
   // Links are not changed by permissions, and no other entry of ours leads anywhere.
+  // Everything here is this user's: what is meant to run as its owner would run as this user, for anybody.
+  const mode_t permissions = metadata.permissions & (S_IRWXU | S_IRWXG | S_IRWXO);
   if (!metadata.isSymbolicLink)
-    require(::fchmodat(place.folder.get(), place.name.c_str(), metadata.permissions, 0), path);
+    require(::fchmodat(place.folder.get(), place.name.c_str(), permissions, 0), path);
   const std::array<timespec, 2> times{
       timespec{.tv_sec = 0, .tv_nsec = UTIME_OMIT},
       timespec{.tv_sec = metadata.modified.seconds, .tv_nsec = metadata.modified.nanoseconds}};

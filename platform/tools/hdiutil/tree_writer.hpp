@@ -43,7 +43,7 @@ class TreeWriter {
   /// Writes a part of a file that was made here. The file written last stays open for the next part.
   void write(const std::string& path, std::uint64_t offset, std::span<const char> bytes);
 
-  /// The root itself has the path ".".
+  /// The root itself has the path ".". Bits that would give away a user's or group's rights are not set.
   void setMetadata(const std::string& path, const EntryMetadata& metadata);
 
   /// Where an entry is: the folder that holds it, open until the next call, and its name in there.

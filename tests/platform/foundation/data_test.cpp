@@ -79,9 +79,11 @@ TEST(DataTest, AFailureLeavesTheOldFileAndNoOther) {
   const test::TemporaryDirectory directory;
   test::writeFile(directory / "file", "old");
   fs::create_directory(directory / "directory");
+  fs::create_directory_symlink("directory", directory / "link");
   EXPECT_EQ(::mkfifo((directory / "fifo").c_str(), 0600), 0);
   const auto before = test::inventory(directory.path());
   EXPECT_EQ(write(directory / "directory", "x"), EISDIR);
+  EXPECT_EQ(write(directory / "link", "x"), EISDIR);
   EXPECT_EQ(write(directory / "fifo", "x"), EEXIST);
   EXPECT_EQ(write(directory / "missing/file", "x"), ENOENT);
   for (const long call : {SYS_write, SYS_fsync, SYS_renameat, SYS_fchmod})

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -200,6 +201,22 @@ TEST_F(FileManagerTest, RemovesWhatTheOwnerHadClosedToHimself) {
             }),
             0);
   EXPECT_FALSE(fs::exists(directory / "tree"));
+}
+
+TEST_F(FileManagerTest, WhatIsMountedInATreeIsNotRemoved) {
+  const fs::path place = directory / "tree/mounted";
+  fs::create_directories(place);
+  const int result = test::inChild([&] {
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("none", place.c_str(), "tmpfs", 0, nullptr) != 0)
+      return -1;
+    writeFile(place / "folder/file", "of somebody else");
+    const int failure = failureOf([&] { manager().removeItemAtURL(url(directory / "tree")); });
+    return fs::exists(place / "folder/file") ? failure : 0;
+  });
+  if (result < 0 || result == 255)
+    GTEST_SKIP() << "nothing can be mounted";
+  EXPECT_EQ(result, EBUSY);
 }
 
 TEST_F(FileManagerTest, MovesNeverOverwrite) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/foundation/error.hpp"
+
 using platform::canonicallyEquivalent;
 using platform::CharacterSet;
 using platform::Data;
@@ -17,6 +19,16 @@ TEST(TextTest, OnlyValidUTF8IsText) {
   for (const char* bytes : {"\xFF", "\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "a\x80"})
     EXPECT_FALSE(stringFromUTF8(Data(bytes))) << bytes;
   EXPECT_EQ(stringFromUTF8(Data(std::string("a\0b", 3))), std::string("a\0b", 3));
+}
+
+TEST(TextTest, ANameInASentenceCannotBreakOutOfIt) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"caf\xC3\xA9 \xF0\x9F\x98\x80 \"x\"", "caf\xC3\xA9 \xF0\x9F\x98\x80 \"x\""},
+      {"a\n\x1B[2J\x7F", "a\\x0A\\x1B[2J\\x7F"},
+      {"\xC2\x85\xE2\x80\xA8\xE2\x80\xAE", "\\xC2\\x85\\xE2\\x80\\xA8\\xE2\\x80\\xAE"},
+      {std::string("\0\xFF", 2), "\\x00\\xFF"}};
+  for (const auto& [name, shown] : cases)
+    EXPECT_EQ(platform::quoted(name), '"' + shown + '"');
 }
 
 TEST(TextTest, TrimsWhiteSpaceOfAllKindsAtBothEndsOnly) {

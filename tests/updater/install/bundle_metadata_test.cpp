@@ -43,7 +43,8 @@ TEST(BundleMetadataTest, EveryDefectIsTheOneError) {
       dictionary(kIdentifier + kBuild),
       dictionary(kVersion + kBuild),
       dictionary(kIdentifier + kVersion + "<key>CFBundleVersion</key><integer>7</integer>"),
-      dictionary(kIdentifier + kVersion + "<key>CFBundleVersion</key><data>eA==</data>")};
+      dictionary(kIdentifier + kVersion + "<key>CFBundleVersion</key><data>eA==</data>"),
+      dictionary(kIdentifier + kVersion + kBuild + std::string(1 << 20U, ' '))};
   for (const std::string& list : cases) {
     try {
       metadataOf(list);

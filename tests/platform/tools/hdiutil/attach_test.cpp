@@ -202,6 +202,7 @@ TEST(HfsPlusTest, WhatOnlyThisFileSystemHas) {
   builder.addFile(folder, u"large", "",
                   {.resource = compressedFork(large), .compression = decmpfs(4, large.size(), "")});
   builder.addFile(folder, u"old", "made without modes", {.mode = 0});
+  builder.addFile(folder, u"owner's", "runs as its owner", {.mode = 0106755});
   for (const char16_t* name : {u".journal", u".journal_info_block"})
     builder.addFile(test::kRootFolder, name, "housekeeping");
   builder.addFile(builder.addFolder(test::kRootFolder, u".fseventsd"), u"log", "housekeeping");
@@ -227,6 +228,7 @@ TEST(HfsPlusTest, WhatOnlyThisFileSystemHas) {
       {"folder/plain", "file 644 " + text},
       {"folder/large", "file 644 " + test::digestWhereLong(large)},
       {"folder/old", "file 644 made without modes"},
+      {"folder/owner's", "file 755 runs as its owner"},
   };
   EXPECT_EQ(test::inventory(attached.mountPoint), expected);
   EXPECT_EQ(fs::hard_link_count(attached.mountPoint / "one"), 2U);

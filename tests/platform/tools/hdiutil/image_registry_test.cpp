@@ -190,6 +190,25 @@ TEST_F(ImageRegistryTest, OnlyAPrivateDirectoryOfThisUserIsUsed) {
   EXPECT_EQ(images_.attach(image()).failure, "");
 }
 
+TEST_F(ImageRegistryTest, ANameThatIsTakenDoesNotKeepTheUserFromAttaching) {
+  const auto location = [&] {
+    return fs::path(
+        platform::hdiutil::registryLocation(platform::URL::fileURLWithPath(directory_.path().native()))
+            .path());
+  };
+  const fs::path usual = location();
+  EXPECT_EQ(usual, directory_ / ("quorin-images-" + std::to_string(::geteuid())));
+  for (const fs::path& taken : {usual, fs::path(usual.native() + "-1"), fs::path(usual.native() + "-2")}) {
+    fs::create_directory(taken);
+    fs::permissions(taken, fs::perms(0755));
+  }
+  const fs::path other = location();
+  EXPECT_THAT(other.native(), StartsWith(usual.native() + "-"));
+  EXPECT_FALSE(fs::exists(other));
+  const platform::hdiutil::ImageRegistry registry(platform::URL::fileURLWithPath(other.native()));
+  EXPECT_EQ(location(), other);
+}
+
 TEST(MountNameTest, IsTheVolumesNameAsAPathComponent) {
   const std::pair<std::string, std::string> cases[] = {
       {"Quorin Ostreval", "Quorin Ostreval"},
