@@ -148,10 +148,11 @@ CertificateRequest intermediateRequest(ChainDefect defect) {
   if (defect == ChainDefect::pathTooLong) {
     request.subject.commonName = "Throw-away Authority for Leaves";
     request.extensions.front().value = "critical,CA:TRUE,pathlen:0";
-  } else if (defect == ChainDefect::extensionsSwapped)
-    request.markers.push_back(kLeafExtension);
-  else if (defect != ChainDefect::intermediateWithoutExtension)
+  } else if (defect != ChainDefect::intermediateWithoutExtension) {
     request.markers.push_back(kIntermediateExtension);
+  }
+  if (defect == ChainDefect::leafExtensionInIntermediate)
+    request.markers.push_back(kLeafExtension);
   if (defect == ChainDefect::unknownCriticalExtensionInIntermediate)
     request.markers.push_back(kUnknownExtension);
   return request;
@@ -173,10 +174,10 @@ CertificateRequest leafRequest(const ChainOptions& options, ChainDefect defect) 
     request.extensions.push_back({NID_ext_key_usage, defect == ChainDefect::leafWithoutCodeSigningUsage
                                                          ? "critical,emailProtection"
                                                          : "critical,codeSigning"});
-  if (defect == ChainDefect::extensionsSwapped)
-    request.markers.push_back(kIntermediateExtension);
-  else if (defect != ChainDefect::leafWithoutExtension)
+  if (defect != ChainDefect::leafWithoutExtension)
     request.markers.push_back(kLeafExtension);
+  if (defect == ChainDefect::intermediateExtensionInLeaf)
+    request.markers.push_back(kIntermediateExtension);
   if (defect == ChainDefect::unknownCriticalExtensionInLeaf)
     request.markers.push_back(kUnknownExtension);
   return request;

@@ -20,8 +20,9 @@ enum class ChainDefect {
   none,
   intermediateWithoutExtension,
   leafWithoutExtension,
-  /// The leaf carries the intermediate's private extension, and the other way round.
-  extensionsSwapped,
+  /// The leaf carries the intermediate's private extension besides its own, or the other way round.
+  intermediateExtensionInLeaf,
+  leafExtensionInIntermediate,
   leafWithoutCodeSigningUsage,
   /// The leaf says of no usage that it is meant for it.
   leafWithoutUsage,

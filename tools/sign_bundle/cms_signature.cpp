@@ -116,10 +116,10 @@ void setContentType(CMS_ContentInfo& message, int identifier) {
   succeeded(::CMS_set1_eContentType(&message, ::OBJ_nid2obj(identifier)), kStep);
 }
 
-void addTimeStamp(CMS_SignerInfo& signer, std::string_view bytes, const Signer& authority,
-                  std::time_t moment) {
-  const Attribute token =
-      attribute(kTimeStampToken, V_ASN1_SEQUENCE, {makeTimeStampToken(bytes, authority, moment)});
+void addTimeStamp(CMS_SignerInfo& signer, std::string_view bytes, const Signer& authority, std::time_t moment,
+                  std::size_t count) {
+  const std::vector<std::string> tokens(count, makeTimeStampToken(bytes, authority, moment));
+  const Attribute token = attribute(kTimeStampToken, V_ASN1_SEQUENCE, tokens);
   succeeded(::CMS_unsigned_add1_attr(&signer, token.get()), "Adding the time stamp");
 }
 
@@ -153,9 +153,10 @@ std::string signCodeDirectories(const std::vector<SignedCodeDirectory>& director
     setContentType(*message, NID_pkcs7_data);
   const std::string value = signatureValueOf(*signer);
   if (options.timeStamp == TimeStamp::yes)
-    addTimeStamp(*signer, value, identity.timeStampAuthority, moment);
+    addTimeStamp(*signer, value, identity.timeStampAuthority, moment, 1);
   if (defect == SignatureDefect::otherTimeStamp)
-    addTimeStamp(*signer, value + "other", identity.timeStampAuthority, moment);
+    // The longer attribute comes to stand behind a good one.
+    addTimeStamp(*signer, value + "other", identity.timeStampAuthority, moment, 2);
   return encoded(*message, ::i2d_CMS_ContentInfo, kStep);
 }
 

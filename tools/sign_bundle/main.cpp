@@ -26,8 +26,8 @@ constexpr const char* kHelp =
     R"(Signs code for tests and demonstrations, in the format of Developer ID signatures.
 
 sign_bundle make-chain DIRECTORY --team TEAM [--name NAME] [--keys rsa|ec] [--defect DEFECT]
-    DEFECT: intermediate-without-extension, leaf-without-extension, extensions-swapped,
-    leaf-without-code-signing-usage, leaf-without-usage, leaf-key-not-for-signing, leaf-with-weak-key,
+    DEFECT: intermediate-without-extension, leaf-without-extension,
+    intermediate-extension-in-leaf, leaf-extension-in-intermediate, leaf-without-code-signing-usage, leaf-without-usage, leaf-key-not-for-signing, leaf-with-weak-key,
     leaf-with-two-teams, unknown-critical-extension-in-leaf, unknown-critical-extension-in-intermediate,
     self-signed-leaf, leaf-as-issuer, path-too-long, without-intermediate, expired
 
@@ -57,7 +57,8 @@ void runMakeChain(const std::vector<std::string>& words) {
       "--defect",
       {{"intermediate-without-extension", ChainDefect::intermediateWithoutExtension},
        {"leaf-without-extension", ChainDefect::leafWithoutExtension},
-       {"extensions-swapped", ChainDefect::extensionsSwapped},
+       {"intermediate-extension-in-leaf", ChainDefect::intermediateExtensionInLeaf},
+       {"leaf-extension-in-intermediate", ChainDefect::leafExtensionInIntermediate},
        {"leaf-without-code-signing-usage", ChainDefect::leafWithoutCodeSigningUsage},
        {"leaf-without-usage", ChainDefect::leafWithoutUsage},
        {"leaf-key-not-for-signing", ChainDefect::leafKeyNotForSigning},

@@ -35,7 +35,8 @@ TEST(CertificateChain, aDefectiveOneIsRefusedWithTheRightStatus) {
   for (const Defect& defect :
        {Defect{"intermediate-without-extension", errSecCSReqFailed},
         {"leaf-without-extension", errSecCSReqFailed},
-        {"extensions-swapped"},
+        {"intermediate-extension-in-leaf"},
+        {"leaf-extension-in-intermediate"},
         {"leaf-without-code-signing-usage", errSecCSSignatureFailed, "for signing code"},
         {"leaf-without-usage", errSecCSSignatureFailed, "for signing code"},
         {"leaf-key-not-for-signing", errSecCSSignatureFailed, "for signing code"},
@@ -105,6 +106,17 @@ TEST(CertificateChain, codeSignedByNobodyIsValidButNeverAnchored) {
   EXPECT_EQ(workshop.judge(application, "anchor apple generic").status, errSecCSReqFailed);
 }
 
+TEST(CMSSignature, whatFollowsBehindItIsRefused) {
+  const SigningWorkshop workshop;
+  const fs::path application = workshop.signedPlainApplication();
+  const fs::path signature = application / "Contents/_CodeSignature/CodeSignature";
+  std::string blob = test::readFile(signature) + "x";
+  blob[6] = static_cast<char>(blob.size() >> 8U);
+  blob[7] = static_cast<char>(blob.size());
+  test::writeFile(signature, blob);
+  EXPECT_THAT(workshop.judge(application).sentence, testing::HasSubstr("is no signed data"));
+}
+
 TEST(CertificateChain, aSignatureWithoutItsSignerIsRefused) {
   const SigningWorkshop workshop;
   const fs::path application = workshop.signedPlainApplication();
@@ -151,9 +163,13 @@ TEST(TrustAnchors, whatOthersMayHaveChangedIsRefused) {
   fs::rename(file, workshop / "root.pem");
   fs::create_symlink(workshop / "root.pem", file);
   EXPECT_TRUE(isRefused()) << "a link";
-  fs::remove(file);
-  fs::copy_file(workshop.chain().directory() / "leaf.pem", file);
-  EXPECT_TRUE(isRefused()) << "a certificate that is no root";
+  const SigningWorkshop selfSigned({"--defect", "self-signed-leaf"});
+  for (const fs::path& certificate :
+       {workshop.chain().directory() / "chain.pem", selfSigned.chain().directory() / "leaf.pem"}) {
+    fs::remove(file);
+    fs::copy_file(certificate, file);
+    EXPECT_TRUE(isRefused()) << "a certificate that is no root: " << certificate;
+  }
   test::writeFile(file, "text");
   EXPECT_TRUE(isRefused()) << "no certificate";
 }
