@@ -31,7 +31,7 @@ constexpr Validity kPast{"20100101000000Z", "20141231235959Z"};
 struct Subject {
   std::string commonName;
   std::string organization = kAuthorityName;
-  std::string organizationalUnit = {};
+  std::vector<std::string> organizationalUnits = {};
 };
 
 struct ExtensionText {
@@ -56,7 +56,9 @@ const std::vector<ExtensionText> kAuthorityExtensions = {{NID_basic_constraints,
                                                          {NID_key_usage, "critical,keyCertSign,cRLSign"}};
 
 Key makeKey(KeyKind kind) {
-  return checked<Key>(kind == KeyKind::rsa ? EVP_RSA_gen(2048) : EVP_EC_gen("P-256"), "Making a key");
+  return checked<Key>(kind == KeyKind::ellipticCurve ? EVP_EC_gen("P-256")
+                                                     : EVP_RSA_gen(kind == KeyKind::weak ? 1024U : 2048U),
+                      "Making a key");
 }
 
 void addName(X509_NAME& name, const char* field, const std::string& value) {
@@ -69,7 +71,8 @@ void addName(X509_NAME& name, const char* field, const std::string& value) {
 void setSubject(X509& certificate, const Subject& subject) {
   X509_NAME& name = *::X509_get_subject_name(&certificate);
   addName(name, "CN", subject.commonName);
-  addName(name, "OU", subject.organizationalUnit);
+  for (const std::string& unit : subject.organizationalUnits)
+    addName(name, "OU", unit);
   addName(name, "O", subject.organization);
   addName(name, "C", kCountry);
 }
@@ -141,30 +144,40 @@ CertificateRequest intermediateRequest(ChainDefect defect) {
   CertificateRequest request{.subject = {"Throw-away Developer ID Certification Authority"},
                              .validity = defect == ChainDefect::expired ? kPast : kPresent,
                              .extensions = kAuthorityExtensions};
-  if (defect == ChainDefect::extensionsSwapped)
-    request.markers.push_back(kLeafExtension);
-  else if (defect != ChainDefect::intermediateWithoutExtension)
+  // Further up than right above the leaf, the private extension would be out of place.
+  if (defect == ChainDefect::pathTooLong) {
+    request.subject.commonName = "Throw-away Authority for Leaves";
+    request.extensions.front().value = "critical,CA:TRUE,pathlen:0";
+  } else if (defect != ChainDefect::intermediateWithoutExtension) {
     request.markers.push_back(kIntermediateExtension);
+  }
+  if (defect == ChainDefect::leafExtensionInIntermediate)
+    request.markers.push_back(kLeafExtension);
   if (defect == ChainDefect::unknownCriticalExtensionInIntermediate)
     request.markers.push_back(kUnknownExtension);
   return request;
 }
 
-CertificateRequest leafRequest(const ChainOptions& options) {
-  const ChainDefect defect = options.defect;
+CertificateRequest leafRequest(const ChainOptions& options, ChainDefect defect) {
   CertificateRequest request{
-      .subject = {"Developer ID Application: " + options.name + " (" + options.team + ")", options.name,
-                  options.team},
+      .subject = {"Developer ID Application: " + options.name + " (" + options.team + ")",
+                  options.name,
+                  {options.team}},
       .validity = defect == ChainDefect::expired ? kPast : kPresent,
-      .extensions = {{NID_basic_constraints, "critical,CA:FALSE"},
-                     {NID_key_usage, "critical,digitalSignature"}}};
-  request.extensions.push_back({NID_ext_key_usage, defect == ChainDefect::leafWithoutCodeSigningUsage
-                                                       ? "critical,emailProtection"
-                                                       : "critical,codeSigning"});
-  if (defect == ChainDefect::extensionsSwapped)
-    request.markers.push_back(kIntermediateExtension);
-  else if (defect != ChainDefect::leafWithoutExtension)
+      .extensions = {
+          {NID_basic_constraints, "critical,CA:FALSE"},
+          {NID_key_usage, defect == ChainDefect::leafKeyNotForSigning ? "critical,keyAgreement"
+                                                                      : "critical,digitalSignature"}}};
+  if (defect == ChainDefect::leafWithTwoTeams)
+    request.subject.organizationalUnits.emplace_back("OTHERTEAM1");
+  if (defect != ChainDefect::leafWithoutUsage)
+    request.extensions.push_back({NID_ext_key_usage, defect == ChainDefect::leafWithoutCodeSigningUsage
+                                                         ? "critical,emailProtection"
+                                                         : "critical,codeSigning"});
+  if (defect != ChainDefect::leafWithoutExtension)
     request.markers.push_back(kLeafExtension);
+  if (defect == ChainDefect::intermediateExtensionInLeaf)
+    request.markers.push_back(kIntermediateExtension);
   if (defect == ChainDefect::unknownCriticalExtensionInLeaf)
     request.markers.push_back(kUnknownExtension);
   return request;
@@ -225,19 +238,21 @@ void makeChain(const platform::URL& directory, const ChainOptions& options) {
   const Authority root =
       makeAuthority({{"Throw-away Root CA"}, kPresent, kAuthorityExtensions}, options.keys, nullptr);
   const Authority intermediate = makeAuthority(intermediateRequest(options.defect), options.keys, &root);
-  Authority leaf =
-      makeAuthority(leafRequest(options), options.keys, issuerOfLeaf(options.defect, root, intermediate));
+  const KeyKind leafKey = options.defect == ChainDefect::leafWithWeakKey ? KeyKind::weak : options.keys;
+  Authority leaf = makeAuthority(leafRequest(options, options.defect), leafKey,
+                                 issuerOfLeaf(options.defect, root, intermediate));
 
   writeCertificates(directory.appendingPathComponent("root.pem"), {root.certificate.get()});
   std::vector<X509*> above = {intermediate.certificate.get(), root.certificate.get()};
-  std::optional<Authority> goodLeaf;
-  if (options.defect == ChainDefect::leafAsIssuer) {
-    // Without its private extension nothing but its being a leaf keeps it from issuing.
-    ChainOptions plain = options;
-    plain.defect = ChainDefect::leafWithoutExtension;
-    goodLeaf = makeAuthority(leafRequest(plain), options.keys, &intermediate);
-    leaf = makeAuthority(leafRequest(options), options.keys, &*goodLeaf);
-    above.insert(above.begin(), goodLeaf->certificate.get());
+  std::optional<Authority> between;
+  if (options.defect == ChainDefect::leafAsIssuer || options.defect == ChainDefect::pathTooLong) {
+    // Without its private extension nothing but its being a leaf keeps a leaf from issuing.
+    between = makeAuthority(options.defect == ChainDefect::pathTooLong
+                                ? intermediateRequest(ChainDefect::none)
+                                : leafRequest(options, ChainDefect::leafWithoutExtension),
+                            options.keys, &intermediate);
+    leaf = makeAuthority(leafRequest(options, options.defect), options.keys, &*between);
+    above.insert(above.begin(), between->certificate.get());
   }
   if (options.defect == ChainDefect::withoutIntermediate)
     above.erase(above.begin());

@@ -8,22 +8,36 @@
 
 namespace sign_bundle {
 
-enum class KeyKind { rsa, ellipticCurve };
+enum class KeyKind {
+  rsa,
+  ellipticCurve,
+  /// RSA of 1024 bits.
+  weak,
+};
 
 /// One way in which a chain differs from a good one, for tests of what judges it.
 enum class ChainDefect {
   none,
   intermediateWithoutExtension,
   leafWithoutExtension,
-  /// The leaf carries the intermediate's private extension, and the other way round.
-  extensionsSwapped,
+  /// The leaf carries the intermediate's private extension besides its own, or the other way round.
+  intermediateExtensionInLeaf,
+  leafExtensionInIntermediate,
   leafWithoutCodeSigningUsage,
+  /// The leaf says of no usage that it is meant for it.
+  leafWithoutUsage,
+  leafKeyNotForSigning,
+  leafWithWeakKey,
+  /// The leaf names another team behind the first.
+  leafWithTwoTeams,
   unknownCriticalExtensionInLeaf,
   unknownCriticalExtensionInIntermediate,
   /// The leaf signs itself; intermediate and root travel along as if they belonged to it.
   selfSignedLeaf,
   /// Another leaf, good as one, signs the leaf.
   leafAsIssuer,
+  /// An authority whose certificate allows none below it certifies the intermediate.
+  pathTooLong,
   /// The root signs the leaf, with the intermediate left out.
   withoutIntermediate,
   /// Leaf and intermediate ended years ago.

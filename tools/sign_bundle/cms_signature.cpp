@@ -97,36 +97,66 @@ void addBinding(CMS_SignerInfo& signer, const std::vector<SignedCodeDirectory>& 
   }
 }
 
-void addTimeStamp(CMS_SignerInfo& signer, const Signer& authority, std::time_t moment) {
+std::string signatureValueOf(CMS_SignerInfo& signer) {
   const ASN1_OCTET_STRING* value = ::CMS_SignerInfo_get0_signature(&signer);
-  const std::string_view bytes(reinterpret_cast<const char*>(::ASN1_STRING_get0_data(value)),
-                               static_cast<std::size_t>(::ASN1_STRING_length(value)));
-  const Attribute token =
-      attribute(kTimeStampToken, V_ASN1_SEQUENCE, {makeTimeStampToken(bytes, authority, moment)});
+  return {reinterpret_cast<const char*>(::ASN1_STRING_get0_data(value)),
+          static_cast<std::size_t>(::ASN1_STRING_length(value))};
+}
+
+CMS_SignerInfo* addSigner(CMS_ContentInfo& message, const Signer& signer, const EVP_MD* digest,
+                          unsigned flags) {
+  CMS_SignerInfo* added =
+      ::CMS_add1_signer(&message, signer.certificate.get(), signer.key.get(), digest, flags);
+  if (added == nullptr)
+    throw CryptographyError(kStep);
+  return added;
+}
+
+void setContentType(CMS_ContentInfo& message, int identifier) {
+  succeeded(::CMS_set1_eContentType(&message, ::OBJ_nid2obj(identifier)), kStep);
+}
+
+void addTimeStamp(CMS_SignerInfo& signer, std::string_view bytes, const Signer& authority, std::time_t moment,
+                  std::size_t count) {
+  const std::vector<std::string> tokens(count, makeTimeStampToken(bytes, authority, moment));
+  const Attribute token = attribute(kTimeStampToken, V_ASN1_SEQUENCE, tokens);
   succeeded(::CMS_unsigned_add1_attr(&signer, token.get()), "Adding the time stamp");
 }
 
 }  // namespace
 
 std::string signCodeDirectories(const std::vector<SignedCodeDirectory>& directories,
-                                const SigningIdentity& identity, TimeStamp timeStamp,
-                                DirectoryBinding binding) {
-  constexpr unsigned kFlags = CMS_DETACHED | CMS_BINARY | CMS_PARTIAL | CMS_NOSMIMECAP;
+                                const SigningIdentity& identity, const MessageOptions& options) {
+  const SignatureDefect defect = options.defect;
+  const bool hasAttributes = defect != SignatureDefect::withoutSignedAttributes;
+  const unsigned flags = CMS_BINARY | CMS_PARTIAL | CMS_NOSMIMECAP |
+                         (defect == SignatureDefect::carriedContent ? 0U : CMS_DETACHED) |
+                         (hasAttributes ? 0U : CMS_NOATTR);
   const Stream content = readingStream(directories.front().blob);
   const auto message =
-      checked<SignedMessage>(::CMS_sign(nullptr, nullptr, identity.leaf.chain.get(), nullptr, kFlags), kStep);
-  CMS_SignerInfo* signer = ::CMS_add1_signer(message.get(), identity.leaf.certificate.get(),
-                                             identity.leaf.key.get(), ::EVP_sha256(), kFlags);
-  if (signer == nullptr)
-    throw CryptographyError(kStep);
+      checked<SignedMessage>(::CMS_sign(nullptr, nullptr, identity.leaf.chain.get(), nullptr, flags), kStep);
+  if (defect == SignatureDefect::otherContentType)
+    setContentType(*message, NID_pkcs7_signed);
+  CMS_SignerInfo* signer = addSigner(
+      *message, identity.leaf, defect == SignatureDefect::weakDigest ? ::EVP_sha1() : ::EVP_sha256(), flags);
+  if (defect == SignatureDefect::twoSigners)
+    addSigner(*message, identity.timeStampAuthority, ::EVP_sha256(), flags);
 
   const std::time_t moment = statedMoment(*identity.leaf.certificate);
-  addSigningTime(*signer, moment);
-  addBinding(*signer, directories, binding);
+  if (hasAttributes) {
+    addSigningTime(*signer, moment);
+    addBinding(*signer, directories, options.binding);
+  }
 
-  succeeded(::CMS_final(message.get(), content.get(), nullptr, kFlags), kStep);
-  if (timeStamp == TimeStamp::yes)
-    addTimeStamp(*signer, identity.timeStampAuthority, moment);
+  succeeded(::CMS_final(message.get(), content.get(), nullptr, flags), kStep);
+  if (defect == SignatureDefect::otherContentType)
+    setContentType(*message, NID_pkcs7_data);
+  const std::string value = signatureValueOf(*signer);
+  if (options.timeStamp == TimeStamp::yes)
+    addTimeStamp(*signer, value, identity.timeStampAuthority, moment, 1);
+  if (defect == SignatureDefect::otherTimeStamp)
+    // The longer attribute comes to stand behind a good one.
+    addTimeStamp(*signer, value + "other", identity.timeStampAuthority, moment, 2);
   return encoded(*message, ::i2d_CMS_ContentInfo, kStep);
 }
 

@@ -46,8 +46,7 @@ CodeSignature signCode(const CodeDescription& code, const SigningIdentity* ident
       signature.components.insert(*content);
   }
   const std::string message =
-      identity == nullptr ? std::string()
-                          : signCodeDirectories(directories, *identity, options.timeStamp, options.binding);
+      identity == nullptr ? std::string() : signCodeDirectories(directories, *identity, options.message);
   signature.components.emplace(slot::kSignature, makeBlob(magic::kWrapper, message));
 
   const SignedCodeDirectory& strongest = directories.back();
@@ -68,7 +67,7 @@ std::size_t largestSignatureSize(const CodeDescription& code, const SigningIdent
       size += content->second.size();
   }
   if (identity != nullptr)
-    size += options.timeStamp == TimeStamp::yes ? 2 * kRoomForSignature : kRoomForSignature;
+    size += options.message.timeStamp == TimeStamp::yes ? 2 * kRoomForSignature : kRoomForSignature;
   return size;
 }
 

@@ -23,8 +23,7 @@ struct CodeSignature {
 struct SignatureOptions {
   /// Weakest first: the first directory is the one in slot 0, the others are its alternates.
   std::vector<DigestAlgorithm> digests = {DigestAlgorithm::sha256};
-  TimeStamp timeStamp = TimeStamp::no;
-  DirectoryBinding binding = DirectoryBinding::both;
+  MessageOptions message;
 };
 
 /// The designated requirement of code, as the content of its slot; an empty set without an identity.

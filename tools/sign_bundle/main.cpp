@@ -26,15 +26,17 @@ constexpr const char* kHelp =
     R"(Signs code for tests and demonstrations, in the format of Developer ID signatures.
 
 sign_bundle make-chain DIRECTORY --team TEAM [--name NAME] [--keys rsa|ec] [--defect DEFECT]
-    DEFECT: intermediate-without-extension, leaf-without-extension, extensions-swapped,
-    leaf-without-code-signing-usage, unknown-critical-extension-in-leaf,
-    unknown-critical-extension-in-intermediate, self-signed-leaf, leaf-as-issuer,
-    without-intermediate, expired
+    DEFECT: intermediate-without-extension, leaf-without-extension,
+    intermediate-extension-in-leaf, leaf-extension-in-intermediate, leaf-without-code-signing-usage, leaf-without-usage, leaf-key-not-for-signing, leaf-with-weak-key,
+    leaf-with-two-teams, unknown-critical-extension-in-leaf, unknown-critical-extension-in-intermediate,
+    self-signed-leaf, leaf-as-issuer, path-too-long, without-intermediate, expired
 
 sign_bundle sign BUNDLE-OR-MACH-O (--chain DIRECTORY | --ad-hoc) [--identifier IDENTIFIER] [--team TEAM]
     [--hash sha256|sha1+sha256|sha384] [--sealed-hash sha256|sha1+sha256|sha1] [--page-size BYTES]
     [--hardened-runtime] [--entitlements FILE] [--time-stamp] [--without-requirements]
-    [--bind both|list|digests|none]
+    [--bind both|list|digests|none] [--defect DEFECT]
+    DEFECT: two-signers, carried-content, without-signed-attributes, weak-digest, other-content-type,
+    other-time-stamp
 
 sign_bundle make-mach-o FILE --arch ARCHITECTURES [--kind executable|library|bundle] [--text TEXT] [--least-size BYTES]
     [--wide]
@@ -55,12 +57,18 @@ void runMakeChain(const std::vector<std::string>& words) {
       "--defect",
       {{"intermediate-without-extension", ChainDefect::intermediateWithoutExtension},
        {"leaf-without-extension", ChainDefect::leafWithoutExtension},
-       {"extensions-swapped", ChainDefect::extensionsSwapped},
+       {"intermediate-extension-in-leaf", ChainDefect::intermediateExtensionInLeaf},
+       {"leaf-extension-in-intermediate", ChainDefect::leafExtensionInIntermediate},
        {"leaf-without-code-signing-usage", ChainDefect::leafWithoutCodeSigningUsage},
+       {"leaf-without-usage", ChainDefect::leafWithoutUsage},
+       {"leaf-key-not-for-signing", ChainDefect::leafKeyNotForSigning},
+       {"leaf-with-weak-key", ChainDefect::leafWithWeakKey},
+       {"leaf-with-two-teams", ChainDefect::leafWithTwoTeams},
        {"unknown-critical-extension-in-leaf", ChainDefect::unknownCriticalExtensionInLeaf},
        {"unknown-critical-extension-in-intermediate", ChainDefect::unknownCriticalExtensionInIntermediate},
        {"self-signed-leaf", ChainDefect::selfSignedLeaf},
        {"leaf-as-issuer", ChainDefect::leafAsIssuer},
+       {"path-too-long", ChainDefect::pathTooLong},
        {"without-intermediate", ChainDefect::withoutIntermediate},
        {"expired", ChainDefect::expired}},
       options.defect);
@@ -71,7 +79,7 @@ void runSign(const std::vector<std::string>& words) {
   const Arguments arguments(words,
                             {"--ad-hoc", "--hardened-runtime", "--time-stamp", "--without-requirements"},
                             {"--chain", "--identifier", "--team", "--hash", "--sealed-hash", "--page-size",
-                             "--entitlements", "--bind"});
+                             "--entitlements", "--bind", "--defect"});
   const platform::URL code = location(arguments.operand("bundle or Mach-O file"));
   if (arguments.has("--ad-hoc") == arguments.has("--chain"))
     throw UsageError("Either --chain or --ad-hoc is needed.");
@@ -95,13 +103,23 @@ void runSign(const std::vector<std::string>& words) {
   if (arguments.has("--page-size"))
     options.pageSizeExponent =
         arguments.choice<unsigned>("--page-size", {{"unlimited", 0}, {"4096", 12}, {"16384", 14}}, 0);
-  options.signature.timeStamp = arguments.has("--time-stamp") ? TimeStamp::yes : TimeStamp::no;
-  options.signature.binding = arguments.choice<DirectoryBinding>("--bind",
-                                                                 {{"both", DirectoryBinding::both},
-                                                                  {"list", DirectoryBinding::list},
-                                                                  {"digests", DirectoryBinding::digests},
-                                                                  {"none", DirectoryBinding::none}},
-                                                                 options.signature.binding);
+  MessageOptions& message = options.signature.message;
+  message.timeStamp = arguments.has("--time-stamp") ? TimeStamp::yes : TimeStamp::no;
+  message.binding = arguments.choice<DirectoryBinding>("--bind",
+                                                       {{"both", DirectoryBinding::both},
+                                                        {"list", DirectoryBinding::list},
+                                                        {"digests", DirectoryBinding::digests},
+                                                        {"none", DirectoryBinding::none}},
+                                                       message.binding);
+  message.defect = arguments.choice<SignatureDefect>(
+      "--defect",
+      {{"two-signers", SignatureDefect::twoSigners},
+       {"carried-content", SignatureDefect::carriedContent},
+       {"without-signed-attributes", SignatureDefect::withoutSignedAttributes},
+       {"weak-digest", SignatureDefect::weakDigest},
+       {"other-content-type", SignatureDefect::otherContentType},
+       {"other-time-stamp", SignatureDefect::otherTimeStamp}},
+      message.defect);
   options.team = arguments.value("--team");
   options.hardenedRuntime = arguments.has("--hardened-runtime");
   options.withoutRequirements = arguments.has("--without-requirements");

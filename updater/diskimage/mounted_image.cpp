@@ -27,9 +27,11 @@ std::optional<PropertyList> parse(const Data& output) {
   }
 }
 
-/// The last entity that has a mount point, as the list tells it; nothing when the list is of no use.
-std::optional<MountedImage> mountedImage(const PropertyList& list) {
-  const PropertyList* value = list.valueForKey("system-entities");
+}  // namespace
+
+std::optional<MountedImage> mountedImage(const Data& output) {
+  const std::optional<PropertyList> list = parse(output);
+  const PropertyList* value = list ? list->valueForKey("system-entities") : nullptr;
   const PropertyList::Array* entities = value == nullptr ? nullptr : value->array();
   if (entities == nullptr || !std::all_of(entities->begin(), entities->end(),
                                           [](const auto& item) { return item.dictionary() != nullptr; }))
@@ -49,15 +51,11 @@ std::optional<MountedImage> mountedImage(const PropertyList& list) {
   return image;
 }
 
-}  // namespace
-
 MountedImage attach(const URL& image) {
   const auto result =
       run(kTool, {"attach", "-readonly", "-nobrowse", "-plist", image.path()}, kToolTimeLimit);
   if (result.status == 0) {
-    const auto list = parse(result.stdout);
-    const auto mounted = list ? mountedImage(*list) : std::nullopt;
-    if (mounted)
+    if (const auto mounted = mountedImage(result.stdout))
       return *mounted;
   }
   throw InstallerError::invalidDiskImage(text(result.stderr, "Could not mount image."));

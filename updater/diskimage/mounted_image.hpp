@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/foundation/data.hpp"
 #include "platform/foundation/url.hpp"
 
 namespace QuorinOstrevalUpdater {
@@ -18,6 +19,10 @@ struct MountedImage {
 /// when it failed or its answer is of no use, in which case nothing is detached; or what the command runner
 /// threw.
 MountedImage attach(const platform::URL& image);
+
+/// The volume that the tool's answer, a property list, names as mounted; the last of several. Nothing when
+/// the answer is of no use.
+std::optional<MountedImage> mountedImage(const platform::Data& output);
 
 /// Detaches the image, in one attempt. Throws `InstallerError::invalidDiskImage` with the tool's message, or
 /// what the command runner threw; the image is then still attached.

@@ -21,11 +21,10 @@ InstallerError missingOrInvalid() {
   return InstallerError::invalidApplication("Info.plist is missing or invalid.");
 }
 
-PropertyList readInfo(const URL& bundle) {
+template <typename Read>
+auto readingInfo(Read&& read) {
   try {
-    const URL file = bundle.appendingPathComponent("Contents/Info.plist");
-    return NSPropertyListSerialization::propertyListWithData(
-        Data::contentsOf(file, DataReadingOptions::uncached, kLargestInformation));
+    return read();
   } catch (const platform::Error&) {
     throw missingOrInvalid();
   }
@@ -42,7 +41,15 @@ std::string text(const PropertyList& info, std::string_view key) {
 }  // namespace
 
 Metadata metadata(const URL& bundle) {
-  const PropertyList info = readInfo(bundle);
+  return metadata(readingInfo([&] {
+    return Data::contentsOf(bundle.appendingPathComponent("Contents/Info.plist"),
+                            DataReadingOptions::uncached, kLargestInformation);
+  }));
+}
+
+Metadata metadata(const Data& information) {
+  const PropertyList info =
+      readingInfo([&] { return NSPropertyListSerialization::propertyListWithData(information); });
   return {.identifier = text(info, "CFBundleIdentifier"),
           .version = text(info, "CFBundleShortVersionString"),
           .build = text(info, "CFBundleVersion")};

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "platform/foundation/data.hpp"
 #include "platform/foundation/url.hpp"
 
 namespace QuorinOstrevalUpdater {
@@ -16,5 +17,7 @@ struct Metadata {
 /// Reads the Info.plist of `bundle` anew. Throws `InstallerError::invalidApplication` when it cannot be read,
 /// is no dictionary or lacks one of the three values as a text.
 Metadata metadata(const platform::URL& bundle);
+/// The same from the Info.plist's content.
+Metadata metadata(const platform::Data& information);
 
 }  // namespace QuorinOstrevalUpdater

@@ -114,6 +114,8 @@ std::vector<HfsPiece> HfsPlusVolume::pieces(const HfsFork& fork, std::uint32_t f
 std::string HfsPlusVolume::content(const HfsFork& fork, std::uint32_t fileIdentifier) const {
   if (fork.size > kLargestTree)
     throw ImageError("its volume has too many entries.");
+  if (fork.size > length_)
+    ImageBytes({}, kTreeItem).damaged();
   std::string bytes(fork.size, '\0');
   std::uint64_t done = 0;
   for (const HfsPiece& piece : pieces(fork, fileIdentifier, HfsForkKind::data)) {

@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
-
 #include "platform/crypto/digest.hpp"
 #include "platform/foundation/file_manager.hpp"
 #include "platform/security/trust_anchors.hpp"
@@ -27,37 +25,51 @@ URL location(const fs::path& path) {
   return URL::fileURLWithPath(path.native());
 }
 
-struct ChainCase {
-  const char* defect;
-  OSStatus status;
+struct Defect {
+  const char* name;
+  OSStatus status = errSecCSSignatureFailed;
+  const char* reason = "";
 };
 
-class DefectiveChain : public testing::TestWithParam<ChainCase> {};
-
-TEST_P(DefectiveChain, isRefusedWithTheRightStatus) {
-  const SigningWorkshop workshop({"--defect", GetParam().defect});
-  const fs::path application = workshop.signedPlainApplication();
-  const Verdict verdict = workshop.judge(application, test::sampleRequirement());
-  EXPECT_EQ(verdict.status, GetParam().status) << verdict.sentence;
+TEST(CertificateChain, aDefectiveOneIsRefusedWithTheRightStatus) {
+  for (const Defect& defect :
+       {Defect{"intermediate-without-extension", errSecCSReqFailed},
+        {"leaf-without-extension", errSecCSReqFailed},
+        {"intermediate-extension-in-leaf"},
+        {"leaf-extension-in-intermediate"},
+        {"leaf-without-code-signing-usage", errSecCSSignatureFailed, "for signing code"},
+        {"leaf-without-usage", errSecCSSignatureFailed, "for signing code"},
+        {"leaf-key-not-for-signing", errSecCSSignatureFailed, "for signing code"},
+        {"leaf-with-weak-key", errSecCSSignatureFailed, "key too weak"},
+        {"leaf-with-two-teams", errSecCSSignatureFailed, "its team is not"},
+        {"unknown-critical-extension-in-leaf"},
+        {"unknown-critical-extension-in-intermediate"},
+        {"self-signed-leaf"},
+        {"leaf-as-issuer"},
+        {"path-too-long", errSecCSSignatureFailed, "path length constraint exceeded"},
+        {"without-intermediate", errSecCSReqFailed},
+        {"expired", errSecSuccess}}) {
+    const SigningWorkshop workshop({"--defect", defect.name});
+    const Verdict verdict = workshop.judge(workshop.signedPlainApplication(), test::sampleRequirement());
+    EXPECT_EQ(verdict.status, defect.status) << defect.name << ": " << verdict.sentence;
+    EXPECT_THAT(verdict.sentence, testing::HasSubstr(defect.reason)) << defect.name;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Defects, DefectiveChain,
-    testing::Values(ChainCase{"intermediate-without-extension", errSecCSReqFailed},
-                    ChainCase{"leaf-without-extension", errSecCSReqFailed},
-                    ChainCase{"extensions-swapped", errSecCSSignatureFailed},
-                    ChainCase{"leaf-without-code-signing-usage", errSecCSSignatureFailed},
-                    ChainCase{"unknown-critical-extension-in-leaf", errSecCSSignatureFailed},
-                    ChainCase{"unknown-critical-extension-in-intermediate", errSecCSSignatureFailed},
-                    ChainCase{"self-signed-leaf", errSecCSSignatureFailed},
-                    ChainCase{"leaf-as-issuer", errSecCSSignatureFailed},
-                    ChainCase{"without-intermediate", errSecCSReqFailed},
-                    ChainCase{"expired", errSecSuccess}),
-    [](const auto& tested) {
-      std::string name = tested.param.defect;
-      std::replace(name.begin(), name.end(), '-', '_');
-      return name;
-    });
+TEST(CMSSignature, aDefectiveOneIsRefusedWithTheReason) {
+  const SigningWorkshop workshop;
+  for (const auto& [defect, reason] : {std::pair{"two-signers", "not by one signer"},
+                                       {"carried-content", "carries content of its own"},
+                                       {"without-signed-attributes", "not over code"},
+                                       {"other-content-type", "not over code"},
+                                       {"weak-digest", "a digest that is too weak"},
+                                       {"other-time-stamp", "its time stamp is not valid"}}) {
+    const Verdict verdict =
+        workshop.judge(workshop.signedPlainApplication({"--time-stamp", "--defect", defect}));
+    EXPECT_EQ(verdict.status, errSecCSSignatureFailed) << defect;
+    EXPECT_THAT(verdict.sentence, testing::HasSubstr(reason)) << defect;
+  }
+}
 
 TEST(CertificateChain, aChainToAnotherRootIsRefused) {
   const SigningWorkshop trusted;
@@ -92,6 +104,17 @@ TEST(CertificateChain, codeSignedByNobodyIsValidButNeverAnchored) {
   test::runSignBundle({"sign", application.native(), "--ad-hoc"});
   EXPECT_TRUE(workshop.judge(application).accepted());
   EXPECT_EQ(workshop.judge(application, "anchor apple generic").status, errSecCSReqFailed);
+}
+
+TEST(CMSSignature, whatFollowsBehindItIsRefused) {
+  const SigningWorkshop workshop;
+  const fs::path application = workshop.signedPlainApplication();
+  const fs::path signature = application / "Contents/_CodeSignature/CodeSignature";
+  std::string blob = test::readFile(signature) + "x";
+  blob[6] = static_cast<char>(blob.size() >> 8U);
+  blob[7] = static_cast<char>(blob.size());
+  test::writeFile(signature, blob);
+  EXPECT_THAT(workshop.judge(application).sentence, testing::HasSubstr("is no signed data"));
 }
 
 TEST(CertificateChain, aSignatureWithoutItsSignerIsRefused) {
@@ -140,9 +163,13 @@ TEST(TrustAnchors, whatOthersMayHaveChangedIsRefused) {
   fs::rename(file, workshop / "root.pem");
   fs::create_symlink(workshop / "root.pem", file);
   EXPECT_TRUE(isRefused()) << "a link";
-  fs::remove(file);
-  fs::copy_file(workshop.chain().directory() / "leaf.pem", file);
-  EXPECT_TRUE(isRefused()) << "a certificate that is no root";
+  const SigningWorkshop selfSigned({"--defect", "self-signed-leaf"});
+  for (const fs::path& certificate :
+       {workshop.chain().directory() / "chain.pem", selfSigned.chain().directory() / "leaf.pem"}) {
+    fs::remove(file);
+    fs::copy_file(certificate, file);
+    EXPECT_TRUE(isRefused()) << "a certificate that is no root: " << certificate;
+  }
   test::writeFile(file, "text");
   EXPECT_TRUE(isRefused()) << "no certificate";
 }

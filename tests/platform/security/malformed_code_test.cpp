@@ -7,6 +7,7 @@
 #include "platform/security/refusal.hpp"
 #include "tests/platform/security/memory_source.hpp"
 #include "tests/platform/security/signed_sample.hpp"
+#include "tools/sign_bundle/universal_file.hpp"
 
 namespace fs = std::filesystem;
 
@@ -48,15 +49,27 @@ std::string with(std::string bytes, std::size_t offset, std::string_view replace
   return bytes.replace(offset, replacement.size(), replacement);
 }
 
+/// The reason for which something is refused; empty when it is not.
 template <typename Read>
-bool isRefused(Read&& read) {
+std::string refusalOf(Read&& read) {
   try {
     read();
-    return false;
-  } catch (const FormatError&) {
-    return true;
+    return {};
+  } catch (const FormatError& error) {
+    return error.localizedDescription();
   }
 }
+
+template <typename Read>
+bool isRefused(Read&& read) {
+  return !refusalOf(read).empty();
+}
+
+struct Change {
+  const char* reason;
+  std::size_t offset;
+  std::string value;
+};
 
 TEST(MalformedCode, aMachOFileCutAnywhereIsRefused) {
   for (const char* architectures : {"x86_64", "i386", "ppc", "x86_64,arm64"}) {
@@ -78,6 +91,73 @@ TEST(MalformedCode, everyFieldOfTheMachOHeadersAtItsExtremes) {
       }
     }
   }
+}
+
+TEST(MalformedCode, whatAMachOFileMustNotSay) {
+  const std::string thin = test::readFile(machO("contradicting", "x86_64"));
+  const std::string fat = test::readFile(machO("contradicting both", "x86_64,arm64"));
+  const std::string names = "__info_plist" + std::string(4, '\0') + "__TEXT" + std::string(10, '\0');
+  const std::size_t section = thin.find("__text");
+  constexpr std::size_t kFirstCommand = 32;
+  constexpr std::size_t kSectionSize = 80;
+  struct Case {
+    const std::string& whole;
+    Change change;
+  };
+  for (const auto& [whole, change] :
+       {Case{thin, {"names two signatures", kFirstCommand, std::string("\x1D\0\0\0", 4)}},
+        Case{thin, {"lies outside of the code", section, names + std::string(20, '\xFF')}},
+        Case{thin,
+             {"carries two Info.plist sections", section,
+              names + thin.substr(section + names.size(), kSectionSize - names.size()) + names}},
+        Case{fat, {"holds an architecture twice", 28, fat.substr(8, 8)}},
+        Case{fat, {"is no Mach-O file", readMachO(MemorySource(fat))->front().range.offset, "text"}}})
+    EXPECT_THAT(refusalOf([&, &bytes = whole, &at = change.offset, &value = change.value] {
+                  readMachO(MemorySource(with(bytes, at, value)));
+                }),
+                testing::HasSubstr(change.reason));
+}
+
+TEST(MalformedCode, componentsNeverShareBytes) {
+  const std::string whole = signatureOf(test::readFile(machO("overlapping", "arm64")));
+  for (const Change& change : {Change{"a component twice", 20, whole.substr(12, 4)},
+                               {"components that overlap", 24, whole.substr(16, 4)},
+                               {"a component at an impossible place", 16, bigEndian(8)}})
+    EXPECT_THAT(refusalOf([&] { readEmbeddedSignature(with(whole, change.offset, change.value)); }),
+                testing::HasSubstr(change.reason));
+}
+
+TEST(MalformedCode, everyArchitectureIsOfTheSameTeam) {
+  const test::SampleChain others(workshop() / "others", "OTHERTEAM1");
+  fs::copy_file(others.root(), workshop().anchors() / "others.pem");
+  const fs::path file = machO("two teams", "x86_64,arm64", {"--identifier", "com.example.tool"});
+  auto mine = sign_bundle::UniversalFile::parse(test::readFile(file));
+  others.sign(file, {"--identifier", "com.example.tool"});
+  EXPECT_TRUE(workshop().judge(file).accepted());
+  mine.slices.back() = sign_bundle::UniversalFile::parse(test::readFile(file)).slices.back();
+  test::writeFile(file, mine.bytes());
+  EXPECT_THAT(workshop().judge(file).sentence, testing::HasSubstr("by another team"));
+  fs::remove(workshop().anchors() / "others.pem");
+}
+
+TEST(MalformedCode, oneLargePageBindsEveryByte) {
+  const fs::path file = workshop() / "large page";
+  test::runSignBundle({"make-mach-o", file.native(), "--arch", "arm64", "--least-size", "600000"});
+  workshop().chain().sign(file, {"--page-size", "unlimited"});
+  const std::string whole = test::readFile(file);
+  EXPECT_TRUE(workshop().judge(file).accepted());
+  for (const std::size_t offset : {std::size_t{300'000}, std::size_t{590'000}}) {
+    test::writeFile(file, with(whole, offset, "other"));
+    EXPECT_THAT(workshop().judge(file).sentence, testing::HasSubstr("was changed after signing, at byte"));
+  }
+}
+
+TEST(MalformedCode, aComponentThatIsAddedIsRefused) {
+  const fs::path application = workshop().signedPlainApplication();
+  test::writeFile(application / "Contents/_CodeSignature/CodeEntitlements",
+                  bigEndian(0xFADE7171) + bigEndian(8));
+  EXPECT_THAT(workshop().judge(application).sentence,
+              testing::HasSubstr("the list of entitlements was added after signing"));
 }
 
 TEST(MalformedCode, aSignatureCutAnywhereIsRefused) {
@@ -104,12 +184,6 @@ TEST(MalformedCode, everyFieldOfASignatureAtItsExtremes) {
     })) << name;
 }
 
-struct DirectoryCase {
-  const char* field;
-  std::size_t offset;
-  std::string value;
-};
-
 TEST(MalformedCode, codeDirectories) {
   const auto components = readEmbeddedSignature(signatureOf(test::readFile(machO("directory", "arm64"))));
   const std::string& whole = components.at(0);
@@ -122,26 +196,28 @@ TEST(MalformedCode, codeDirectories) {
         CodeDirectory::read(with(whole.substr(0, length), 4, bigEndian(static_cast<std::uint32_t>(length))));
       });
   }
-  const std::vector<DirectoryCase> cases{{"magic", 0, bigEndian(0xFADE0C01)},
-                                         {"an older version", 8, bigEndian(0x20000)},
-                                         {"an unknown version", 8, bigEndian(0x30000)},
-                                         {"digests outside", 16, bigEndian(0xFFFFFFFF)},
-                                         {"digests in the header", 16, bigEndian(8)},
-                                         {"an identifier outside", 20, bigEndian(0xFFFFFFFF)},
-                                         {"an identifier in the header", 20, bigEndian(0)},
-                                         {"too many special slots", 24, bigEndian(0xFFFFFFFF)},
-                                         {"too many pages", 28, bigEndian(0xFFFFFFFF)},
-                                         {"no pages", 28, bigEndian(0)},
-                                         {"another limit", 32, bigEndian(0xFFFFFFFF)},
-                                         {"a wrong digest length", 36, "\x14"},
-                                         {"an unknown digest", 37, "\x09"},
-                                         {"an impossible page size", 39, "\xFF"},
-                                         {"scattered", 44, bigEndian(64)},
-                                         {"a team outside", 48, bigEndian(0xFFFFFFFF)},
-                                         {"a longer limit", 56, "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"}};
-  for (const DirectoryCase& tested : cases)
+  const std::vector<Change> cases{
+      {"magic", 0, bigEndian(0xFADE0C01)},
+      {"an older version", 8, bigEndian(0x20000)},
+      {"an unknown version", 8, bigEndian(0x30000)},
+      {"digests outside", 16, bigEndian(0xFFFFFFFF)},
+      {"digests in the header", 16, bigEndian(8)},
+      {"an identifier outside", 20, bigEndian(0xFFFFFFFF)},
+      {"an identifier in the header", 20, bigEndian(0)},
+      {"an identifier without an end", 20, bigEndian(static_cast<std::uint32_t>(whole.size() - 1))},
+      {"too many special slots", 24, bigEndian(0xFFFFFFFF)},
+      {"too many pages", 28, bigEndian(0xFFFFFFFF)},
+      {"no pages", 28, bigEndian(0)},
+      {"another limit", 32, bigEndian(0xFFFFFFFF)},
+      {"a wrong digest length", 36, "\x14"},
+      {"an unknown digest", 37, "\x09"},
+      {"an impossible page size", 39, "\xFF"},
+      {"scattered", 44, bigEndian(64)},
+      {"a team outside", 48, bigEndian(0xFFFFFFFF)},
+      {"a longer limit", 56, "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"}};
+  for (const Change& tested : cases)
     EXPECT_TRUE(isRefused([&] { CodeDirectory::read(with(whole, tested.offset, tested.value)); }))
-        << tested.field;
+        << tested.reason;
 }
 
 TEST(MalformedCode, everyByteOfAnEmbeddedSignatureBinds) {

@@ -102,6 +102,12 @@ TEST_F(DamageTest, ADiskThatIsEmptyAlmostWithoutEndIsRefusedAtOnce) {
   EXPECT_THAT(images_.attach(image()).failure, HasSubstr("64 GiB"));
 }
 
+TEST_F(DamageTest, ACatalogLargerThanItsVolumeTakesNoMemory) {
+  // The size of the catalog's fork, of which the volume has nothing.
+  test::writeFile(image(), volume_.replace(1024 + 272, 8, std::string("\0\0\0\0\x1F\0\0\0", 8)));
+  EXPECT_THAT(images_.attach(image()).failure, HasSubstr("its volume's catalog is damaged"));
+}
+
 TEST_F(DamageTest, AFlippedByteInAnyStoredBlock) {
   for (const auto& [name, encoding] : test::blockEncodings()) {
     const std::string content = compressed(encoding);

@@ -1,0 +1,15 @@
+#include "tests/fuzz/fuzz_input.hpp"
+#include "updater/records/install_plan.hpp"
+
+using QuorinOstrevalUpdater::InstallPlan;
+
+// A plan that is read and written again reads as the same.
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  return fuzz::run([&] {
+    const platform::JSONDecoder decoder;
+    const auto plan = decoder.decode<InstallPlan>(fuzz::dataOf(data, size));
+    fuzz::requireText(plan.statusPath);
+    const platform::Data written = platform::JSONEncoder().encode(plan);
+    fuzz::require(fuzz::again([&] { return decoder.decode<InstallPlan>(written); }) == plan);
+  });
+}
