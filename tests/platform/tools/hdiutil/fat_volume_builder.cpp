@@ -1,6 +1,6 @@
 #include "tests/platform/tools/hdiutil/fat_volume_builder.hpp"
 
-#include <algorithm>
+#include "tests/support/bytes.hpp"
 
 namespace test {
 namespace {
@@ -10,13 +10,6 @@ constexpr std::size_t kSectorCount = 2880;
 constexpr std::size_t kTableSectors = 9;
 constexpr std::size_t kRootSize = 224 * 32;
 constexpr std::size_t kUnitsInSlot = 13;
-
-std::string little(std::size_t value, unsigned size) {
-  std::string bytes;
-  for (unsigned place = 0; place < size; ++place)
-    bytes += static_cast<char>(value >> (8 * place) & 0xFFU);
-  return bytes;
-}
 
 class FatBuilder {
  public:
@@ -30,10 +23,11 @@ class FatBuilder {
 
  private:
   static std::string bootSector() {
-    std::string sector = "\xEB\x3C\x90MSDOS5.0" + little(kSector, 2) + little(1, 1) + little(1, 2) +
-                         little(2, 1) + little(224, 2) + little(kSectorCount, 2) + little(0xF0, 1) +
-                         little(kTableSectors, 2) + little(18, 2) + little(2, 2) + little(0, 8) +
-                         little(0x290000, 3) + little(0, 4) + "FAT VOLUME FAT12   ";
+    std::string sector =
+        "\xEB\x3C\x90MSDOS5.0" + littleEndian(kSector, 2) + littleEndian(1, 1) + littleEndian(1, 2) +
+        littleEndian(2, 1) + littleEndian(224, 2) + littleEndian(kSectorCount, 2) + littleEndian(0xF0, 1) +
+        littleEndian(kTableSectors, 2) + littleEndian(18, 2) + littleEndian(2, 2) + littleEndian(0, 8) +
+        littleEndian(0x290000, 3) + littleEndian(0, 4) + "FAT VOLUME FAT12   ";
     sector.resize(kSector - 2, '\0');
     return sector + "\x55\xAA";
   }
@@ -42,7 +36,8 @@ class FatBuilder {
   std::string table() const {
     std::string bytes;
     for (std::size_t index = 0; index < clusters_.size(); index += 2)
-      bytes += little(clusters_[index] | (index + 1 < clusters_.size() ? clusters_[index + 1] << 12U : 0), 3);
+      bytes += littleEndian(
+          clusters_[index] | (index + 1 < clusters_.size() ? clusters_[index + 1] << 12U : 0), 3);
     bytes.resize(kTableSectors * kSector, '\0');
     return bytes;
   }
@@ -58,8 +53,8 @@ class FatBuilder {
 
   static std::string record(const std::string& shortName, unsigned attributes, std::size_t cluster,
                             std::size_t size) {
-    return shortName + little(attributes, 1) + std::string(10, '\0') + little(0x54216000, 4) +
-           little(cluster, 2) + little(size, 4);
+    return shortName + littleEndian(attributes, 1) + std::string(10, '\0') + littleEndian(0x54216000, 4) +
+           littleEndian(cluster, 2) + littleEndian(size, 4);
   }
 
   /// The slots of a long name, the last part first.
@@ -78,8 +73,9 @@ class FatBuilder {
     std::string slots;
     for (std::size_t slot = count; slot > 0; --slot) {
       const std::string part = units.substr((slot - 1) * kUnitsInSlot * 2, kUnitsInSlot * 2);
-      slots += little(slot | (slot == count ? 0x40U : 0U), 1) + part.substr(0, 10) + little(0x0F, 2) +
-               little(checksum, 1) + part.substr(10, 12) + little(0, 2) + part.substr(22);
+      slots += littleEndian(slot | (slot == count ? 0x40U : 0U), 1) + part.substr(0, 10) +
+               littleEndian(0x0F, 2) + littleEndian(checksum, 1) + part.substr(10, 12) + littleEndian(0, 2) +
+               part.substr(22);
     }
     return slots;
   }
