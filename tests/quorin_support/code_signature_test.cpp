@@ -65,16 +65,6 @@ TEST(CodeSignature, acceptedIdentifiersAndTeams) {
   }
 }
 
-TEST(CodeSignature, failuresAreEqualByCaseAndMessage) {
-  EXPECT_EQ(Failure::untrusted("a"), Failure::untrusted("a"));
-  EXPECT_NE(Failure::untrusted("a"), Failure::untrusted("b"));
-  EXPECT_NE(Failure::untrusted("a"), Failure::invalid("a"));
-  EXPECT_EQ(Failure::unreadable(), Failure::unreadable());
-  EXPECT_EQ(Failure::invalid("a").localizedDescription(), "a");
-  EXPECT_EQ(Failure::untrusted("a").localizedDescription(), std::string(kUntrusted) + "a");
-  EXPECT_EQ(Failure::unreadable().localizedDescription(), "Could not read code signature.");
-}
-
 /// What an operation throws, or nothing.
 template <typename Operation>
 std::optional<Failure> failureOf(Operation&& operation) {

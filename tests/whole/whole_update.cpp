@@ -90,7 +90,7 @@ WholeUpdateTest::WholeUpdateTest() {
           .expectedVersion = "2.0",
           .expectedBuild = "200",
           .expectedSHA256 = "",
-          .statusPath = (home / "status.json").native()};
+          .statusPath = (home / "some/new/directory/status.json").native()};
 }
 
 void WholeUpdateTest::SetUp() {

@@ -30,18 +30,6 @@ TEST(FileDigestTest, IsThatOfTheWholeFileAtSizesAroundAChunk) {
   }
 }
 
-TEST(FileDigestTest, ThePlatformsErrorPassesThrough) {
-  const test::TemporaryDirectory directory;
-  for (const std::string& path : {(directory / "missing").native(), directory.path().native()}) {
-    try {
-      QuorinOstrevalUpdater::sha256(URL::fileURLWithPath(path));
-      ADD_FAILURE() << path;
-    } catch (const platform::SystemError& error) {
-      EXPECT_NE(error.localizedDescription().find(path), std::string::npos) << error.what();
-    }
-  }
-}
-
 /// The last read of the second, shorter chunk fails: the only one that asks for just what is left of it.
 TEST(FileDigestTest, AFailureBehindTheFirstChunkIsNoEnd) {
   constexpr std::size_t kRest = 524288;

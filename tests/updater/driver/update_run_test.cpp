@@ -188,7 +188,8 @@ TEST_F(UpdateRunTest, AFailedInstallation) {
 
 TEST_F(UpdateRunTest, WhateverIsThrownEndsInTheFailurePath) {
   expectFailure(run("no memory"), "There is not enough memory.", 1);
-  expectFailure(run("unknown"), "An unexpected error occurred.", 2);
+  expectFailure(run("too long"), "too long", 2);
+  expectFailure(run("unknown"), "An unexpected error occurred.", 3);
 }
 
 TEST_F(UpdateRunTest, WhicheverAllocationFailsTheRunEndsByItselfWithAWholeApplication) {

@@ -12,7 +12,6 @@
 #include <functional>
 #include <map>
 
-#include "tests/platform/tools/hdiutil/fat_volume_builder.hpp"
 #include "tests/platform/tools/hdiutil/hfs_volume_builder.hpp"
 #include "tests/platform/tools/hdiutil/image_builder.hpp"
 #include "tests/support/bytes.hpp"
@@ -126,13 +125,6 @@ TEST_F(AttachTest, TheAppleSideOfAHybrid) {
                 .exitStatus,
             0);
   expectContent("hybrid");
-}
-
-TEST_F(AttachTest, TheMaskOfTheProcessChangesNothing) {
-  test::writeUdif(image(), {{"whole disk", test::hfsVolumeOf(content())}});
-  const mode_t before = ::umask(0077);
-  expectContent("mask");
-  ::umask(before);
 }
 
 TEST_F(AttachTest, TellsTheEntities) {
@@ -361,14 +353,10 @@ TEST(LittleSpaceTest, AHardLinkedFileNeedsItsSpaceOnce) {
 
 TEST(LittleSpaceTest, AFullDiskIsNoDamage) {
   // Each file takes a whole page, which nobody can tell before.
-  std::vector<test::FatEntry> folders;
-  for (int folder = 0; folder < 4; ++folder) {
-    folders.push_back({"folder " + std::to_string(folder), "", true, {}});
-    for (int file = 0; file < 100; ++file)
-      folders.back().entries.push_back({"file " + std::to_string(file), "x"});
-  }
   const test::TemporaryDirectory directory;
-  test::writeFile(directory / "image", test::fatVolume(folders));
+  for (int file = 0; file < 400; ++file)
+    test::writeFile(directory / "content" / std::to_string(file % 4) / std::to_string(file), "x");
+  test::writeFile(directory / "image", test::fatVolumeOf(directory / "content"));
   const auto failure = attachInLittleSpace(directory / "image");
   if (!failure)
     GTEST_SKIP() << "the system refuses a small file system";

@@ -9,6 +9,7 @@
 #include "platform/foundation/error.hpp"
 #include "platform/tools/hdiutil/attach.hpp"
 #include "tests/support/bytes.hpp"
+#include "tests/support/program.hpp"
 #include "tools/make_disk_image/hfs_plus_maker.hpp"
 
 namespace fs = std::filesystem;
@@ -136,6 +137,33 @@ std::string hfsVolumeOf(const fs::path& folder, const std::string& name) {
       URL::fileURLWithPath(folder.native()), name,
       FileDescriptor::open(URL::fileURLWithPath(directory.path().native()), O_RDONLY | O_DIRECTORY));
   return volume.disk->read(volume.partition.offset, volume.partition.length);
+}
+
+std::string fatVolumeOf(const fs::path& folder,
+                        const std::vector<std::pair<std::string, std::string>>& renamed) {
+  const TemporaryDirectory directory;
+  const std::string volume = (directory / "volume").native();
+  runProgram("/usr/bin/mformat", {"-C", "-i", volume, "-f", "1440", "::"});
+  std::vector<std::string> copy{"-s", "-Q", "-i", volume};
+  for (const auto& entry : fs::directory_iterator(folder))
+    copy.push_back(entry.path().native());
+  copy.emplace_back("::/");
+  if (const Outcome copied = runProgram("/usr/bin/mcopy", copy); copied.exitStatus != 0)
+    throw std::runtime_error("mcopy: " + copied.error);
+  std::string bytes = readFile(volume);
+  const auto wide = [](const std::string& name) {
+    std::string units;
+    for (const char character : name)
+      units += {character, '\0'};
+    return units;
+  };
+  for (const auto& [usual, other] : renamed) {
+    const std::string units = wide(usual);
+    for (std::size_t place = 0; (place = bytes.find(units, place)) != std::string::npos;
+         place += units.size())
+      bytes.replace(place, units.size(), wide(other));
+  }
+  return bytes;
 }
 
 std::string appleDisk(const std::vector<std::string>& volumes) {
