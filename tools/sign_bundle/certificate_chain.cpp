@@ -52,8 +52,9 @@ struct Authority {
   Key key;
 };
 
-const std::vector<ExtensionText> kAuthorityExtensions = {{NID_basic_constraints, "critical,CA:TRUE"},
-                                                         {NID_key_usage, "critical,keyCertSign,cRLSign"}};
+std::vector<ExtensionText> authorityExtensions() {
+  return {{NID_basic_constraints, "critical,CA:TRUE"}, {NID_key_usage, "critical,keyCertSign,cRLSign"}};
+}
 
 Key makeKey(KeyKind kind) {
   return checked<Key>(kind == KeyKind::rsa ? EVP_RSA_gen(2048) : EVP_EC_gen("P-256"), "Making a key");
@@ -140,7 +141,7 @@ Authority makeAuthority(const CertificateRequest& request, KeyKind kind, const A
 CertificateRequest intermediateRequest(ChainDefect defect) {
   CertificateRequest request{.subject = {"Throw-away Developer ID Certification Authority"},
                              .validity = defect == ChainDefect::expired ? kPast : kPresent,
-                             .extensions = kAuthorityExtensions};
+                             .extensions = authorityExtensions()};
   if (defect == ChainDefect::extensionsSwapped)
     request.markers.push_back(kLeafExtension);
   else if (defect != ChainDefect::intermediateWithoutExtension)
@@ -179,7 +180,7 @@ const Authority* issuerOfLeaf(ChainDefect defect, const Authority& root, const A
 
 void makeTimeStampAuthority(const platform::URL& directory, const Authority& root, KeyKind kind) {
   const Authority authority = makeAuthority(
-      {{"Throw-away Time Stamp Certification Authority"}, kPresent, kAuthorityExtensions}, kind, &root);
+      {{"Throw-away Time Stamp Certification Authority"}, kPresent, authorityExtensions()}, kind, &root);
   const Authority signer = makeAuthority(
       {{"Throw-away Time Stamp Signer"},
        kPresent,
@@ -223,7 +224,7 @@ void makeChain(const platform::URL& directory, const ChainOptions& options) {
   platform::NSFileManager::defaultManager().createDirectoryAtURL(directory,
                                                                  platform::IntermediateDirectories::yes);
   const Authority root =
-      makeAuthority({{"Throw-away Root CA"}, kPresent, kAuthorityExtensions}, options.keys, nullptr);
+      makeAuthority({{"Throw-away Root CA"}, kPresent, authorityExtensions()}, options.keys, nullptr);
   const Authority intermediate = makeAuthority(intermediateRequest(options.defect), options.keys, &root);
   Authority leaf =
       makeAuthority(leafRequest(options), options.keys, issuerOfLeaf(options.defect, root, intermediate));

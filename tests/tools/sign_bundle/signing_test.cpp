@@ -142,8 +142,9 @@ TEST_F(SigningTest, OnlyCodeAndItsSignaturesChange) {
   std::size_t changed = 0;
   for (const auto& [path, description] : before) {
     changed += after.at(path) == description ? 0U : 1U;
-    if (path.find("Resources") != std::string::npos || path.find(".dext") != std::string::npos)
+    if (path.find("Resources") != std::string::npos || path.find(".dext") != std::string::npos) {
       EXPECT_EQ(after.at(path), description) << path;
+    }
   }
   EXPECT_EQ(changed, 9U) << "the Mach-O files that are code";
 }
