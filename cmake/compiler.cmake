@@ -19,6 +19,14 @@ elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   add_link_options(-Wl,-z,relro,-z,now -Wl,--as-needed)
 endif()
 
+if(QUORIN_COVERAGE)
+  # The counters live in a mapped file from the start (%c), so that a process that is killed, leaves by _exit or becomes
+  # another program has counted too. One file for each program (%m); the path is in the program, not the environment.
+  add_compile_options(-fprofile-instr-generate=${CMAKE_BINARY_DIR}/profiles/%c%m.profraw -fcoverage-mapping
+    -fprofile-update=atomic -mllvm -runtime-counter-relocation)
+  add_link_options(-fprofile-instr-generate)
+endif()
+
 if(QUORIN_FUZZ)
   # Coverage for the fuzzers, which bring their own main; all other programs are linked as ever.
   add_compile_options(-fsanitize=fuzzer-no-link)

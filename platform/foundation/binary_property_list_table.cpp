@@ -1,5 +1,6 @@
 #include "platform/foundation/binary_property_list_table.hpp"
 
+#include "platform/foundation/bytes.hpp"
 #include "platform/foundation/property_list_refusal.hpp"
 
 namespace platform {
@@ -12,25 +13,17 @@ constexpr std::size_t kTrailerSize = 32;
 constexpr std::uint64_t kLengthFollows = 0xF;
 constexpr std::uint64_t kWidestNumber = 8;
 
-/// At most eight bytes as a number, with the greatest byte first.
-std::uint64_t number(std::string_view bytes) {
-  std::uint64_t value = 0;
-  for (const char byte : bytes)
-    value = value << 8U | static_cast<std::uint8_t>(byte);
-  return value;
-}
-
 [[noreturn]] void refuseObject() {
   refusePropertyList("one of its objects is damaged");
 }
 
 /// Takes the first `size` bytes off `rest`.
 std::string_view take(std::string_view& rest, std::uint64_t size) {
-  if (size > rest.size())
+  const auto taken = partOf(rest, 0, size);
+  if (!taken)
     refuseObject();
-  const std::string_view taken = rest.substr(0, size);
   rest.remove_prefix(size);
-  return taken;
+  return *taken;
 }
 
 /// The number of elements of an object that has `low` in its first byte, where 15 announces an integer
@@ -38,10 +31,10 @@ std::string_view take(std::string_view& rest, std::uint64_t size) {
 std::uint64_t takeLength(std::string_view& rest, std::uint64_t low) {
   if (low != kLengthFollows)
     return low;
-  const std::uint64_t marker = number(take(rest, 1));
+  const std::uint64_t marker = bigEndian(take(rest, 1));
   if (marker < 0x10 || marker > 0x13)
     refuseObject();
-  return number(take(rest, std::uint64_t{1} << (marker & 0xFU)));
+  return bigEndian(take(rest, std::uint64_t{1} << (marker & 0xFU)));
 }
 
 std::string_view takeElements(std::string_view& rest, std::uint64_t low, std::uint64_t elementSize) {
@@ -58,11 +51,11 @@ BinaryPropertyListTable::BinaryPropertyListTable(std::string_view bytes) {
     refusePropertyList("it is no complete binary list of a known version");
   const std::size_t end = bytes.size() - kTrailerSize;
   const std::string_view trailer = bytes.substr(end);
-  offsetSize_ = number(trailer.substr(6, 1));
-  referenceSize_ = number(trailer.substr(7, 1));
-  count_ = number(trailer.substr(8, 8));
-  root_ = number(trailer.substr(16, 8));
-  const std::uint64_t begin = number(trailer.substr(24, 8));
+  offsetSize_ = bigEndian(trailer.substr(6, 1));
+  referenceSize_ = bigEndian(trailer.substr(7, 1));
+  count_ = bigEndian(trailer.substr(8, 8));
+  root_ = bigEndian(trailer.substr(16, 8));
+  const std::uint64_t begin = bigEndian(trailer.substr(24, 8));
   const bool sizesAreKnown = offsetSize_ >= 1 && offsetSize_ <= kWidestNumber && referenceSize_ >= 1 &&
                              referenceSize_ <= kWidestNumber;
   const bool fits = sizesAreKnown && begin >= kHeader.size() && begin <= end &&
@@ -74,11 +67,11 @@ BinaryPropertyListTable::BinaryPropertyListTable(std::string_view bytes) {
 }
 
 BinaryPropertyListObject BinaryPropertyListTable::object(std::uint64_t index) const {
-  const std::uint64_t offset = number(offsets_.substr(index * offsetSize_, offsetSize_));
+  const std::uint64_t offset = bigEndian(offsets_.substr(index * offsetSize_, offsetSize_));
   if (offset < kHeader.size() || offset >= bytes_.size())
     refuseObject();
   std::string_view rest = bytes_.substr(offset);
-  const std::uint64_t marker = number(take(rest, 1));
+  const std::uint64_t marker = bigEndian(take(rest, 1));
   const std::uint64_t low = marker & 0xFU;
   const auto kind = static_cast<Kind>(marker >> 4U);
   switch (kind) {
@@ -117,7 +110,7 @@ BinaryPropertyListObject BinaryPropertyListTable::object(std::uint64_t index) co
 
 std::uint64_t BinaryPropertyListTable::reference(const BinaryPropertyListObject& container,
                                                  std::uint64_t position) const {
-  const std::uint64_t index = number(container.bytes.substr(position * referenceSize_, referenceSize_));
+  const std::uint64_t index = bigEndian(container.bytes.substr(position * referenceSize_, referenceSize_));
   if (index >= count_)
     refuseObject();
   return index;

@@ -1,13 +1,15 @@
 #include "platform/security/byte_reader.hpp"
 
+#include "platform/foundation/bytes.hpp"
 #include "platform/security/security_error.hpp"
 
 namespace platform {
 
 std::string_view ByteReader::bytesAt(std::uint64_t offset, std::uint64_t length) const {
-  if (offset > bytes_.size() || length > bytes_.size() - offset)
+  const auto part = partOf(bytes_, offset, length);
+  if (!part)
     throw FormatError(std::string(item_) + " ends too early");
-  return bytes_.substr(offset, length);
+  return *part;
 }
 
 std::string_view ByteReader::textAt(std::uint64_t offset) const {
@@ -27,12 +29,7 @@ std::string_view ByteReader::readBytes(std::uint64_t count) {
 
 std::uint64_t ByteReader::read(std::uint64_t count) {
   const std::string_view bytes = readBytes(count);
-  std::uint64_t value = 0;
-  for (std::size_t index = 0; index < count; ++index) {
-    const std::size_t place = order_ == ByteOrder::big ? index : count - 1 - index;
-    value = value << 8U | static_cast<std::uint8_t>(bytes[place]);
-  }
-  return value;
+  return order_ == ByteOrder::big ? bigEndian(bytes) : littleEndian(bytes);
 }
 
 }  // namespace platform

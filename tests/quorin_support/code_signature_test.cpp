@@ -65,16 +65,6 @@ TEST(CodeSignature, acceptedIdentifiersAndTeams) {
   }
 }
 
-TEST(CodeSignature, failuresAreEqualByCaseAndMessage) {
-  EXPECT_EQ(Failure::untrusted("a"), Failure::untrusted("a"));
-  EXPECT_NE(Failure::untrusted("a"), Failure::untrusted("b"));
-  EXPECT_NE(Failure::untrusted("a"), Failure::invalid("a"));
-  EXPECT_EQ(Failure::unreadable(), Failure::unreadable());
-  EXPECT_EQ(Failure::invalid("a").localizedDescription(), "a");
-  EXPECT_EQ(Failure::untrusted("a").localizedDescription(), std::string(kUntrusted) + "a");
-  EXPECT_EQ(Failure::unreadable().localizedDescription(), "Could not read code signature.");
-}
-
 /// What an operation throws, or nothing.
 template <typename Operation>
 std::optional<Failure> failureOf(Operation&& operation) {
@@ -106,14 +96,14 @@ TEST(CodeSignature, failuresThatNeedNoSignature) {
   EXPECT_EQ(validate(file, std::nullopt), Failure::invalid("\"" + file.path() + "\" is not signed at all."));
 }
 
-/// An installation of its own, which trusts the workshop's root, with a program that passes on to the
+/// An installation of its own, which trusts a chain's root, with a program that passes on to the
 /// operations here.
 class InstalledJudge {
  public:
-  explicit InstalledJudge(const test::SigningWorkshop& workshop) : prefix_(workshop / "prefix") {
+  explicit InstalledJudge(const SampleChain& chain) {
     fs::create_directories(prefix_ / "bin");
     fs::copy_file(test::buildPrefix() / "bin/judge_code", prefix_ / "bin/judge_code");
-    test::trustOnly(workshop.chain().root(), prefix_ / "share/quorin/anchors");
+    test::trustOnly(chain.root(), anchors());
   }
 
   std::string judge(const std::vector<std::string>& arguments) const {
@@ -123,12 +113,12 @@ class InstalledJudge {
   fs::path anchors() const { return prefix_ / "share/quorin/anchors"; }
 
  private:
-  fs::path prefix_;
+  test::TemporaryDirectory prefix_;
 };
 
 TEST(CodeSignature, verdictsThroughTheInstallation) {
   const test::SigningWorkshop workshop;
-  const InstalledJudge installed(workshop);
+  const InstalledJudge installed(workshop.chain());
   const std::string code = workshop.signedApplication().native();
   EXPECT_EQ(installed.judge({code, kIdentifier, SampleChain::kTeam}),
             "accepted: Developer ID of QS7TEAM123\n");
@@ -149,7 +139,7 @@ TEST(CodeSignature, verdictsThroughTheInstallation) {
 
 TEST(CodeSignature, verdictsOnCodeWithoutTeam) {
   const test::SigningWorkshop workshop;
-  const InstalledJudge installed(workshop);
+  const InstalledJudge installed(workshop.chain());
   const fs::path code = test::makePlainApplication(workshop / "ad hoc");
   test::runSignBundle({"sign", code.native(), "--ad-hoc"});
   EXPECT_EQ(installed.judge({code.native()}),
@@ -163,18 +153,13 @@ TEST(CodeSignature, aTeamInLowerCaseHasNoRequirement) {
   const SampleChain chain(directory / "chain", "lowercase1");
   const fs::path code = test::makePlainApplication(directory / "parent");
   chain.sign(code);
-  const fs::path prefix = directory / "prefix";
-  fs::create_directories(prefix / "bin");
-  fs::copy_file(test::buildPrefix() / "bin/judge_code", prefix / "bin/judge_code");
-  test::trustOnly(chain.root(), prefix / "share/quorin/anchors");
-  const auto outcome = test::runProgram(prefix / "bin/judge_code", {code.native(), kIdentifier});
-  EXPECT_EQ(outcome.output,
+  EXPECT_EQ(InstalledJudge(chain).judge({code.native(), kIdentifier}),
             std::string("refused: ") + kUntrusted + "Unexpected bundle or team identifier.\n");
 }
 
 TEST(CodeSignature, anchorsThatOthersMayChangeAreRefused) {
   const test::SigningWorkshop workshop;
-  const InstalledJudge installed(workshop);
+  const InstalledJudge installed(workshop.chain());
   const std::string code = workshop.signedPlainApplication().native();
   EXPECT_THAT(installed.judge({code, kIdentifier}), StartsWith("accepted"));
   fs::permissions(installed.anchors(), fs::perms(0777));

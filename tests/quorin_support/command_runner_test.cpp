@@ -23,25 +23,24 @@ namespace {
 
 class CommandRunnerTest : public testing::Test {
  protected:
-  CommandResult run(const std::vector<std::string>& arguments, double timeout = 60) const {
-    return CommandRunner::run(helper, arguments, timeout);
+  /// Runs what the shell makes of `script`.
+  static CommandResult run(const std::string& script, double timeout = 60) {
+    return CommandRunner::run("/bin/sh", {"-c", script}, timeout);
   }
 
   /// What the call was left with: "result", or the description of the error.
-  std::string failureOf(const std::vector<std::string>& arguments, double timeout) const {
+  static std::string failureOf(const std::string& script, double timeout) {
     try {
-      run(arguments, timeout);
+      run(script, timeout);
       return "result";
     } catch (const platform::Error& error) {
       return error.localizedDescription();
     }
   }
 
-  std::string mark(std::string_view name) const { return (directory / name).native(); }
-
-  /// The tool that wrote `mark` noted its capture file there; neither it nor its directory remains.
-  void expectCaptureGone(const std::string& markPath) const {
-    const fs::path file = test::readFile(markPath);
+  /// The tool noted its capture file; neither it nor its directory remains.
+  void expectCaptureGone() const {
+    const fs::path file = test::readFile(capture);
     EXPECT_EQ(file.filename(), "stdout");
     EXPECT_TRUE(file.parent_path().filename().native().starts_with("QuorinCommand-")) << file;
     EXPECT_FALSE(fs::exists(file.parent_path())) << file;
@@ -54,30 +53,35 @@ class CommandRunnerTest : public testing::Test {
   }
 
   test::TemporaryDirectory directory;
-  std::string helper = (test::buildPrefix() / "tests/helper_tool").native();
-  const std::string timedOut = "helper_tool did not finish in time.";
+  const fs::path capture = directory / "capture";
+  const std::string noteCapture = "printf %s \"$(readlink /proc/$$/fd/1)\" > '" + capture.native() + "'; ";
+  const std::string overrun = noteCapture + "exec sleep 30";
+  const std::string ignoreTermination = noteCapture + "trap '' TERM; exec sleep 30";
+  const std::string removeCapture = "rm \"$(readlink /proc/$$/fd/1)\"";
+  const std::string timedOut = "sh did not finish in time.";
 };
 
 TEST_F(CommandRunnerTest, AnyStatusIsAResult) {
-  for (const char* status : {"0", "1", "255"})
-    EXPECT_EQ(run({"exit", status}).status, std::atoi(status));
-  EXPECT_EQ(run({"signal", "11"}).status, 11);
-  const CommandResult silent = run({"exit", "0"});
+  for (const int status : {0, 1, 255})
+    EXPECT_EQ(run("exit " + std::to_string(status)).status, status);
+  EXPECT_EQ(run("kill -11 $$", 1e300).status, 11);
+  const CommandResult silent = run("exit 0");
   EXPECT_TRUE(silent.stdout.empty() && silent.stderr.empty());
 }
 
 TEST_F(CommandRunnerTest, AllOutputComesBack) {
-  const CommandResult result = run({"write", "3", "5"});
+  const CommandResult result =
+      run("head -c 3145728 /dev/zero | tr '\\0' o; head -c 5242880 /dev/zero | tr '\\0' e >&2");
   EXPECT_EQ(result.stdout.bytes(), std::string(3 << 20, 'o'));
   EXPECT_EQ(result.stderr.bytes(), std::string(5 << 20, 'e'));
 }
 
 TEST_F(CommandRunnerTest, StandardInputIsAtItsEnd) {
-  EXPECT_EQ(run({"count-input"}).stdout.bytes(), "0");
+  EXPECT_EQ(run("wc -c").stdout.bytes(), "0\n");
 }
 
 TEST_F(CommandRunnerTest, AGrandchildThatKeepsTheStreamsDelaysNothing) {
-  EXPECT_LT(secondsOf([&] { EXPECT_EQ(run({"leave-grandchild"}).stdout.bytes(), "left"); }), 2.0);
+  EXPECT_LT(secondsOf([&] { EXPECT_EQ(run("sleep 3 & printf left").stdout.bytes(), "left"); }), 2.0);
 }
 
 TEST_F(CommandRunnerTest, NobodyElseGetsAtTheOutputWhateverTheMask) {
@@ -89,36 +93,37 @@ TEST_F(CommandRunnerTest, NobodyElseGetsAtTheOutputWhateverTheMask) {
 }
 
 TEST_F(CommandRunnerTest, AnOverrunningToolIsStopped) {
-  EXPECT_EQ(failureOf({"sleep", mark("capture")}, 0.3), timedOut);
-  expectCaptureGone(mark("capture"));
+  EXPECT_EQ(failureOf(overrun, 0.3), timedOut);
+  expectCaptureGone();
 }
 
 TEST_F(CommandRunnerTest, AToolMayEndByItselfWithinTheGracePeriod) {
   const double seconds = secondsOf([&] {
-    EXPECT_EQ(failureOf({"end-on-termination", mark("asked")}, 0.3), timedOut);
+    EXPECT_EQ(failureOf("trap 'sleep 0.2; touch \"" + (directory / "ended").native() +
+                            "\"; exit' TERM; while :; do sleep 0.02; done",
+                        0.3),
+              timedOut);
   });
-  EXPECT_TRUE(fs::exists(mark("asked ended")));
+  EXPECT_TRUE(fs::exists(directory / "ended"));
   EXPECT_LT(seconds, 1.2);
 }
 
 TEST_F(CommandRunnerTest, AToolThatDoesNotEndIsKilled) {
-  const double seconds = secondsOf([&] {
-    EXPECT_EQ(failureOf({"ignore-termination", mark("capture")}, 0.3), timedOut);
-  });
+  const double seconds = secondsOf([&] { EXPECT_EQ(failureOf(ignoreTermination, 0.3), timedOut); });
   EXPECT_GT(seconds, 1.2);
   EXPECT_LT(seconds, 10);
-  expectCaptureGone(mark("capture"));
+  expectCaptureGone();
 }
 
 TEST_F(CommandRunnerTest, WithoutTimeARunningToolIsStoppedAtOnce) {
-  for (const double timeout : {0.0, -5.0})
-    EXPECT_LT(secondsOf([&] { EXPECT_EQ(failureOf({"sleep", mark("capture")}, timeout), timedOut); }), 1.0);
+  for (const double timeout : {0.0, -5.0, -1e300})
+    EXPECT_LT(secondsOf([&] { EXPECT_EQ(failureOf(overrun, timeout), timedOut); }), 1.0);
 }
 
 TEST_F(CommandRunnerTest, NothingStaysBehindOnAnyWayOut) {
-  run({"record-capture", mark("capture")});
-  expectCaptureGone(mark("capture"));
-  EXPECT_NE(failureOf({"remove-capture"}, 60).find("/stdout\" could not be opened: No such file"),
+  run(noteCapture);
+  expectCaptureGone();
+  EXPECT_NE(failureOf(removeCapture, 60).find("/stdout\" could not be opened: No such file"),
             std::string::npos);
   const auto captures = [] {
     std::size_t count = 0;
@@ -143,8 +148,7 @@ TEST_F(CommandRunnerTest, FailuresOfTheSystemReachTheCallerUnchanged) {
   }
   EXPECT_EQ(test::inChild([&] {
               const bool injected = test::inject({SYS_mkdir, ENOSPC});
-              return injected && failureOf({"exit", "0"}, 60).find("No space left on device.") !=
-                                     std::string::npos
+              return injected && failureOf("exit 0", 60).find("No space left on device.") != std::string::npos
                          ? 0
                          : 1;
             }),
@@ -157,9 +161,9 @@ TEST_F(CommandRunnerTest, NoDescriptorIsLeftOpen) {
                 return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
               };
               const auto before = countDescriptors();
-              run({"exit", "0"});
-              failureOf({"remove-capture"}, 60);
-              failureOf({"sleep", mark("capture")}, 0);
+              run("exit 0");
+              failureOf(removeCapture, 60);
+              failureOf(overrun, 0);
               try {
                 CommandRunner::run("/no/such/tool", {}, 60);
               } catch (const platform::Error&) {
@@ -175,31 +179,24 @@ TEST_F(CommandRunnerTest, ACancelledTaskStartsNoTool) {
   task.cancel();
   {
     const platform::Task::Scope scope(task);
-    EXPECT_THROW(run({"record-capture", mark("capture")}), platform::CancellationError);
+    EXPECT_THROW(run(noteCapture), platform::CancellationError);
   }
-  EXPECT_FALSE(fs::exists(mark("capture")));
-  EXPECT_EQ(run({"exit", "3"}).status, 3);
+  EXPECT_FALSE(fs::exists(capture));
+  EXPECT_EQ(run("exit 3").status, 3);
 }
 
 TEST_F(CommandRunnerTest, CancellationStopsTheToolAndWinsOverTheTimeLimit) {
-  platform::Task task;
-  const platform::Task::Scope scope(task);
-  std::jthread other([&task] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    task.cancel();
-  });
-  EXPECT_THROW(run({"sleep", mark("capture")}), platform::CancellationError);
-  expectCaptureGone(mark("capture"));
-}
-
-TEST_F(CommandRunnerTest, CancellationInTheGracePeriodWinsToo) {
-  platform::Task task;
-  const platform::Task::Scope scope(task);
-  std::jthread other([&task] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(600));
-    task.cancel();
-  });
-  EXPECT_THROW(run({"ignore-termination", mark("capture")}, 0.2), platform::CancellationError);
+  // While the tool runs, and while it has been asked to end.
+  for (const auto& [script, timeout] : {std::pair(overrun, 60.0), {ignoreTermination, 0.2}}) {
+    platform::Task task;
+    const platform::Task::Scope scope(task);
+    const std::jthread other([&task] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(600));
+      task.cancel();
+    });
+    EXPECT_THROW(run(script, timeout), platform::CancellationError);
+    expectCaptureGone();
+  }
 }
 
 }  // namespace

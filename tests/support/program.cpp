@@ -13,15 +13,6 @@
 namespace test {
 namespace {
 
-int waitFor(pid_t child) {
-  int status = 0;
-  while (::waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR)
-      throw std::runtime_error("waitpid failed");
-  }
-  return status;
-}
-
 void redirect(int stream, const char* path, int flags) {
   const int file = ::open(path, flags, 0600);
   if (file < 0 || ::dup2(file, stream) < 0)
@@ -32,8 +23,17 @@ void redirect(int stream, const char* path, int flags) {
 
 }  // namespace
 
+int waitFor(pid_t child) {
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR)
+      throw std::runtime_error("waitpid failed");
+  }
+  return status;
+}
+
 Outcome runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                   const std::function<void()>& prepare) {
+                   const std::function<void()>& prepare, const std::function<int(pid_t)>& follow) {
   const TemporaryDirectory capture;
   const std::string outputPath = (capture / "stdout").native();
   const std::string errorPath = (capture / "stderr").native();
@@ -56,7 +56,7 @@ Outcome runProgram(const std::filesystem::path& program, const std::vector<std::
     ::execv(program.c_str(), argumentVector.data());
     ::_exit(127);
   }
-  const int status = waitFor(child);
+  const int status = follow(child);
   Outcome outcome;
   if (WIFSIGNALED(status))
     outcome.signal = WTERMSIG(status);
@@ -84,6 +84,14 @@ int inChild(const std::function<int()>& body) {
   if (!WIFEXITED(status))
     throw std::runtime_error("the child was ended by signal " + std::to_string(WTERMSIG(status)));
   return WEXITSTATUS(status);
+}
+
+std::string endedProcess() {
+  const pid_t child = ::fork();
+  if (child == 0)
+    ::_exit(0);
+  waitFor(child);
+  return std::to_string(child);
 }
 
 std::filesystem::path buildPrefix() {

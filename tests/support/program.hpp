@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -15,14 +17,22 @@ struct Outcome {
   std::string error;
 };
 
+/// Returns the status with which a child ended, as `waitpid` gives it.
+int waitFor(pid_t child);
+
 /// Runs a real program to its end, with the null device as its standard input. `prepare` runs in the child
-/// just before the program takes its place, and may change what it inherits.
+/// just before the program takes its place, and may change what it inherits; `follow` stays with it until
+/// then.
 Outcome runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                   const std::function<void()>& prepare = {});
+                   const std::function<void()>& prepare = {},
+                   const std::function<int(pid_t)>& follow = waitFor);
 
 /// Runs `body` in a process of its own and returns its result, or throws what the process ended with instead.
 /// For what would spoil the test program itself, such as giving up privileges.
 int inChild(const std::function<int()>& body);
+
+/// The identifier of a process that has ended.
+std::string endedProcess();
 
 /// The build tree's prefix, in which the test program lies too.
 std::filesystem::path buildPrefix();

@@ -1,8 +1,6 @@
 #include "tests/whole/whole_update.hpp"
 
-#include <sched.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <sstream>
@@ -10,6 +8,7 @@
 
 #include "platform/foundation/data.hpp"
 #include "platform/foundation/json.hpp"
+#include "tests/support/private_mounts.hpp"
 #include "updater/diskimage/file_digest.hpp"
 
 namespace fs = std::filesystem;
@@ -27,21 +26,7 @@ std::string startingScript(const std::string& version) {
 /// Gives this process a mount namespace of its own in which `directory` is "/tmp". False where the system
 /// forbids it.
 bool takeAsTemporaryDirectory(const fs::path& directory) {
-  const uid_t user = ::getuid();
-  if (::unshare(user == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) != 0)
-    return false;
-  if (user != 0)
-    writeFile("/proc/self/uid_map", std::to_string(user) + " " + std::to_string(user) + " 1");
-  return ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         ::mount(directory.c_str(), "/tmp", nullptr, MS_BIND, nullptr) == 0;
-}
-
-std::string endedProcess() {
-  const pid_t child = ::fork();
-  if (child == 0)
-    ::_exit(0);
-  ::waitpid(child, nullptr, 0);
-  return std::to_string(child);
+  return enterPrivateMounts() && ::mount(directory.c_str(), "/tmp", nullptr, MS_BIND, nullptr) == 0;
 }
 
 }  // namespace
@@ -105,7 +90,7 @@ WholeUpdateTest::WholeUpdateTest() {
           .expectedVersion = "2.0",
           .expectedBuild = "200",
           .expectedSHA256 = "",
-          .statusPath = (home / "status.json").native()};
+          .statusPath = (home / "some/new/directory/status.json").native()};
 }
 
 void WholeUpdateTest::SetUp() {

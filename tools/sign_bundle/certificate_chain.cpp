@@ -52,8 +52,9 @@ struct Authority {
   Key key;
 };
 
-const std::vector<ExtensionText> kAuthorityExtensions = {{NID_basic_constraints, "critical,CA:TRUE"},
-                                                         {NID_key_usage, "critical,keyCertSign,cRLSign"}};
+std::vector<ExtensionText> authorityExtensions() {
+  return {{NID_basic_constraints, "critical,CA:TRUE"}, {NID_key_usage, "critical,keyCertSign,cRLSign"}};
+}
 
 Key makeKey(KeyKind kind) {
   return checked<Key>(kind == KeyKind::ellipticCurve ? EVP_EC_gen("P-256")
@@ -143,7 +144,7 @@ Authority makeAuthority(const CertificateRequest& request, KeyKind kind, const A
 CertificateRequest intermediateRequest(ChainDefect defect) {
   CertificateRequest request{.subject = {"Throw-away Developer ID Certification Authority"},
                              .validity = defect == ChainDefect::expired ? kPast : kPresent,
-                             .extensions = kAuthorityExtensions};
+                             .extensions = authorityExtensions()};
   // Further up than right above the leaf, the private extension would be out of place.
   if (defect == ChainDefect::pathTooLong) {
     request.subject.commonName = "Throw-away Authority for Leaves";
@@ -192,7 +193,7 @@ const Authority* issuerOfLeaf(ChainDefect defect, const Authority& root, const A
 
 void makeTimeStampAuthority(const platform::URL& directory, const Authority& root, KeyKind kind) {
   const Authority authority = makeAuthority(
-      {{"Throw-away Time Stamp Certification Authority"}, kPresent, kAuthorityExtensions}, kind, &root);
+      {{"Throw-away Time Stamp Certification Authority"}, kPresent, authorityExtensions()}, kind, &root);
   const Authority signer = makeAuthority(
       {{"Throw-away Time Stamp Signer"},
        kPresent,
@@ -236,7 +237,7 @@ void makeChain(const platform::URL& directory, const ChainOptions& options) {
   platform::NSFileManager::defaultManager().createDirectoryAtURL(directory,
                                                                  platform::IntermediateDirectories::yes);
   const Authority root =
-      makeAuthority({{"Throw-away Root CA"}, kPresent, kAuthorityExtensions}, options.keys, nullptr);
+      makeAuthority({{"Throw-away Root CA"}, kPresent, authorityExtensions()}, options.keys, nullptr);
   const Authority intermediate = makeAuthority(intermediateRequest(options.defect), options.keys, &root);
   const KeyKind leafKey = options.defect == ChainDefect::leafWithWeakKey ? KeyKind::weak : options.keys;
   Authority leaf = makeAuthority(leafRequest(options, options.defect), leafKey,

@@ -28,10 +28,12 @@ constexpr std::size_t kSignatureAlignment = 16;
 constexpr const char* kSignatureDirectory = "_CodeSignature";
 
 /// The files that hold a signature's components where the main executable cannot.
-const std::map<std::uint32_t, std::string> kComponentFiles = {{slot::kCodeDirectory, "CodeDirectory"},
-                                                              {slot::kRequirements, "CodeRequirements"},
-                                                              {slot::kEntitlements, "CodeEntitlements"},
-                                                              {slot::kSignature, "CodeSignature"}};
+std::map<std::uint32_t, std::string> componentFiles() {
+  return {{slot::kCodeDirectory, "CodeDirectory"},
+          {slot::kRequirements, "CodeRequirements"},
+          {slot::kEntitlements, "CodeEntitlements"},
+          {slot::kSignature, "CodeSignature"}};
+}
 
 void writeFile(const URL& file, std::string content) {
   Data(std::move(content)).write(file, platform::DataWritingOptions::atomic);
@@ -48,9 +50,10 @@ URL emptySignatureDirectory(const BundleLayout& bundle) {
 }
 
 void writeComponentFiles(const URL& directory, const Components& components) {
+  const auto files = componentFiles();
   for (const auto& [slot, blob] : components) {
-    const auto name = kComponentFiles.find(slot);
-    if (name == kComponentFiles.end())
+    const auto name = files.find(slot);
+    if (name == files.end())
       throw platform::Error("Only a Mach-O file can be signed with several digests.");
     writeFile(directory.appendingPathComponent(name->second), blob);
   }

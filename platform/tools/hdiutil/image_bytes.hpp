@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "platform/foundation/bytes.hpp"
+
 namespace platform::hdiutil {
 
 /// Reads numbers out of untrusted bytes. Whatever would lie outside of them is an `ImageError` that names the
@@ -12,14 +14,20 @@ class ImageBytes {
   /// `bytes` and `item` outlive the reader. `item` stands at the start of a sentence.
   ImageBytes(std::string_view bytes, std::string_view item) noexcept : bytes_(bytes), item_(item) {}
 
-  std::uint8_t u8(std::uint64_t offset) const { return static_cast<std::uint8_t>(big(offset, 1)); }
-  std::uint16_t u16(std::uint64_t offset) const { return static_cast<std::uint16_t>(big(offset, 2)); }
-  std::uint32_t u32(std::uint64_t offset) const { return static_cast<std::uint32_t>(big(offset, 4)); }
-  std::uint64_t u64(std::uint64_t offset) const { return big(offset, 8); }
-  std::uint32_t littleU32(std::uint64_t offset) const {
-    return static_cast<std::uint32_t>(little(offset, 4));
+  std::uint8_t u8(std::uint64_t offset) const {
+    return static_cast<std::uint8_t>(bigEndian(span(offset, 1)));
   }
-  std::uint64_t littleU64(std::uint64_t offset) const { return little(offset, 8); }
+  std::uint16_t u16(std::uint64_t offset) const {
+    return static_cast<std::uint16_t>(bigEndian(span(offset, 2)));
+  }
+  std::uint32_t u32(std::uint64_t offset) const {
+    return static_cast<std::uint32_t>(bigEndian(span(offset, 4)));
+  }
+  std::uint64_t u64(std::uint64_t offset) const { return bigEndian(span(offset, 8)); }
+  std::uint32_t littleU32(std::uint64_t offset) const {
+    return static_cast<std::uint32_t>(littleEndian(span(offset, 4)));
+  }
+  std::uint64_t littleU64(std::uint64_t offset) const { return littleEndian(span(offset, 8)); }
 
   std::string_view span(std::uint64_t offset, std::uint64_t length) const;
   /// The same bytes as a reader of their own.
@@ -31,9 +39,6 @@ class ImageBytes {
   [[noreturn]] void damaged() const;
 
  private:
-  std::uint64_t big(std::uint64_t offset, unsigned count) const;
-  std::uint64_t little(std::uint64_t offset, unsigned count) const;
-
   std::string_view bytes_;
   std::string_view item_;
 };

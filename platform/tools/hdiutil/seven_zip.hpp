@@ -12,10 +12,10 @@
 namespace platform::hdiutil {
 
 /// The program that unpacks images and reads the file systems which are not read here.
-inline const std::string kSevenZip = "/usr/bin/7zz";
+inline constexpr const char* kSevenZip = "/usr/bin/7zz";
 
 /// How a child reads the file that is its standard input, where it needs more than its bytes in order.
-inline const std::string kStandardInputPath = "/proc/self/fd/0";
+inline constexpr const char* kStandardInputPath = "/proc/self/fd/0";
 
 /// An entry as that program lists it.
 struct ListedEntry {

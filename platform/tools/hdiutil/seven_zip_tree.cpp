@@ -50,7 +50,7 @@ std::vector<std::string> extraction(SevenZipFileSystem fileSystem, const URL& tr
   for (const std::string_view name : kHousekeepingNames)
     arguments.push_back("-x!" + std::string(name));
   arguments.push_back("-o" + tree.path());
-  arguments.push_back(kStandardInputPath);
+  arguments.emplace_back(kStandardInputPath);
   return arguments;
 }
 

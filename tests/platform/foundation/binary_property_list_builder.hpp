@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/support/bytes.hpp"
+
 namespace test {
 
 /// Puts together a property list in the binary form, whether it makes sense or not. Every operation adds an
@@ -21,7 +23,7 @@ class BinaryPropertyListBuilder {
   }
 
   std::uint32_t integer(std::int64_t value) {
-    return add('\x13' + number(static_cast<std::uint64_t>(value), 8));
+    return add('\x13' + bigEndian(static_cast<std::uint64_t>(value), 8));
   }
   std::uint32_t real(double value);
   std::uint32_t data(const std::string& value) { return add(head(0x40, value.size()) + value); }
@@ -36,7 +38,6 @@ class BinaryPropertyListBuilder {
   std::string finish(std::uint32_t root) const;
 
  private:
-  static std::string number(std::uint64_t value, unsigned size);
   static std::string head(unsigned kind, std::size_t length);
   static std::string references(const References& indices);
 

@@ -48,6 +48,8 @@ TEST(JSONTest, SaysWhatIsWrongWithAValue) {
       {R"({"inner": {"text": "x"}})", "The JSON value for the key \"text\" is missing."},
       {R"({"text": null})", "The JSON value for the key \"text\" is null where a text is needed."},
       {R"({"text": 3})", "The JSON value for the key \"text\" is a number where a text is needed."},
+      {R"({"text": -3})", "The JSON value for the key \"text\" is a number where a text is needed."},
+      {R"({"text": 0.5})", "The JSON value for the key \"text\" is a number where a text is needed."},
       {R"({"text": ["x"]})", "The JSON value for the key \"text\" is an array where a text is needed."},
       {R"({"text": {"text": "x"}})",
        "The JSON value for the key \"text\" is an object where a text is needed."},

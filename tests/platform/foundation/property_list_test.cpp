@@ -90,6 +90,7 @@ TEST(PropertyListTest, ReadsXML) {
       {"<integer>18446744073709551615</integer>", "other"},
       {"<string>12</string>", "'12'"},
       {"<real>-1.5</real>", "real -1.500000"},
+      {"<real>+1.5</real>", "real 1.500000"},
       {"<true/>", "true"},
       {"<false></false>", "false"},
       {"<date>2026-01-31T23:59:59Z</date>", "other"},

@@ -29,8 +29,6 @@ struct Case {
 TEST(Refusals, NameWhatABundleLacks) {
   const std::vector<Case> cases = {
       {"is no Mach-O file",
-       [](const fs::path& contents) { test::writeFile(contents / "MacOS/notes.txt", "text"); }},
-      {"is no Mach-O file",
        [](const fs::path& contents) { test::writeFile(contents / "notes.txt", "text"); }},
       {"has no link to its current version",
        [](const fs::path& contents) {
@@ -76,6 +74,9 @@ TEST(Refusals, NameWhatABundleLacks) {
     }
     fs::remove_all(application);
   }
+  EXPECT_THROW(chain.sign(test::makePlainApplication(directory.path()), {"--hash", "sha1+sha256"}),
+               std::runtime_error)
+      << "a script has room for one digest";
 }
 
 TEST(Refusals, CommandLinesThatCannotBeCarriedOut) {
@@ -101,13 +102,6 @@ TEST(Refusals, CommandLinesThatCannotBeCarriedOut) {
   }
 }
 
-TEST(Refusals, ScriptsWithSeveralDigests) {
-  const test::TemporaryDirectory directory;
-  const SampleChain chain(directory / "chain");
-  const fs::path application = test::makePlainApplication(directory.path());
-  EXPECT_THROW(chain.sign(application, {"--hash", "sha1+sha256"}), std::runtime_error);
-}
-
 /// What signing does with a file's bytes before it writes anything.
 void takeApart(const std::string& bytes) {
   if (!sign_bundle::MachOImage::isMachO(bytes))
@@ -116,50 +110,14 @@ void takeApart(const std::string& bytes) {
     sign_bundle::MachOImage(slice.bytes).announceSignature(1024);
 }
 
-TEST(Refusals, MachOFilesCutAtEveryLength) {
-  const std::string file = sign_bundle::makeMachO(
-      {.architectures = {sign_bundle::Architecture::x86_64, sign_bundle::Architecture::i386}});
-  for (std::size_t length = 32; length < file.size(); ++length)
-    EXPECT_THROW(takeApart(file.substr(0, length)), platform::Error) << length;
-}
-
-TEST(Refusals, ImagesThatDoNotEndWithTheirLinkEditSegment) {
-  const std::string file = sign_bundle::makeMachO({});
-  for (std::size_t length = 32; length < file.size(); ++length)
-    EXPECT_THROW(takeApart(file.substr(0, length)), platform::Error) << length;
-  EXPECT_THROW(takeApart(file + "appended"), platform::Error);
-}
-
-TEST(Refusals, LeadToNoWorseThanAFailureForAnyByteOfTheLoadCommands) {
-  const std::string file = sign_bundle::makeMachO({});
-  for (std::size_t offset = 0; offset < 1024; ++offset) {
-    for (const char value : {'\0', '\x01', '\x7F', '\xFF'}) {
-      std::string changed = file;
-      changed[offset] = value;
-      try {
-        takeApart(changed);
-      } catch (const platform::Error&) {
-        // A clear failure is what is asked for; some bytes matter to nobody.
-      }
-    }
+TEST(Refusals, MachOFilesCutAtEveryLengthOrContinued) {
+  for (const auto& architectures : {std::vector{sign_bundle::Architecture::x86_64},
+                                    {sign_bundle::Architecture::x86_64, sign_bundle::Architecture::i386}}) {
+    const std::string file = sign_bundle::makeMachO({.architectures = architectures});
+    for (std::size_t length = 32; length < file.size(); ++length)
+      EXPECT_THROW(takeApart(file.substr(0, length)), platform::Error) << length;
   }
-}
-
-TEST(Refusals, ImagesWithoutRoomForTheLoadCommand) {
-  // The first section directly behind the load commands.
-  std::string file = sign_bundle::makeMachO({.kind = sign_bundle::MachOKind::loadableBundle});
-  constexpr std::size_t kTextCommand = 32;
-  constexpr std::size_t kFirstSectionOffset = kTextCommand + 72 + 48;
-  const auto end =
-      static_cast<unsigned char>(file.at(20)) + 256 * static_cast<unsigned char>(file.at(21)) + 32;
-  file[kFirstSectionOffset] = static_cast<char>(end & 0xFF);
-  file[kFirstSectionOffset + 1] = static_cast<char>(end >> 8);
-  try {
-    takeApart(file);
-    ADD_FAILURE() << "the command would lie on the code";
-  } catch (const platform::Error& error) {
-    EXPECT_THAT(error.what(), HasSubstr("no room for another load command"));
-  }
+  EXPECT_THROW(takeApart(sign_bundle::makeMachO({}) + "appended"), platform::Error);
 }
 
 }  // namespace

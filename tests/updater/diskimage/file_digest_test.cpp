@@ -30,30 +30,6 @@ TEST(FileDigestTest, IsThatOfTheWholeFileAtSizesAroundAChunk) {
   }
 }
 
-TEST(FileDigestTest, KnownMessages) {
-  const test::TemporaryDirectory directory;
-  const std::pair<const char*, const char*> cases[] = {
-      {"", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
-      {"abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"}};
-  for (const auto& [message, digest] : cases) {
-    test::writeFile(directory / "file", message);
-    EXPECT_EQ(QuorinOstrevalUpdater::sha256(URL::fileURLWithPath((directory / "file").native())), digest)
-        << message;
-  }
-}
-
-TEST(FileDigestTest, ThePlatformsErrorPassesThrough) {
-  const test::TemporaryDirectory directory;
-  for (const std::string& path : {(directory / "missing").native(), directory.path().native()}) {
-    try {
-      QuorinOstrevalUpdater::sha256(URL::fileURLWithPath(path));
-      ADD_FAILURE() << path;
-    } catch (const platform::SystemError& error) {
-      EXPECT_NE(error.localizedDescription().find(path), std::string::npos) << error.what();
-    }
-  }
-}
-
 /// The last read of the second, shorter chunk fails: the only one that asks for just what is left of it.
 TEST(FileDigestTest, AFailureBehindTheFirstChunkIsNoEnd) {
   constexpr std::size_t kRest = 524288;

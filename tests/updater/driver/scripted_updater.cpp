@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <stdexcept>
 
 #include "platform/foundation/file_manager.hpp"
 #include "updater/driver/update_run.hpp"
@@ -21,6 +22,8 @@ platform::URL install(const InstallPlan& plan) {
     throw InstallerError::checksumMismatch();
   if (script == "no memory")
     throw std::bad_alloc();
+  if (script == "too long")
+    throw std::length_error("too long");
   if (script == "unknown")
     throw 42;
   // Anything else is the path of the backup; the new application stands beside the target.

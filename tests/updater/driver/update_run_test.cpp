@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -22,20 +21,12 @@
 namespace fs = std::filesystem;
 using QuorinOstrevalUpdater::InstallPlan;
 using QuorinOstrevalUpdater::InstallStatus;
+using test::endedProcess;
 using test::Outcome;
 using test::readFile;
 using test::writeFile;
 
 namespace {
-
-/// The identifier of a process that has ended.
-std::string endedProcess() {
-  const pid_t child = ::fork();
-  if (child == 0)
-    ::_exit(0);
-  ::waitpid(child, nullptr, 0);
-  return std::to_string(child);
-}
 
 /// A prefix of the test's own: the real driver, and an `open` that notes its arguments and ends as
 /// prescribed. Beside it an installed application, a new one, a disk image and a plan.
@@ -197,7 +188,8 @@ TEST_F(UpdateRunTest, AFailedInstallation) {
 
 TEST_F(UpdateRunTest, WhateverIsThrownEndsInTheFailurePath) {
   expectFailure(run("no memory"), "There is not enough memory.", 1);
-  expectFailure(run("unknown"), "An unexpected error occurred.", 2);
+  expectFailure(run("too long"), "too long", 2);
+  expectFailure(run("unknown"), "An unexpected error occurred.", 3);
 }
 
 TEST_F(UpdateRunTest, WhicheverAllocationFailsTheRunEndsByItselfWithAWholeApplication) {

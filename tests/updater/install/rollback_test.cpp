@@ -38,40 +38,4 @@ TEST_F(RollbackTest, ThePreviousApplicationComesBack) {
   }
 }
 
-TEST_F(RollbackTest, ATargetThatEndsInDotsIsTheApplicationAndNothingElse) {
-  for (const char* path : {"Target.app/.", "Target.app/Contents/.."}) {
-    test::writeFile(directory / "Target.app/Contents/version", "new");
-    test::writeFile(directory / ".backup.app/version", "old");
-    test::writeFile(directory / "neighbour", "");
-    rollback(platform::URL::fileURLWithPath((directory / path).native()), backup);
-    EXPECT_EQ(test::difference({{"Target.app", "directory 755"},
-                                {"Target.app/version", "file 644 old"},
-                                {"neighbour", "file 644 "}},
-                               test::inventory(directory.path())),
-              "")
-        << path;
-    fs::remove_all(directory / "Target.app");
-  }
-}
-
-TEST_F(RollbackTest, AFailedMoveKeepsTheBackup) {
-  // Another file system: the way back cannot be one rename.
-  const fs::path elsewhere = "/dev/shm/quorin-rollback-test.app";
-  if (!fs::exists("/dev/shm"))
-    GTEST_SKIP() << "there is no second file system to write to";
-  test::writeFile(elsewhere / "version", "old");
-  try {
-    rollback(target, platform::URL::fileURLWithPath(elsewhere.native()));
-    ADD_FAILURE();
-  } catch (const QuorinOstrevalUpdater::InstallerError& error) {
-    EXPECT_EQ(error.errorDescription(),
-              "The application could not be replaced: The new app did not launch and restoring the previous "
-              "app failed: \"" +
-                  elsewhere.native() + "\" could not be moved to \"" + target.path() +
-                  "\": Invalid cross-device link.");
-  }
-  EXPECT_EQ(test::readFile(elsewhere / "version"), "old");
-  fs::remove_all(elsewhere);
-}
-
 }  // namespace

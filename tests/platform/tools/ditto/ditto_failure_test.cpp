@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -16,6 +15,7 @@
 #include "tests/platform/tools/ditto/interception.hpp"
 #include "tests/platform/tools/ditto/tree_description.hpp"
 #include "tests/support/files.hpp"
+#include "tests/support/private_mounts.hpp"
 #include "tests/support/syscall_fault.hpp"
 
 namespace fs = std::filesystem;
@@ -116,15 +116,14 @@ TEST_F(DittoFailureTest, NamesWhatCannotBeReadOrMade) {
 }
 
 TEST_F(DittoFailureTest, TellsOfAFullDisk) {
-  if (::geteuid() != 0)
-    GTEST_SKIP() << "needs an administrator, who can mount a small file system";
   const fs::path small = directory / "small";
   fs::create_directory(small);
   const auto mountSmall = [&] {
-    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        ::mount("small", small.c_str(), "tmpfs", 0, "size=100k") != 0)
-      ::_exit(126);
+    return test::enterPrivateMounts() && ::mount("small", small.c_str(), "tmpfs", 0, "size=100k") == 0 ? 0
+                                                                                                       : 1;
   };
+  if (test::inChild(mountSmall) != 0)
+    GTEST_SKIP() << "the system refuses a small file system";
   EXPECT_THAT(ditto(source, small / "copy.app", mountSmall),
               FailsSaying(HasSubstr("MacOS/App\" could not be written: No space left on device.")));
 }
@@ -202,17 +201,18 @@ TEST_F(DittoFailureTest, NoticesThatTheSourceChanges) {
 }
 
 TEST_F(DittoFailureTest, FindsItsDestinationInsideTheSourceByADetour) {
-  if (::geteuid() != 0)
-    GTEST_SKIP() << "needs an administrator, who can mount a directory a second time";
   const fs::path detour = source / "Contents/detour";
   const fs::path place = directory / "place";
   fs::create_directory(detour);
   fs::create_directory(place);
   const auto mountDetour = [&] {
-    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        ::mount(place.c_str(), detour.c_str(), nullptr, MS_BIND, nullptr) != 0)
-      ::_exit(126);
+    return test::enterPrivateMounts() &&
+                   ::mount(place.c_str(), detour.c_str(), nullptr, MS_BIND, nullptr) == 0
+               ? 0
+               : 1;
   };
+  if (test::inChild(mountDetour) != 0)
+    GTEST_SKIP() << "the system refuses a directory at a second place";
   EXPECT_THAT(ditto(source, place / "copy.app", mountDetour), FailsSaying(HasSubstr("lies inside")));
 }
 

@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -7,7 +6,6 @@
 #include <stdexcept>
 
 #include "tests/platform/tools/ditto/interception.hpp"
-#include "tests/support/files.hpp"
 
 namespace test {
 namespace {
@@ -37,55 +35,35 @@ bool isEntering(pid_t process, const Interception& interception) {
 
 /// Lets the stopped program run until something happens to it again; how it ended, once it has.
 int resume(pid_t process, int signal) {
-  int status = 0;
-  if (::ptrace(PTRACE_SYSCALL, process, nullptr, signal) != 0 || ::waitpid(process, &status, 0) != process)
+  if (::ptrace(PTRACE_SYSCALL, process, nullptr, signal) != 0)
     throw std::runtime_error("the program cannot be followed");
-  return status;
+  return waitFor(process);
 }
 
 }  // namespace
 
 Outcome runIntercepted(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                        const Interception& interception) {
-  const TemporaryDirectory capture;
-  const std::string errorPath = (capture / "stderr").native();
-  std::vector<std::string> texts{program.native()};
-  texts.insert(texts.end(), arguments.begin(), arguments.end());
-  std::vector<char*> argumentVector;
-  for (std::string& text : texts)
-    argumentVector.push_back(text.data());
-  argumentVector.push_back(nullptr);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    const int file = ::open(errorPath.c_str(), O_WRONLY | O_CREAT, 0600);
-    if (file < 0 || ::dup2(file, STDERR_FILENO) < 0 || ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0)
+  const auto beTraced = [] {
+    if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0)
       ::_exit(126);
-    ::execv(program.c_str(), argumentVector.data());
-    ::_exit(127);
-  }
-  int status = 0;
-  if (::waitpid(child, &status, 0) != child || !WIFSTOPPED(status))
-    throw std::runtime_error("the program has not started");
-  ::ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
-  bool isTaken = false;
-  status = resume(child, 0);
-  while (WIFSTOPPED(status)) {
-    const int signal = WSTOPSIG(status);
-    if (signal == kSystemCallStop && !isTaken && isEntering(child, interception)) {
-      isTaken = true;
-      interception.step();
+  };
+  return runProgram(program, arguments, beTraced, [&](pid_t child) {
+    int status = waitFor(child);
+    ::ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    bool isTaken = false;
+    for (int signal = 0; WIFSTOPPED(status); signal = signal == kSystemCallStop ? 0 : signal) {
+      status = resume(child, signal);
+      signal = WIFSTOPPED(status) ? WSTOPSIG(status) : 0;
+      if (signal == kSystemCallStop && !isTaken && isEntering(child, interception)) {
+        isTaken = true;
+        interception.step();
+      }
     }
-    status = resume(child, signal == kSystemCallStop ? 0 : signal);
-  }
-  if (!isTaken)
-    throw std::runtime_error("the program has not made the call");
-  Outcome outcome;
-  if (WIFSIGNALED(status))
-    outcome.signal = WTERMSIG(status);
-  else
-    outcome.exitStatus = WEXITSTATUS(status);
-  outcome.error = readFile(errorPath);
-  return outcome;
+    if (!isTaken)
+      throw std::runtime_error("the program has not made the call");
+    return status;
+  });
 }
 
 }  // namespace test

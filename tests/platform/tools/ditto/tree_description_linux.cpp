@@ -9,6 +9,7 @@
 
 #include "platform/foundation/file_descriptor.hpp"
 #include "tests/platform/tools/ditto/tree_description.hpp"
+#include "tests/support/bytes.hpp"
 #include "tests/support/files.hpp"
 
 namespace fs = std::filesystem;
@@ -99,9 +100,7 @@ bool setExtendedAttribute(const fs::path& path, const std::string& name, const s
 std::string accessControlList(unsigned user) {
   std::string list{2, 0, 0, 0};  // the version; then tag, permissions and number of each entry, little-endian
   const auto add = [&](char tag, char permissions, unsigned id) {
-    list += {tag, 0, permissions, 0};
-    for (unsigned shift = 0; shift < 32; shift += 8)
-      list += static_cast<char>((id >> shift) & 0xFFU);
+    list += std::string{tag, 0, permissions, 0} + littleEndian(id, 4);
   };
   constexpr unsigned kNone = ~0U;
   add(0x01, 7, kNone);

@@ -9,6 +9,7 @@
 
 #include "tests/platform/tools/hdiutil/hfs_volume_builder.hpp"
 #include "tests/platform/tools/hdiutil/image_builder.hpp"
+#include "tests/support/bytes.hpp"
 #include "tests/support/files.hpp"
 #include "tests/support/program.hpp"
 #include "tests/support/syscall_fault.hpp"
@@ -199,7 +200,16 @@ TEST_F(DamageTest, AFlippedByteInAVolumeOfItsOwn) {
 
 TEST_F(DamageTest, WhatIsNoImage) {
   const std::string content = compressed(quorin_tools::zlibEncoding());
+  const auto with = [](std::string disk, std::size_t place, const std::string& bytes) {
+    return disk.replace(place, bytes.size(), bytes);
+  };
+  const std::string apple = test::appleDisk({volume_});
+  const std::string guid = test::guidDisk({volume_});
   const std::pair<const char*, std::string> cases[] = {
+      {"a partition map without its second entry", with(apple, 1024, "xx")},
+      {"a partition map almost without end", with(apple, 516, test::bigEndian(300, 4))},
+      {"a partition table of small entries", with(guid, 596, test::littleEndian(64, 4))},
+      {"a partition that ends before it begins", with(guid, 1064, test::littleEndian(0, 8))},
       {"empty", ""},
       {"one byte", "x"},
       {"a page", "<!DOCTYPE html><html><body>Not found</body></html>"},
@@ -209,7 +219,7 @@ TEST_F(DamageTest, WhatIsNoImage) {
       {"no trailer", content.substr(0, content.size() - kTrailerSize)},
       {"encrypted", "encrcdsa" + content},
       {"encrypted in the older way", volume_ + "cdsaencr"},
-      {"a partition map that leads out", test::guidDisk({volume_}).substr(0, 20000)},
+      {"a partition map that leads out", guid.substr(0, 20000)},
   };
   for (const auto& [name, bytes] : cases)
     expectRefused(bytes, name);

@@ -1,5 +1,7 @@
 #include "tests/platform/tools/hdiutil/hfs_volume_builder.hpp"
 
+#include "tests/support/bytes.hpp"
+
 namespace test {
 namespace {
 
@@ -7,21 +9,14 @@ constexpr std::size_t kBlock = 512;
 constexpr std::size_t kNode = 4096;
 constexpr std::size_t kFirstDataBlock = 4;
 
-std::string number(std::uint64_t value, int size) {
-  std::string bytes;
-  for (int place = size; place-- > 0;)
-    bytes += static_cast<char>(value >> (8 * place) & 0xFFU);
-  return bytes;
-}
-
 std::string u16(std::uint64_t value) {
-  return number(value, 2);
+  return bigEndian(value, 2);
 }
 std::string u32(std::uint64_t value) {
-  return number(value, 4);
+  return bigEndian(value, 4);
 }
 std::string u64(std::uint64_t value) {
-  return number(value, 8);
+  return bigEndian(value, 8);
 }
 
 std::string text(const std::u16string& name) {
@@ -45,7 +40,7 @@ std::string forkData(const Fork& fork) {
 }
 
 std::string permissions(std::uint16_t mode, std::uint8_t flags, std::uint32_t special) {
-  return u32(0) + u32(0) + number(0, 1) + number(flags, 1) + u16(mode) + u32(special);
+  return u32(0) + u32(0) + bigEndian(0, 1) + bigEndian(flags, 1) + u16(mode) + u32(special);
 }
 
 std::string dates() {
@@ -134,13 +129,13 @@ HfsVolumeBuilder::Fork HfsVolumeBuilder::storeTree(std::string& disk,
   }
   if (count > 0)
     endLeaf();
-  std::string tree = u32(0) + u32(0) + number(1, 1) + number(0, 1) + u16(3) + u16(0);
+  std::string tree = u32(0) + u32(0) + bigEndian(1, 1) + bigEndian(0, 1) + u16(3) + u16(0);
   tree += u16(1) + u32(leaves.empty() ? 0 : 1) + u32(records.size()) + u32(leaves.empty() ? 0 : 1) +
           u32(leaves.size()) + u16(kNode) + u16(516) + u32(leaves.size() + 1) + u32(0);
   tree.resize(kNode, '\0');
   for (std::size_t index = 0; index < leaves.size(); ++index) {
     const bool isLast = index + 1 == leaves.size();
-    tree += u32(isLast ? 0 : index + 2) + u32(index) + number(0xFF, 1) + number(1, 1) +
+    tree += u32(isLast ? 0 : index + 2) + u32(index) + bigEndian(0xFF, 1) + bigEndian(1, 1) +
             u16(leaves[index].second) + u16(0) + leaves[index].first;
   }
   Fork fork{tree.size(), {{disk.size() / kBlock, tree.size() / kBlock}}};

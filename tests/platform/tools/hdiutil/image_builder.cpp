@@ -8,6 +8,8 @@
 
 #include "platform/foundation/error.hpp"
 #include "platform/tools/hdiutil/attach.hpp"
+#include "tests/support/bytes.hpp"
+#include "tests/support/program.hpp"
 #include "tools/make_disk_image/hfs_plus_maker.hpp"
 
 namespace fs = std::filesystem;
@@ -42,34 +44,23 @@ std::string lzma(std::span<const char> block) {
   return stored;
 }
 
-std::string little(std::uint64_t value, int size) {
-  std::string bytes;
-  for (int place = 0; place < size; ++place)
-    bytes += static_cast<char>(value >> (8 * place) & 0xFFU);
-  return bytes;
-}
-
-std::string big(std::uint64_t value, int size) {
-  std::string bytes = little(value, size);
-  return {bytes.rbegin(), bytes.rend()};
-}
-
 /// Blocks of that format's fast kind, with nothing but literals: 15 at most behind a byte, 271 behind two.
 std::string lzfse(std::span<const char> block) {
   std::string stored;
   while (!block.empty()) {
     auto raw = block.first(std::min<std::size_t>(block.size(), 1U << 16U));
     block = block.subspan(raw.size());
-    const std::string header = std::string("bvxn") + little(raw.size(), 4);
+    const std::string header = std::string("bvxn") + littleEndian(raw.size(), 4);
     std::string payload;
     while (!raw.empty()) {
       const std::size_t count = std::min<std::size_t>(raw.size(), raw.size() < 16 ? 15 : 271);
-      payload += count < 16 ? little(0xE0 | count, 1) : std::string("\xE0") + little(count - 16, 1);
+      payload +=
+          count < 16 ? littleEndian(0xE0 | count, 1) : std::string("\xE0") + littleEndian(count - 16, 1);
       payload.append(raw.begin(), raw.begin() + static_cast<std::ptrdiff_t>(count));
       raw = raw.subspan(count);
     }
     payload += "\x06" + std::string(7, '\0');
-    stored += header + little(payload.size(), 4) + payload;
+    stored += header + littleEndian(payload.size(), 4) + payload;
   }
   return stored + "bvx$";
 }
@@ -148,13 +139,41 @@ std::string hfsVolumeOf(const fs::path& folder, const std::string& name) {
   return volume.disk->read(volume.partition.offset, volume.partition.length);
 }
 
+std::string fatVolumeOf(const fs::path& folder,
+                        const std::vector<std::pair<std::string, std::string>>& renamed) {
+  const TemporaryDirectory directory;
+  const std::string volume = (directory / "volume").native();
+  runProgram("/usr/bin/mformat", {"-C", "-i", volume, "-f", "1440", "::"});
+  std::vector<std::string> copy{"-s", "-Q", "-i", volume};
+  for (const auto& entry : fs::directory_iterator(folder))
+    copy.push_back(entry.path().native());
+  copy.emplace_back("::/");
+  if (const Outcome copied = runProgram("/usr/bin/mcopy", copy); copied.exitStatus != 0)
+    throw std::runtime_error("mcopy: " + copied.error);
+  std::string bytes = readFile(volume);
+  const auto wide = [](const std::string& name) {
+    std::string units;
+    for (const char character : name)
+      units += {character, '\0'};
+    return units;
+  };
+  for (const auto& [usual, other] : renamed) {
+    const std::string units = wide(usual);
+    for (std::size_t place = 0; (place = bytes.find(units, place)) != std::string::npos;
+         place += units.size())
+      bytes.replace(place, units.size(), wide(other));
+  }
+  return bytes;
+}
+
 std::string appleDisk(const std::vector<std::string>& volumes) {
   std::vector<std::size_t> first;
   std::string disk = layOut(64, volumes, first);
-  disk.replace(0, 4, std::string("ER") + big(kSector, 2));
+  disk.replace(0, 4, std::string("ER") + bigEndian(kSector, 2));
   const auto entry = [&](std::size_t index, std::size_t start, std::size_t count, const std::string& type) {
-    const std::string bytes = std::string("PM") + big(0, 2) + big(volumes.size() + 1, 4) + big(start, 4) +
-                              big(count, 4) + padded("name", 32) + padded(type, 32);
+    const std::string bytes = std::string("PM") + bigEndian(0, 2) + bigEndian(volumes.size() + 1, 4) +
+                              bigEndian(start, 4) + bigEndian(count, 4) + padded("name", 32) +
+                              padded(type, 32);
     disk.replace(index * kSector, bytes.size(), bytes);
   };
   entry(1, 1, 63, "Apple_partition_map");
@@ -167,11 +186,11 @@ std::string guidDisk(const std::vector<std::string>& volumes) {
   std::vector<std::size_t> first;
   std::string disk = layOut(34, volumes, first);
   const std::string header =
-      "EFI PART" + std::string(64, '\0') + little(2, 8) + little(128, 4) + little(128, 4);
+      "EFI PART" + std::string(64, '\0') + littleEndian(2, 8) + littleEndian(128, 4) + littleEndian(128, 4);
   disk.replace(kSector, header.size(), header);
   for (std::size_t index = 0; index < volumes.size(); ++index) {
-    const std::string bytes = std::string(16, 'H') + std::string(16, 'U') + little(first[index], 8) +
-                              little(first[index] + volumes[index].size() / kSector - 1, 8);
+    const std::string bytes = std::string(16, 'H') + std::string(16, 'U') + littleEndian(first[index], 8) +
+                              littleEndian(first[index] + volumes[index].size() / kSector - 1, 8);
     disk.replace(2 * kSector + 128 * index, bytes.size(), bytes);
   }
   return disk;
@@ -182,8 +201,9 @@ std::string masterBootDisk(const std::vector<std::string>& volumes) {
   std::string disk = layOut(64, volumes, first);
   disk.replace(510, 2, "\x55\xAA");
   for (std::size_t index = 0; index < volumes.size(); ++index) {
-    const std::string bytes = std::string(4, '\0') + "\xAF" + std::string(3, '\0') + little(first[index], 4) +
-                              little(volumes[index].size() / kSector, 4);
+    const std::string bytes = std::string(4, '\0') + "\xAF" + std::string(3, '\0') +
+                              littleEndian(first[index], 4) +
+                              littleEndian(volumes[index].size() / kSector, 4);
     disk.replace(446 + 16 * index, bytes.size(), bytes);
   }
   return disk;

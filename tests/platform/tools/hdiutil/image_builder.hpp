@@ -27,6 +27,12 @@ void writeUdif(const std::filesystem::path& image, const std::vector<DiskPart>& 
 /// The HFS Plus volume that the disk image tool for developers makes of a folder.
 std::string hfsVolumeOf(const std::filesystem::path& folder, const std::string& name = "Volume");
 
+/// A FAT volume of the size of a floppy disk with what lies in the folder. In its long names, which a name
+/// gets that is written in both cases, the first text of each pair stands as the second, of the same length:
+/// what no maker would write.
+std::string fatVolumeOf(const std::filesystem::path& folder,
+                        const std::vector<std::pair<std::string, std::string>>& renamed = {});
+
 /// Disks with an Apple partition map, a GUID partition table or a master boot record, which hold the volumes
 /// in order.
 std::string appleDisk(const std::vector<std::string>& volumes);

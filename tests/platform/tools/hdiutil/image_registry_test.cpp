@@ -28,6 +28,13 @@ using testing::StartsWith;
 
 namespace {
 
+/// An image of a volume with that name, which holds one file.
+void writeImage(const fs::path& image, const std::string& name) {
+  test::HfsVolumeBuilder builder(std::u16string(name.begin(), name.end()));
+  builder.addFile(test::kRootFolder, u"file", "content");
+  test::writeFile(image, builder.build());
+}
+
 class ImageRegistryTest : public testing::Test {
  protected:
   /// An image whose attaching takes a while.
@@ -39,11 +46,7 @@ class ImageRegistryTest : public testing::Test {
     test::writeUdif(image(), {{"whole disk", builder.build()}}, test::blockEncodings()[1].second);
   }
 
-  void makeSmallImage() {
-    test::HfsVolumeBuilder builder(u"Small");
-    builder.addFile(test::kRootFolder, u"file", "content");
-    test::writeFile(image(), builder.build());
-  }
+  void makeSmallImage() const { writeImage(image(), "Small"); }
 
   fs::path image() const { return directory_ / "image.dmg"; }
 
@@ -225,16 +228,32 @@ TEST(MountNameTest, IsTheVolumesNameAsAPathComponent) {
     EXPECT_EQ(platform::hdiutil::mountName(volume), name) << volume;
 }
 
-fs::path hdiutil() {
-  return test::buildPrefix() / "libexec/quorin/hdiutil";
-}
+/// The program itself, from its arguments to its exit status.
+class HdiutilProgramTest : public testing::Test {
+ protected:
+  HdiutilProgramTest() { writeImage(image, name); }
 
-/// An image of a volume with that name, which holds one file.
-void writeImage(const fs::path& image, const std::string& name) {
-  test::HfsVolumeBuilder builder(std::u16string(name.begin(), name.end()));
-  builder.addFile(test::kRootFolder, u"file", "content");
-  test::writeFile(image, builder.build());
-}
+  static test::Outcome run(const std::vector<std::string>& arguments,
+                           const std::function<void()>& prepare = {}) {
+    return test::runProgram(test::buildPrefix() / "libexec/quorin/hdiutil", arguments, prepare);
+  }
+
+  test::Outcome attach(const std::function<void()>& prepare = {}) const {
+    return run({"attach", "-readonly", "-nobrowse", "-plist", image.native()}, prepare);
+  }
+
+  /// The mount point that a successful attach has told.
+  static std::string mountPoint(const test::Outcome& attached) {
+    EXPECT_EQ(attached.exitStatus, 0) << attached.error;
+    EXPECT_EQ(attached.error, "");
+    const auto begin = std::min(attached.output.find("/tmp/quorin-images-"), attached.output.size());
+    return attached.output.substr(begin, attached.output.find('<', begin) - begin);
+  }
+
+  test::TemporaryDirectory directory;
+  fs::path image = directory / "image";
+  std::string name = "Volume " + std::to_string(::getpid());
+};
 
 /// Takes away what lets root pass permissions.
 void becomeOrdinary() {
@@ -243,70 +262,42 @@ void becomeOrdinary() {
       ::_exit(126);
 }
 
-TEST(HdiutilProgramTest, WhatNobodyWasToldOfIsNotAttached) {
-  const test::TemporaryDirectory directory;
-  const std::string name = "Untold " + std::to_string(::getpid());
-  writeImage(directory / "image", name);
-  const auto outcome = test::runProgram(
-      hdiutil(), {"attach", "-readonly", "-nobrowse", "-plist", (directory / "image").native()},
-      [] { ::dup2(::open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); });
+TEST_F(HdiutilProgramTest, WhatNobodyWasToldOfIsNotAttached) {
+  const auto outcome = attach([] { ::dup2(::open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); });
   EXPECT_EQ(outcome.exitStatus, 1);
   EXPECT_THAT(outcome.error, HasSubstr("could not be attached"));
-  const fs::path registry = platform::hdiutil::registryLocation().path();
-  for (const auto& image : fs::directory_iterator(registry))
-    EXPECT_FALSE(fs::exists(image.path() / name)) << image.path();
+  for (const auto& left : fs::directory_iterator(platform::hdiutil::registryLocation().path()))
+    EXPECT_FALSE(fs::exists(left.path() / name)) << left.path();
 }
 
-TEST(HdiutilProgramTest, WorksUnderEveryMask) {
-  const test::TemporaryDirectory directory;
-  const std::string name = "Masked " + std::to_string(::getpid());
-  writeImage(directory / "image", name);
+TEST_F(HdiutilProgramTest, WorksUnderEveryMask) {
   for (const mode_t mask : {0277U, 0777U}) {
-    const auto attached = test::runProgram(
-        hdiutil(), {"attach", "-readonly", "-nobrowse", "-plist", (directory / "image").native()}, [&] {
-          ::umask(mask);
-          becomeOrdinary();
-        });
-    EXPECT_EQ(attached.exitStatus, 0) << attached.error;
-    const auto begin = attached.output.find("/tmp/quorin-images-");
-    ASSERT_NE(begin, std::string::npos);
-    const std::string tree = attached.output.substr(begin, attached.output.find('<', begin) - begin);
+    const std::string tree = mountPoint(attach([&] {
+      ::umask(mask);
+      becomeOrdinary();
+    }));
     EXPECT_EQ(test::readFile(fs::path(tree) / "file"), "content");
-    EXPECT_EQ(test::runProgram(hdiutil(), {"detach", tree}, becomeOrdinary).exitStatus, 0);
+    EXPECT_EQ(run({"detach", tree}, becomeOrdinary).exitStatus, 0);
   }
 }
 
-/// The program itself, from its arguments to its exit status.
-TEST(HdiutilProgramTest, TakesTwoFormsOfArguments) {
-  const test::TemporaryDirectory directory;
-  test::HfsVolumeBuilder builder(u"Program");
-  builder.addFile(test::kRootFolder, u"file", "content");
-  test::writeFile(directory / "image", builder.build());
-  const std::string image = (directory / "image").native();
-  const fs::path program = hdiutil();
-
-  const auto attached = test::runProgram(program, {"attach", "-readonly", "-nobrowse", "-plist", image});
-  EXPECT_EQ(attached.exitStatus, 0);
-  EXPECT_EQ(attached.error, "");
-  const auto begin = attached.output.find("/tmp/quorin-images-");
-  ASSERT_NE(begin, std::string::npos) << attached.output;
-  const std::string mountPoint = attached.output.substr(begin, attached.output.find('<', begin) - begin);
-  EXPECT_EQ(test::readFile(fs::path(mountPoint) / "file"), "content");
-
-  EXPECT_EQ(test::runProgram(program, {"detach", mountPoint}).exitStatus, 0);
-  const auto again = test::runProgram(program, {"detach", mountPoint});
+TEST_F(HdiutilProgramTest, TakesTwoFormsOfArguments) {
+  const std::string tree = mountPoint(attach());
+  EXPECT_EQ(test::readFile(fs::path(tree) / "file"), "content");
+  EXPECT_EQ(run({"detach", tree}).exitStatus, 0);
+  const auto again = run({"detach", tree});
   EXPECT_EQ(again.exitStatus, 1);
   EXPECT_EQ(again.output, "");
-  EXPECT_EQ(again.error, '"' + mountPoint + "\" could not be detached: no such image is attached.\n");
+  EXPECT_EQ(again.error, '"' + tree + "\" could not be detached: no such image is attached.\n");
 
-  test::writeFile(directory / "image", "nonsense");
-  const auto refused = test::runProgram(program, {"attach", "-readonly", "-nobrowse", "-plist", image});
+  test::writeFile(image, "nonsense");
+  const auto refused = attach();
   EXPECT_EQ(refused.exitStatus, 1);
   EXPECT_EQ(refused.output, "");
-  EXPECT_THAT(refused.error, StartsWith('"' + image + "\" could not be attached: "));
+  EXPECT_THAT(refused.error, StartsWith('"' + image.native() + "\" could not be attached: "));
   for (const std::vector<std::string>& arguments :
        {std::vector<std::string>{}, {"attach", image}, {"detach"}, {"detach", "a", "b"}, {"info"}}) {
-    const auto outcome = test::runProgram(program, arguments);
+    const auto outcome = run(arguments);
     EXPECT_EQ(outcome.exitStatus, 1);
     EXPECT_THAT(outcome.error, HasSubstr("Usage"));
   }

@@ -7,7 +7,6 @@
 #include <filesystem>
 
 #include "platform/tools/hdiutil/image_error.hpp"
-#include "tests/platform/tools/hdiutil/fat_volume_builder.hpp"
 #include "tests/platform/tools/hdiutil/image_builder.hpp"
 #include "tests/support/files.hpp"
 
@@ -16,12 +15,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {
-
-using test::FatEntry;
-
-FatEntry folder(const std::string& name, const std::vector<FatEntry>& entries) {
-  return {name, {}, true, entries};
-}
 
 const std::string kHeader = "Type = APFS\nvolume_name: Volume\n\n----------\n";
 
@@ -104,45 +97,51 @@ TEST(TreeWriterTest, NeverLeavesItsDirectory) {
 TEST(FatTest, HandsOutTheEntriesAndNoHousekeeping) {
   const test::TemporaryDirectory directory;
   const test::Images images;
-  const std::string large(3000, 'l');
-  test::writeFile(directory / "image",
-                  test::fatVolume({{"a long name.txt", "content"},
-                                   {".journal", "a user's"},
-                                   folder("folder", {{"large", large}, {".Trashes", "a user's"}}),
-                                   folder(".Trashes", {{"gone", "x"}})}));
+  for (const auto& [path, content] : {std::pair("a long name.txt", std::string("content")),
+                                      {".journal", "a user's"},
+                                      {"folder/large", std::string(3000, 'l')},
+                                      {"folder/.Trashes", "a user's"}})
+    test::writeFile(directory / "content" / path, content);
+  for (const auto& entry : fs::recursive_directory_iterator(directory / "content"))
+    fs::permissions(entry.path(), fs::perms(0777));  // the file system has none of its own
+  const auto expected = test::inventory(directory / "content");
+  test::writeFile(directory / "content/.Trashes/gone", "x");
+  test::writeFile(directory / "image", test::fatVolumeOf(directory / "content"));
   const auto attached = images.attach(directory / "image");
   ASSERT_EQ(attached.failure, "");
   EXPECT_EQ(attached.mountPoint.filename(), "Untitled");
-  const test::Inventory expected{{"a long name.txt", "file 777 content"},
-                                 {".journal", "file 777 a user's"},
-                                 {"folder", "directory 777"},
-                                 {"folder/large", "file 777 " + test::digestWhereLong(large)},
-                                 {"folder/.Trashes", "file 777 a user's"}};
-  EXPECT_EQ(test::inventory(attached.mountPoint), expected);
-  EXPECT_EQ(images.detach(attached.device), "");
+  EXPECT_EQ(test::difference(expected, test::inventory(attached.mountPoint)), "");
 }
 
 /// Above the volume's tree are its directory in the registry, the registry and a directory of the test.
 TEST(FatTest, NothingOutsideOfTheTreeIsTouched) {
   struct Case {
     const char* name;
-    std::vector<FatEntry> entries;
+    std::vector<std::string> files;
+    std::pair<std::string, std::string> renamed;
   };
-  const FatEntry up = folder("..", {folder("..", {folder("..", {folder("images", {})})})});
   const Case cases[] = {
-      {"a folder ..", {up}},
-      {"made up for by housekeeping", {up, folder(".journal", {{"1", "x"}, {"2", "x"}})}},
-      {"made up for by more of it", {up, folder(".journal", {{"1", "x"}, {"2", "x"}, {"3", "x"}})}},
-      {"a line break", {{"a\nb", "x"}}},
-      {"two of one name", {{"a", "x"}, {"a", "y"}}},
-      {"a link by its name", {{"a\nMode = lrwxrwxrwx\nSymbolic Link = /tmp", std::string(4, '\0')}}},
+      {"a folder ..", {"Up/Up/Up/images/"}, {"Up", ".."}},
+      {"made up for by housekeeping", {"Up/Up/Up/images/", ".journal/1", ".journal/2"}, {"Up", ".."}},
+      {"made up for by more of it",
+       {"Up/Up/Up/images/", ".journal/1", ".journal/2", ".journal/3"},
+       {"Up", ".."}},
+      {"a line break", {"Aa#b"}, {"#", "\n"}},
+      {"two of one name", {"Aa", "Ab"}, {"Ab", "Aa"}},
+      {"a link by its name", {"A#Mode = lrwxrwxrwx#Symbolic Link = tmp"}, {"#", "\n"}},
   };
-  const test::TemporaryDirectory directory;
   const test::Images images;
   const fs::path outside = images.location().parent_path();
   const fs::perms before = fs::status(outside).permissions();
   for (const Case& example : cases) {
-    test::writeFile(directory / "image", test::fatVolume(example.entries));
+    const test::TemporaryDirectory directory;
+    for (const std::string& file : example.files) {
+      if (file.ends_with('/'))
+        fs::create_directories(directory / "content" / file);
+      else
+        test::writeFile(directory / "content" / file, std::string(3, '\0'));
+    }
+    test::writeFile(directory / "image", test::fatVolumeOf(directory / "content", {example.renamed}));
     EXPECT_NE(images.attach(directory / "image").failure, "") << example.name;
     EXPECT_THAT(images.leftovers(), IsEmpty()) << example.name;
     EXPECT_EQ(fs::status(images.location()).permissions(), fs::perms::owner_all) << example.name;
