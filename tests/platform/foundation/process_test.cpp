@@ -75,20 +75,20 @@ TEST_F(ProcessTest, ArgumentsArriveAsTheyAre) {
 }
 
 TEST_F(ProcessTest, AChildInheritsNothingButItsStreams) {
-  EXPECT_EQ(
-      test::inChild([&] {
-        // What the application may have left to the updater: an open file, ignored and blocked signals.
-        const int leaked = ::dup2(::open("/dev/null", O_RDONLY), 57);
-        ::signal(SIGPIPE, SIG_IGN);
-        ::signal(SIGTERM, SIG_IGN);
-        sigset_t all;
-        ::sigfillset(&all);
-        ::sigprocmask(SIG_BLOCK, &all, nullptr);
-        const char* script =
-            "cd /proc/$$ && ls fd && readlink fd/0 && sed -n 's/^Sig[BI].*\\(.\\{7\\}\\)$/\\1/p' status";
-        return leaked == 57 ? run(shell, {"-c", script}) : 1;
-      }),
-      0);
+  EXPECT_EQ(test::inChild([&] {
+              // What the application may have left to the updater: an open file, ignored and blocked signals.
+              const int leaked = ::dup2(::open("/dev/null", O_RDONLY), 57);
+              ::signal(SIGPIPE, SIG_IGN);
+              ::signal(SIGTERM, SIG_IGN);
+              sigset_t all;
+              ::sigfillset(&all);
+              ::sigprocmask(SIG_BLOCK, &all, nullptr);
+              const char* script =
+                  "cd /proc/$$ && ls fd && readlink fd/0 && sed -n 's/^Sig[BI].*\\(.\\{7\\}\\)$/\\1/p' "
+                  "/proc/self/status";
+              return leaked == 57 ? run(shell, {"-c", script}) : 1;
+            }),
+            0);
   // The masks of the signals 1 to 28; the C library keeps some above them to itself.
   EXPECT_EQ(written(), "0\n1\n2\n/dev/null\n0000000\n0000000\n");
 }
