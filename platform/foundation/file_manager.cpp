@@ -94,4 +94,16 @@ void NSFileManager::moveItemAtURL(const URL& from, const URL& to) const {
   bestEffort([&] { syncDirectory(newPlace.directory, to.path()); });
 }
 
+void NSFileManager::exchangeItems(const URL& one, const URL& other) const {
+  const ItemPlace onePlace = placeOf(one);
+  const ItemPlace otherPlace = placeOf(other);
+  const int failure =
+      exchangeNames({onePlace.directory, onePlace.name}, {otherPlace.directory, otherPlace.name});
+  if (failure != 0)
+    throw SystemError(quoted(one.path()) + " could not be exchanged with " + quoted(other.path()), failure);
+  // The items have changed places: a failure here would say that they have not.
+  bestEffort([&] { syncDirectory(onePlace.directory, one.path()); });
+  bestEffort([&] { syncDirectory(otherPlace.directory, other.path()); });
+}
+
 }  // namespace platform

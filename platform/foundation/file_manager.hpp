@@ -55,6 +55,10 @@ class NSFileManager {
   /// included, is a failure, after which both are as they were. Both places lie on one file system.
   void moveItemAtURL(const URL& from, const URL& to) const;
 
+  /// Each of the two items stands in the other's place afterwards, and at every instant both places hold one.
+  /// A failure leaves both as they were.
+  void exchangeItems(const URL& one, const URL& other) const;
+
   /// Puts `replacement` at `target` and keeps the item that was there as `backupItemName` in the same
   /// directory.
   ///

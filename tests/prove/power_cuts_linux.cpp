@@ -124,7 +124,9 @@ class PowerCuts {
       ::_exit(0);
     }
     int status = 0;
-    if (::waitpid(child, &status, 0) != child || status != 0)
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR)
+      continue;
+    if (child < 0 || status != 0)
       throw std::runtime_error("a look at the disk failed");
   }
 

@@ -54,12 +54,14 @@ struct Watcher {
   std::function<void(const SystemCall&, std::int64_t)> after = {};
   /// Called in the program's process before the program takes its place, and may change what it inherits.
   std::function<void()> prepare = {};
+  /// After this time everything is ended by force.
+  std::chrono::seconds timeLimit{20};
 };
 
 /// Runs a program and everything that it starts, and stops at each call of `systemCallKinds()`, until all of
-/// them have ended. `timeLimit` ends them by force. For a process without other children. Throws
-/// `std::system_error` where the system refuses tracing.
+/// them have ended. For a process without other children. Throws `std::system_error` where the system refuses
+/// tracing.
 Ending trace(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-             const Watcher& watcher, std::chrono::seconds timeLimit = std::chrono::seconds(20));
+             const Watcher& watcher);
 
 }  // namespace prove

@@ -81,7 +81,7 @@ class Tracer {
   Tracer(const Watcher& watcher, pid_t tool) : watcher_(watcher), tool_(tool) {}
 
   /// Traces the tool, which has stopped itself, to the end of everything.
-  Ending run(std::chrono::seconds timeLimit);
+  Ending run();
 
  private:
   struct Thread {
@@ -139,8 +139,8 @@ Tracer::Thread& Tracer::known(pid_t thread) {
   return place->second;
 }
 
-Ending Tracer::run(std::chrono::seconds timeLimit) {
-  const TimeLimit limit(timeLimit);
+Ending Tracer::run() {
+  const TimeLimit limit(watcher_.timeLimit);
   const int options = PTRACE_O_TRACESECCOMP | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK | PTRACE_O_TRACECLONE |
                       PTRACE_O_TRACEEXEC | PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL;
   int status = 0;
@@ -299,8 +299,7 @@ void Tracer::killAll() {
 
 }  // namespace
 
-Ending trace(const fs::path& program, const std::vector<std::string>& arguments, const Watcher& watcher,
-             std::chrono::seconds timeLimit) {
+Ending trace(const fs::path& program, const std::vector<std::string>& arguments, const Watcher& watcher) {
   const test::TemporaryDirectory capture("/var/tmp");
   std::vector<std::string> texts{program.native()};
   texts.insert(texts.end(), arguments.begin(), arguments.end());
@@ -326,7 +325,7 @@ Ending trace(const fs::path& program, const std::vector<std::string>& arguments,
     ::execv(program.c_str(), argumentVector.data());
     ::_exit(126);
   }
-  Ending ending = Tracer(watcher, child).run(timeLimit);
+  Ending ending = Tracer(watcher, child).run();
   ending.output = test::readFile(capture / "stdout");
   ending.error = test::readFile(capture / "stderr");
   return ending;

@@ -14,13 +14,13 @@ using platform::URL;
 
 namespace {
 
-bool isStatus(const URL& url) {
-  try {
-    platform::JSONDecoder().decode<InstallStatus>(platform::Data::contentsOf(url));
-    return true;
-  } catch (...) {
-    return false;
-  }
+constexpr std::size_t kLargestStatus = 1U << 20U;
+
+/// An older status would tell of what is no longer so.
+void removeOlderStatus(const URL& url, const InstallStatus& status) {
+  const auto text = platform::Data::contentsOf(url, platform::DataReadingOptions::none, kLargestStatus);
+  if (platform::JSONDecoder().decode<InstallStatus>(text) != status)
+    NSFileManager::defaultManager().removeItemAtURL(url);
 }
 
 }  // namespace
@@ -36,11 +36,7 @@ void writeStatus(const InstallStatus& status, const std::string& statusPath) noe
     try {
       text.write(url, DataWritingOptions::atomic);
     } catch (...) {
-      // An older status would tell of what is no longer so; without it there is also room for the new one.
-      if (isStatus(url)) {
-        NSFileManager::defaultManager().removeItemAtURL(url);
-        text.write(url, DataWritingOptions::atomic);
-      }
+      removeOlderStatus(url, status);
     }
   });
 }

@@ -1,39 +1,55 @@
 #include "updater/install/restoration.hpp"
 
-#include <string>
-
 #include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/file_manager.hpp"
-#include "platform/foundation/scope_exit.hpp"
 #include "platform/foundation/uuid.hpp"
 
 namespace QuorinOstrevalUpdater {
+namespace {
 
 using platform::bestEffort;
-using platform::ItemReplacementOptions;
 using platform::NSFileManager;
-using platform::ScopeExit;
 using platform::URL;
 
-void restore(const URL& target, const URL& backup) {
-  const NSFileManager& manager = NSFileManager::defaultManager();
-  const std::string rejectedName = ".quorin-update-" + platform::UUID().uuidString() + ".app";
-  const URL rejected = backup.deletingLastPathComponent().appendingPathComponent(rejectedName);
-  const ScopeExit removeRejected([&] { manager.removeItemAtURL(rejected); });
-  try {
-    manager.replaceItemAt(target, backup, rejectedName, ItemReplacementOptions::withoutDeletingBackupItem);
-    return;
-  } catch (...) {
-    // Nothing stands at the target, or one step alone is refused: two are taken instead, whatever it was.
-  }
-  // A failure shows in the move, if it matters.
-  bestEffort([&] { manager.moveItemAtURL(target, rejected); });
+bool exchanges(const NSFileManager& manager, const URL& target, const URL& backup) {
+  bool isDone = false;
+  bestEffort([&] {
+    manager.exchangeItems(target, backup);
+    isDone = true;
+  });
+  return isDone;
+}
+
+/// The way for a file system that cannot exchange names.
+void moveBack(const NSFileManager& manager, const URL& target, const URL& backup) {
+  const URL rejected = backup.deletingLastPathComponent().appendingPathComponent(
+      ".quorin-update-" + platform::UUID().uuidString() + ".app");
+  bool isAside = false;
+  // A failure shows in the next move, if it matters.
+  bestEffort([&] {
+    manager.moveItemAtURL(target, rejected);
+    isAside = true;
+  });
   try {
     manager.moveItemAtURL(backup, target);
   } catch (...) {
-    bestEffort([&] { manager.moveItemAtURL(rejected, target); });
+    if (isAside)
+      bestEffort([&] { manager.moveItemAtURL(rejected, target); });
     throw;
   }
+  if (isAside)
+    bestEffort([&] { manager.removeItemAtURL(rejected); });
+}
+
+}  // namespace
+
+void restore(const URL& target, const URL& backup) {
+  const NSFileManager& manager = NSFileManager::defaultManager();
+  // A second attempt, since its other way has an instant without an application.
+  if (exchanges(manager, target, backup) || exchanges(manager, target, backup))
+    bestEffort([&] { manager.removeItemAtURL(backup); });
+  else
+    moveBack(manager, target, backup);
 }
 
 }  // namespace QuorinOstrevalUpdater

@@ -1,9 +1,14 @@
 #include "updater/install/rollback.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+
+#include <cstdio>
 
 #include "tests/support/files.hpp"
 #include "tests/support/program.hpp"
+#include "tests/support/syscall_fault.hpp"
 #include "updater/records/installer_error.hpp"
 
 namespace fs = std::filesystem;
@@ -35,6 +40,37 @@ TEST_F(RollbackTest, ThePreviousApplicationComesBack) {
     rollback(target, backup);
     EXPECT_EQ(test::readFile(directory / "Target.app/version"), "old");
     EXPECT_FALSE(fs::exists(directory / ".backup.app"));
+  }
+}
+
+TEST_F(RollbackTest, WhateverFailsThePreviousApplicationIsNotLost) {
+  const test::SyscallFault exchange{SYS_renameat2, EINVAL, test::SyscallFault::Argument{4, RENAME_EXCHANGE}};
+  const test::SyscallFault renames{SYS_renameat2, EIO};
+  const test::SyscallFault sync{SYS_fsync, EIO};
+  for (const auto& [faults, comesBack] : {std::pair(std::vector{exchange}, true),
+                                          {{sync}, true},
+                                          {{exchange, sync}, true},
+                                          {{renames}, false}}) {
+    fs::remove_all(directory / "Target.app");
+    test::writeFile(directory / "Target.app/version", "new");
+    test::writeFile(directory / ".backup.app/version", "old");
+    const int result = test::inChild([&] {
+      for (const test::SyscallFault& fault : faults)
+        if (!test::inject(fault))
+          return 2;
+      try {
+        rollback(target, backup);
+        return 0;
+      } catch (const QuorinOstrevalUpdater::InstallerError&) {
+        return 1;
+      }
+    });
+    EXPECT_EQ(result, comesBack ? 0 : 1);
+    EXPECT_EQ(test::readFile(directory / "Target.app/version"), comesBack ? "old" : "new");
+    EXPECT_EQ(std::distance(fs::directory_iterator(directory.path()), {}), comesBack ? 1 : 2);
+    if (!comesBack) {
+      EXPECT_EQ(test::readFile(directory / ".backup.app/version"), "old");
+    }
   }
 }
 
