@@ -8,16 +8,17 @@
 
 namespace prove {
 
-/// The calls that an undisturbed run of a story makes, in order. For a process that has settled at `place`.
+/// The calls that an undisturbed run of a story makes, in order. Throws `std::runtime_error` where it does
+/// not go as the story does. For a process that has settled at `place`.
 std::vector<SystemCall> record(const Material& material, Story story, const Place& place);
 
 /// One call fails, with each of the errors that it can give. `every` takes one point of so many.
 Sweep faultSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
                  std::size_t every);
 
-/// From one call on, every change of a file fails.
-Sweep brokenDiskSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
-                      std::size_t every);
+/// From one call on, every change of a file fails, or every renaming.
+std::vector<Sweep> breakdownSweeps(const Material& material, Story story,
+                                   const std::vector<SystemCall>& calls, std::size_t every);
 
 /// The caller, the tool or all of them die before and after each call.
 Sweep killSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
@@ -29,6 +30,6 @@ Sweep secondKillSweep(const Material& material, Story story, const std::vector<S
 
 /// A control: the file system knows no exchange of names. The target's place is then empty for an instant,
 /// and a kill in it must be seen.
-Sweep killSweepWithoutExchange(const Material& material, const std::vector<SystemCall>& calls);
+Sweep killSweepWithoutExchange(const Material& material);
 
 }  // namespace prove

@@ -76,11 +76,12 @@ void Home::furnish() {
 }
 
 void Home::offer(const Offer& offer) {
-  for (const fs::path& file : {image_, status_, ready_})
+  for (const fs::path& file : {image_, status_, ready_, directory_ / "starts"})
     fs::remove(file);
   fs::copy_file(offer.image, image_);
   previous_ = fs::exists(target_) ? test::inventory(target_) : test::Inventory();
   offered_ = offer.application;
+  offeredVersion_ = offer.version;
   const InstallPlan plan{.dmgPath = image_.native(),
                          .targetAppPath = target_.native(),
                          .expectedBundleIdentifier = Material::kIdentifier,
@@ -142,42 +143,62 @@ bool Home::stands(const Offer& offer) const {
   return fs::exists(target_) && test::inventory(target_) == offer.application;
 }
 
-std::vector<std::string> Home::contradictions(const Ending& ending) const {
+std::vector<std::string> Home::contradictions(const Ending& ending, const Excuses& excuses) const {
   std::vector<std::string> complaints;
   const auto requireThat = [&](bool holds, const std::string& complaint) {
     if (!holds)
       complaints.push_back(complaint + ".");
   };
-  const std::string prefix = "QuorinOstrevalUpdater: ";
   const Standing actual = standing();
   requireThat(!ending.overran, "The run took too long");
   requireThat(ending.signal == 0, "Signal " + std::to_string(ending.signal) + " ended the run");
   requireThat(ending.output.empty(), "There is output: " + ending.output);
   requireThat(actual != Standing::neither, "No complete application stands at the target's path");
+  if (ending.exitStatus == 127) {
+    // The program's loader, not the program.
+    requireThat(!fs::exists(status_) && !fs::exists(ready_), "The exit status is 127");
+    return complaints;
+  }
+  const bool isGood = ending.exitStatus == 0;
+  requireThat(isGood || ending.exitStatus == 1, "The exit status is " + std::to_string(ending.exitStatus));
+  requireThat(actual == (isGood ? Standing::offered : Standing::previous),
+              "The other application stands there");
+  const std::string prefix = "QuorinOstrevalUpdater: ";
+  requireThat(isGood ? ending.error.empty()
+                     : excuses.line || (ending.error.starts_with(prefix) && ending.error.ends_with('\n')),
+              "Standard error says \"" + ending.error + "\"");
+  const std::vector<std::string> started = starts();
+  if (isGood)
+    requireThat(started == std::vector<std::string>{offeredVersion_},
+                "Something else than the new version was started");
   try {
     const std::optional<InstallStatus> status = readStatus(status_);
-    if (ending.exitStatus == 0) {
-      requireThat(ending.error.empty(), "A good run says " + ending.error);
-      requireThat(actual == Standing::offered, "A good run left the previous application");
-      requireThat(!status || status->succeeded, "A good run left the status of a failure");
-    } else if (ending.exitStatus == 1) {
-      requireThat(actual == Standing::previous, "A failed run left the new application");
-      requireThat(ending.error.starts_with(prefix) && ending.error.ends_with('\n'),
-                  "A failed run says \"" + ending.error + "\"");
-      requireThat(!status || !status->succeeded, "A failed run left the status of a success");
-      requireThat(
-          !status || prefix + status->message.substr(status->message.find(": ") + 2) + "\n" == ending.error,
-          "The status is \"" + (status ? status->message : "") + "\", standard error \"" + ending.error +
-              "\"");
-    } else if (ending.signal == 0) {
-      // The program's loader, not the program.
-      requireThat(ending.exitStatus == 127 && !status && !fs::exists(ready_),
-                  "The exit status is " + std::to_string(ending.exitStatus));
+    // Without a ready file the run ended before it had anything to tell of.
+    if (fs::exists(ready_)) {
+      requireThat(status || excuses.status, "There is no status");
+      requireThat(isGood || excuses.restart || (!started.empty() && started.back() == "1.0"),
+                  "The previous application was not started again");
+    }
+    if (status) {
+      requireThat(status->succeeded == isGood && status->version == offeredVersion_,
+                  "The status is that of another end");
+      requireThat(isGood || excuses.line ||
+                      status->message + "\n" ==
+                          "Quorin Ostreval update failed: " + ending.error.substr(prefix.size()),
+                  "The status is \"" + status->message + "\", standard error \"" + ending.error + "\"");
     }
   } catch (const platform::Error& failure) {
     complaints.push_back("The status file is none: " + failure.localizedDescription());
   }
   return complaints;
+}
+
+std::vector<std::string> Home::starts() const {
+  std::vector<std::string> versions;
+  std::ifstream lines(directory_ / "starts");
+  for (std::string line; std::getline(lines, line);)
+    versions.push_back(line);
+  return versions;
 }
 
 std::set<std::string> Home::leftovers() const {

@@ -34,6 +34,13 @@ enum class Standing {
   neither,
 };
 
+/// What a run need not do, since what it would need for it was taken away.
+struct Excuses {
+  bool status = false;   ///< write the status file
+  bool line = false;     ///< write to standard error
+  bool restart = false;  ///< start the application again after a failure
+};
+
 /// A home with an installed application, version 1.0, and an offered update.
 class Home {
  public:
@@ -57,8 +64,9 @@ class Home {
   /// Whether the application of this offer stands at the target's path, complete.
   bool stands(const Offer& offer) const;
   /// What is wrong with how the run ended by itself: its exit status, its line on standard error, its status
-  /// file and the application at the target's path must tell one story. Each complaint is a sentence.
-  std::vector<std::string> contradictions(const Ending& ending) const;
+  /// file, what was started and the application at the target's path must tell one story. Each complaint is a
+  /// sentence.
+  std::vector<std::string> contradictions(const Ending& ending, const Excuses& excuses = {}) const;
   /// What lies beside the application and in the temporary directory and is not there before an update, apart
   /// from the empty registry of images.
   std::set<std::string> leftovers() const;
@@ -74,6 +82,7 @@ class Home {
 
  private:
   std::vector<std::string> arguments(pid_t parent) const;
+  std::vector<std::string> starts() const;
   void damageApplication() const;
 
   const Material& material_;
@@ -88,6 +97,7 @@ class Home {
   std::filesystem::path ready_ = directory_ / "ready";
   test::Inventory previous_;
   test::Inventory offered_;
+  std::string offeredVersion_;
 };
 
 }  // namespace prove

@@ -60,6 +60,9 @@ void limitProcesses(std::size_t value) {
     ::_exit(126);
 }
 
+/// A limit holds for everything that a run does.
+constexpr Excuses kAnything{.status = true, .restart = true};
+
 constexpr std::size_t kAmple = std::size_t(1) << 30;
 
 std::vector<Limit> limits() {
@@ -103,7 +106,7 @@ Task limitTask(const Material& material, const Limit& limit, std::size_t value) 
     limit.lift(place);
     Result result{limit.name + ": " + std::to_string(value), wordFor(home.standing()), losses(home)};
     if (value >= limit.sentence)
-      append(result.violations, home.contradictions(ending));
+      append(result.violations, home.contradictions(ending, kAnything));
     if (value == limit.enough && ending.exitStatus != 0)
       result.violations.push_back("It is never enough: " + ending.error);
     append(result.violations, nextUpdate(material, home));
@@ -122,7 +125,8 @@ Task readOnlyTask(const Material& material) {
     remount(MS_RDONLY);
     const Ending ending = home.run({.before = [](const SystemCall&) { return Fate{}; }});
     remount(0);
-    Result result{"a read-only temporary directory", wordFor(home.standing()), home.contradictions(ending)};
+    Result result{"a read-only temporary directory", wordFor(home.standing()),
+                  home.contradictions(ending, kAnything)};
     append(result.violations, nextUpdate(material, home));
     report(result);
   };
@@ -146,7 +150,7 @@ Task hangTask(const Material& material, std::size_t index) {
       return;
     }
     Result result{"hanging at call " + std::to_string(index) + ", " + reached, wordFor(home.standing()),
-                  home.contradictions(ending)};
+                  home.contradictions(ending, {.restart = true})};
     if (ending.exitStatus != 0 && ending.error.find(" did not finish in time.\n") == std::string::npos)
       result.violations.push_back("The reason is another: " + ending.error);
     append(result.violations, nextUpdate(material, home));
@@ -176,7 +180,9 @@ std::vector<Sweep> limitSweeps(const Material& material, std::size_t every) {
   std::vector<Sweep> sweeps;
   for (const Limit& limit : limits()) {
     Sweep sweep{"limit, " + limit.name, {}};
-    for (std::size_t value = 0; value < limit.enough; value += limit.step * every)
+    // Both ends alone would show nothing.
+    const std::size_t step = std::min(limit.step * every, std::max(limit.step, limit.enough / 8));
+    for (std::size_t value = 0; value < limit.enough; value += step)
       sweep.tasks.push_back(limitTask(material, limit, value));
     sweep.tasks.push_back(limitTask(material, limit, limit.enough));
     sweeps.push_back(std::move(sweep));

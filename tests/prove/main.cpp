@@ -6,11 +6,13 @@
 #include <exception>
 #include <iterator>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <thread>
 #include <vector>
 
+#include "platform/foundation/scope_exit.hpp"
 #include "tests/prove/call_sweeps.hpp"
 #include "tests/prove/limit_sweeps.hpp"
 #include "tests/prove/power_cuts.hpp"
@@ -54,11 +56,11 @@ std::vector<Sweep> allSweeps(const Material& material, const prove::Place& place
   for (const Story story : {Story::update, Story::rollback, Story::revert}) {
     const auto calls = prove::record(material, story, place);
     sweeps.push_back(faultSweep(material, story, calls, every));
-    sweeps.push_back(brokenDiskSweep(material, story, calls, every));
+    std::ranges::move(breakdownSweeps(material, story, calls, every), std::back_inserter(sweeps));
     sweeps.push_back(killSweep(material, story, calls, every));
     sweeps.push_back(secondKillSweep(material, story, calls, every));
     if (story == Story::update) {
-      sweeps.push_back(killSweepWithoutExchange(material, calls));
+      sweeps.push_back(killSweepWithoutExchange(material));
       sweeps.push_back(hangSweep(material, calls, every));
     }
   }
@@ -100,6 +102,7 @@ int main(int argc, char** argv) {
     std::filesystem::create_directory(directory / "material");
     const Material material(directory / "material");
     const std::optional<prove::Place> place = begin(material, directory / "recording");
+    const platform::ScopeExit leaveRecording([&] { prove::leave(directory / "recording"); });
     if (!place)
       return kSkipped;
     // An update spends half its time waiting for its tools.
@@ -108,6 +111,8 @@ int main(int argc, char** argv) {
     for (const Sweep& sweep : allSweeps(material, *place, arguments.every))
       if (isWanted(sweep, arguments.words))
         tallies.push_back(run(sweep, directory.path(), workers));
+    if (tallies.empty())
+      throw std::invalid_argument("No sweep has such a word in its name.");
     printTable(tallies);
     return std::ranges::all_of(tallies, &prove::Tally::isAsItShould) ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const std::exception& failure) {

@@ -35,6 +35,9 @@ struct Sweep {
 /// the orphans of what it starts. Throws `std::system_error` where the system refuses it.
 Place settle(const std::filesystem::path& directory);
 
+/// Ends that, so that `directory` can be removed.
+void leave(const std::filesystem::path& directory);
+
 /// Runs the tasks in several processes and tells of each result as it comes. A task that throws or dies is a
 /// violation.
 void runTasks(const std::vector<Task>& tasks, const std::filesystem::path& directory, unsigned workers,

@@ -65,7 +65,19 @@ class Worker {
   }
   Worker(const Worker&) = delete;
   Worker& operator=(const Worker&) = delete;
-  ~Worker() { ::waitpid(process_, nullptr, 0); }
+  ~Worker() {
+    if (process_ > 0)
+      end();
+  }
+
+  /// Waits for its end. True when it did all its tasks.
+  bool end() {
+    int status = 0;
+    while (::waitpid(process_, &status, 0) < 0 && errno == EINTR)
+      continue;
+    process_ = 0;
+    return status == 0;
+  }
 
   int stream() const { return results_.get(); }
 
@@ -126,6 +138,12 @@ Place settle(const fs::path& directory) {
   return place;
 }
 
+void leave(const fs::path& directory) {
+  // What cannot be unmounted is gone with the process's namespace.
+  for (const fs::path& path : {fs::path("/tmp"), directory / "tmp", directory / "home", directory})
+    static_cast<void>(::umount2(path.c_str(), MNT_DETACH));
+}
+
 void runTasks(const std::vector<Task>& tasks, const fs::path& directory, unsigned workers,
               const std::function<void(const Result&)>& report) {
   std::list<Worker> running;
@@ -139,8 +157,11 @@ void runTasks(const std::vector<Task>& tasks, const fs::path& directory, unsigne
     auto worker = running.begin();
     for (const pollfd& stream : streams) {
       const auto current = worker++;
-      if (stream.revents != 0 && !current->read(report))
-        running.erase(current);
+      if (stream.revents == 0 || current->read(report))
+        continue;
+      if (!current->end())
+        report({"a worker", "none", {"It died, and its other tasks were not tried."}});
+      running.erase(current);
     }
   }
 }

@@ -15,7 +15,8 @@ struct SystemCallKind {
   bool changesFiles = false;
 };
 
-/// Every call that a program's survival may hang on.
+/// Every call that a program's survival may hang on, apart from those that only wait: how often a run looks
+/// whether something has ended is not the same twice.
 const std::vector<SystemCallKind>& systemCallKinds();
 
 const SystemCallKind& kindOf(long number);

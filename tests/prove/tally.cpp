@@ -52,6 +52,8 @@ Tally run(const Sweep& sweep, const std::filesystem::path& directory, unsigned w
       tally.points += result.outcome == "not reached" ? 0U : 1U;
       tally.old += result.outcome == "old" ? 1U : 0U;
       tally.offered += result.outcome == "new" ? 1U : 0U;
+      tally.lost += result.outcome == "neither" ? 1U : 0U;
+      tally.failed += result.outcome == "none" ? 1U : 0U;
       tally.violations += result.violations.size();
       for (const std::string& violation : result.violations)
         if (shown.size() < kShownViolations)
@@ -74,7 +76,9 @@ void printTable(const std::vector<Tally>& tallies) {
   for (const Tally& tally : tallies) {
     std::string verdict = tally.violations == 0 ? "none" : std::to_string(tally.violations);
     if (tally.isControl)
-      verdict += tally.isAsItShould() ? ", as a control must" : ", and a control must have some";
+      verdict += tally.isAsItShould() ? ", as a control must" : ", and a control must lose the application";
+    else if (!tally.isAsItShould())
+      verdict += ": NOT AS IT SHOULD BE";
     print(tally, verdict);
     if (tally.isControl)
       continue;

@@ -15,11 +15,15 @@ struct Tally {
   std::size_t points = 0;
   std::size_t old = 0;      ///< the previous application stood at the target's path
   std::size_t offered = 0;  ///< the new one did
+  std::size_t lost = 0;     ///< no complete one did
+  std::size_t failed = 0;   ///< could not be tried
   std::size_t violations = 0;
   bool isControl = false;
 
-  /// A control must be seen to fail, and everything else must not.
-  bool isAsItShould() const { return (violations != 0) == isControl; }
+  /// A control must be seen to lose the application, and nothing else may break any promise.
+  bool isAsItShould() const {
+    return points != 0 && failed == 0 && (isControl ? lost != 0 && lost == violations : violations == 0);
+  }
 };
 
 /// Runs a sweep, and shows on standard output how far it is and the first violations.
