@@ -69,6 +69,13 @@ Excuses excusesFor(const SystemCall& call) {
           .restart = call.program != "ditto" && call.program != "hdiutil"};
 }
 
+/// A process that "open" has made is the application's, whether or not it has got as far as its program.
+Excuses excusesForDeathAt(const SystemCall& call) {
+  Excuses excuses = excusesFor(call);
+  excuses.start = call.program == "open";
+  return excuses;
+}
+
 Task faultTask(const Material& material, Story story, std::size_t index, std::size_t error) {
   return [&material, story, index, error](const Place& place, const auto& report) {
     Home home(material, story, place.home, place.temporary);
@@ -166,7 +173,7 @@ Task killTask(const Material& material, Story story, std::size_t index, Fate fat
                       (fate.kind == Kind::killBefore ? "before " : "after ") + death.reached(),
                   wordFor(home.standing()), losses(home)};
     if (ending.signal == 0)
-      append(result.violations, home.contradictions(ending, excusesFor(death.call())));
+      append(result.violations, home.contradictions(ending, excusesForDeathAt(death.call())));
     if (secondIndex) {
       home.offer(material.update);
       AtIndex second(*secondIndex, [fate](const SystemCall&) { return fate; });

@@ -22,6 +22,12 @@ class Progress {
     std::fflush(stdout);
   }
 
+  /// A line of its own.
+  void say(const std::string& text) const {
+    std::printf("%s  %.400s\n", isTerminal_ ? "\r\033[K" : "", text.c_str());
+    std::fflush(stdout);
+  }
+
   void step(std::size_t violations) {
     ++done_;
     if (isTerminal_ || done_ % kPointsPerLine == 0)
@@ -45,7 +51,7 @@ class Progress {
 
 Tally run(const Sweep& sweep, const std::filesystem::path& directory, unsigned workers) {
   Tally tally{.name = sweep.name, .isControl = sweep.mustFail};
-  std::vector<std::string> shown;
+  std::size_t shown = 0;
   {
     Progress progress(sweep.name, sweep.tasks.size());
     runTasks(sweep.tasks, directory, workers, [&](const Result& result) {
@@ -56,13 +62,11 @@ Tally run(const Sweep& sweep, const std::filesystem::path& directory, unsigned w
       tally.failed += result.outcome == "none" ? 1U : 0U;
       tally.violations += result.violations.size();
       for (const std::string& violation : result.violations)
-        if (shown.size() < kShownViolations)
-          shown.push_back(result.point + ": " + violation);
+        if (shown++ < kShownViolations)
+          progress.say(result.point + ": " + violation);
       progress.step(tally.violations);
     });
   }
-  for (const std::string& violation : shown)
-    std::printf("  %.400s\n", violation.c_str());
   return tally;
 }
 

@@ -45,8 +45,11 @@ void moveBack(const NSFileManager& manager, const URL& target, const URL& backup
 
 void restore(const URL& target, const URL& backup) {
   const NSFileManager& manager = NSFileManager::defaultManager();
-  // A second attempt, since its other way has an instant without an application.
-  if (exchanges(manager, target, backup) || exchanges(manager, target, backup))
+  bool isBack = exchanges(manager, target, backup);
+  // A second attempt, since the other way has an instant without an application.
+  if (!isBack)
+    isBack = exchanges(manager, target, backup);
+  if (isBack)
     bestEffort([&] { manager.removeItemAtURL(backup); });
   else
     moveBack(manager, target, backup);

@@ -47,14 +47,13 @@ TEST_F(RollbackTest, WhateverFailsThePreviousApplicationIsNotLost) {
   const test::SyscallFault exchange{SYS_renameat2, EINVAL, test::SyscallFault::Argument{4, RENAME_EXCHANGE}};
   const test::SyscallFault renames{SYS_renameat2, EIO};
   const test::SyscallFault sync{SYS_fsync, EIO};
-  for (const auto& [faults, comesBack] : {std::pair(std::vector{exchange}, true),
-                                          {{sync}, true},
-                                          {{exchange, sync}, true},
-                                          {{renames}, false}}) {
+  using Faults = std::vector<test::SyscallFault>;
+  for (const auto& [given, comesBack] :
+       {std::pair(Faults{exchange}, true), {{sync}, true}, {{exchange, sync}, true}, {{renames}, false}}) {
     fs::remove_all(directory / "Target.app");
     test::writeFile(directory / "Target.app/version", "new");
     test::writeFile(directory / ".backup.app/version", "old");
-    const int result = test::inChild([&] {
+    const int result = test::inChild([&, &faults = given] {
       for (const test::SyscallFault& fault : faults)
         if (!test::inject(fault))
           return 2;
