@@ -21,6 +21,9 @@ namespace {
 using Kind = Fate::Kind;
 using Victim = Fate::Victim;
 
+/// Without its first memory, the loader cannot even say so.
+constexpr std::size_t kFirstCallsOfLoader = 3;
+
 /// A run makes now more, now fewer calls, when it has to wait.
 std::size_t withMargin(std::size_t calls) {
   return calls + calls / 20 + 5;
@@ -91,8 +94,10 @@ Task faultTask(const Material& material, Story story, std::size_t index, std::si
       report({"", "not reached", {}});
       return;
     }
+    Excuses excuses = excusesFor(fault.call());
+    excuses.life = index < kFirstCallsOfLoader;
     Result result{nameOf(story) + ": " + fault.reached() + ": " + errorText, wordFor(home.standing()),
-                  home.contradictions(ending, excusesFor(fault.call()))};
+                  home.contradictions(ending, excuses)};
     append(result.violations, leftoversAgainst(ending, story, home));
     append(result.violations, nextUpdate(material, home));
     report(result);

@@ -150,15 +150,17 @@ std::vector<std::string> Home::contradictions(const Ending& ending, const Excuse
       complaints.push_back(complaint + ".");
   };
   const Standing actual = standing();
+  if (ending.exitStatus == 127 || (excuses.life && ending.signal != 0)) {
+    // The program's loader, not the program.
+    requireThat(
+        !fs::exists(status_) && !fs::exists(ready_) && actual == Standing::previous && !ending.overran,
+        "The program's loader failed behind its beginning");
+    return complaints;
+  }
   requireThat(!ending.overran, "The run took too long");
   requireThat(ending.signal == 0, "Signal " + std::to_string(ending.signal) + " ended the run");
   requireThat(ending.output.empty(), "There is output: " + ending.output);
   requireThat(actual != Standing::neither, "No complete application stands at the target's path");
-  if (ending.exitStatus == 127) {
-    // The program's loader, not the program.
-    requireThat(!fs::exists(status_) && !fs::exists(ready_), "The exit status is 127");
-    return complaints;
-  }
   const bool isGood = ending.exitStatus == 0;
   requireThat(isGood || ending.exitStatus == 1, "The exit status is " + std::to_string(ending.exitStatus));
   requireThat(actual == (isGood ? Standing::offered : Standing::previous),

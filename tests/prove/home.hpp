@@ -39,6 +39,7 @@ struct Excuses {
   bool status = false;   ///< write the status file
   bool line = false;     ///< write to standard error
   bool restart = false;  ///< start the application again after a failure
+  bool life = false;     ///< begin: the system's program loader lacks what it needs first
   bool start = false;    ///< have the new application live, whose process died before its program began
 };
 
