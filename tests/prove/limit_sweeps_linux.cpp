@@ -60,8 +60,8 @@ void limitProcesses(std::size_t value) {
     ::_exit(126);
 }
 
-/// A limit holds for everything that a run does.
-constexpr Excuses kAnything{.status = true, .restart = true};
+/// A limit holds for everything that a run does, and for the application that it starts.
+constexpr Excuses kAnything{.status = true, .restart = true, .start = true};
 
 constexpr std::size_t kAmple = std::size_t(1) << 30;
 
