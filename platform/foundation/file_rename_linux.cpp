@@ -1,19 +1,46 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <optional>
 
 #include "platform/foundation/file_rename.hpp"
-#include "platform/foundation/system_call.hpp"
 
 namespace platform {
 namespace {
 
+struct ItemIdentity {
+  dev_t device;
+  ino_t number;
+
+  friend bool operator==(const ItemIdentity&, const ItemIdentity&) = default;
+};
+
+/// Which item has the name. None where none has it, or where the system does not tell.
+std::optional<ItemIdentity> identityOf(const DirectoryEntryName& entry) {
+  struct stat status {};
+  if (::fstatat(entry.directory.get(), entry.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+    return std::nullopt;
+  return ItemIdentity{status.st_dev, status.st_ino};
+}
+
+/// A file system in user space or on another machine may make a change and report it as failed or
+/// interrupted. To repeat an exchange would then undo it, and to clean up would remove the wrong item: what
+/// the names stand for decides.
 int renameWithFlags(const DirectoryEntryName& from, const DirectoryEntryName& to, unsigned flags) {
-  const int result = uninterrupted([&] {
-    return ::renameat2(from.directory.get(), from.name.c_str(), to.directory.get(), to.name.c_str(), flags);
-  });
-  return result == 0 ? 0 : errno;
+  const std::optional<ItemIdentity> item = identityOf(from);
+  const bool isElsewhere = item && identityOf(to) != item;
+  const auto isMade = [&] { return isElsewhere && identityOf(to) == item; };
+  while (true) {
+    if (::renameat2(from.directory.get(), from.name.c_str(), to.directory.get(), to.name.c_str(), flags) == 0)
+      return 0;
+    const int failure = errno;
+    if (isMade())
+      return 0;
+    if (failure != EINTR)
+      return failure;
+  }
 }
 
 /// Kernel or file system do not know the flag. EINVAL has other meanings too, which a call without flags

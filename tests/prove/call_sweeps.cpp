@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <optional>
@@ -115,30 +116,37 @@ bool isRename(const SystemCall& call) {
   return kindOf(call.number).name.starts_with("rename");
 }
 
-/// From a call on, a kind of calls fails for good.
+/// A file system that breaks: a kind of calls fails, from one on or that one alone.
 struct Breakdown {
   std::string name;
   bool (*concerns)(const SystemCall&);
-  int errorNumber;
+  Fate fate;
+  bool lasts;
 };
 
-const Breakdown kReadOnly{"the disk turns read-only", changesFiles, EROFS};
-const Breakdown kNoRenames{"names can no longer be changed", isRename, EIO};
+const Breakdown kReadOnly{"the disk turns read-only", changesFiles, {Kind::fail, EROFS}, true};
+const std::array kOfNames{
+    Breakdown{"names can no longer be changed", isRename, {Kind::fail, EIO}, true},
+    Breakdown{"a name is changed, and the answer is an error", isRename, {Kind::failAfter, EIO}, false},
+    Breakdown{"a name is changed, and the call interrupted", isRename, {Kind::failAfter, EINTR}, false}};
 
-Task breakdownTask(const Material& material, Story story, const Breakdown& breakdown, std::size_t index) {
-  return [&material, story, &breakdown, index](const Place& place, const auto& report) {
+/// `turn` counts the calls of the kind alone: how many of the others are made is not quite the same twice.
+Task breakdownTask(const Material& material, Story story, const Breakdown& breakdown, std::size_t turn) {
+  return [&material, story, &breakdown, turn](const Place& place, const auto& report) {
     Home home(material, story, place.home, place.temporary);
     home.furnish();
     std::size_t count = 0;
     const Ending ending = home.run({.before = [&](const SystemCall& call) -> Fate {
-      if (count++ < index || !breakdown.concerns(call))
+      if (!breakdown.concerns(call))
         return {};
-      return {.kind = Kind::fail, .errorNumber = breakdown.errorNumber};
+      const bool isTurn = breakdown.lasts ? count >= turn : count == turn;
+      ++count;
+      return isTurn ? breakdown.fate : Fate{};
     }});
+    Result result{nameOf(story) + ": " + breakdown.name + ", change " + std::to_string(turn),
+                  wordFor(home.standing()), losses(home)};
     const bool endedWell = !ending.overran && ending.signal == 0 &&
                            (ending.exitStatus != 0 || home.standing() == Standing::offered);
-    Result result{nameOf(story) + ": " + breakdown.name + " from call " + std::to_string(index) + " on",
-                  wordFor(home.standing()), losses(home)};
     if (!endedWell)
       result.violations.push_back("The run ended with " + std::to_string(ending.exitStatus) + ", signal " +
                                   std::to_string(ending.signal) + ".");
@@ -271,16 +279,20 @@ Sweep faultSweep(const Material& material, Story story, const std::vector<System
 
 std::vector<Sweep> breakdownSweeps(const Material& material, Story story,
                                    const std::vector<SystemCall>& calls, std::size_t every) {
-  std::vector<Sweep> sweeps;
-  for (const Breakdown* breakdown : {&kReadOnly, &kNoRenames}) {
+  const auto sweepOf = [&](const Breakdown& breakdown) {
+    const auto own = calls.begin() + static_cast<std::ptrdiff_t>(firstOfItsOwn(story, calls));
+    const auto changes = static_cast<std::size_t>(std::ranges::count_if(calls, breakdown.concerns));
     std::vector<Task> tasks;
-    for (std::size_t index = firstOfItsOwn(story, calls); index < calls.size(); ++index)
-      if (breakdown->concerns(calls[index]))
-        tasks.push_back(breakdownTask(material, story, *breakdown, index));
-    // Renames are few.
-    sweeps.push_back({nameOf(story) + ", " + breakdown->name,
-                      thinned(std::move(tasks), breakdown == &kNoRenames ? 1 : every)});
-  }
+    for (auto turn = static_cast<std::size_t>(std::count_if(calls.begin(), own, breakdown.concerns));
+         turn < changes; ++turn)
+      tasks.push_back(breakdownTask(material, story, breakdown, turn));
+    return Sweep{nameOf(story) + ", " + breakdown.name, std::move(tasks)};
+  };
+  std::vector<Sweep> sweeps{sweepOf(kReadOnly)};
+  sweeps.front().tasks = thinned(std::move(sweeps.front().tasks), every);
+  // Changes of names are few: all of them are tried.
+  for (const Breakdown& breakdown : kOfNames)
+    sweeps.push_back(sweepOf(breakdown));
   return sweeps;
 }
 

@@ -16,7 +16,8 @@ std::vector<SystemCall> record(const Material& material, Story story, const Plac
 Sweep faultSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
                  std::size_t every);
 
-/// From one call on, every change of a file fails, or every renaming.
+/// The file system breaks: from one call on every change of a file fails, or every renaming; or one renaming
+/// is made and reported as failed.
 std::vector<Sweep> breakdownSweeps(const Material& material, Story story,
                                    const std::vector<SystemCall>& calls, std::size_t every);
 

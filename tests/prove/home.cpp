@@ -240,6 +240,10 @@ bool Home::previousStandsBeside() const {
   });
 }
 
+bool Home::isNoGood() const {
+  return isDamaged() || (story_ == Story::rollback && standing() == Standing::offered);
+}
+
 bool Home::hasHalfAttachedImages() const {
   return std::ranges::any_of(leftovers(), [](const std::string& name) {
     return name.starts_with("/tmp/quorin-images-") && name.find("taching-") != std::string::npos;

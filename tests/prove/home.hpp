@@ -76,6 +76,9 @@ class Home {
   bool isDamaged() const;
   /// Whether the previous application lies complete in the same directory.
   bool previousStandsBeside() const;
+  /// Whether the application at the target's path is no good, though it may be complete: it does not start, or
+  /// is damaged.
+  bool isNoGood() const;
   /// Whether the registry of images holds one that is neither attached nor gone.
   bool hasHalfAttachedImages() const;
 

@@ -36,7 +36,7 @@ void append(std::vector<std::string>& to, const std::vector<std::string>& more) 
 std::vector<std::string> losses(const Home& home) {
   if (home.standing() == Standing::neither)
     return {"No complete application stands at the target's path."};
-  if (home.standing() == Standing::damaged && !home.previousStandsBeside())
+  if (home.isNoGood() && !home.previousStandsBeside())
     return {"The previous application is lost."};
   return {};
 }

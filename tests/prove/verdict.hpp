@@ -10,8 +10,8 @@ namespace prove {
 /// "old", "new", "damaged" or "neither".
 std::string wordFor(Standing standing);
 
-/// What every point must keep, however the run ended: a complete application at the target's path, or, where
-/// the story damaged the one there, the previous one complete beside it. A sentence for each complaint.
+/// What every point must keep, however the run ended: a complete application at the target's path, and where
+/// that one is no good, the previous one complete beside it. A sentence for each complaint.
 std::vector<std::string> losses(const Home& home);
 
 void append(std::vector<std::string>& to, const std::vector<std::string>& more);
