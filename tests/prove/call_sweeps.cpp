@@ -1,6 +1,5 @@
 #include "tests/prove/call_sweeps.hpp"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -105,17 +104,6 @@ Task faultTask(const Material& material, Story story, std::size_t index, std::si
   };
 }
 
-/// True for calls that a file system that has become read-only refuses.
-bool changesFiles(const SystemCall& call) {
-  if (kindOf(call.number).name == "openat")
-    return (call.arguments[2] & (O_WRONLY | O_RDWR | O_CREAT | O_TRUNC)) != 0;
-  return kindOf(call.number).changesFiles;
-}
-
-bool isRename(const SystemCall& call) {
-  return kindOf(call.number).name.starts_with("rename");
-}
-
 /// A file system that breaks: a kind of calls fails, from one on or that one alone.
 struct Breakdown {
   std::string name;
@@ -184,7 +172,11 @@ Task killTask(const Material& material, Story story, std::size_t index, Fate fat
     }
     Result result{nameOf(story) + ": " + nameOf(fate.victim) + " killed " +
                       (fate.kind == Kind::killBefore ? "before " : "after ") + death.reached(),
-                  wordFor(home.standing()), losses(home)};
+                  wordFor(home.standing()),
+                  {}};
+    // With a success the previous application goes, and what was started must speak for the new one.
+    if (ending.exitStatus != 0)
+      result.violations = losses(home);
     if (ending.signal == 0)
       append(result.violations, home.contradictions(ending, excusesForDeathAt(death.call())));
     if (secondIndex) {
@@ -202,10 +194,6 @@ Task killTask(const Material& material, Story story, std::size_t index, Fate fat
   };
 }
 
-bool isExchange(const SystemCall& call) {
-  return kindOf(call.number).name == "renameat2" && call.arguments[4] == RENAME_EXCHANGE;
-}
-
 /// Everyone dies so many calls behind an exchange that the file system does not know.
 Task killTaskWithoutExchange(const Material& material, std::size_t callsBehind) {
   return [&material, callsBehind](const Place& place, const auto& report) {
@@ -213,7 +201,7 @@ Task killTaskWithoutExchange(const Material& material, std::size_t callsBehind) 
     home.furnish();
     std::optional<std::size_t> sinceExchange;
     home.run({.before = [&](const SystemCall& call) -> Fate {
-      if (isExchange(call) && !sinceExchange) {
+      if (isExchangeOfNames(call) && !sinceExchange) {
         sinceExchange = 0;
         return {.kind = Kind::fail, .errorNumber = EINVAL};
       }
@@ -238,7 +226,7 @@ std::vector<Task> thinned(std::vector<Task> tasks, std::size_t every) {
 std::size_t firstOfItsOwn(Story story, const std::vector<SystemCall>& calls) {
   if (story == Story::update)
     return 0;
-  const auto exchange = std::ranges::find_if(calls, isExchange);
+  const auto exchange = std::ranges::find_if(calls, isExchangeOfNames);
   // A little earlier: no two runs make quite the same calls.
   return static_cast<std::size_t>(exchange - calls.begin()) - 20;
 }
@@ -247,7 +235,7 @@ std::size_t firstOfItsOwn(Story story, const std::vector<SystemCall>& calls) {
 bool wentAsItGoes(Story story, const Ending& ending, const Home& home, const std::vector<SystemCall>& calls) {
   const bool isUpdate = story == Story::update;
   return ending.exitStatus == (isUpdate ? 0 : 1) && home.contradictions(ending).empty() &&
-         home.leftovers().empty() && std::ranges::count_if(calls, isExchange) == (isUpdate ? 1 : 2);
+         home.leftovers().empty() && std::ranges::count_if(calls, isExchangeOfNames) == (isUpdate ? 1 : 2);
 }
 
 }  // namespace

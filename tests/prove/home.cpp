@@ -1,16 +1,17 @@
 #include "tests/prove/home.hpp"
 
-#include <fcntl.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <array>
 #include <fstream>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "platform/foundation/data.hpp"
 #include "platform/foundation/json.hpp"
+#include "tests/prove/system_calls.hpp"
 #include "tests/support/program.hpp"
 #include "updater/records/install_status.hpp"
 
@@ -97,8 +98,7 @@ Ending Home::run(const Watcher& watcher, Patience patience, pid_t parent) const 
   Watcher meddling = watcher;
   if (story_ == Story::revert)
     meddling.after = [&, damaged = false](const SystemCall& call, std::int64_t result) mutable {
-      if (!damaged && call.byTool && call.number == SYS_renameat2 && call.arguments[4] == RENAME_EXCHANGE &&
-          result == 0) {
+      if (!damaged && call.byTool && isExchangeOfNames(call) && result == 0) {
         damageApplication();
         damaged = true;
       }
@@ -221,6 +221,16 @@ std::set<std::string> Home::leftovers() const {
   for (const auto& entry : fs::directory_iterator(directory_))
     if (entry.path().filename().native().starts_with('.'))
       names.insert(entry.path().filename());
+  return names;
+}
+
+std::set<std::string> Home::strangers() const {
+  static constexpr std::array<std::string_view, 5> kKnown{
+      ".quorin-update-", ".quorin-backup-", ".quorin-write-", "/tmp/QuorinCommand-", "/tmp/quorin-images-"};
+  std::set<std::string> names = leftovers();
+  std::erase_if(names, [](const std::string& name) {
+    return std::ranges::any_of(kKnown, [&](std::string_view known) { return name.starts_with(known); });
+  });
   return names;
 }
 

@@ -72,12 +72,14 @@ class Home {
   /// What lies beside the application and in the temporary directory and is not there before an update, apart
   /// from the empty registry of images.
   std::set<std::string> leftovers() const;
+  /// Those of them that have no name of what a run that died may leave.
+  std::set<std::string> strangers() const;
   /// Whether the application at the target's path is one that the story damaged.
   bool isDamaged() const;
   /// Whether the previous application lies complete in the same directory.
   bool previousStandsBeside() const;
-  /// Whether the application at the target's path is no good, though it may be complete: it does not start, or
-  /// is damaged.
+  /// Whether the application at the target's path is no good, though it may be complete: it does not start,
+  /// or is damaged.
   bool isNoGood() const;
   /// Whether the registry of images holds one that is neither attached nor gone.
   bool hasHalfAttachedImages() const;

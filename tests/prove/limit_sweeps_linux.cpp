@@ -44,19 +44,22 @@ void setFreeSpace(const fs::path& fileSystem, std::size_t bytes) {
   setSize(fileSystem, std::max<std::size_t>((status.f_blocks - status.f_bfree) * status.f_frsize + bytes, 1));
 }
 
-/// Gives a tree to a user who is bound by the limit of processes, as an administrator is not.
-constexpr unsigned kOrdinaryUser = 65534;
+/// A user who is bound by the limit of processes, as an administrator is not, and whose processes are those
+/// of this worker alone.
+unsigned ordinaryUser() {
+  return 100'000U + static_cast<unsigned>(::getpid());
+}
 
-void giveAway(const fs::path& directory) {
+void giveAway(const fs::path& directory, unsigned user) {
   for (const auto& entry : fs::recursive_directory_iterator(directory))
-    if (::lchown(entry.path().c_str(), kOrdinaryUser, kOrdinaryUser) != 0)
+    if (::lchown(entry.path().c_str(), user, user) != 0)
       throw std::system_error(errno, std::generic_category(), "an owner");
 }
 
-void limitProcesses(std::size_t value) {
+void limitProcesses(std::size_t value, unsigned user) {
   const rlimit limit{value, value};
-  if (::setrlimit(RLIMIT_NPROC, &limit) != 0 || ::setgroups(0, nullptr) != 0 ||
-      ::setgid(kOrdinaryUser) != 0 || ::setuid(kOrdinaryUser) != 0)
+  if (::setrlimit(RLIMIT_NPROC, &limit) != 0 || ::setgroups(0, nullptr) != 0 || ::setgid(user) != 0 ||
+      ::setuid(user) != 0)
     ::_exit(126);
 }
 
@@ -87,8 +90,9 @@ std::vector<Limit> limits() {
       {"open files", 1, 64, 4, resource(RLIMIT_NOFILE)},
       {"processes", 1, 16, 1,
        [](const Home& home, const Place&, std::size_t value, Watcher& watcher) {
-         giveAway(home.directory());
-         watcher.prepare = [value] { limitProcesses(value); };
+         const unsigned user = ordinaryUser();
+         giveAway(home.directory(), user);
+         watcher.prepare = [value, user] { limitProcesses(value, user); };
        }},
       {"the size of a file", 256, 65'536, 1024, resource(RLIMIT_FSIZE)},
       {"memory", 1 << 20, 512 << 20, 1 << 20, resource(RLIMIT_AS)},

@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -105,16 +104,16 @@ class PowerCuts {
 
  private:
   Fate fateOf(const SystemCall& call) {
-    const bool isSync = call.number == SYS_syncfs && call.byTool;
-    return {.kind = isSync && conditions_.withoutSync ? Fate::Kind::pretend : Fate::Kind::proceed};
+    const bool isLeftOut = conditions_.withoutSync && call.byTool && isFlush(call);
+    return {.kind = isLeftOut ? Fate::Kind::pretend : Fate::Kind::proceed};
   }
 
   /// The order of names is what the promise hangs on, so no renaming is left out.
   void lookAfter(const SystemCall& call) {
-    if (!kindOf(call.number).changesFiles)
+    if (!changesFiles(call))
       return;
     ++changes_;
-    if (changes_ % every_ == 0 || kindOf(call.number).name == "renameat2")
+    if (changes_ % every_ == 0 || isRename(call))
       cut(kindOf(call.number).name + " by " + call.program);
   }
 

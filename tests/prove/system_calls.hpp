@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/prove/tracer.hpp"
+
 namespace prove {
 
 /// A system call that touches files, memory or processes.
@@ -20,5 +22,12 @@ struct SystemCallKind {
 const std::vector<SystemCallKind>& systemCallKinds();
 
 const SystemCallKind& kindOf(long number);
+
+/// True where a file system that has become read-only refuses the call.
+bool changesFiles(const SystemCall& call);
+bool isRename(const SystemCall& call);
+bool isExchangeOfNames(const SystemCall& call);
+/// True where the call puts a whole file system on the disk.
+bool isFlush(const SystemCall& call);
 
 }  // namespace prove

@@ -1,7 +1,9 @@
+#include <fcntl.h>
 #include <sys/syscall.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <stdexcept>
 
 #include "tests/prove/system_calls.hpp"
@@ -119,6 +121,24 @@ const SystemCallKind& kindOf(long number) {
   if (found == kinds.end())
     throw std::out_of_range("no traced system call " + std::to_string(number));
   return *found;
+}
+
+bool changesFiles(const SystemCall& call) {
+  if (call.number == SYS_openat)
+    return (call.arguments[2] & (O_WRONLY | O_RDWR | O_CREAT | O_TRUNC)) != 0;
+  return kindOf(call.number).changesFiles;
+}
+
+bool isRename(const SystemCall& call) {
+  return kindOf(call.number).name.starts_with("rename");
+}
+
+bool isExchangeOfNames(const SystemCall& call) {
+  return call.number == SYS_renameat2 && call.arguments[4] == RENAME_EXCHANGE;
+}
+
+bool isFlush(const SystemCall& call) {
+  return call.number == SYS_syncfs;
 }
 
 }  // namespace prove

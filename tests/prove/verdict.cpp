@@ -34,6 +34,9 @@ void append(std::vector<std::string>& to, const std::vector<std::string>& more) 
 }
 
 std::vector<std::string> losses(const Home& home) {
+  const std::set<std::string> strangers = home.strangers();
+  if (!strangers.empty())
+    return {"There is left, under a name that no part of an update gives," + listed(strangers)};
   if (home.standing() == Standing::neither)
     return {"No complete application stands at the target's path."};
   if (home.isNoGood() && !home.previousStandsBeside())
@@ -46,7 +49,7 @@ std::vector<std::string> leftoversAgainst(const Ending& ending, Story story, con
   const bool wentAsItGoes = (ending.exitStatus == 0) == (story == Story::update);
   // An image is attached and its device is not known.
   const bool outputWasLost = ending.error.find("\"/tmp/QuorinCommand-") != std::string::npos;
-  if (names.size() <= (wentAsItGoes || outputWasLost ? 1U : 0U))
+  if (home.strangers().empty() && names.size() <= (wentAsItGoes || outputWasLost ? 1U : 0U))
     return {};
   return {"There is left" + listed(names)};
 }

@@ -11,7 +11,8 @@ namespace prove {
 std::string wordFor(Standing standing);
 
 /// What every point must keep, however the run ended: a complete application at the target's path, and where
-/// that one is no good, the previous one complete beside it. A sentence for each complaint.
+/// that one is no good, the previous one complete beside it; and nothing else but what a run that died may
+/// leave. A sentence for each complaint.
 std::vector<std::string> losses(const Home& home);
 
 void append(std::vector<std::string>& to, const std::vector<std::string>& more);
