@@ -136,6 +136,12 @@ Task readOnlyTask(const Material& material) {
   };
 }
 
+/// A process that is to become a tool is still a part of the updater, whose time limits begin with the tool.
+bool isByTool(const SystemCall& call, const Material& material) {
+  return !call.byTool && call.program != material.updater.filename() &&
+         call.program != material.hastyUpdater.filename();
+}
+
 Task hangTask(const Material& material, std::size_t index) {
   return [&material, index](const Place& place, const auto& report) {
     Home home(material, Story::update, place.home, place.temporary);
@@ -143,7 +149,7 @@ Task hangTask(const Material& material, std::size_t index) {
     std::size_t count = 0;
     std::string reached;
     const auto hang = [&](const SystemCall& call) -> Fate {
-      if (count++ != index || call.byTool)
+      if (count++ != index || !isByTool(call, material))
         return {};
       reached = kindOf(call.number).name + " by " + call.program;
       return {.kind = Fate::Kind::hang};
@@ -198,7 +204,7 @@ std::vector<Sweep> limitSweeps(const Material& material, std::size_t every) {
 Sweep hangSweep(const Material& material, const std::vector<SystemCall>& calls, std::size_t every) {
   Sweep sweep{"time, a tool hangs or the parent does not end", {endlessParentTask(material)}};
   for (std::size_t index = 0; index < calls.size(); index += every)
-    if (!calls[index].byTool)
+    if (isByTool(calls[index], material))
       sweep.tasks.push_back(hangTask(material, index));
   return sweep;
 }
