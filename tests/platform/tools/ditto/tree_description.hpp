@@ -1,7 +1,7 @@
 #pragma once
 
 #include <filesystem>
-#include <map>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -9,10 +9,10 @@
 
 namespace test {
 
-/// Every entry of a tree, the root under ".", with all that a copy has to keep: type, mode, owner, times,
-/// extended attributes, content with its holes, link text, and the first of the names that it shares with
-/// others.
-std::map<std::string, std::string> describeTree(const std::filesystem::path& root);
+/// A tree with all that a copy has to keep of every entry: type, mode, owner, time, extended attributes,
+/// access control lists, content with its holes, link text, and which names share one file. What a list of
+/// the entries does not show of it is in the hash at the end.
+std::string describeTree(const std::filesystem::path& root);
 
 void setModificationTime(const std::filesystem::path& path, long seconds, long nanoseconds);
 
@@ -24,9 +24,9 @@ bool setExtendedAttribute(const std::filesystem::path& path, const std::string& 
 /// others have.
 std::string accessControlList(unsigned user);
 
-/// Runs the program with two arguments.
+/// Runs the program with two arguments, as `runProgram` does.
 Outcome ditto(const std::filesystem::path& source, const std::filesystem::path& destination,
-              const std::function<void()>& prepare = {});
+              const std::function<void()>& prepare = {}, const std::function<int(pid_t)>& follow = waitFor);
 
 /// For the preparation of a program: it goes on as a user without privileges.
 void becomeNobody();

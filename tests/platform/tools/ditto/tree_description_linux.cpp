@@ -3,11 +3,8 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <set>
-#include <sstream>
 #include <stdexcept>
 
-#include "platform/foundation/file_descriptor.hpp"
 #include "tests/platform/tools/ditto/tree_description.hpp"
 #include "tests/support/bytes.hpp"
 #include "tests/support/files.hpp"
@@ -19,72 +16,25 @@ namespace {
 
 constexpr unsigned kNobody = 65534;
 
-struct stat statusOf(const fs::path& path) {
-  struct stat status {};
-  if (::lstat(path.c_str(), &status) != 0)
-    throw std::runtime_error("cannot examine " + path.native());
-  return status;
-}
-
-void describeAttributes(const fs::path& path, std::ostream& out) {
-  std::string list(65536, '\0');
-  const ssize_t size = ::listxattr(path.c_str(), list.data(), list.size());
-  std::istringstream stream(list.substr(0, size < 0 ? 0 : static_cast<std::size_t>(size)));
-  std::set<std::string> names;
-  for (std::string name; std::getline(stream, name, '\0');)
-    names.insert(name);
-  for (const std::string& name : names) {
-    std::string value(65536, '\0');
-    const ssize_t length = ::getxattr(path.c_str(), name.c_str(), value.data(), value.size());
-    out << " [" << name << '=' << value.substr(0, length < 0 ? 0 : static_cast<std::size_t>(length)) << ']';
-  }
-}
-
-void describeData(const fs::path& path, std::ostream& out) {
-  const auto file = platform::FileDescriptor::open(platform::URL::fileURLWithPath(path.native()), O_RDONLY);
-  for (off_t position = 0; (position = ::lseek(file.get(), position, SEEK_DATA)) >= 0;) {
-    const off_t end = ::lseek(file.get(), position, SEEK_HOLE);
-    out << " data " << position << '-' << end;
-    position = end;
-  }
-  out << " content " << std::hash<std::string>()(readFile(path));
-}
-
-std::string describe(const fs::path& path, const struct stat& status) {
-  std::ostringstream out;
-  out << std::oct << status.st_mode << std::dec << " owner " << status.st_uid << ':' << status.st_gid
-      << " time " << status.st_mtim.tv_sec << '.' << status.st_mtim.tv_nsec;
-  if (S_ISLNK(status.st_mode)) {
-    out << " to " << fs::read_symlink(path).native();
-    return out.str();
-  }
-  describeAttributes(path, out);
-  if (S_ISREG(status.st_mode)) {
-    out << " size " << status.st_size;
-    describeData(path, out);
-  }
-  return out.str();
+std::string tar(const std::vector<std::string>& arguments) {
+  const Outcome outcome = runProgram("/usr/bin/tar", arguments);
+  if (outcome.exitStatus != 0)
+    throw std::runtime_error("tar: " + outcome.error);
+  return outcome.output;
 }
 
 }  // namespace
 
-std::map<std::string, std::string> describeTree(const fs::path& root) {
-  std::set<fs::path> paths{root};
-  if (fs::is_directory(fs::symlink_status(root))) {
-    for (const auto& entry : fs::recursive_directory_iterator(root))
-      paths.insert(entry.path());
-  }
-  std::map<std::string, std::string> entries;
-  std::map<ino_t, std::string> firstNames;
-  for (const fs::path& path : paths) {
-    const struct stat status = statusOf(path);
-    const std::string name = path.lexically_relative(root).native();
-    std::string description = describe(path, status);
-    if (!S_ISDIR(status.st_mode))
-      description += " first name " + firstNames.try_emplace(status.st_ino, name).first->second;
-    entries.emplace(name, std::move(description));
-  }
-  return entries;
+std::string describeTree(const fs::path& root) {
+  const TemporaryDirectory directory;
+  const fs::path archive = directory / "archive";
+  // Nothing of the archive comes from the root's name, the time or the process.
+  tar({"--create", "--file", archive, "--directory", root.parent_path(), "--sort=name", "--sparse",
+       "--sparse-version=0.0", "--acls", "--xattrs", "--xattrs-include=*", "--format=posix",
+       "--pax-option=exthdr.name=attributes,delete=atime,delete=ctime", "--transform=s,^[^/]*,.,rhS",
+       root.filename()});
+  const std::string list = tar({"--list", "--verbose", "--full-time", "--numeric-owner", "--file", archive});
+  return list + "archived with hash " + std::to_string(std::hash<std::string>()(readFile(archive)));
 }
 
 void setModificationTime(const fs::path& path, long seconds, long nanoseconds) {
@@ -111,8 +61,9 @@ std::string accessControlList(unsigned user) {
   return list;
 }
 
-Outcome ditto(const fs::path& source, const fs::path& destination, const std::function<void()>& prepare) {
-  return runProgram(buildPrefix() / "libexec/quorin/ditto", {source.native(), destination.native()}, prepare);
+Outcome ditto(const fs::path& source, const fs::path& destination, const std::function<void()>& prepare,
+              const std::function<int(pid_t)>& follow) {
+  return runProgram(buildPrefix() / "libexec/quorin/ditto", {source, destination}, prepare, follow);
 }
 
 void becomeNobody() {
