@@ -6,7 +6,7 @@ namespace test {
 namespace {
 
 constexpr std::size_t kBlock = 512;
-constexpr std::size_t kNode = 4096;
+constexpr std::size_t kDescriptor = 14;  ///< of a node
 constexpr std::size_t kFirstDataBlock = 4;
 
 std::string u16(std::uint64_t value) {
@@ -73,9 +73,8 @@ std::uint32_t HfsVolumeBuilder::addFile(std::uint32_t parent, const std::u16stri
           permissions(options.mode, options.compression.empty() ? 0 : 0x20, options.hardLinkTarget) +
           (isHardLink ? "hlnkhfs+" : std::string(8, '\0')) + std::string(32, '\0') + forkData(data) +
           forkData(store(options.resource, false)));
-  for (std::size_t index = 8; index < data.extents.size(); index += 8) {
+  for (std::size_t index = 8; index < data.extents.size(); index += 8)
     overflow_.emplace_back(u16(0) + u32(identifier) + u32(index), eightExtents(data.extents, index));
-  }
   if (!options.compression.empty())
     attributes_.emplace_back(u16(0) + u32(identifier) + u32(0) + text(u"com.apple.decmpfs"),
                              u32(0x10) + u64(0) + u32(options.compression.size()) + options.compression);
@@ -107,37 +106,23 @@ HfsVolumeBuilder::Fork HfsVolumeBuilder::store(const std::string& content, bool 
 
 HfsVolumeBuilder::Fork HfsVolumeBuilder::storeTree(std::string& disk,
                                                    const std::vector<Record>& records) const {
-  std::vector<std::pair<std::string, std::size_t>> leaves;
   std::string body;
-  std::string offsets;
-  std::size_t count = 0;
-  const auto endLeaf = [&] {
-    offsets = u16(14 + body.size()) + offsets;
-    leaves.emplace_back(body + std::string(kNode - 14 - body.size() - offsets.size(), '\0') + offsets, count);
-    body.clear();
-    offsets.clear();
-    count = 0;
-  };
+  std::string offsets = u16(kDescriptor);
   for (const auto& [key, data] : records) {
-    std::string record = u16(key.size()) + key + std::string(key.size() % 2, '\0') + data;
-    record.append(record.size() % 2, '\0');
-    if (14 + body.size() + record.size() + offsets.size() + 4 > kNode)
-      endLeaf();
-    offsets = u16(14 + body.size()) + offsets;
-    body += record;
-    ++count;
+    body += u16(key.size()) + key + std::string(key.size() % 2, '\0') + data;
+    pad(body, 2);
+    offsets = u16(kDescriptor + body.size()) + offsets;
   }
-  if (count > 0)
-    endLeaf();
-  std::string tree = u32(0) + u32(0) + bigEndian(1, 1) + bigEndian(0, 1) + u16(3) + u16(0);
-  tree += u16(1) + u32(leaves.empty() ? 0 : 1) + u32(records.size()) + u32(leaves.empty() ? 0 : 1) +
-          u32(leaves.size()) + u16(kNode) + u16(516) + u32(leaves.size() + 1) + u32(0);
-  tree.resize(kNode, '\0');
-  for (std::size_t index = 0; index < leaves.size(); ++index) {
-    const bool isLast = index + 1 == leaves.size();
-    tree += u32(isLast ? 0 : index + 2) + u32(index) + bigEndian(0xFF, 1) + bigEndian(1, 1) +
-            u16(leaves[index].second) + u16(0) + leaves[index].first;
-  }
+  std::size_t node = 4096;
+  while (kDescriptor + body.size() + offsets.size() > node)
+    node *= 2;
+  // A header and one leaf.
+  std::string tree = u64(0) + bigEndian(1, 1) + bigEndian(0, 1) + u16(3) + u16(0) + u16(1) + u32(1) +
+                     u32(records.size()) + u32(1) + u32(1) + u16(node) + u16(516) + u32(2) + u32(0);
+  pad(tree, node);
+  tree += u64(0) + bigEndian(0xFF, 1) + bigEndian(1, 1) + u16(records.size()) + u16(0) + body;
+  tree.resize(2 * node - offsets.size(), '\0');
+  tree += offsets;
   Fork fork{tree.size(), {{disk.size() / kBlock, tree.size() / kBlock}}};
   disk += tree;
   return fork;

@@ -1,6 +1,5 @@
 #include "tests/platform/tools/hdiutil/image_builder.hpp"
 
-#include <bzlib.h>
 #include <fcntl.h>
 #include <lzma.h>
 
@@ -22,17 +21,6 @@ namespace {
 
 constexpr std::size_t kSector = 512;
 
-std::string bzip2(std::span<const char> block) {
-  std::string source(block.begin(), block.end());
-  auto length = static_cast<unsigned>(source.size() + source.size() / 50 + 1024);
-  std::string stored(length, '\0');
-  if (::BZ2_bzBuffToBuffCompress(stored.data(), &length, source.data(), static_cast<unsigned>(source.size()),
-                                 9, 0, 0) != BZ_OK)
-    throw std::runtime_error("bzip2 failed");
-  stored.resize(length);
-  return stored;
-}
-
 std::string lzma(std::span<const char> block) {
   std::string stored(::lzma_stream_buffer_bound(block.size()), '\0');
   std::size_t length = 0;
@@ -42,27 +30,6 @@ std::string lzma(std::span<const char> block) {
     throw std::runtime_error("lzma failed");
   stored.resize(length);
   return stored;
-}
-
-/// Blocks of that format's fast kind, with nothing but literals: 15 at most behind a byte, 271 behind two.
-std::string lzfse(std::span<const char> block) {
-  std::string stored;
-  while (!block.empty()) {
-    auto raw = block.first(std::min<std::size_t>(block.size(), 1U << 16U));
-    block = block.subspan(raw.size());
-    const std::string header = std::string("bvxn") + littleEndian(raw.size(), 4);
-    std::string payload;
-    while (!raw.empty()) {
-      const std::size_t count = std::min<std::size_t>(raw.size(), raw.size() < 16 ? 15 : 271);
-      payload +=
-          count < 16 ? littleEndian(0xE0 | count, 1) : std::string("\xE0") + littleEndian(count - 16, 1);
-      payload.append(raw.begin(), raw.begin() + static_cast<std::ptrdiff_t>(count));
-      raw = raw.subspan(count);
-    }
-    payload += "\x06" + std::string(7, '\0');
-    stored += header + littleEndian(payload.size(), 4) + payload;
-  }
-  return stored + "bvx$";
 }
 
 /// Nothing but literals, 128 at most in a row.
@@ -77,10 +44,6 @@ std::string adc(std::span<const char> block) {
   return stored;
 }
 
-std::string copy(std::span<const char> block) {
-  return {block.begin(), block.end()};
-}
-
 /// A disk of parts, each at its own sector, behind `head` sectors.
 std::string layOut(std::size_t head, const std::vector<std::string>& volumes,
                    std::vector<std::size_t>& firstSectors) {
@@ -93,13 +56,6 @@ std::string layOut(std::size_t head, const std::vector<std::string>& volumes,
   return disk + std::string(34 * kSector, '\0');
 }
 
-std::string text(const platform::PropertyList& entity, const char* key) {
-  const auto* value = entity.valueForKey(key);
-  if (value == nullptr || value->string() == nullptr)
-    throw std::runtime_error(std::string("no ") + key);
-  return *value->string();
-}
-
 std::string padded(std::string text, std::size_t size) {
   text.resize(size, '\0');
   return text;
@@ -108,9 +64,10 @@ std::string padded(std::string text, std::size_t size) {
 }  // namespace
 
 std::vector<std::pair<std::string, quorin_tools::BlockEncoding>> blockEncodings() {
-  return {
-      {"zlib", quorin_tools::zlibEncoding()}, {"bzip2", {0x80000006, bzip2}}, {"lzma", {0x80000008, lzma}},
-      {"lzfse", {0x80000007, lzfse}},         {"adc", {0x80000004, adc}},     {"none", {1, copy}}};
+  return {{"zlib", quorin_tools::zlibEncoding()},
+          {"lzma", {0x80000008, lzma}},
+          {"adc", {0x80000004, adc}},
+          {"none", {1, [](auto block) { return std::string(block.begin(), block.end()); }}}};
 }
 
 void writeUdif(const fs::path& image, const std::vector<DiskPart>& parts,
@@ -139,8 +96,7 @@ std::string hfsVolumeOf(const fs::path& folder, const std::string& name) {
   return volume.disk->read(volume.partition.offset, volume.partition.length);
 }
 
-std::string fatVolumeOf(const fs::path& folder,
-                        const std::vector<std::pair<std::string, std::string>>& renamed) {
+std::string fatVolumeOf(const fs::path& folder, const std::pair<std::string, std::string>& renamed) {
   const TemporaryDirectory directory;
   const std::string volume = (directory / "volume").native();
   runProgram("/usr/bin/mformat", {"-C", "-i", volume, "-f", "1440", "::"});
@@ -157,12 +113,9 @@ std::string fatVolumeOf(const fs::path& folder,
       units += {character, '\0'};
     return units;
   };
-  for (const auto& [usual, other] : renamed) {
-    const std::string units = wide(usual);
-    for (std::size_t place = 0; (place = bytes.find(units, place)) != std::string::npos;
-         place += units.size())
-      bytes.replace(place, units.size(), wide(other));
-  }
+  const std::string usual = wide(renamed.first);
+  for (std::size_t place = 0; !usual.empty() && (place = bytes.find(usual, place)) != std::string::npos;)
+    bytes.replace(place, usual.size(), wide(renamed.second));
   return bytes;
 }
 
@@ -216,14 +169,11 @@ Images::Attached Images::attach(const fs::path& image) const {
     platform::hdiutil::attach(URL::fileURLWithPath(image.native()), registry,
                               [&](const platform::PropertyList& announced) { list = announced; });
     Attached attached;
-    const auto* entities = list.valueForKey("system-entities");
-    if (entities == nullptr || entities->array() == nullptr)
-      throw std::runtime_error("no entities");
-    for (const auto& entity : *entities->array()) {
+    for (const auto& entity : *list.valueForKey("system-entities")->array()) {
       if (entity.valueForKey("mount-point") == nullptr)
         continue;
-      attached.mountPoint = text(entity, "mount-point");
-      attached.device = text(entity, "dev-entry");
+      attached.mountPoint = *entity.valueForKey("mount-point")->string();
+      attached.device = *entity.valueForKey("dev-entry")->string();
     }
     return attached;
   } catch (const platform::Error& error) {

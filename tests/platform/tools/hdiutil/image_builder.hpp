@@ -11,7 +11,8 @@
 
 namespace test {
 
-/// Every way in which a block can be stored, by its name in the field.
+/// Ways in which a block can be stored, by their names in the field; among them are those of the lowest and
+/// of the highest number.
 std::vector<std::pair<std::string, quorin_tools::BlockEncoding>> blockEncodings();
 
 /// A part of a disk: its name in a block table and its content.
@@ -28,10 +29,10 @@ void writeUdif(const std::filesystem::path& image, const std::vector<DiskPart>& 
 std::string hfsVolumeOf(const std::filesystem::path& folder, const std::string& name = "Volume");
 
 /// A FAT volume of the size of a floppy disk with what lies in the folder. In its long names, which a name
-/// gets that is written in both cases, the first text of each pair stands as the second, of the same length:
+/// gets that is written in both cases, the first text of the pair stands as the second, of the same length:
 /// what no maker would write.
 std::string fatVolumeOf(const std::filesystem::path& folder,
-                        const std::vector<std::pair<std::string, std::string>>& renamed = {});
+                        const std::pair<std::string, std::string>& renamed = {});
 
 /// Disks with an Apple partition map, a GUID partition table or a master boot record, which hold the volumes
 /// in order.

@@ -46,7 +46,6 @@ TEST(ListingTest, ReadsEveryKindOfEntry) {
 
 TEST(ListingTest, RefusesWhatIsInDoubt) {
   const std::pair<const char*, std::string> cases[] = {
-      {"nothing", ""},
       {"no entries' line", "volume_name: Volume\n"},
       {"two volumes", "volume_name: One\nvolume_name: Two\n----------\n"},
       {"a folder above", kHeader + listedFolder("..")},
@@ -54,18 +53,13 @@ TEST(ListingTest, RefusesWhatIsInDoubt) {
       {"the folder itself", kHeader + listedFolder(".")},
       {"an absolute path", kHeader + listed("/etc")},
       {"an empty name within", kHeader + listedFolder("a") + listed("a//b")},
-      {"an empty path", kHeader + listed("")},
       {"a folder that is not listed", kHeader + listed("a/b")},
       {"a file as a folder", kHeader + listed("a") + listed("a/b")},
-      {"a link as a folder",
-       kHeader + listed("a", "Mode = lrwxr-xr-x\nSymbolic Link = there\n") + listed("a/b")},
       {"a line break in a name", kHeader + listed("a\nb")},
       {"a field in a name", kHeader + listed("a\nSize = 5")},
-      {"an entry in a name", kHeader + listed("a\n\nb")},
       {"a link of another size", kHeader + listed("a", "Mode = lrwxr-xr-x\nSymbolic Link = elsewhere\n")},
       {"a link to nothing", kHeader + listed("a", "Mode = lrwxr-xr-x\n")},
       {"a device", kHeader + listed("a", "Mode = brw-r--r--\n")},
-      {"a short mode", kHeader + listed("a", "Mode = -rw\n")},
       {"no size", kHeader + "Path = a\nModified = 2022-01-14 07:19:41\n"},
       {"no time", kHeader + "Path = a\nSize = 5\n"},
   };
@@ -116,24 +110,23 @@ TEST(FatTest, HandsOutTheEntriesAndNoHousekeeping) {
 /// Above the volume's tree are its directory in the registry, the registry and a directory of the test.
 TEST(FatTest, NothingOutsideOfTheTreeIsTouched) {
   struct Case {
-    const char* name;
     std::vector<std::string> files;
     std::pair<std::string, std::string> renamed;
   };
   const Case cases[] = {
-      {"a folder ..", {"Up/Up/Up/images/"}, {"Up", ".."}},
-      {"made up for by housekeeping", {"Up/Up/Up/images/", ".journal/1", ".journal/2"}, {"Up", ".."}},
-      {"made up for by more of it",
-       {"Up/Up/Up/images/", ".journal/1", ".journal/2", ".journal/3"},
-       {"Up", ".."}},
-      {"a line break", {"Aa#b"}, {"#", "\n"}},
-      {"two of one name", {"Aa", "Ab"}, {"Ab", "Aa"}},
-      {"a link by its name", {"A#Mode = lrwxrwxrwx#Symbolic Link = tmp"}, {"#", "\n"}},
+      {{"Up/Up/Up/images/"}, {"Up", ".."}},
+      // Made up for by housekeeping, as many entries as are listed, or more.
+      {{"Up/Up/Up/images/", ".journal/1", ".journal/2"}, {"Up", ".."}},
+      {{"Up/Up/Up/images/", ".journal/1", ".journal/2", ".journal/3"}, {"Up", ".."}},
+      {{"Aa#b"}, {"#", "\n"}},
+      {{"Aa", "Ab"}, {"Ab", "Aa"}},
+      {{"A#Mode = lrwxrwxrwx#Symbolic Link = tmp"}, {"#", "\n"}},
   };
   const test::Images images;
   const fs::path outside = images.location().parent_path();
   const fs::perms before = fs::status(outside).permissions();
   for (const Case& example : cases) {
+    SCOPED_TRACE(example.files.back());
     const test::TemporaryDirectory directory;
     for (const std::string& file : example.files) {
       if (file.ends_with('/'))
@@ -141,11 +134,11 @@ TEST(FatTest, NothingOutsideOfTheTreeIsTouched) {
       else
         test::writeFile(directory / "content" / file, std::string(3, '\0'));
     }
-    test::writeFile(directory / "image", test::fatVolumeOf(directory / "content", {example.renamed}));
-    EXPECT_NE(images.attach(directory / "image").failure, "") << example.name;
-    EXPECT_THAT(images.leftovers(), IsEmpty()) << example.name;
-    EXPECT_EQ(fs::status(images.location()).permissions(), fs::perms::owner_all) << example.name;
-    EXPECT_EQ(fs::status(outside).permissions(), before) << example.name;
+    test::writeFile(directory / "image", test::fatVolumeOf(directory / "content", example.renamed));
+    EXPECT_NE(images.attach(directory / "image").failure, "");
+    EXPECT_THAT(images.leftovers(), IsEmpty());
+    EXPECT_EQ(fs::status(images.location()).permissions(), fs::perms::owner_all);
+    EXPECT_EQ(fs::status(outside).permissions(), before);
   }
 }
 
