@@ -54,6 +54,10 @@ std::string readFile(const fs::path& path) {
   return content.str();
 }
 
+void copyTree(const fs::path& from, const fs::path& to) {
+  fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+}
+
 Inventory inventory(const fs::path& root) {
   Inventory entries;
   for (const auto& entry : fs::recursive_directory_iterator(root)) {

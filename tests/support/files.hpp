@@ -29,13 +29,15 @@ void writeFile(const std::filesystem::path& path, std::string_view content);
 
 std::string readFile(const std::filesystem::path& path);
 
+/// Copies a directory with everything in it, links as links.
+void copyTree(const std::filesystem::path& from, const std::filesystem::path& to);
+
 /// The content as it stands in an inventory.
 std::string digestWhereLong(const std::string& content);
 
-/// Every entry below `root`, by its relative path: type, permissions, and content, where
-/// that is long its digest, or link text. Names count
-/// as the same when they are canonically equivalent, since file systems store them in either form. Two trees
-/// are the same when their inventories are equal.
+/// Every entry below `root`, by its relative path: type, permissions, and content, where that is long its
+/// digest, or link text. Names count as the same when they are canonically equivalent, since file systems
+/// store them in either form. Two trees are the same when their inventories are equal.
 using Inventory = std::map<std::string, std::string>;
 Inventory inventory(const std::filesystem::path& root);
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <functional>
 #include <iostream>
 
@@ -10,137 +11,88 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using test::copyTree;
 using test::SigningWorkshop;
 using test::Verdict;
 
-/// Changes an item and gives back how to undo that.
-using Undo = std::function<void()>;
-using Mutation = std::function<Undo(const fs::path& item)>;
+/// Puts something else in the place of an item, which lies at `original` meanwhile.
+using Apply = std::function<void(const fs::path& original, const fs::path& item)>;
 
-struct NamedMutation {
+struct Mutation {
   const char* name;
-  Mutation apply;
+  Apply apply;
 };
 
-/// Keeps the item beside the whole application, not beside itself, where it would be an addition.
-Undo setAside(const fs::path& item) {
-  fs::path application = item;
-  while (application.extension() != ".app" || application.filename() == "Agent.app")
-    application = application.parent_path();
-  const fs::path kept = application.parent_path() / "kept";
-  fs::rename(item, kept);
-  return [=] {
-    fs::remove_all(item);
-    fs::rename(kept, item);
+Apply linkTo(const char* target) {
+  return [target](const fs::path&, const fs::path& item) { fs::create_symlink(target, item); };
+}
+
+/// Another content, made of the file's own.
+Apply content(std::string (*change)(std::string content)) {
+  return [change](const fs::path& original, const fs::path& file) {
+    test::writeFile(file, change(test::readFile(original)));
   };
 }
 
-Undo rewrite(const fs::path& file, const std::string& content) {
-  const std::string old = test::readFile(file);
-  test::writeFile(file, content);
-  return [=] { test::writeFile(file, old); };
-}
-
 std::string withByteFlipped(std::string content, std::size_t index) {
+  if (content.empty())
+    return "x";
   content[index] = static_cast<char>(content[index] ^ 0x20);
   return content;
 }
 
-const std::vector<NamedMutation>& fileMutations() {
-  static const std::vector<NamedMutation> kMutations{
-      {"change in the middle",
-       [](const fs::path& file) {
-         const std::string content = test::readFile(file);
-         return rewrite(file, content.empty() ? "x" : withByteFlipped(content, content.size() / 2));
-       }},
-      {"change of the first byte",
-       [](const fs::path& file) {
-         const std::string content = test::readFile(file);
-         return rewrite(file, content.empty() ? "x" : withByteFlipped(content, 0));
-       }},
-      {"addition at the end",
-       [](const fs::path& file) { return rewrite(file, test::readFile(file) + '\0'); }},
-      {"cut to nothing",
-       [](const fs::path& file) {
-         const std::string content = test::readFile(file);
-         return rewrite(file, content.empty() ? "x" : "");
-       }},
-      {"removal", [](const fs::path& file) { return setAside(file); }},
-      {"a directory in its place",
-       [](const fs::path& file) {
-         Undo undo = setAside(file);
-         test::writeFile(file / "file", "");
-         return undo;
-       }},
-      {"a link in its place",
-       [](const fs::path& file) {
-         Undo undo = setAside(file);
-         fs::create_symlink(".", file);
-         return undo;
-       }},
-      {"a pipe in its place",
-       [](const fs::path& file) {
-         Undo undo = setAside(file);
-         EXPECT_EQ(::mkfifo(file.c_str(), 0600), 0);
-         return undo;
-       }},
+Apply addition(const char* file) {
+  return [file](const fs::path& original, const fs::path& directory) {
+    copyTree(original, directory);
+    test::writeFile(directory / file, "added");
   };
-  return kMutations;
 }
 
-const std::vector<NamedMutation>& linkMutations() {
-  const auto retargeted = [](const char* target) {
-    return [target](const fs::path& link) {
-      Undo undo = setAside(link);
-      fs::create_symlink(target, link);
-      return undo;
-    };
-  };
-  static const std::vector<NamedMutation> kMutations{
-      {"removal", [](const fs::path& link) { return setAside(link); }},
-      {"another target", retargeted("Resources")},
-      {"itself as its target", retargeted("Versions/Current/Versions")},
-      {"a target outside", retargeted("../../../../../../../../../../../../etc")},
-      {"an absolute target", retargeted("/etc/hostname")},
-      {"a copy of its target in its place",
-       [](const fs::path& link) {
-         const fs::path target = fs::canonical(link);
-         Undo undo = setAside(link);
-         fs::copy(target, link, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-         return undo;
-       }},
-  };
-  return kMutations;
-}
+const Mutation kRemoval{"removal", [](const fs::path&, const fs::path&) {}};
+const Mutation kAddedFile{"an added file", addition("added")};
+const Mutation kAddedLink{"an added link", [](const fs::path& original, const fs::path& directory) {
+                            copyTree(original, directory);
+                            fs::create_symlink(".", directory / "added");
+                          }};
 
-const std::vector<NamedMutation>& directoryMutations() {
-  static const std::vector<NamedMutation> kMutations{
-      {"an added file",
-       [](const fs::path& directory) {
-         test::writeFile(directory / "added", "added");
-         return [=] { fs::remove(directory / "added"); };
-       }},
-      {"an added link",
-       [](const fs::path& directory) {
-         fs::create_symlink(".", directory / "added");
-         return [=] { fs::remove(directory / "added"); };
-       }},
-      {"an added directory with a file",
-       [](const fs::path& directory) {
-         test::writeFile(directory / "added.framework/Versions/A/added", "added");
-         return [=] { fs::remove_all(directory / "added.framework"); };
-       }},
-      {"removal", [](const fs::path& directory) { return setAside(directory); }},
-      {"a link in its place",
-       [](const fs::path& directory) {
-         Undo undo = setAside(directory);
-         fs::create_directory_symlink("../../" + directory.parent_path().parent_path().filename().native(),
-                                      directory);
-         return undo;
-       }},
-  };
-  return kMutations;
-}
+const std::vector<Mutation> kOfFiles{
+    kRemoval,
+    {"change in the middle", content([](std::string old) { return withByteFlipped(old, old.size() / 2); })},
+    {"change of the first byte", content([](std::string old) { return withByteFlipped(old, 0); })},
+    {"addition at the end", content([](std::string old) { return old + '\0'; })},
+    {"cut to nothing", content([](std::string old) { return std::string(old.empty() ? "x" : ""); })},
+    {"a directory in its place",
+     [](const fs::path&, const fs::path& file) { test::writeFile(file / "file", ""); }},
+    {"a link in its place", linkTo(".")},
+    {"a pipe in its place",
+     [](const fs::path&, const fs::path& file) { EXPECT_EQ(::mkfifo(file.c_str(), 0600), 0); }},
+};
+
+const std::vector<Mutation> kOfLinks{
+    kRemoval,
+    {"another target", linkTo("Resources")},
+    {"itself as its target", linkTo("Versions/Current/Versions")},
+    {"a target outside", linkTo("../../../../../../../../../../../../etc")},
+    {"an absolute target", linkTo("/etc/hostname")},
+    {"a copy of its target in its place",
+     [](const fs::path& original, const fs::path& link) {
+       copyTree(fs::canonical(link.parent_path() / fs::read_symlink(original)), link);
+     }},
+};
+
+const std::vector<Mutation> kOfDirectories{
+    kRemoval,
+    kAddedFile,
+    kAddedLink,
+    {"an added directory with a file", addition("added.framework/Versions/A/added")},
+    {"a link in its place",
+     [](const fs::path&, const fs::path& directory) {
+       fs::create_directory_symlink("../../" + directory.parent_path().parent_path().filename().native(),
+                                    directory);
+     }},
+};
+
+const std::vector<Mutation> kOfTheApplication{kAddedFile, kAddedLink};
 
 bool isLocalisation(const std::string& path) {
   return path.find("Resources/") != std::string::npos && path.find(".lproj") != std::string::npos &&
@@ -148,11 +100,10 @@ bool isLocalisation(const std::string& path) {
 }
 
 bool holdsOnlyLocalisations(const fs::path& directory) {
-  for (const auto& entry : fs::recursive_directory_iterator(directory)) {
-    if (!entry.is_directory() && !isLocalisation(entry.path().native()))
-      return false;
-  }
-  return true;
+  const auto entries = fs::recursive_directory_iterator(directory);
+  return std::all_of(begin(entries), end(entries), [](const fs::directory_entry& entry) {
+    return entry.is_directory() || isLocalisation(entry.path().native());
+  });
 }
 
 /// What binds nothing: files that the seal's own rules leave out, the notarization ticket, localisations,
@@ -163,53 +114,53 @@ bool isExplained(const fs::path& item, const std::string& path, const std::strin
                        path.ends_with(".DS_Store") || path.ends_with("locversion.plist");
   const bool outerLink = fs::path(path).parent_path().extension() == ".framework" && fs::is_symlink(item);
   const bool localisation = isLocalisation(path) || (fs::is_directory(item) && holdsOnlyLocalisations(item));
-  return omitted || ((localisation || outerLink) && mutation == "removal");
+  return omitted || ((localisation || outerLink) && mutation == kRemoval.name);
 }
 
-struct Tally {
-  int tried = 0;
-  int explained = 0;
+class MutatedApplication : public testing::TestWithParam<test::SampleExecutable> {
+ protected:
+  const std::vector<Mutation>& mutationsOf(const fs::path& item) const {
+    if (item == application)
+      return kOfTheApplication;
+    if (fs::is_symlink(item))
+      return kOfLinks;
+    return fs::is_directory(item) ? kOfDirectories : kOfFiles;
+  }
+
+  Verdict judge() const { return workshop.judge(application, test::sampleRequirement()); }
+
+  SigningWorkshop workshop;
+  fs::path application = workshop.signedApplication({.executable = GetParam()});
 };
 
-void tryAll(const SigningWorkshop& workshop, const fs::path& application, const fs::path& item,
-            const std::vector<NamedMutation>& mutations, Tally& tally) {
-  const std::string path = item.lexically_relative(application).native();
-  for (const NamedMutation& mutation : mutations) {
-    const Undo undo = mutation.apply(item);
-    const Verdict verdict = workshop.judge(application, test::sampleRequirement());
-    undo();
-    ++tally.tried;
-    if (verdict.accepted() && isExplained(item, path, mutation.name))
-      ++tally.explained;
-    else
-      EXPECT_FALSE(verdict.accepted()) << path << ": " << mutation.name;
-    EXPECT_NE(verdict.status, platform::errSecCSReqFailed) << path << ": " << verdict.sentence;
-  }
-}
-
-class MutatedApplication : public testing::TestWithParam<test::SampleExecutable> {};
-
 TEST_P(MutatedApplication, isRefused) {
-  const SigningWorkshop workshop;
-  const fs::path application = workshop.signedApplication({.executable = GetParam()});
+  // Beside the whole application: beside the item it would be an addition.
+  const fs::path original = application.parent_path() / "original";
   std::vector<fs::path> items{application};
   for (const auto& entry : fs::recursive_directory_iterator(application))
     items.push_back(entry.path());
-  Tally tally;
+  int tried = 0;
+  int explained = 0;
   for (const fs::path& item : items) {
-    if (fs::is_symlink(item))
-      tryAll(workshop, application, item, linkMutations(), tally);
-    else if (fs::is_regular_file(item))
-      tryAll(workshop, application, item, fileMutations(), tally);
-    else if (item != application)
-      tryAll(workshop, application, item, directoryMutations(), tally);
+    const std::string path = item.lexically_relative(application).native();
+    for (const Mutation& mutation : mutationsOf(item)) {
+      fs::rename(item, original);
+      mutation.apply(original, item);
+      const Verdict verdict = judge();
+      fs::remove_all(item);
+      fs::rename(original, item);
+      ++tried;
+      if (verdict.accepted() && isExplained(item, path, mutation.name))
+        ++explained;
+      else
+        EXPECT_FALSE(verdict.accepted()) << path << ": " << mutation.name;
+      EXPECT_NE(verdict.status, platform::errSecCSReqFailed) << path << ": " << verdict.sentence;
+    }
   }
-  tryAll(workshop, application, application, {directoryMutations()[0], directoryMutations()[1]}, tally);
-  const Verdict verdict = workshop.judge(application, test::sampleRequirement());
-  EXPECT_TRUE(verdict.accepted()) << "not restored: " << verdict.sentence;
-  std::cout << tally.tried << " mutations of " << items.size() << " items, " << tally.explained
+  EXPECT_TRUE(judge().accepted()) << "not restored: " << judge().sentence;
+  std::cout << tried << " mutations of " << items.size() << " items, " << explained
             << " accepted and explained\n";
-  EXPECT_GT(tally.tried, 500);
+  EXPECT_GT(tried, 500);
 }
 
 INSTANTIATE_TEST_SUITE_P(Executables, MutatedApplication,

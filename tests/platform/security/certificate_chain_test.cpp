@@ -71,30 +71,20 @@ TEST(CMSSignature, aDefectiveOneIsRefusedWithTheReason) {
   }
 }
 
-TEST(CertificateChain, aChainToAnotherRootIsRefused) {
-  const SigningWorkshop trusted;
-  const SigningWorkshop stranger;
-  const Verdict verdict = trusted.judge(stranger.signedPlainApplication(), test::sampleRequirement());
-  EXPECT_EQ(verdict.status, errSecCSSignatureFailed);
-  EXPECT_THAT(verdict.sentence, testing::HasSubstr("do not lead to a trusted root"));
-}
-
-TEST(CertificateChain, aTimeStampByAStrangerIsRefused) {
+TEST(CertificateChain, whatAStrangerSignedIsRefused) {
   const SigningWorkshop workshop;
   const SigningWorkshop stranger;
+  const auto expectRefused = [&](const fs::path& application, const char* reason) {
+    const Verdict verdict = workshop.judge(application);
+    EXPECT_EQ(verdict.status, errSecCSSignatureFailed) << reason;
+    EXPECT_THAT(verdict.sentence, testing::HasSubstr(reason));
+  };
+  expectRefused(stranger.signedPlainApplication(), "do not lead to a trusted root");
+  expectRefused(workshop.signedPlainApplication({"--team", "OTHERTEAM1"}), "its team is not");
   for (const char* part : {"time_stamp.pem", "time_stamp_chain.pem", "time_stamp_key.pem"})
     fs::copy_file(stranger.chain().directory() / part, workshop.chain().directory() / part,
                   fs::copy_options::overwrite_existing);
-  const Verdict verdict = workshop.judge(workshop.signedPlainApplication({"--time-stamp"}));
-  EXPECT_EQ(verdict.status, errSecCSSignatureFailed);
-  EXPECT_THAT(verdict.sentence, testing::HasSubstr("time stamp"));
-}
-
-TEST(CertificateChain, aTeamThatIsNotTheCertificatesIsRefused) {
-  const SigningWorkshop workshop;
-  const Verdict verdict = workshop.judge(workshop.signedPlainApplication({"--team", "OTHERTEAM1"}));
-  EXPECT_EQ(verdict.status, errSecCSSignatureFailed);
-  EXPECT_THAT(verdict.sentence, testing::HasSubstr("team"));
+  expectRefused(workshop.signedPlainApplication({"--time-stamp"}), "time stamp");
 }
 
 TEST(CertificateChain, codeSignedByNobodyIsValidButNeverAnchored) {
@@ -106,7 +96,7 @@ TEST(CertificateChain, codeSignedByNobodyIsValidButNeverAnchored) {
   EXPECT_EQ(workshop.judge(application, "anchor apple generic").status, errSecCSReqFailed);
 }
 
-TEST(CMSSignature, whatFollowsBehindItIsRefused) {
+TEST(CMSSignature, whatFollowsBehindItIsRefusedAndSoIsItsAbsence) {
   const SigningWorkshop workshop;
   const fs::path application = workshop.signedPlainApplication();
   const fs::path signature = application / "Contents/_CodeSignature/CodeSignature";
@@ -115,12 +105,7 @@ TEST(CMSSignature, whatFollowsBehindItIsRefused) {
   blob[7] = static_cast<char>(blob.size());
   test::writeFile(signature, blob);
   EXPECT_THAT(workshop.judge(application).sentence, testing::HasSubstr("is no signed data"));
-}
-
-TEST(CertificateChain, aSignatureWithoutItsSignerIsRefused) {
-  const SigningWorkshop workshop;
-  const fs::path application = workshop.signedPlainApplication();
-  fs::remove(application / "Contents/_CodeSignature/CodeSignature");
+  fs::remove(signature);
   EXPECT_EQ(workshop.judge(application).status, errSecCSSignatureFailed);
 }
 
@@ -135,12 +120,12 @@ TEST(TrustAnchors, whatOthersMayHaveChangedIsRefused) {
   const SigningWorkshop workshop;
   const fs::path anchors = workshop.anchors();
   const fs::path file = anchors / "root.pem";
-  EXPECT_EQ(TrustAnchors::inDirectory(location(anchors)).roots().size(), 1U);
   const auto isRefused = [&] {
     try {
       TrustAnchors::inDirectory(location(anchors));
       return false;
-    } catch (const platform::SecurityError&) {
+    } catch (const platform::SecurityError& error) {
+      EXPECT_THAT(error.localizedDescription(), testing::StartsWith("The trusted roots in"));
       return true;
     }
   };
@@ -153,12 +138,12 @@ TEST(TrustAnchors, whatOthersMayHaveChangedIsRefused) {
     fs::permissions(item, usual);
   }
   EXPECT_FALSE(isRefused());
-  if (::geteuid() != 0)
-    GTEST_SKIP() << "only the superuser can give files away";
-  for (const fs::path& item : {anchors, file}) {
-    ASSERT_EQ(::chown(item.c_str(), 12345, 0), 0);
-    EXPECT_TRUE(isRefused()) << item;
-    ASSERT_EQ(::chown(item.c_str(), 0, 0), 0);
+  if (::geteuid() == 0) {
+    for (const fs::path& item : {anchors, file}) {
+      ASSERT_EQ(::chown(item.c_str(), 12345, 0), 0);
+      EXPECT_TRUE(isRefused()) << item;
+      ASSERT_EQ(::chown(item.c_str(), 0, 0), 0);
+    }
   }
   fs::rename(file, workshop / "root.pem");
   fs::create_symlink(workshop / "root.pem", file);
@@ -174,23 +159,9 @@ TEST(TrustAnchors, whatOthersMayHaveChangedIsRefused) {
   EXPECT_TRUE(isRefused()) << "no certificate";
 }
 
-TEST(TrustAnchors, aFailureSaysThatItIsAboutThem) {
-  const SigningWorkshop workshop;
-  fs::remove_all(workshop.anchors());
-  test::writeFile(workshop.anchors(), "no directory");
-  try {
-    TrustAnchors::inDirectory(location(workshop.anchors()));
-    FAIL();
-  } catch (const platform::SecurityError& error) {
-    EXPECT_THAT(error.localizedDescription(), testing::HasSubstr("The trusted roots in"));
-    EXPECT_THAT(error.localizedDescription(), testing::Not(testing::HasSubstr("..")));
-  }
-}
-
 TEST(TrustAnchors, withoutAnchorsNothingIsTrusted) {
   const SigningWorkshop workshop;
   const fs::path application = workshop.signedPlainApplication();
-  ASSERT_TRUE(workshop.judge(application).accepted());
   fs::remove_all(workshop.anchors());
   EXPECT_EQ(workshop.judge(application).status, errSecCSSignatureFailed);
 }

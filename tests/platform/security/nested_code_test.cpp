@@ -9,14 +9,9 @@ namespace fs = std::filesystem;
 namespace {
 
 using platform::errSecCSBadResource;
-using test::SigningWorkshop;
 using test::Verdict;
+using test::workshop;
 using testing::HasSubstr;
-
-const SigningWorkshop& workshop() {
-  static const SigningWorkshop shared;
-  return shared;
-}
 
 /// Replaces the sample's helper tool by other code, signed as `options` say.
 Verdict withOtherHelper(const fs::path& application, const std::vector<std::string>& options) {
@@ -90,31 +85,30 @@ TEST(NestedCode, aHashAloneBindsEveryVersion) {
   EXPECT_THAT(verdict.sentence, HasSubstr("is not the code that was sealed"));
 }
 
+struct LinkCase {
+  const char* link;
+  const char* target;
+  bool accepted;
+};
+
 TEST(NestedCode, otherLinksThatStayInAFrameworkAreAccepted) {
   const fs::path application = workshop().signedPlainApplication();
   const fs::path framework = application / "Contents/Frameworks/F.framework";
   writeFramework(framework, "good");
   workshop().chain().sign(application);
-  struct Case {
-    const char* link;
-    const char* target;
-    bool accepted;
-  };
-  for (const Case& tested :
-       {Case{"F", "Versions/A/F", true}, Case{"F", "./Versions/Current/F", true}, Case{"F", "A/F", false},
-        Case{"F", "Versions/A/Resources", false}, Case{"F", "Versions/B/F", false},
-        Case{"F", "Versions/../Versions/A/F", false}, Case{"Versions/B", "A", true},
-        Case{"Versions/B", "Current", true}, Case{"Versions/B", "C", false}, Case{"Versions/B", "B", false},
-        Case{"Versions/B", "../Versions", false}, Case{"Versions/Current", "A/", true},
-        Case{"Versions/Current", "./A", true}, Case{"Versions/Current", "/A", false},
-        Case{"Versions/Current", ".", false}}) {
-    const fs::path link = framework / tested.link;
-    const std::string usual = fs::is_symlink(link) ? fs::read_symlink(link).native() : std::string();
+  for (const auto& [name, target, accepted] :
+       {LinkCase{"F", "Versions/A/F", true}, LinkCase{"F", "A/F", false},
+        LinkCase{"F", "Versions/A/Resources", false}, LinkCase{"F", "Versions/B/F", false},
+        LinkCase{"F", "Versions/../Versions/A/F", false}, LinkCase{"Versions/B", "Current", true},
+        LinkCase{"Versions/B", "C", false}, LinkCase{"Versions/B", "B", false},
+        LinkCase{"Versions/B", "../Versions", false}, LinkCase{"Versions/Current", "./A", true},
+        LinkCase{"Versions/Current", "/A", false}, LinkCase{"Versions/Current", ".", false}}) {
+    const fs::path link = framework / name;
+    const fs::path usual = fs::is_symlink(link) ? fs::read_symlink(link) : fs::path();
     fs::remove(link);
-    fs::create_symlink(tested.target, link);
+    fs::create_symlink(target, link);
     const Verdict verdict = workshop().judge(application);
-    EXPECT_EQ(verdict.accepted(), tested.accepted)
-        << tested.link << " -> " << tested.target << ": " << verdict.sentence;
+    EXPECT_EQ(verdict.accepted(), accepted) << name << " -> " << target << ": " << verdict.sentence;
     fs::remove(link);
     if (!usual.empty())
       fs::create_symlink(usual, link);
@@ -162,16 +156,14 @@ TEST(NestedCode, directoriesWithoutEndAreRefused) {
 TEST(UnsealedItems, linksThatLeadOutAreRefusedEvenWhereNothingIsSealed) {
   const fs::path application = workshop().signedPlainApplication();
   const fs::path link = application / "Contents/Resources/.DS_Store";
-  struct Case {
-    const char* target;
-    bool accepted;
-  };
-  for (const Case& tested :
-       {Case{"text.txt", true}, Case{"../../Contents/Info.plist", true}, Case{"missing", true},
-        Case{"/etc/hostname", false}, Case{"../../../other", false}, Case{"../Resources/../../../x", false},
-        Case{".DS_Store", false}}) {
-    fs::create_symlink(tested.target, link);
-    EXPECT_EQ(workshop().judge(application).accepted(), tested.accepted) << tested.target;
+  for (const auto& [target, accepted] : {std::pair{"../../Contents/Info.plist", true},
+                                         {"missing", true},
+                                         {"/etc/hostname", false},
+                                         {"../../../other", false},
+                                         {"../Resources/../../../x", false},
+                                         {".DS_Store", false}}) {
+    fs::create_symlink(target, link);
+    EXPECT_EQ(workshop().judge(application).accepted(), accepted) << target;
     fs::remove(link);
   }
 }
@@ -215,23 +207,18 @@ TEST(UnsealedItems, noRuleLeavesCodeOut) {
   }
 }
 
-TEST(UnsealedItems, receiptsAndTicketsMayBeAdded) {
-  const fs::path application = workshop().signedPlainApplication();
+TEST(UnsealedItems, onlyWhatTheSystemAddsMayBeAdded) {
+  const fs::path application = workshop().signedApplication({.executable = test::SampleExecutable::machO});
+  const fs::path signatures = application / "Contents/_CodeSignature";
   test::writeFile(application / "Contents/_MASReceipt/receipt", "receipt");
   test::writeFile(application / "Contents/CodeResources", "ticket");
+  test::writeFile(signatures / "CodeRequirements", "of an older signature, beside one that is embedded");
   EXPECT_TRUE(workshop().judge(application).accepted());
-  test::writeFile(application / "Contents/_CodeSignature/added", "added");
-  EXPECT_EQ(workshop().judge(application).status, errSecCSBadResource);
-}
-
-TEST(UnsealedItems, componentsMayLieBesideAnEmbeddedSignature) {
-  const fs::path application = workshop().signedApplication({.executable = test::SampleExecutable::machO});
-  const fs::path component = application / "Contents/_CodeSignature/CodeRequirements";
-  test::writeFile(component, "of an older signature");
-  EXPECT_TRUE(workshop().judge(application).accepted());
-  fs::remove(component);
-  test::writeFile(component / "added", "added");
-  EXPECT_EQ(workshop().judge(application).status, errSecCSBadResource);
+  for (const char* added : {"added", "CodeDirectory/added"}) {
+    test::writeFile(signatures / added, "added");
+    EXPECT_EQ(workshop().judge(application).status, errSecCSBadResource) << added;
+    fs::remove(signatures / added);
+  }
 }
 
 }  // namespace

@@ -51,6 +51,11 @@ fs::path SigningWorkshop::signedPlainApplication(const std::vector<std::string>&
   return application;
 }
 
+const SigningWorkshop& workshop() {
+  static const SigningWorkshop shared;
+  return shared;
+}
+
 std::string sampleRequirement(const std::string& identifier) {
   return "anchor apple generic and identifier \"" + identifier +
          "\" and certificate 1[field.1.2.840.113635.100.6.2.6] exists"

@@ -45,6 +45,9 @@ class SigningWorkshop {
   SampleChain chain_;
 };
 
+/// One for all tests that need none of their own.
+const SigningWorkshop& workshop();
+
 /// The chain's certificates as the only trusted ones, in a directory of that name.
 void trustOnly(const std::filesystem::path& root, const std::filesystem::path& anchors);
 
