@@ -5,22 +5,15 @@
 #include "tests/whole/whole_update.hpp"
 
 namespace fs = std::filesystem;
-using test::SampleUpdates;
 
 namespace {
 
 class CompleteUpdateTest : public test::WholeUpdateTest {
  protected:
-  CompleteUpdateTest() { offer(SampleUpdates::shared().application("2.0")); }
+  CompleteUpdateTest() { offer(sample("2.0")); }
 };
 
 TEST_F(CompleteUpdateTest, TheNewApplicationStandsAndRuns) {
-  expectUpdated(run());
-}
-
-TEST_F(CompleteUpdateTest, ADigestInUpperCase) {
-  for (char& digit : plan.expectedSHA256)
-    digit = static_cast<char>(std::toupper(digit));
   expectUpdated(run());
 }
 
@@ -31,7 +24,9 @@ TEST_F(CompleteUpdateTest, NoConfigurationThatTheEnvironmentNamesIsRead) {
   expectUpdated(run([this] { ::setenv("OPENSSL_CONF", (home / "configuration").c_str(), 1); }));
 }
 
-TEST_F(CompleteUpdateTest, ARelativeTarget) {
+TEST_F(CompleteUpdateTest, ARelativeTargetAndADigestInUpperCase) {
+  for (char& digit : plan.expectedSHA256)
+    digit = static_cast<char>(std::toupper(digit));
   plan.targetAppPath = target.lexically_relative(home.path());
   plan.dmgPath = image.filename();
   expectUpdated(run([this] {
@@ -62,8 +57,7 @@ TEST_F(CompleteUpdateTest, ATargetThatIsALinkIsReplacedByTheApplicationItself) {
 TEST_F(CompleteUpdateTest, AnApplicationThatIsALinkInTheImageIsInstalledAsItself) {
   const fs::path elsewhere = home / "elsewhere" / target.filename();
   fs::create_directory(elsewhere.parent_path());
-  fs::copy(SampleUpdates::shared().application("2.0"), elsewhere,
-           fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  test::copyTree(sample("2.0"), elsewhere);
   fs::create_directory(home / "links");
   fs::create_directory_symlink(elsewhere, home / "links" / target.filename());
   offer(home / "links" / target.filename());
@@ -71,13 +65,20 @@ TEST_F(CompleteUpdateTest, AnApplicationThatIsALinkInTheImageIsInstalledAsItself
   EXPECT_FALSE(fs::is_symlink(target));
 }
 
+TEST_F(CompleteUpdateTest, WhereNamesCannotBeExchangedAnUpdateAndItsRollbackGoTheOtherWay) {
+  expectUpdated(runMeddling({{"MEDDLER_KNOWS_NO_EXCHANGE", "yes"}}));
+  installed = test::inventory(applications);
+  offer(sample("broken"));
+  const test::Outcome outcome = runMeddling({{"MEDDLER_KNOWS_NO_EXCHANGE", "yes"}});
+  expectRefused(outcome, "The application could not be replaced: The application \"" + target.native() +
+                             "\" cannot be opened: The interpreter that its executable names is missing.");
+}
+
 TEST_F(CompleteUpdateTest, AnImageThatCannotBeDetachedChangesNothing) {
   wrapTool("hdiutil", "[ \"$1\" = detach ] && exit 1\nexec \"$0.real\" \"$@\"\n");
   const test::Outcome outcome = run();
   EXPECT_EQ(outcome.exitStatus, 0) << outcome.error;
-  EXPECT_EQ(
-      test::difference(test::inventory(SampleUpdates::shared().application("2.0")), test::inventory(target)),
-      "");
+  expectStands("2.0");
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Preloaded into the real updater, this changes what it has just put in place, at the one instant that no
-// other process could hit for certain: between the swap and the last verification. It also sets its clock.
+// other process could hit for certain: between the swap and the last verification. It also makes changes of
+// names fail, and sets the updater's clock.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -20,19 +21,24 @@ extern "C" int renameat2(int oldDirectory, const char* oldName, int newDirectory
                          unsigned flags) noexcept {
   using Rename = int (*)(int, const char*, int, const char*, unsigned);
   static const auto real = reinterpret_cast<Rename>(::dlsym(RTLD_NEXT, "renameat2"));
+  const bool isExchange = (flags & RENAME_EXCHANGE) != 0;
   if (swapped && std::getenv("MEDDLER_FAILS_RENAMES") != nullptr) {
     errno = EIO;
     return -1;
   }
+  if (isExchange && std::getenv("MEDDLER_KNOWS_NO_EXCHANGE") != nullptr) {
+    errno = EINVAL;
+    return -1;
+  }
   const int result = real(oldDirectory, oldName, newDirectory, newName, flags);
   const char* const victim = std::getenv("MEDDLER_CHANGES");
-  if (result == 0 && (flags & RENAME_EXCHANGE) != 0 && victim != nullptr && !swapped) {
-    swapped = true;
+  if (result == 0 && isExchange && victim != nullptr && !swapped) {
     const int file = ::open(victim, O_WRONLY | O_APPEND);
     if (file < 0 || ::write(file, "x", 1) != 1)
       std::abort();
     ::close(file);
   }
+  swapped = swapped || (result == 0 && isExchange);
   return result;
 }
 

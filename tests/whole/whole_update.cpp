@@ -3,12 +3,14 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <sstream>
 #include <thread>
 
 #include "platform/foundation/data.hpp"
 #include "platform/foundation/json.hpp"
 #include "tests/support/private_mounts.hpp"
+#include "tests/support/sample_application.hpp"
 #include "updater/diskimage/file_digest.hpp"
 
 namespace fs = std::filesystem;
@@ -29,59 +31,57 @@ bool takeAsTemporaryDirectory(const fs::path& directory) {
   return enterPrivateMounts() && ::mount(directory.c_str(), "/tmp", nullptr, MS_BIND, nullptr) == 0;
 }
 
-}  // namespace
-
-const SampleUpdates& SampleUpdates::shared() {
-  static const SampleUpdates updates;
-  return updates;
-}
-
-SampleUpdates::SampleUpdates() : prefix_(directory_ / "prefix") {
-  chain_ = std::make_unique<SampleChain>(directory_ / "chain");
-  foreignChain_ = std::make_unique<SampleChain>(directory_ / "foreign chain", "FOREIGN123");
-  for (const char* program : {"bin/QuorinOstrevalUpdater", "libexec/quorin/hdiutil", "libexec/quorin/ditto",
-                              "libexec/quorin/open"}) {
-    fs::create_directories((prefix_ / program).parent_path());
-    fs::copy_file(buildPrefix() / program, prefix_ / program);
+/// What every test of whole updates starts from: signed applications, and a prefix that trusts their signers.
+class Samples {
+ public:
+  /// Made once.
+  static const Samples& shared() {
+    static const Samples samples;
+    return samples;
   }
-  fs::create_directories(prefix_ / "share/quorin/anchors");
-  fs::copy_file(chain_->root(), prefix_ / "share/quorin/anchors/sample.pem");
-  fs::copy_file(foreignChain_->root(), prefix_ / "share/quorin/anchors/foreign.pem");
-  make("1.0", "1.0", startingScript("1.0"), *chain_);
-  make("2.0", "2.0", startingScript("2.0"), *chain_);
-  make("broken", "2.0", "#!/no/such/interpreter\n", *chain_);
-  make("foreign", "2.0", startingScript("2.0"), *foreignChain_);
-}
 
-fs::path SampleUpdates::make(const std::string& folder, const std::string& version, const std::string& script,
-                             const SampleChain& chain) const {
-  SampleOptions options{.name = "Quorin Ostreval", .identifier = kIdentifier, .shortVersion = version};
-  options.version = version.substr(0, 1) + "00";
-  options.script = script;
-  fs::create_directories(directory_ / folder);
-  const fs::path bundle = makeSampleApplication(directory_ / folder, options);
-  chain.sign(bundle);
-  return bundle;
-}
+  fs::path application(const std::string& which) const { return directory_ / which / "Quorin Ostreval.app"; }
+  const fs::path& prefix() const { return prefix_; }
 
-fs::path SampleUpdates::application(const std::string& version) const {
-  return directory_ / version / "Quorin Ostreval.app";
-}
+ private:
+  Samples() {
+    const SampleChain chain(directory_ / "chain");
+    const SampleChain foreignChain(directory_ / "foreign chain", "FOREIGN123");
+    for (const char* program : {"bin/QuorinOstrevalUpdater", "libexec/quorin/hdiutil", "libexec/quorin/ditto",
+                                "libexec/quorin/open"}) {
+      fs::create_directories((prefix_ / program).parent_path());
+      fs::copy_file(buildPrefix() / program, prefix_ / program);
+    }
+    fs::create_directories(prefix_ / "share/quorin/anchors");
+    fs::copy_file(chain.root(), prefix_ / "share/quorin/anchors/sample.pem");
+    fs::copy_file(foreignChain.root(), prefix_ / "share/quorin/anchors/foreign.pem");
+    make("1.0", "1.0", startingScript("1.0"), chain);
+    make("2.0", "2.0", startingScript("2.0"), chain);
+    make("broken", "2.0", "#!/no/such/interpreter\n", chain);
+    make("foreign", "2.0", startingScript("2.0"), foreignChain);
+  }
 
-fs::path SampleUpdates::brokenApplication() const {
-  return application("broken");
-}
+  void make(const std::string& which, const std::string& version, const std::string& script,
+            const SampleChain& chain) const {
+    fs::create_directories(directory_ / which);
+    chain.sign(makeSampleApplication(directory_ / which, {.name = "Quorin Ostreval",
+                                                          .identifier = kIdentifier,
+                                                          .shortVersion = version,
+                                                          .version = version.substr(0, 1) + "00",
+                                                          .script = script}));
+  }
 
-fs::path SampleUpdates::foreignApplication() const {
-  return application("foreign");
-}
+  TemporaryDirectory directory_{"/var/tmp"};
+  fs::path prefix_ = directory_ / "prefix";
+};
+
+}  // namespace
 
 WholeUpdateTest::WholeUpdateTest() {
   fs::create_directories(applications);
   fs::create_directory(temporary);
-  fs::copy(SampleUpdates::shared().prefix(), home / "prefix", fs::copy_options::recursive);
-  fs::copy(SampleUpdates::shared().application("1.0"), target,
-           fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  fs::copy(Samples::shared().prefix(), home / "prefix", fs::copy_options::recursive);
+  copyTree(sample("1.0"), target);
   installed = inventory(applications);
   plan = {.dmgPath = image.native(),
           .targetAppPath = target.native(),
@@ -98,11 +98,14 @@ void WholeUpdateTest::SetUp() {
     GTEST_SKIP() << "there is no mount namespace to be had";
 }
 
+fs::path WholeUpdateTest::sample(const std::string& which) {
+  return Samples::shared().application(which);
+}
+
 void WholeUpdateTest::offer(const fs::path& application) {
   const fs::path folder = home / "volume/Some folder";
   fs::create_directories(folder);
-  fs::copy(application, folder / application.filename(),
-           fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  copyTree(application, folder / application.filename());
   fs::remove(image);
   const Outcome made = runProgram(buildPrefix() / "bin/make_disk_image",
                                   {(home / "volume").native(), "Quorin Ostreval 2.0", image.native()});
@@ -118,7 +121,7 @@ void WholeUpdateTest::announceImage() {
 Outcome WholeUpdateTest::run(const std::function<void()>& prepare) {
   writeFile(home / "plan.json", platform::JSONEncoder().encode(plan).bytes());
   return runProgram(home / "prefix/bin/QuorinOstrevalUpdater",
-                    {"--plan", (home / "plan.json").native(), "--parent-pid", endedProcess(), "--ready-file",
+                    {"--plan", (home / "plan.json").native(), "--parent-pid", parent, "--ready-file",
                      (home / "ready").native()},
                     [&] {
                       if (!takeAsTemporaryDirectory(temporary))
@@ -128,14 +131,25 @@ Outcome WholeUpdateTest::run(const std::function<void()>& prepare) {
                     });
 }
 
+Outcome WholeUpdateTest::runMeddling(const std::map<std::string, std::string>& settings) {
+  return run([&settings] {
+    ::setenv("LD_PRELOAD", (buildPrefix() / "tests/libmeddler.so").c_str(), 1);
+    ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
+    for (const auto& [name, value] : settings)
+      ::setenv(name.c_str(), value.c_str(), 1);
+  });
+}
+
+void WholeUpdateTest::expectStands(const std::string& which, const fs::path& place) const {
+  EXPECT_EQ(difference(inventory(sample(which)), inventory(place)), "");
+}
+
 void WholeUpdateTest::expectUpdated(const Outcome& outcome) const {
   EXPECT_EQ(outcome.exitStatus, 0) << outcome.error;
   EXPECT_EQ(outcome.output + outcome.error, "");
-  EXPECT_EQ(status().message, "Quorin Ostreval was updated successfully to version 2.0 (build 200).");
-  EXPECT_TRUE(status().succeeded);
-  EXPECT_EQ(
-      test::difference(test::inventory(SampleUpdates::shared().application("2.0")), test::inventory(target)),
-      "");
+  const std::string message = "Quorin Ostreval was updated successfully to version 2.0 (build 200).";
+  EXPECT_EQ(status(), (QuorinOstrevalUpdater::InstallStatus{true, message, "2.0"}));
+  expectStands("2.0");
   EXPECT_EQ(starts(1), std::vector<std::string>{"2.0"});
   EXPECT_FALSE(fs::exists(image) || fs::exists(home / "plan.json"));
   expectNothingLeft();
@@ -144,8 +158,8 @@ void WholeUpdateTest::expectUpdated(const Outcome& outcome) const {
 void WholeUpdateTest::expectRefused(const Outcome& outcome, const std::string& description) const {
   EXPECT_EQ(outcome.exitStatus, 1);
   EXPECT_EQ(outcome.error, "QuorinOstrevalUpdater: " + description + "\n");
-  EXPECT_EQ(status().message, "Quorin Ostreval update failed: " + description);
-  EXPECT_FALSE(status().succeeded);
+  const std::string message = "Quorin Ostreval update failed: " + description;
+  EXPECT_EQ(status(), (QuorinOstrevalUpdater::InstallStatus{false, message, plan.expectedVersion}));
   EXPECT_EQ(difference(installed, inventory(applications)), "");
   expectNothingLeft();
 }

@@ -5,44 +5,15 @@
 #include <filesystem>
 #include <functional>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "tests/support/files.hpp"
 #include "tests/support/program.hpp"
-#include "tests/support/sample_application.hpp"
 #include "updater/records/install_plan.hpp"
 #include "updater/records/install_status.hpp"
 
 namespace test {
-
-/// What every test of whole updates starts from, made once: chains, a prefix that trusts them, and signed
-/// applications.
-class SampleUpdates {
- public:
-  static const SampleUpdates& shared();
-
-  /// The application in this version, signed by the expected team; every start adds a line to the file
-  /// "starts" in the directory above the bundle's.
-  std::filesystem::path application(const std::string& version) const;
-  /// The same as version 2.0 with a main executable that cannot be executed.
-  std::filesystem::path brokenApplication() const;
-  /// The same as version 2.0, signed by another team.
-  std::filesystem::path foreignApplication() const;
-  const std::filesystem::path& prefix() const { return prefix_; }
-  const SampleChain& chain() const { return *chain_; }
-
- private:
-  SampleUpdates();
-  std::filesystem::path make(const std::string& folder, const std::string& version, const std::string& script,
-                             const SampleChain& chain) const;
-
-  TemporaryDirectory directory_{"/var/tmp"};
-  std::filesystem::path prefix_;
-  std::unique_ptr<SampleChain> chain_;
-  std::unique_ptr<SampleChain> foreignChain_;
-};
 
 /// A home with an installed application, version 1.0, a disk image, a plan, and a temporary directory that is
 /// "/tmp" for the updater and its tools.
@@ -52,6 +23,11 @@ class WholeUpdateTest : public testing::Test {
   /// Skips where the system grants no mount namespace.
   void SetUp() override;
 
+  /// The application in version "1.0" or "2.0", signed by the expected team, of which every start adds a line
+  /// to the file "starts" in the directory above the bundle's; or version 2.0 "broken", with a main
+  /// executable that cannot be executed, or "foreign", signed by another team.
+  static std::filesystem::path sample(const std::string& which);
+
   /// Makes the disk image that the plan names out of a folder that holds this application.
   void offer(const std::filesystem::path& application);
   /// Makes a digest of the image as it is now, for the plan.
@@ -59,7 +35,12 @@ class WholeUpdateTest : public testing::Test {
 
   /// Runs the updater on the plan; `prepare` runs in its process, before it.
   Outcome run(const std::function<void()>& prepare = {});
+  /// Runs it with the meddler preloaded, which `settings` tell what to do.
+  Outcome runMeddling(const std::map<std::string, std::string>& settings);
 
+  /// This sample stands at the target, or at `place`.
+  void expectStands(const std::string& which) const { expectStands(which, target); }
+  void expectStands(const std::string& which, const std::filesystem::path& place) const;
   void expectUpdated(const Outcome& outcome) const;
   /// The run failed with this description, the installed application is what it was, and it was started
   /// again.
@@ -79,6 +60,7 @@ class WholeUpdateTest : public testing::Test {
   std::filesystem::path image = home / "Quorin Ostreval 2.0.dmg";
   std::filesystem::path temporary = home / "tmp";
   QuorinOstrevalUpdater::InstallPlan plan;
+  std::string parent = endedProcess();
   std::map<std::string, std::string> installed;
 };
 
