@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
@@ -20,6 +19,7 @@
 #include "tests/prove/system_calls.hpp"
 #include "tests/prove/tracer.hpp"
 #include "tests/support/files.hpp"
+#include "tests/support/program.hpp"
 
 namespace fs = std::filesystem;
 
@@ -42,13 +42,6 @@ std::vector<sock_filter> filterOfInterest() {
   filter.push_back({BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW});
   filter.push_back({BPF_RET | BPF_K, 0, 0, SECCOMP_RET_TRACE});
   return filter;
-}
-
-void redirect(int stream, const fs::path& path, int flags) {
-  const int file = ::open(path.c_str(), flags, 0600);
-  if (file < 0 || ::dup2(file, stream) < 0)
-    ::_exit(126);
-  ::close(file);
 }
 
 /// A repeating alarm that interrupts the wait; one alone might come in front of it.
@@ -301,30 +294,17 @@ void Tracer::killAll() {
 
 Ending trace(const fs::path& program, const std::vector<std::string>& arguments, const Watcher& watcher) {
   const test::TemporaryDirectory capture("/var/tmp");
-  std::vector<std::string> texts{program.native()};
-  texts.insert(texts.end(), arguments.begin(), arguments.end());
-  std::vector<char*> argumentVector;
-  for (std::string& text : texts)
-    argumentVector.push_back(text.data());
-  argumentVector.push_back(nullptr);
   std::vector<sock_filter> filter = filterOfInterest();
   const sock_fprog filterProgram{static_cast<unsigned short>(filter.size()), filter.data()};
 
-  const pid_t child = ::fork();
-  require(child >= 0, "fork");
-  if (child == 0) {
-    redirect(STDIN_FILENO, "/dev/null", O_RDONLY);
-    redirect(STDOUT_FILENO, capture / "stdout", O_WRONLY | O_CREAT | O_TRUNC);
-    redirect(STDERR_FILENO, capture / "stderr", O_WRONLY | O_CREAT | O_TRUNC);
+  const pid_t child = test::startProgram(program, arguments, capture.path(), [&] {
     if (watcher.prepare)
       watcher.prepare();
     if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0 || ::raise(SIGSTOP) != 0 ||
         ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filterProgram) != 0)
       ::_exit(126);
-    ::execv(program.c_str(), argumentVector.data());
-    ::_exit(126);
-  }
+  });
   Ending ending = Tracer(watcher, child).run();
   ending.output = test::readFile(capture / "stdout");
   ending.error = test::readFile(capture / "stderr");

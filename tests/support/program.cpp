@@ -13,8 +13,8 @@
 namespace test {
 namespace {
 
-void redirect(int stream, const char* path, int flags) {
-  const int file = ::open(path, flags, 0600);
+void redirect(int stream, const std::filesystem::path& path, int flags) {
+  const int file = ::open(path.c_str(), flags, 0600);
   if (file < 0 || ::dup2(file, stream) < 0)
     ::_exit(126);
   if (file != stream)
@@ -32,11 +32,8 @@ int waitFor(pid_t child) {
   return status;
 }
 
-Outcome runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                   const std::function<void()>& prepare, const std::function<int(pid_t)>& follow) {
-  const TemporaryDirectory capture;
-  const std::string outputPath = (capture / "stdout").native();
-  const std::string errorPath = (capture / "stderr").native();
+pid_t startProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                   const std::filesystem::path& capture, const std::function<void()>& prepare) {
   std::vector<std::string> texts{program.native()};
   texts.insert(texts.end(), arguments.begin(), arguments.end());
   std::vector<char*> argumentVector;
@@ -49,21 +46,28 @@ Outcome runProgram(const std::filesystem::path& program, const std::vector<std::
     throw std::runtime_error("fork failed");
   if (child == 0) {
     redirect(STDIN_FILENO, "/dev/null", O_RDONLY);
-    redirect(STDOUT_FILENO, outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC);
-    redirect(STDERR_FILENO, errorPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC);
+    redirect(STDOUT_FILENO, capture / "stdout", O_WRONLY | O_CREAT | O_TRUNC);
+    redirect(STDERR_FILENO, capture / "stderr", O_WRONLY | O_CREAT | O_TRUNC);
     if (prepare)
       prepare();
     ::execv(program.c_str(), argumentVector.data());
     ::_exit(127);
   }
+  return child;
+}
+
+Outcome runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                   const std::function<void()>& prepare, const std::function<int(pid_t)>& follow) {
+  const TemporaryDirectory capture;
+  const pid_t child = startProgram(program, arguments, capture.path(), prepare);
   const int status = follow(child);
   Outcome outcome;
   if (WIFSIGNALED(status))
     outcome.signal = WTERMSIG(status);
   else
     outcome.exitStatus = WEXITSTATUS(status);
-  outcome.output = readFile(outputPath);
-  outcome.error = readFile(errorPath);
+  outcome.output = readFile(capture / "stdout");
+  outcome.error = readFile(capture / "stderr");
   return outcome;
 }
 

@@ -20,9 +20,13 @@ struct Outcome {
 /// Returns the status with which a child ended, as `waitpid` gives it.
 int waitFor(pid_t child);
 
-/// Runs a real program to its end, with the null device as its standard input. `prepare` runs in the child
-/// just before the program takes its place, and may change what it inherits; `follow` stays with it until
-/// then.
+/// Starts a program with the null device as its standard input. What it writes comes into the files "stdout"
+/// and "stderr" in `capture`. `prepare` runs in the child just before the program takes its place, and may
+/// change what it inherits.
+pid_t startProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                   const std::filesystem::path& capture, const std::function<void()>& prepare = {});
+
+/// Runs a program to its end and returns what came of it; `follow` stays with it until then.
 Outcome runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                    const std::function<void()>& prepare = {},
                    const std::function<int(pid_t)>& follow = waitFor);
