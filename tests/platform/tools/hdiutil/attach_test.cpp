@@ -107,19 +107,6 @@ TEST_F(AttachTest, VolumesWhereverTheyLie) {
   expectContent("a block table for each partition");
 }
 
-TEST_F(AttachTest, TellsTheEntities) {
-  test::writeUdif(image(), {{"whole disk", test::hfsVolumeOf(content(), "My Volume")}});
-  const auto one = images_.attach(image());
-  const auto two = images_.attach(image());
-  EXPECT_EQ(one.mountPoint, images_.location() / "disk1/My Volume");
-  EXPECT_EQ(one.device, "/dev/disk1s1");
-  EXPECT_EQ(two.mountPoint, images_.location() / "disk2/My Volume");
-  EXPECT_EQ(images_.detach("/dev/disk1"), "");
-  EXPECT_EQ(test::inventory(two.mountPoint), test::inventory(content()));
-  EXPECT_EQ(images_.detach(two.mountPoint.native()), "");
-  EXPECT_THAT(images_.leftovers(), IsEmpty());
-}
-
 std::string decmpfs(std::uint32_t kind, std::uint64_t size, const std::string& content) {
   return "fpmc" + littleEndian(kind, 4) + littleEndian(size, 8) + content;
 }

@@ -88,10 +88,10 @@ void writeUdif(const fs::path& image, const std::vector<DiskPart>& parts,
   writer.finish();
 }
 
-std::string hfsVolumeOf(const fs::path& folder, const std::string& name) {
+std::string hfsVolumeOf(const fs::path& folder) {
   const TemporaryDirectory directory;
   const auto volume = quorin_tools::makeHfsPlusVolume(
-      URL::fileURLWithPath(folder.native()), name,
+      URL::fileURLWithPath(folder.native()), "Volume",
       FileDescriptor::open(URL::fileURLWithPath(directory.path().native()), O_RDONLY | O_DIRECTORY));
   return volume.disk->read(volume.partition.offset, volume.partition.length);
 }

@@ -26,7 +26,7 @@ void writeUdif(const std::filesystem::path& image, const std::vector<DiskPart>& 
                const quorin_tools::BlockEncoding& encoding = quorin_tools::zlibEncoding());
 
 /// The HFS Plus volume that the disk image tool for developers makes of a folder.
-std::string hfsVolumeOf(const std::filesystem::path& folder, const std::string& name = "Volume");
+std::string hfsVolumeOf(const std::filesystem::path& folder);
 
 /// A FAT volume of the size of a floppy disk with what lies in the folder. In its long names, which a name
 /// gets that is written in both cases, the first text of the pair stands as the second, of the same length:

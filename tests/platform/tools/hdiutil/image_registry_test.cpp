@@ -44,6 +44,8 @@ class ImageRegistryTest : public testing::Test {
 TEST_F(ImageRegistryTest, WhatIsNotAttachedCannotBeDetached) {
   const auto attached = images.attach(image);
   const fs::path registry = images.location();
+  EXPECT_EQ(attached.device, "/dev/disk1s1");
+  EXPECT_EQ(attached.mountPoint, registry / "disk1/Volume");
   for (const fs::path& name :
        {fs::path("/dev/disk9"), fs::path("/dev/disk"), fs::path("/dev/../disk1"), fs::path("/dev/disk1sfoo"),
         fs::path("/dev/disk1s1/"), fs::path(), fs::path("/tmp"), registry, registry / "disk1",
