@@ -2,17 +2,22 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 
 #include <chrono>
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 
 #include "platform/foundation/text.hpp"
 #include "tests/platform/tools/hdiutil/hfs_volume_builder.hpp"
 #include "tests/platform/tools/hdiutil/image_builder.hpp"
 #include "tests/support/bytes.hpp"
 #include "tests/support/files.hpp"
+#include "tests/support/private_mounts.hpp"
+#include "tests/support/program.hpp"
 #include "tests/support/sample_application.hpp"
 
 namespace fs = std::filesystem;
@@ -259,6 +264,67 @@ TEST_F(HfsPlusTest, NothingIsWrittenThroughALink) {
   builder.addFile(builder.addFolder(test::kRootFolder, u"out"), u"file", "escaped");
   EXPECT_THAT(attach(builder).failure, HasSubstr("more than once"));
   EXPECT_TRUE(fs::is_empty(outside.path()));
+}
+
+TEST_F(HfsPlusTest, ManyCompressedFilesNeedFewDescriptors) {
+  constexpr int kFiles = 600;
+  test::HfsVolumeBuilder builder(u"Volume");
+  for (int file = 0; file < kFiles; ++file) {
+    const std::string number = std::to_string(file);
+    builder.addFile(test::kRootFolder, std::u16string(number.begin(), number.end()), "",
+                    {.resource = compressedFork("content of " + number),
+                     .compression = decmpfs(4, 11 + number.size(), "")});
+  }
+  EXPECT_EQ(test::inChild([&] {
+              const rlimit few{128, 128};
+              return ::setrlimit(RLIMIT_NOFILE, &few) == 0 && attach(builder).failure.empty() ? 0 : 1;
+            }),
+            0);
+  for (int file = 0; file < kFiles; ++file)
+    EXPECT_EQ(test::readFile(images_.location() / "disk1/Volume" / std::to_string(file)),
+              "content of " + std::to_string(file));
+}
+
+/// Attaches where no more than a mebibyte is free, in a process of its own, and returns what came of it;
+/// nothing where the system refuses such a place.
+std::optional<std::string> attachInLittleSpace(const fs::path& image) {
+  const test::TemporaryDirectory directory;
+  const test::Images images;
+  fs::create_directory(images.location());
+  const int status = test::inChild([&] {
+    if (!test::enterPrivateMounts() ||
+        ::mount("small", images.location().c_str(), "tmpfs", 0, "size=1m,mode=0700") != 0)
+      return 77;
+    const test::Images::Attached attached = images.attach(image);
+    test::writeFile(directory / "result", attached.failure);
+    return 0;
+  });
+  return status == 77 ? std::nullopt : std::optional(test::readFile(directory / "result"));
+}
+
+TEST(LittleSpaceTest, AHardLinkedFileNeedsItsSpaceOnce) {
+  test::HfsVolumeBuilder builder(u"Volume");
+  builder.addFile(builder.addHardLinkFolder(), u"iNode77", std::string(400000, 'c'));
+  for (const char16_t* name : {u"1", u"2", u"3", u"4"})
+    builder.addFile(test::kRootFolder, name, "", {.hardLinkTarget = 77});
+  const test::TemporaryDirectory directory;
+  test::writeFile(directory / "image", builder.build());
+  const auto failure = attachInLittleSpace(directory / "image");
+  if (!failure)
+    GTEST_SKIP() << "the system refuses a small file system";
+  EXPECT_EQ(*failure, "");
+}
+
+TEST(LittleSpaceTest, AFullDiskIsNoDamage) {
+  // Each file takes a whole page, which nobody can tell before.
+  const test::TemporaryDirectory directory;
+  for (int file = 0; file < 400; ++file)
+    test::writeFile(directory / "content" / std::to_string(file % 4) / std::to_string(file), "x");
+  test::writeFile(directory / "image", test::fatVolumeOf(directory / "content"));
+  const auto failure = attachInLittleSpace(directory / "image");
+  if (!failure)
+    GTEST_SKIP() << "the system refuses a small file system";
+  EXPECT_THAT(*failure, HasSubstr("No space left on device"));
 }
 
 TEST(CorpusTest, SampleImagesOfOtherMakers) {
