@@ -267,7 +267,7 @@ TEST_F(HfsPlusTest, NothingIsWrittenThroughALink) {
 }
 
 TEST_F(HfsPlusTest, ManyCompressedFilesNeedFewDescriptors) {
-  constexpr int kFiles = 600;
+  constexpr int kFiles = 80;
   test::HfsVolumeBuilder builder(u"Volume");
   for (int file = 0; file < kFiles; ++file) {
     const std::string number = std::to_string(file);
@@ -276,7 +276,7 @@ TEST_F(HfsPlusTest, ManyCompressedFilesNeedFewDescriptors) {
                      .compression = decmpfs(4, 11 + number.size(), "")});
   }
   EXPECT_EQ(test::inChild([&] {
-              const rlimit few{128, 128};
+              const rlimit few{40, 40};
               return ::setrlimit(RLIMIT_NOFILE, &few) == 0 && attach(builder).failure.empty() ? 0 : 1;
             }),
             0);
