@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -141,9 +142,11 @@ class PowerCuts {
   Result afterRestart(const std::string& point) {
     Result result{point, "none", {}};
     try {
-      if (::unshare(CLONE_NEWNS) != 0 || ::mount("tmpfs", temporary_.c_str(), "tmpfs", 0, "mode=0777") != 0 ||
+      // The application that the next update starts must have written its line before that is read.
+      if (::prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0 || ::unshare(CLONE_NEWNS) != 0 ||
+          ::mount("tmpfs", temporary_.c_str(), "tmpfs", 0, "mode=0777") != 0 ||
           ::mount(temporary_.c_str(), "/tmp", nullptr, MS_BIND, nullptr) != 0)
-        throw std::runtime_error("a new mount namespace is refused");
+        throw std::runtime_error("a mount namespace or the adoption of orphans is refused");
       const Disk disk(copy_, disk_.mountPoint(), conditions_.options);
       Home& home = home_;
       result.outcome = wordFor(home.standing());
