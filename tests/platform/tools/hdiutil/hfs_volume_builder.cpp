@@ -113,7 +113,7 @@ HfsVolumeBuilder::Fork HfsVolumeBuilder::storeTree(std::string& disk,
     pad(body, 2);
     offsets = u16(kDescriptor + body.size()) + offsets;
   }
-  std::size_t node = 4096;
+  std::size_t node = 512;
   while (kDescriptor + body.size() + offsets.size() > node)
     node *= 2;
   // A header and one leaf.
