@@ -217,8 +217,6 @@ class ReplacementTest : public FileManagerTest {
   std::map<std::string, std::string> before;
 };
 
-constexpr unsigned kExchange = 2;
-
 const test::SyscallFault kNoExchange{SYS_renameat2, EINVAL, test::SyscallFault::Argument{4, RENAME_EXCHANGE}};
 const test::SyscallFault kNamesNotSaved{SYS_fsync, EIO};
 
