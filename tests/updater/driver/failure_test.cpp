@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 
 #include <cstdlib>
 #include <new>
@@ -6,6 +7,7 @@
 
 #include "platform/foundation/json.hpp"
 #include "tests/support/files.hpp"
+#include "tests/support/private_mounts.hpp"
 #include "tests/support/program.hpp"
 #include "updater/driver/failure_description.hpp"
 #include "updater/records/install_plan.hpp"
@@ -32,7 +34,7 @@ TEST(FailureTest, WhateverIsThrownHasADescription) {
 
 /// Whether the new application starts or not, so that the previous one comes back.
 TEST(FailureTest, WhicheverAllocationFailsTheRunEndsByItselfWithAWholeApplication) {
-  const test::TemporaryDirectory home;
+  const test::TemporaryDirectory home("/var/tmp");
   const fs::path updater = home / "prefix/bin/QuorinOstrevalUpdater";
   const fs::path tool = home / "prefix/libexec/quorin/open";
   const fs::path target = home / "apps/Target.app";
@@ -58,6 +60,9 @@ TEST(FailureTest, WhicheverAllocationFailsTheRunEndsByItselfWithAWholeApplicatio
           updater, {"--plan", (home / "plan.json").native(), "--parent-pid", test::endedProcess()}, [&] {
             ::setenv("FAILING_ALLOCATION", std::to_string(number).c_str(), 1);
             ::setenv("ALLOCATION_FAILED", failed.c_str(), 1);
+            // Where cleaning up fails for want of memory, what stays goes with this place.
+            if (test::enterPrivateMounts())
+              static_cast<void>(::mount("none", "/tmp", "tmpfs", 0, nullptr));
           });
       const std::string version = test::readFile(target / "version");
       EXPECT_TRUE(outcome.exitStatus == 0 || outcome.exitStatus == 1) << number << ", " << outcome.signal;
