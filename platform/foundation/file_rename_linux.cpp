@@ -17,7 +17,7 @@ struct ItemIdentity {
   friend bool operator==(const ItemIdentity&, const ItemIdentity&) = default;
 };
 
-/// Which item has the name. None where none has it, or where the system does not tell.
+/// Which item has the name. None, with the reason in `errno`, where none has it or the system does not tell.
 std::optional<ItemIdentity> identityOf(const DirectoryEntryName& entry) {
   struct stat status {};
   if (::fstatat(entry.directory.get(), entry.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
@@ -30,7 +30,9 @@ std::optional<ItemIdentity> identityOf(const DirectoryEntryName& entry) {
 /// the names stand for decides.
 int renameWithFlags(const DirectoryEntryName& from, const DirectoryEntryName& to, unsigned flags) {
   const std::optional<ItemIdentity> item = identityOf(from);
-  const bool isElsewhere = item && identityOf(to) != item;
+  if (!item)
+    return errno;
+  const bool isElsewhere = identityOf(to) != item;
   const auto isMade = [&] { return isElsewhere && identityOf(to) == item; };
   while (true) {
     if (::renameat2(from.directory.get(), from.name.c_str(), to.directory.get(), to.name.c_str(), flags) == 0)
@@ -38,7 +40,7 @@ int renameWithFlags(const DirectoryEntryName& from, const DirectoryEntryName& to
     const int failure = errno;
     if (isMade())
       return 0;
-    if (failure != EINTR)
+    if (failure != EINTR || identityOf(from) != item)
       return failure;
   }
 }

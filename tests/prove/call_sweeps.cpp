@@ -131,6 +131,10 @@ Task breakdownTask(const Material& material, Story story, const Breakdown& break
       ++count;
       return isTurn ? breakdown.fate : Fate{};
     }});
+    if (count <= turn) {
+      report({"", "not reached", {}});
+      return;
+    }
     Result result{nameOf(story) + ": " + breakdown.name + ", change " + std::to_string(turn),
                   wordFor(home.standing()), losses(home)};
     const bool endedWell = !ending.overran && ending.signal == 0 &&
@@ -140,7 +144,7 @@ Task breakdownTask(const Material& material, Story story, const Breakdown& break
                                   std::to_string(ending.signal) + ".");
     // What failed its last verification goes even where the previous application cannot take its place.
     if (story == Story::revert && !fs::exists(home.target()) && home.previousStandsBeside())
-      result = {result.point, "beside", {}};
+      result = {result.point, "beside", strangersIn(home)};
     else
       append(result.violations, nextUpdate(material, home));
     report(result);
@@ -175,8 +179,7 @@ Task killTask(const Material& material, Story story, std::size_t index, Fate fat
                   wordFor(home.standing()),
                   {}};
     // With a success the previous application goes, and what was started must speak for the new one.
-    if (ending.exitStatus != 0)
-      result.violations = losses(home);
+    result.violations = ending.exitStatus == 0 ? strangersIn(home) : losses(home);
     if (ending.signal == 0)
       append(result.violations, home.contradictions(ending, excusesForDeathAt(death.call())));
     if (secondIndex) {

@@ -136,7 +136,8 @@ Task readOnlyTask(const Material& material) {
   };
 }
 
-/// A process that is to become a tool is still a part of the updater, whose time limits begin with the tool.
+/// A process that is to become a tool is still a part of the updater, and a tool's time limit does not begin
+/// before its program does.
 bool isByTool(const SystemCall& call, const Material& material) {
   return !call.byTool && call.program != material.updater.filename() &&
          call.program != material.hastyUpdater.filename();

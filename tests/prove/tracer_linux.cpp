@@ -260,14 +260,14 @@ void Tracer::afterCall(pid_t thread) {
   }
   const SystemCall call = *state.call;
   state.call.reset();
+  if (watcher_.after)
+    watcher_.after(call, static_cast<std::int64_t>(registers.rax));
   if (state.fate.kind == Fate::Kind::failAfter)
     registers.rax = static_cast<std::uint64_t>(-static_cast<std::int64_t>(state.fate.errorNumber));
   if (state.fate.kind == Fate::Kind::failAfter || call.number == SYS_brk) {
     registers.rdi = call.arguments[0];
     ::ptrace(PTRACE_SETREGS, thread, nullptr, &registers);
   }
-  if (watcher_.after)
-    watcher_.after(call, static_cast<std::int64_t>(registers.rax));
   if (state.fate.kind == Fate::Kind::killAfter)
     kill(call, state.fate.victim);
   resume(thread);

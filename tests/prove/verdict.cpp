@@ -33,15 +33,19 @@ void append(std::vector<std::string>& to, const std::vector<std::string>& more) 
   to.insert(to.end(), more.begin(), more.end());
 }
 
-std::vector<std::string> losses(const Home& home) {
+std::vector<std::string> strangersIn(const Home& home) {
   const std::set<std::string> strangers = home.strangers();
-  if (!strangers.empty())
-    return {"There is left, under a name that no part of an update gives," + listed(strangers)};
+  if (strangers.empty())
+    return {};
+  return {"There is left, under a name that no part of an update gives," + listed(strangers)};
+}
+
+std::vector<std::string> losses(const Home& home) {
   if (home.standing() == Standing::neither)
     return {"No complete application stands at the target's path."};
   if (home.isNoGood() && !home.previousStandsBeside())
     return {"The previous application is lost."};
-  return {};
+  return strangersIn(home);
 }
 
 std::vector<std::string> leftoversAgainst(const Ending& ending, Story story, const Home& home) {

@@ -10,6 +10,9 @@ namespace prove {
 /// "old", "new", "damaged" or "neither".
 std::string wordFor(Standing standing);
 
+/// What may not be left, however the run ended: anything under a name that no part of an update gives.
+std::vector<std::string> strangersIn(const Home& home);
+
 /// What every point must keep, however the run ended: a complete application at the target's path, and where
 /// that one is no good, the previous one complete beside it; and nothing else but what a run that died may
 /// leave. A sentence for each complaint.

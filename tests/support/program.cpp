@@ -51,7 +51,7 @@ pid_t startProgram(const std::filesystem::path& program, const std::vector<std::
     if (prepare)
       prepare();
     ::execv(program.c_str(), argumentVector.data());
-    ::_exit(127);
+    ::_exit(126);
   }
   return child;
 }
