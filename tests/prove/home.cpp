@@ -30,10 +30,6 @@ const Offer& offerOf(const Material& material, Story story) {
   return story == Story::rollback ? material.broken : material.update;
 }
 
-void copyTree(const fs::path& from, const fs::path& to) {
-  fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-}
-
 /// Removes what is in a directory, apart from what its file system keeps there.
 void empty(const fs::path& directory) {
   for (const auto& entry : fs::directory_iterator(directory))
@@ -72,7 +68,7 @@ void Home::furnish() {
   empty(directory_);
   empty(temporary_);
   fs::create_directories(applications_);
-  copyTree(material_.oldApplication, target_);
+  test::copyTree(material_.oldApplication, target_);
   offer(offerOf(material_, story_));
 }
 

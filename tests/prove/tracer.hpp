@@ -50,7 +50,8 @@ struct Ending {
 /// Who looks at the calls. While either is called, the caller stands still.
 struct Watcher {
   std::function<Fate(const SystemCall&)> before;
-  /// Called behind each call that was made, with its result or a negative error number.
+  /// Called behind each call that was made, with the result that it had or a negative error number, whatever
+  /// its fate makes of that.
   std::function<void(const SystemCall&, std::int64_t)> after = {};
   /// Called in the program's process before the program takes its place, and may change what it inherits.
   std::function<void()> prepare = {};

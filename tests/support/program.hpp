@@ -24,7 +24,7 @@ int waitFor(pid_t child);
 /// and "stderr" in `capture`. `prepare` runs in the child just before the program takes its place, and may
 /// change what it inherits.
 pid_t startProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                   const std::filesystem::path& capture, const std::function<void()>& prepare = {});
+                   const std::filesystem::path& capture, const std::function<void()>& prepare);
 
 /// Runs a program to its end and returns what came of it; `follow` stays with it until then.
 Outcome runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
