@@ -16,7 +16,7 @@ struct Info {
   std::optional<std::string> teamIdentifier;
 };
 
-class Failure : public platform::Error {
+class Failure : public platform::LocalizedError {
  public:
   enum class Case { invalid, untrusted, unreadable };
 
@@ -32,7 +32,7 @@ class Failure : public platform::Error {
 
  private:
   Failure(Case kind, std::string message, const std::string& description)
-      : Error(description), case_(kind), message_(std::move(message)) {}
+      : LocalizedError(description), case_(kind), message_(std::move(message)) {}
 
   Case case_;
   std::string message_;

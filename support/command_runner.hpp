@@ -20,12 +20,12 @@ struct CommandResult {
 namespace CommandRunner {
 
 /// The tool overran its time and was stopped.
-class Failure : public platform::Error {
+class Failure : public platform::LocalizedError {
  public:
   static Failure timedOut(const std::string& toolName);
 
  private:
-  using Error::Error;
+  using LocalizedError::LocalizedError;
 };
 
 /// Runs a tool from launch to exit, with end of file on its standard input and the caller's environment and

@@ -88,16 +88,4 @@ std::string digestOf(DigestAlgorithm algorithm, std::string_view bytes) {
   return digest.finish();
 }
 
-std::string hexadecimal(std::string_view bytes) {
-  static constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text;
-  text.reserve(bytes.size() * 2);
-  for (const char byte : bytes) {
-    const auto value = static_cast<unsigned char>(byte);
-    text += kDigits[value >> 4U];
-    text += kDigits[value & 0xFU];
-  }
-  return text;
-}
-
 }  // namespace platform

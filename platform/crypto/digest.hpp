@@ -38,7 +38,4 @@ class Digest {
 /// The digest of one message, in its raw bytes.
 std::string digestOf(DigestAlgorithm algorithm, std::string_view bytes);
 
-/// Bytes as lower-case hexadecimal digits.
-std::string hexadecimal(std::string_view bytes);
-
 }  // namespace platform

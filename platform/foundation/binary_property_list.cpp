@@ -1,12 +1,15 @@
 #include "platform/foundation/binary_property_list.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <limits>
 #include <vector>
 
 #include "platform/foundation/binary_property_list_table.hpp"
+#include "platform/foundation/bytes.hpp"
 #include "platform/foundation/property_list_refusal.hpp"
+#include "platform/foundation/text.hpp"
 
 namespace platform {
 namespace {
@@ -32,25 +35,15 @@ std::uint64_t saturatingSum(std::uint64_t left, std::uint64_t right) {
   refusePropertyList("it holds a text that is not valid");
 }
 
-void requireASCII(std::string_view bytes) {
+void requireText(const BinaryPropertyListObject& object) {
+  using Kind = BinaryPropertyListObject::Kind;
   const auto isForeign = [](char byte) { return byte == 0 || static_cast<std::uint8_t>(byte) >= 0x80; };
-  if (std::ranges::any_of(bytes, isForeign))
+  if (object.kind == Kind::ascii && std::ranges::any_of(object.bytes, isForeign))
     refuseText();
-}
-
-/// Surrogates come in pairs (Unicode Standard, section 3.9).
-void requireUTF16(std::string_view bytes) {
-  bool pairIsOpen = false;
-  for (std::size_t position = 0; position < bytes.size(); position += 2) {
-    const auto high = static_cast<std::uint8_t>(bytes[position]);
-    const bool isNull = high == 0 && bytes[position + 1] == 0;
-    const bool opensPair = high >= 0xD8 && high <= 0xDB;
-    const bool closesPair = high >= 0xDC && high <= 0xDF;
-    if (isNull || closesPair != pairIsOpen)
-      refuseText();
-    pairIsOpen = opensPair;
-  }
-  if (pairIsOpen)
+  if (object.kind != Kind::utf16)
+    return;
+  const auto text = stringFromUTF16(object.bytes);
+  if (!text || text->find('\0') != std::string::npos)
     refuseText();
 }
 
@@ -58,7 +51,7 @@ void requireUTF16(std::string_view bytes) {
 /// costs counts wherever it is referred to, but is known after the first time.
 class Walk {
  public:
-  explicit Walk(std::string_view bytes) : table_(bytes), visits_(table_.count()) {}
+  explicit Walk(const BinaryPropertyListTable& table) : table_(table), visits_(table_.count()) {}
 
   /// What the whole list costs.
   std::uint64_t run() {
@@ -84,10 +77,7 @@ class Walk {
   void enter(std::uint64_t index) {
     const BinaryPropertyListObject object = table_.object(index);
     visits_[index].cost = saturatingSum(kObjectCost, object.bytes.size());
-    if (object.kind == BinaryPropertyListObject::Kind::ascii)
-      requireASCII(object.bytes);
-    if (object.kind == BinaryPropertyListObject::Kind::utf16)
-      requireUTF16(object.bytes);
+    requireText(object);
     if (!object.isContainer())
       return;
     visits_[index].isOpen = true;
@@ -125,10 +115,73 @@ class Walk {
       refuseDeepPropertyList();
   }
 
-  BinaryPropertyListTable table_;
+  const BinaryPropertyListTable& table_;
   std::vector<Visit> visits_;
   std::vector<Place> path_;
 };
+
+/// Integers of up to four bytes are unsigned, longer ones signed.
+PropertyList integer(std::string_view bytes) {
+  const std::uint64_t low = bigEndian(bytes.substr(bytes.size() - std::min<std::size_t>(bytes.size(), 8)));
+  const auto value = static_cast<std::int64_t>(low);
+  const std::uint64_t signExtension = value < 0 ? std::numeric_limits<std::uint64_t>::max() : 0;
+  if (bytes.size() > 8 && bigEndian(bytes.substr(0, 8)) != signExtension)
+    return PropertyList::other();
+  return PropertyList(value);
+}
+
+PropertyList real(std::string_view bytes) {
+  const std::uint64_t bits = bigEndian(bytes);
+  if (bytes.size() == sizeof(float))
+    return PropertyList(double{std::bit_cast<float>(static_cast<std::uint32_t>(bits))});
+  return PropertyList(std::bit_cast<double>(bits));
+}
+
+/// Of a text that `requireText` has accepted.
+std::string textOf(const BinaryPropertyListObject& object) {
+  return object.kind == BinaryPropertyListObject::Kind::utf16 ? *stringFromUTF16(object.bytes)
+                                                              : std::string(object.bytes);
+}
+
+/// The object with everything that it refers to. `Walk` has bounded the depth and the number of copies.
+PropertyList decoded(const BinaryPropertyListTable& table, std::uint64_t index) {
+  using Kind = BinaryPropertyListObject::Kind;
+  const BinaryPropertyListObject object = table.object(index);
+  const auto element = [&](std::uint64_t position) {
+    return decoded(table, table.reference(object, position));
+  };
+  switch (object.kind) {
+    case Kind::constant:
+      return PropertyList(object.isTrue);
+    case Kind::integer:
+      return integer(object.bytes);
+    case Kind::real:
+      return real(object.bytes);
+    case Kind::data:
+      return PropertyList(Data(std::string(object.bytes)));
+    case Kind::ascii:
+    case Kind::utf16:
+      return textOf(object);
+    case Kind::array: {
+      PropertyList::Array array;
+      for (std::uint64_t position = 0; position < table.referenceCount(object); ++position)
+        array.push_back(element(position));
+      return PropertyList(std::move(array));
+    }
+    case Kind::dictionary: {
+      PropertyList::Dictionary dictionary;
+      const std::uint64_t members = table.referenceCount(object) / 2;
+      for (std::uint64_t position = 0; position < members; ++position)
+        dictionary.insert_or_assign(textOf(table.object(table.reference(object, position))),
+                                    element(members + position));
+      return PropertyList(std::move(dictionary));
+    }
+    case Kind::date:
+    case Kind::identifier:
+      break;
+  }
+  return PropertyList::other();
+}
 
 }  // namespace
 
@@ -136,9 +189,11 @@ bool isBinaryPropertyList(std::string_view bytes) {
   return bytes.starts_with("bplist");
 }
 
-void requireSafeBinaryPropertyList(std::string_view bytes) {
-  if (Walk(bytes).run() > allowance(bytes.size()))
+PropertyList readBinaryPropertyList(std::string_view bytes) {
+  const BinaryPropertyListTable table(bytes);
+  if (Walk(table).run() > allowance(bytes.size()))
     refusePropertyList("its objects are shared beyond reason");
+  return decoded(table, table.root());
 }
 
 }  // namespace platform

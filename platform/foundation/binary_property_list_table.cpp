@@ -77,7 +77,7 @@ BinaryPropertyListObject BinaryPropertyListTable::object(std::uint64_t index) co
   switch (kind) {
     case Kind::constant:
       if (low == 8 || low == 9)
-        return {kind, {}};
+        return {kind, {}, low == 9};
       break;
     case Kind::integer:
       if (low <= 4)

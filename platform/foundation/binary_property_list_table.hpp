@@ -23,6 +23,7 @@ struct BinaryPropertyListObject {
 
   Kind kind = Kind::constant;
   std::string_view bytes;
+  bool isTrue = false;  ///< of a constant
 
   bool isContainer() const { return kind == Kind::array || kind == Kind::dictionary; }
   bool isText() const { return kind == Kind::ascii || kind == Kind::utf16; }

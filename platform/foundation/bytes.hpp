@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace platform {
@@ -14,7 +15,21 @@ inline std::optional<std::string_view> partOf(std::string_view bytes, std::uint6
   return bytes.substr(offset, length);
 }
 
-/// At most eight bytes as a number, the greatest first.
+inline constexpr std::string_view kLowerCaseDigits = "0123456789abcdef";
+inline constexpr std::string_view kUpperCaseDigits = "0123456789ABCDEF";
+
+/// Two hexadecimal digits for each byte.
+inline std::string hexadecimal(std::string_view bytes, std::string_view digits = kLowerCaseDigits) {
+  std::string text;
+  text.reserve(2 * bytes.size());
+  for (const char byte : bytes) {
+    text += digits[static_cast<std::uint8_t>(byte) >> 4U];
+    text += digits[static_cast<std::uint8_t>(byte) & 0xFU];
+  }
+  return text;
+}
+
+/// Big-endian integer of up to eight bytes.
 constexpr std::uint64_t bigEndian(std::string_view bytes) noexcept {
   std::uint64_t value = 0;
   for (const char byte : bytes)
@@ -22,7 +37,7 @@ constexpr std::uint64_t bigEndian(std::string_view bytes) noexcept {
   return value;
 }
 
-/// At most eight bytes as a number, the least first.
+/// Little-endian integer of up to eight bytes.
 constexpr std::uint64_t littleEndian(std::string_view bytes) noexcept {
   std::uint64_t value = 0;
   for (std::size_t place = bytes.size(); place > 0; --place)

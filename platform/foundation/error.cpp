@@ -5,6 +5,8 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/foundation/bytes.hpp"
+
 namespace platform {
 namespace {
 
@@ -17,11 +19,8 @@ bool isMisleading(utf8proc_int32_t scalar) {
 }
 
 void appendBytes(std::string& text, std::string_view bytes) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
-  for (const char byte : bytes) {
-    const auto value = static_cast<unsigned char>(byte);
-    text.append("\\x").append(1, kDigits[value >> 4U]).append(1, kDigits[value & 0x0FU]);
-  }
+  for (; !bytes.empty(); bytes.remove_prefix(1))
+    text.append("\\x").append(hexadecimal(bytes.substr(0, 1), kUpperCaseDigits));
 }
 
 }  // namespace

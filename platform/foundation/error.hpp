@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,15 @@ class Error : public std::exception {
 
  private:
   std::shared_ptr<const std::string> description_;
+};
+
+/// A failure that one of this system's modules has found itself.
+class LocalizedError : public Error {
+ public:
+  using Error::Error;
+
+  /// The `localizedDescription()`; never absent.
+  std::optional<std::string> errorDescription() const { return localizedDescription(); }
 };
 
 /// A call to the operating system that failed. The sentence reads: `what`, a colon, the system's reason.

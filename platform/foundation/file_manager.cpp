@@ -43,11 +43,24 @@ URL NSFileManager::temporaryDirectory() const {
 }
 
 bool NSFileManager::fileExistsAtPath(const std::string& path) const {
+  return presenceOfItemAtPath(path) == ItemPresence::present;
+}
+
+ItemPresence NSFileManager::presenceOfItemAtPath(const std::string& path) const {
   struct stat status {};
   if (path.find('\0') != std::string::npos)
-    return false;
-  return ::stat(path.c_str(), &status) == 0 ||
-         (errno != ENOENT && errno != ENOTDIR && errno != ELOOP && errno != ENAMETOOLONG);
+    return ItemPresence::absent;
+  if (::stat(path.c_str(), &status) == 0)
+    return ItemPresence::present;
+  const bool isAbsent = errno == ENOENT || errno == ENOTDIR || errno == ELOOP || errno == ENAMETOOLONG;
+  return isAbsent ? ItemPresence::absent : ItemPresence::unknown;
+}
+
+bool NSFileManager::leadToOneItem(const URL& one, const URL& other) const {
+  struct stat first {};
+  struct stat second {};
+  return ::stat(systemPath(one), &first) == 0 && ::stat(systemPath(other), &second) == 0 &&
+         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
 void NSFileManager::createDirectoryAtURL(const URL& url, IntermediateDirectories intermediates,
@@ -72,6 +85,11 @@ bool NSFileManager::createFileAtPath(const std::string& path) const {
 void NSFileManager::removeItemAtURL(const URL& url) const {
   const ItemPlace place = placeOf(url);
   removeTree(place.directory, place.name, url.path());
+}
+
+void NSFileManager::removeItemAtURL(const URL& url, const HeldItem& spared) const {
+  const ItemPlace place = placeOf(url);
+  removeTree(place.directory, place.name, url.path(), &spared);
 }
 
 std::optional<NSDirectoryEnumerator> NSFileManager::enumeratorAtURL(

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "platform/foundation/directory_enumerator.hpp"
+#include "platform/foundation/held_item.hpp"
 #include "platform/foundation/url.hpp"
 
 namespace platform {
@@ -15,6 +16,10 @@ enum class ItemReplacementOptions {
 
 enum class IntermediateDirectories { no, yes };
 enum class DirectoryAccess { asTheMaskSays, ownerOnly };
+
+/// What the system says of an item. It says nothing of one in a directory that may not be searched, or when
+/// it fails.
+enum class ItemPresence { absent, present, unknown };
 
 /// Operations on files and directories. Failures are thrown as `SystemError`, naming the item and the reason.
 class NSFileManager {
@@ -28,9 +33,15 @@ class NSFileManager {
   /// A writable directory for temporary files, the same for every call and whatever the environment says.
   URL temporaryDirectory() const;
 
-  /// True when a file or directory is there; a link counts as what it leads to. What the system refuses to
-  /// look for counts as there: taking it for gone might be the end of it.
+  /// True when a file or directory is there; a link counts as what it leads to. False also where the system
+  /// does not tell, as in a directory that the caller may not search.
   bool fileExistsAtPath(const std::string& path) const;
+
+  /// The same question for callers who would lose something by a wrong answer.
+  ItemPresence presenceOfItemAtPath(const std::string& path) const;
+
+  /// Whether both are there and are one item; links count as what they lead to.
+  bool leadToOneItem(const URL& one, const URL& other) const;
 
   /// The directory exists afterwards, and so do its parents when they were asked for. With intermediate
   /// directories, a directory that is there already is no failure. What is made for the owner only is closed
@@ -45,6 +56,10 @@ class NSFileManager {
   /// followed, and directories of the caller that forbid changes are opened up. On failure part of a tree may
   /// be gone.
   void removeItemAtURL(const URL& url) const;
+  /// The same, unless the item or a directory in it is `spared`, or the system does not tell: that is a
+  /// failure, and the spared item is left with everything in it. Of a directory it is certain; a file or link
+  /// that takes the name between the comparison and the removal goes.
+  void removeItemAtURL(const URL& url, const HeldItem& spared) const;
 
   /// A walk of everything below the directory `url`; nothing when that is no directory that can be read. The
   /// walk reports no failure.

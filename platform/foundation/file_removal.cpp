@@ -31,9 +31,11 @@ struct Level {
 
 class TreeRemoval {
  public:
-  explicit TreeRemoval(std::string_view item) : item_(item) {}
+  TreeRemoval(std::string_view item, const HeldItem* spared) : item_(item), spared_(spared) {}
 
   void run(const FileDescriptor& parent, const std::string& name) {
+    if (spared_ != nullptr && spared_->isAt(parent, name))
+      fail(name, EBUSY);
     if (removeUnlessDirectory(parent, name))
       return;
     descend(parent, name);
@@ -78,6 +80,9 @@ class TreeRemoval {
     struct stat status {};
     if (!opened.isOpen() || ::fstat(opened.get(), &status) != 0)
       fail(name, errno);
+    // The name may have become another item's since it was looked at.
+    if (spared_ != nullptr && spared_->is(status))
+      fail(name, EBUSY);
     // What somebody has mounted in the tree is not part of it.
     if (!levels_.empty() && status.st_dev != levels_.back().device)
       fail(name, EBUSY);
@@ -130,14 +135,16 @@ class TreeRemoval {
   }
 
   std::string_view item_;
+  const HeldItem* spared_;
   FileDescriptor current_;
   std::vector<Level> levels_;
 };
 
 }  // namespace
 
-void removeTree(const FileDescriptor& directory, const std::string& name, std::string_view item) {
-  TreeRemoval(item).run(directory, name);
+void removeTree(const FileDescriptor& directory, const std::string& name, std::string_view item,
+                const HeldItem* spared) {
+  TreeRemoval(item, spared).run(directory, name);
 }
 
 }  // namespace platform

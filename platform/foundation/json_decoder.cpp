@@ -1,6 +1,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "platform/foundation/json.hpp"
@@ -37,7 +38,8 @@ class RootMembers : public nlohmann::json_sax<nlohmann::json> {
   KeyedDecodingContainer::Members take() { return std::move(members_); }
   Type rootType() const { return rootType_; }
   bool numberIsTooLarge() const { return numberIsTooLarge_; }
-  std::size_t errorPosition() const { return errorPosition_; }
+  /// The place of what is not JSON, counted from 1.
+  std::optional<std::size_t> errorPosition() const { return errorPosition_; }
 
   bool null() override { return add({Type::null, false, {}}); }
   bool boolean(bool value) override { return add({Type::boolean, value, {}}); }
@@ -91,7 +93,7 @@ class RootMembers : public nlohmann::json_sax<nlohmann::json> {
   std::string key_;
   Type rootType_ = Type::null;
   std::size_t depth_ = 0;
-  std::size_t errorPosition_ = 0;
+  std::optional<std::size_t> errorPosition_;
   bool numberIsTooLarge_ = false;
 };
 // NOLINTEND(readability-identifier-naming, readability-convert-member-functions-to-static)
@@ -108,21 +110,66 @@ std::string place(std::string_view text, std::size_t position) {
   throw DecodingError("The data is not valid JSON at " + place(text, position) + ".");
 }
 
+/// The length of the JSON number at the beginning of `text`; 0 where there is none.
+std::size_t numberLength(std::string_view text) {
+  const auto behindDigits = [&](std::size_t from) {
+    return std::min(text.find_first_not_of("0123456789", from), text.size());
+  };
+  const auto has = [&](std::string_view characters, std::size_t at) {
+    return at < text.size() && characters.find(text[at]) != std::string_view::npos;
+  };
+  const std::size_t start = has("-", 0) ? 1 : 0;
+  std::size_t end = has("0", start) ? start + 1 : behindDigits(start);
+  if (end == start)
+    return 0;
+  if (has(".", end) && behindDigits(end + 1) > end + 1)
+    end = behindDigits(end + 1);
+  const std::size_t exponent = has("+-", end + 1) ? end + 2 : end + 1;
+  return has("eE", end) && behindDigits(exponent) > exponent ? behindDigits(exponent) : end;
+}
+
+/// `text` with a zero, and blanks up to the same length, in the place of every number outside of strings. No
+/// number's value is ever looked at, and the parser gives up at one that is beyond its range.
+std::string withoutNumbers(std::string_view text) {
+  std::string result(text);
+  bool isInString = false;
+  for (std::size_t position = 0; position < text.size(); ++position) {
+    if (text[position] == '"')
+      isInString = !isInString;
+    if (isInString) {
+      position += text[position] == '\\' ? 1U : 0U;
+    } else if (const std::size_t length = numberLength(text.substr(position)); length > 0) {
+      result.replace(position, length, length, ' ');
+      result[position] = '0';
+      position += length - 1;
+    } else if (text[position] == '-') {
+      // Not JSON. A number behind it must not complete it.
+      break;
+    }
+  }
+  return result;
+}
+
+RootMembers parse(std::string_view text) {
+  RootMembers members;
+  // A failure is kept in the members.
+  static_cast<void>(nlohmann::json::sax_parse(text.begin(), text.end(), &members));
+  return members;
+}
+
 }  // namespace
 
 KeyedDecodingContainer JSONDecoder::container(const Data& text) {
-  RootMembers members;
   const std::string_view bytes = text.bytes();
   // The parser takes a null character, which no JSON text holds, for the end of the text.
   const auto null = bytes.find('\0');
   if (null != std::string_view::npos)
     refuse(bytes, null + 1);
-  if (!nlohmann::json::sax_parse(bytes.begin(), bytes.end(), &members)) {
-    if (members.numberIsTooLarge())
-      throw DecodingError("The JSON data holds a number that is too large at " +
-                          place(bytes, members.errorPosition()) + ".");
-    refuse(bytes, members.errorPosition());
-  }
+  RootMembers members = parse(bytes);
+  if (members.numberIsTooLarge())
+    members = parse(withoutNumbers(bytes));
+  if (members.errorPosition())
+    refuse(bytes, *members.errorPosition());
   if (members.rootType() != Type::object)
     throw DecodingError("The JSON data is " + nameOf(members.rootType()) + " where an object is needed.");
   return KeyedDecodingContainer(members.take());

@@ -1,12 +1,12 @@
 #include "platform/foundation/property_list.hpp"
 
-#include <plist/plist.h>
-
 #include <algorithm>
-#include <cstdlib>
-#include <limits>
+#include <array>
+#include <charconv>
+#include <utility>
 
 #include "platform/foundation/binary_property_list.hpp"
+#include "platform/foundation/bytes.hpp"
 #include "platform/foundation/property_list_refusal.hpp"
 #include "platform/foundation/text.hpp"
 #include "platform/foundation/xml_property_list.hpp"
@@ -14,144 +14,106 @@
 namespace platform {
 namespace {
 
-struct FreeNode {
-  void operator()(void* node) const noexcept { ::plist_free(node); }
-};
-using Node = std::unique_ptr<void, FreeNode>;
-
-/// Frees what the library has allocated with the C library's own allocator.
-struct Free {
-  void operator()(void* memory) const noexcept { std::free(memory); }
-};
-using Text = std::unique_ptr<char, Free>;
-using Iterator = std::unique_ptr<void, Free>;
-
-PropertyList convert(plist_t node);
-
-PropertyList convertString(plist_t node) {
-  std::uint64_t length = 0;
-  const char* text = ::plist_get_string_ptr(node, &length);
-  return text == nullptr ? std::string() : std::string(text, length);
-}
-
-PropertyList convertData(plist_t node) {
-  std::uint64_t length = 0;
-  const char* bytes = ::plist_get_data_ptr(node, &length);
-  return PropertyList(Data(bytes == nullptr ? std::string() : std::string(bytes, length)));
-}
-
-PropertyList convertArray(plist_t node) {
-  PropertyList::Array array;
-  plist_array_iter iterator = nullptr;
-  ::plist_array_new_iter(node, &iterator);
-  const Iterator owner(iterator);
-  plist_t item = nullptr;
-  for (::plist_array_next_item(node, iterator, &item); item != nullptr;
-       ::plist_array_next_item(node, iterator, &item))
-    array.push_back(convert(item));
-  return PropertyList(std::move(array));
-}
-
-PropertyList convertDictionary(plist_t node) {
-  PropertyList::Dictionary dictionary;
-  plist_dict_iter iterator = nullptr;
-  ::plist_dict_new_iter(node, &iterator);
-  const Iterator owner(iterator);
-  while (true) {
-    char* rawKey = nullptr;
-    plist_t item = nullptr;
-    ::plist_dict_next_item(node, iterator, &rawKey, &item);
-    const Text key(rawKey);
-    if (item == nullptr)
-      break;
-    if (!key)
-      refusePropertyList("a dictionary has a key that is no text");
-    dictionary.insert_or_assign(key.get(), convert(item));
-  }
-  return PropertyList(std::move(dictionary));
-}
-
-PropertyList convert(plist_t node) {
-  switch (::plist_get_node_type(node)) {
-    case PLIST_STRING:
-      return convertString(node);
-    case PLIST_DATA:
-      return convertData(node);
-    case PLIST_ARRAY:
-      return convertArray(node);
-    case PLIST_DICT:
-      return convertDictionary(node);
-    case PLIST_BOOLEAN: {
-      std::uint8_t value = 0;
-      ::plist_get_bool_val(node, &value);
-      return PropertyList(value != 0);
-    }
-    case PLIST_UINT: {
-      std::uint64_t value = 0;
-      ::plist_get_uint_val(node, &value);
-      // The library keeps a negative number as the unsigned one with the same bits.
-      return PropertyList(static_cast<std::int64_t>(value));
-    }
-    case PLIST_REAL: {
-      double value = 0;
-      ::plist_get_real_val(node, &value);
-      return PropertyList(value);
-    }
-    default:
-      return PropertyList::other();
-  }
-}
-
 /// Of text in UTF-8, XML 1.0 leaves out the control characters and two code points at the end of the first
 /// plane.
-const char* carriedByXML(const std::string& text) {
+bool isCarriedByXML(const std::string& text) {
   const auto isControl = [](char character) {
     return character >= 0 && character < ' ' && character != '\t' && character != '\n' && character != '\r';
   };
-  const bool isCarried = stringFromUTF8(Data(text)) && std::ranges::none_of(text, isControl) &&
-                         text.find("\xEF\xBF\xBE") == std::string::npos &&
-                         text.find("\xEF\xBF\xBF") == std::string::npos;
-  if (!isCarried)
-    throw PropertyListError("A property list holds a text that cannot be written.");
-  return text.c_str();
+  return stringFromUTF8(Data(text)) && std::ranges::none_of(text, isControl) &&
+         text.find("\xEF\xBF\xBE") == std::string::npos && text.find("\xEF\xBF\xBF") == std::string::npos;
 }
 
-Node build(const PropertyList& value);
-
-Node buildArray(const PropertyList::Array& items) {
-  Node array(::plist_new_array());
-  for (const PropertyList& item : items)
-    ::plist_array_append_item(array.get(), build(item).release());
-  return array;
-}
-
-Node buildDictionary(const PropertyList::Dictionary& members) {
-  Node dictionary(::plist_new_dict());
-  for (const auto& [key, value] : members) {
-    Node item = build(value);
-    ::plist_dict_set_item(dictionary.get(), carriedByXML(key), item.get());
-    static_cast<void>(item.release());  // the dictionary's now
+std::string escaped(const std::string& text) {
+  if (!isCarriedByXML(text))
+    throw PropertyListError("The text " + quoted(text) +
+                            " cannot be written to a property list: XML cannot represent it.");
+  std::string xml;
+  for (const char character : text) {
+    switch (character) {
+      case '&':
+        xml += "&amp;";
+        break;
+      case '<':
+        xml += "&lt;";
+        break;
+      case '>':
+        xml += "&gt;";
+        break;
+      case '\r':  // bare, a parser would turn it into a line feed
+        xml += "&#13;";
+        break;
+      default:
+        xml += character;
+    }
   }
-  return dictionary;
+  return xml;
 }
 
-Node build(const PropertyList& value) {
-  if (const auto* array = value.array())
-    return buildArray(*array);
-  if (const auto* dictionary = value.dictionary())
-    return buildDictionary(*dictionary);
-  if (const auto* string = value.string())
-    return Node(::plist_new_string(carriedByXML(*string)));
-  if (const auto* data = value.data())
-    return Node(::plist_new_data(data->bytes().data(), data->size()));
-  if (const auto boolean = value.boolean())
-    return Node(::plist_new_bool(*boolean ? 1 : 0));
-  if (const auto integer = value.integer())
-    return Node(::plist_new_uint(static_cast<std::uint64_t>(*integer)));
-  if (const auto real = value.real())
-    return Node(::plist_new_real(*real));
-  throw PropertyListError("A property list holds a value that cannot be written.");
+/// Base 64 (RFC 4648).
+std::string base64(std::string_view bytes) {
+  constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string digits;
+  for (; !bytes.empty(); bytes.remove_prefix(std::min<std::size_t>(bytes.size(), 3))) {
+    const std::string_view group = bytes.substr(0, 3);
+    const std::uint64_t bits = bigEndian(group) << 8 * (3 - group.size());
+    for (unsigned digit = 0; digit < 4; ++digit)
+      digits += digit <= group.size() ? kDigits[bits >> (18 - 6 * digit) & 0x3FU] : '=';
+  }
+  return digits;
 }
+
+/// The shortest text that reads back as the same number.
+template <typename Number>
+std::string numeral(Number number) {
+  std::array<char, 32> digits{};
+  return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr};
+}
+
+class XMLWriter {
+ public:
+  void write(const PropertyList& value) {
+    if (const auto* array = value.array())
+      return writeContainer("array", *array, [this](const PropertyList& item) { write(item); });
+    if (const auto* dictionary = value.dictionary())
+      return writeContainer("dict", *dictionary, [this](const auto& member) {
+        writeLeaf("key", escaped(member.first));
+        write(member.second);
+      });
+    if (const auto* string = value.string())
+      return writeLeaf("string", escaped(*string));
+    if (const auto* data = value.data())
+      return writeLeaf("data", base64(data->bytes()));
+    if (const auto integer = value.integer())
+      return writeLeaf("integer", numeral(*integer));
+    if (const auto real = value.real())
+      return writeLeaf("real", numeral(*real));
+    const auto boolean = value.boolean();
+    if (!boolean)
+      throw PropertyListError("A property list contains a value that cannot be written, such as a date.");
+    line(*boolean ? "<true/>" : "<false/>");
+  }
+
+  void line(std::string_view text) { xml_.append(depth_, '\t').append(text) += '\n'; }
+  std::string release() { return std::move(xml_); }
+
+ private:
+  void writeLeaf(const std::string& name, const std::string& text) {
+    line('<' + name + '>' + text + "</" + name + '>');
+  }
+
+  template <typename Container, typename Write>
+  void writeContainer(const std::string& name, const Container& container, Write writeElement) {
+    line('<' + name + '>');
+    ++depth_;
+    std::ranges::for_each(container, writeElement);
+    --depth_;
+    line("</" + name + '>');
+  }
+
+  std::string xml_;
+  std::size_t depth_ = 0;
+};
 
 }  // namespace
 
@@ -164,30 +126,17 @@ void refuseDeepPropertyList() {
 }
 
 PropertyList NSPropertyListSerialization::propertyListWithData(const Data& bytes) {
-  if (bytes.size() > std::numeric_limits<std::uint32_t>::max())
-    refusePropertyList("it is too large");
-  // The library reads any tree that the data makes up, at whatever cost in stack, time and memory, and in XML
-  // what is no list as well: it gets binary lists, and those after a check.
-  if (!isBinaryPropertyList(bytes.bytes()))
-    return readXMLPropertyList(bytes.bytes());
-  requireSafeBinaryPropertyList(bytes.bytes());
-  plist_t root = nullptr;
-  ::plist_from_bin(bytes.bytes().data(), static_cast<std::uint32_t>(bytes.size()), &root);
-  const Node owner(root);
-  if (!owner)
-    refusePropertyList("it cannot be read as a binary list");
-  return convert(owner.get());
+  return isBinaryPropertyList(bytes.bytes()) ? readBinaryPropertyList(bytes.bytes())
+                                             : readXMLPropertyList(bytes.bytes());
 }
 
 Data NSPropertyListSerialization::dataWithPropertyList(const PropertyList& list) {
-  const Node root = build(list);
-  char* raw = nullptr;
-  std::uint32_t length = 0;
-  ::plist_to_xml(root.get(), &raw, &length);
-  const Text text(raw);
-  if (!text)
-    throw PropertyListError("A property list could not be written.");
-  return Data(std::string(text.get(), length));
+  XMLWriter writer;
+  writer.line(R"(<?xml version="1.0" encoding="UTF-8"?>)");
+  writer.line(R"(<plist version="1.0">)");
+  writer.write(list);
+  writer.line("</plist>");
+  return Data(writer.release());
 }
 
 PropertyList PropertyList::other() {

@@ -11,7 +11,7 @@ namespace platform {
 
 enum class Session { inherited, own };
 
-/// How a program is started. Whatever is not named here is not passed on, except the environment.
+/// How a program is started. Whatever is not named here is not passed on, except the inherited environment.
 struct SpawnRequest {
   URL executable;
   std::vector<std::string> arguments;  ///< without the program's own name

@@ -3,6 +3,7 @@
 
 #include <csignal>
 
+#include "platform/foundation/environment.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/spawn.hpp"
 
@@ -82,9 +83,10 @@ std::int32_t spawn(const SpawnRequest& request) {
   Attributes attributes;
   setSignalsToDefault(attributes, request.session);
 
+  const std::vector<char*> environment = inheritedEnvironment();
   pid_t child = 0;
   const int failure =
-      ::posix_spawn(&child, path, actions.get(), attributes.get(), argumentVector.data(), environ);
+      ::posix_spawn(&child, path, actions.get(), attributes.get(), argumentVector.data(), environment.data());
   if (failure != 0)
     throw SystemError(quoted(request.executable.path()) + " could not be started", failure);
   return child;

@@ -2,10 +2,13 @@
 
 #include <utf8proc.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <memory>
 #include <vector>
+
+#include "platform/foundation/bytes.hpp"
 
 namespace platform {
 namespace {
@@ -35,6 +38,25 @@ std::optional<std::string> stringFromUTF8(const Data& data) {
   if (!allScalars(data.bytes(), [](char32_t) { return true; }))
     return std::nullopt;
   return std::string(data.bytes());
+}
+
+std::optional<std::string> stringFromUTF16(std::string_view bytes) {
+  std::string text;
+  const auto isSurrogate = [](std::uint64_t unit) { return unit >= 0xD800 && unit < 0xE000; };
+  while (!bytes.empty()) {
+    std::uint64_t scalar = bigEndian(bytes.substr(0, 2));
+    const std::uint64_t next = bigEndian(bytes.substr(std::min<std::size_t>(bytes.size(), 2), 2));
+    const bool isPair = isSurrogate(scalar) && scalar < 0xDC00 && isSurrogate(next) && next >= 0xDC00;
+    if (bytes.size() < 2 || (isSurrogate(scalar) && !isPair))
+      return std::nullopt;
+    if (isPair)
+      scalar = 0x10000 + ((scalar - 0xD800) << 10U) + (next - 0xDC00);
+    std::array<utf8proc_uint8_t, 4> encoded{};
+    const auto length = utf8proc_encode_char(static_cast<utf8proc_int32_t>(scalar), encoded.data());
+    text.append(encoded.begin(), encoded.begin() + length);
+    bytes.remove_prefix(isPair ? 4 : 2);
+  }
+  return text;
 }
 
 std::string trimmingCharactersIn(std::string_view text, const CharacterSet& set) {

@@ -12,6 +12,9 @@ namespace platform {
 /// The bytes as text, or nothing when they are not valid UTF-8 (Unicode standard, section 3.9).
 std::optional<std::string> stringFromUTF8(const Data& data);
 
+/// Big-endian UTF-16 without a byte order mark as UTF-8; nothing when a surrogate has no partner.
+std::optional<std::string> stringFromUTF16(std::string_view bytes);
+
 /// The text without the set's characters at both ends.
 std::string trimmingCharactersIn(std::string_view text, const CharacterSet& set);
 

@@ -1,7 +1,6 @@
 #include <sys/random.h>
 
-#include <string_view>
-
+#include "platform/foundation/bytes.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/system_call.hpp"
 #include "platform/foundation/uuid.hpp"
@@ -17,14 +16,10 @@ UUID::UUID() {
 }
 
 std::string UUID::uuidString() const {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
-  std::string text;
-  for (std::size_t index = 0; index < bytes_.size(); ++index) {
-    if (index == 4 || index == 6 || index == 8 || index == 10)
-      text += '-';
-    text += kDigits[bytes_.at(index) >> 4U];
-    text += kDigits[bytes_.at(index) & 0x0FU];
-  }
+  std::string text =
+      hexadecimal({reinterpret_cast<const char*>(bytes_.data()), bytes_.size()}, kUpperCaseDigits);
+  for (const std::size_t place : {20U, 16U, 12U, 8U})
+    text.insert(place, "-");
   return text;
 }
 

@@ -1,7 +1,10 @@
 #include "platform/security/bundle.hpp"
 
 #include <algorithm>
+#include <array>
+#include <span>
 
+#include "platform/security/refusal.hpp"
 #include "platform/security/resource_seal.hpp"
 #include "platform/security/security_error.hpp"
 
@@ -16,21 +19,40 @@ constexpr const char* kVersions = "Versions";
 constexpr const char* kCurrent = "Current";
 constexpr const char* kResources = "Resources";
 constexpr const char* kInformation = "Info.plist";
+constexpr const char* kViewSettings = ".DS_Store";
+
+/// Beside `Contents`. The third is an icon that a user gave the application.
+constexpr std::array<std::string_view, 4> kUnsealedFiles{kViewSettings, ".LSOverride", "Icon\r",
+                                                         ".SoftwareDepot.tracking"};
+constexpr std::array<std::string_view, 2> kUnsealedFrameworkFiles{kViewSettings, "module.map"};
+constexpr std::array<std::string_view, 1> kUnsealedVersionFiles{kViewSettings};
+
+/// Real frameworks have one to three.
+constexpr std::size_t kMostVersions = 32;
 
 [[noreturn]] void refuseUnsealed(const Directory& directory, const std::string& name) {
-  throw Error(quoted(directory.pathOf(name)) + " lies outside of what the signature seals.");
+  throw Error(quoted(directory.pathOf(name)) + " is not covered by the signature.");
+}
+
+/// Nothing seals these files: they must not be able to run.
+bool mayBeUnsealed(const DirectoryEntry& entry, std::span<const std::string_view> names) {
+  return entry.kind == ItemKind::file && !entry.isExecutable &&
+         std::find(names.begin(), names.end(), entry.name) != names.end();
 }
 
 bool hasDirectory(const Directory& directory, const std::string& name) {
   return directory.kindOf(name) == ItemKind::directory;
 }
 
-std::string executableName(const PropertyList& information) {
+/// Nothing for a bundle of resources alone.
+std::optional<std::string> executableName(const PropertyList& information) {
   const PropertyList* value = information.valueForKey("CFBundleExecutable");
-  const std::string* name = value == nullptr ? nullptr : value->string();
+  if (value == nullptr)
+    return std::nullopt;
+  const std::string* name = value->string();
   if (name == nullptr || name->empty() || *name == "." || *name == ".." ||
       name->find_first_of(std::string_view("/\0", 2)) != std::string::npos)
-    throw FormatError("its Info.plist names no main executable");
+    throw FormatError("its Info.plist gives the main executable an impossible name");
   return *name;
 }
 
@@ -57,19 +79,26 @@ std::string nameOnDisk(const Directory& directory, const std::string& name) {
   return name;
 }
 
-/// Reads the bundle with this content directory, in whose directory `codePath` lies the main executable.
+/// Reads the bundle with this content directory, in whose directory `codePath` the main executable is.
 Bundle readBundle(const Directory& root, const Directory& content, const std::string& codePath) {
-  const Directory information =
-      codePath.empty() && hasDirectory(content, kResources) ? content.subdirectory(kResources) : content;
+  const bool inResources = codePath.empty() && hasDirectory(content, kResources);
+  const Directory information = inResources ? content.subdirectory(kResources) : content;
   if (!information.kindOf(kInformation))
     throw Error(quoted(information.pathOf(kInformation)) + " is missing.");
   std::string bytes = information.readFile(kInformation, kLargestInformation);
-  PropertyList list = NSPropertyListSerialization::propertyListWithData(Data(bytes));
-  const std::string executable =
-      nameOnDisk(codePath.empty() ? content : content.subdirectory(codePath), executableName(list));
+  PropertyList list = readingPropertyList(information.pathOf(kInformation), [&] {
+    return NSPropertyListSerialization::propertyListWithData(Data(bytes));
+  });
+  const auto pathIn = [](const std::string& directory, const std::string& name) {
+    return directory.empty() ? name : directory + "/" + name;
+  };
+  std::string executablePath = pathIn(inResources ? kResources : "", kInformation);
+  if (const std::optional<std::string> name = executableName(list))
+    executablePath =
+        pathIn(codePath, nameOnDisk(codePath.empty() ? content : content.subdirectory(codePath), *name));
   return {.root = root,
           .content = content,
-          .executablePath = codePath.empty() ? executable : codePath + "/" + executable,
+          .executablePath = std::move(executablePath),
           .informationBytes = std::move(bytes),
           .information = std::move(list)};
 }
@@ -111,7 +140,7 @@ std::vector<Bundle> openVersions(const Directory& root) {
            target[2] == entry.name;
   };
   for (const DirectoryEntry& entry : root.entries()) {
-    if (entry.name != kVersions && !leadsToItem(entry))
+    if (entry.name != kVersions && !leadsToItem(entry) && !mayBeUnsealed(entry, kUnsealedFrameworkFiles))
       refuseUnsealed(root, entry.name);
   }
   const std::optional<std::string> current = versionNamed(versions, kCurrent);
@@ -119,10 +148,13 @@ std::vector<Bundle> openVersions(const Directory& root) {
     throw Error(quoted(root.path()) + " has no current version.");
   std::vector<Bundle> bundles;
   for (const DirectoryEntry& entry : versions.entries()) {
-    if (entry.kind == ItemKind::link && versionNamed(versions, entry.name))
+    if (mayBeUnsealed(entry, kUnsealedVersionFiles) ||
+        (entry.kind == ItemKind::link && versionNamed(versions, entry.name)))
       continue;
     if (entry.kind != ItemKind::directory)
       refuseUnsealed(versions, entry.name);
+    if (bundles.size() == kMostVersions)
+      throw Error(quoted(root.path()) + " has too many versions.");
     Bundle bundle = readBundle(root, versions.subdirectory(entry.name), {});
     bundles.insert(entry.name == current ? bundles.begin() : bundles.end(), std::move(bundle));
   }
@@ -149,47 +181,10 @@ std::vector<Bundle> openBundles(const Directory& root) {
   if (!root.kindOf(kContents))
     return {readBundle(root, root, {})};
   for (const DirectoryEntry& entry : root.entries()) {
-    if (entry.name != kContents)
+    if (entry.name != kContents && !mayBeUnsealed(entry, kUnsealedFiles))
       refuseUnsealed(root, entry.name);
   }
   return {readBundle(root, root.subdirectory(kContents), kCode)};
-}
-
-bool linkStaysInside(const Directory& directory, const std::string& target) {
-  constexpr std::size_t kMostComponents = 256;
-  Directory place = directory;
-  std::size_t beyond = 0;  // how far below `place` the way is, where nothing is there
-  std::size_t met = 0;
-  std::vector<std::string> pending;  // the next component is the last
-  const auto follow = [&](const std::string& text) {
-    const std::vector<std::string> parts = components(text);
-    pending.insert(pending.end(), parts.rbegin(), parts.rend());
-    met += parts.size();
-    return !text.starts_with('/') && met <= kMostComponents;
-  };
-  bool stays = follow(target);
-  while (stays && !pending.empty()) {
-    const std::string component = std::move(pending.back());
-    pending.pop_back();
-    if (component == ".")
-      continue;
-    if (component == ".." && beyond > 0) {
-      --beyond;
-    } else if (component == "..") {
-      stays = place.parent() != nullptr;
-      if (stays)
-        place = Directory(*place.parent());
-    } else {
-      const std::optional<ItemKind> kind = beyond > 0 ? std::nullopt : place.kindOf(component);
-      if (kind == ItemKind::link)
-        stays = follow(place.linkTarget(component));
-      else if (kind == ItemKind::directory)
-        place = place.subdirectory(component);
-      else
-        ++beyond;
-    }
-  }
-  return stays;
 }
 
 }  // namespace platform

@@ -12,8 +12,10 @@ namespace platform {
 /// framework.
 struct Bundle {
   Directory root;
-  Directory content;           ///< what the seal's paths begin in
-  std::string executablePath;  ///< from the content directory, as the disk writes it
+  Directory content;  ///< what the seal's paths begin in
+  /// From the content directory, as the disk writes it. Info.plist itself where it names no executable: its
+  /// pages are then what the code directory covers.
+  std::string executablePath;
   std::string informationBytes;
   PropertyList information;
 
@@ -25,13 +27,10 @@ bool hasBundleShape(const Directory& directory);
 
 /// The code in a bundle: the one that it is, or every version of a framework, the current one first.
 ///
-/// In the root lies nothing that the code's own seals would not cover: beside the content directory, or the
-/// versions, only a framework's links to items of its versions, by whichever of their names. Throws `Error`
-/// with a whole sentence, or `FormatError`.
+/// The root may contain only what a seal covers, which is the content directory, or `Versions` and links that
+/// lead from their names to the same names in a version, and files without execute permission that users and
+/// the system put there, such as a folder's view settings. Throws `Error` with a whole sentence, or
+/// `FormatError`.
 std::vector<Bundle> openBundles(const Directory& root);
-
-/// True when a symbolic link in the directory leads to a place in its outermost parent, over whichever other
-/// links, and not over more directories than any real one does.
-bool linkStaysInside(const Directory& directory, const std::string& target);
 
 }  // namespace platform

@@ -10,10 +10,6 @@ struct x509_st;
 
 namespace platform {
 
-/// The extensions with which the platform marks the certificates of a Developer ID.
-inline constexpr std::string_view kDeveloperIDLeafExtension = "1.2.840.113635.100.6.1.13";
-inline constexpr std::string_view kDeveloperIDIntermediateExtension = "1.2.840.113635.100.6.2.6";
-
 /// An X.509 certificate (RFC 5280). Copies share it.
 class Certificate {
  public:

@@ -11,19 +11,27 @@ constexpr int kSecurityLevel = 2;
 
 constexpr int kLongestChain = 8;
 
-bool isExtension(X509_EXTENSION* extension, std::string_view dotted) {
-  const openssl::Object object = openssl::objectIdentifier(dotted);
-  return object && ::OBJ_cmp(::X509_EXTENSION_get_object(extension), object.get()) == 0;
+/// Below it are the extensions with which the platform marks its certificates: what one is for, when and by
+/// which kind of issuer it was made. Requirements ask for them; as markers they restrict nothing.
+constexpr std::string_view kMarkerArc = "1.2.840.113635.100.6";
+
+std::string_view contentOf(const ASN1_OBJECT* identifier) {
+  return {reinterpret_cast<const char*>(::OBJ_get0_data(identifier)), ::OBJ_length(identifier)};
 }
 
-bool everyCriticalExtensionIsKnown(X509* certificate, int depth) {
+/// Whole arcs are compared: in DER, a component ends with the first byte below 0x80.
+bool isMarker(X509_EXTENSION* extension) {
+  static const openssl::Object arc = openssl::objectIdentifier(kMarkerArc);
+  const auto* identifier = ::X509_EXTENSION_get_object(extension);
+  return arc && contentOf(identifier).starts_with(contentOf(arc.get())) &&
+         contentOf(identifier).size() > contentOf(arc.get()).size();
+}
+
+bool everyCriticalExtensionIsKnown(X509* certificate) {
   for (int index = 0; index < ::X509_get_ext_count(certificate); ++index) {
     X509_EXTENSION* extension = ::X509_get_ext(certificate, index);
-    if (::X509_EXTENSION_get_critical(extension) == 0 || ::X509_supported_extension(extension) == 1)
-      continue;
-    const bool known = (depth == 0 && isExtension(extension, kDeveloperIDLeafExtension)) ||
-                       (depth == 1 && isExtension(extension, kDeveloperIDIntermediateExtension));
-    if (!known)
+    if (::X509_EXTENSION_get_critical(extension) != 0 && ::X509_supported_extension(extension) != 1 &&
+        !isMarker(extension))
       return false;
   }
   return true;
@@ -33,8 +41,7 @@ int judge(int valid, X509_STORE_CTX* context) {
   if (valid == 1 || ::X509_STORE_CTX_get_error(context) != X509_V_ERR_UNHANDLED_CRITICAL_EXTENSION)
     return valid;
   X509* certificate = ::X509_STORE_CTX_get_current_cert(context);
-  if (certificate == nullptr ||
-      !everyCriticalExtensionIsKnown(certificate, ::X509_STORE_CTX_get_error_depth(context)))
+  if (certificate == nullptr || !everyCriticalExtensionIsKnown(certificate))
     return 0;
   ::X509_STORE_CTX_set_error(context, X509_V_OK);
   return 1;
@@ -58,6 +65,7 @@ openssl::Store anchorStore(const TrustAnchors& anchors) {
   openssl::Store store(::X509_STORE_new());
   if (!store || ::X509_STORE_set_flags(store.get(), X509_V_FLAG_NO_CHECK_TIME) != 1)
     throw Error("There is no memory left.");
+  ::X509_STORE_set_verify_cb(store.get(), &judge);
   for (const Certificate& root : anchors.roots()) {
     if (::X509_STORE_add_cert(store.get(), root.handle()) != 1)
       throw Error("A trusted root could not be used.");
@@ -73,7 +81,6 @@ std::vector<Certificate> chainToAnchor(X509* leaf, STACK_OF(X509) * others, cons
   X509_VERIFY_PARAM* parameters = ::X509_STORE_CTX_get0_param(context.get());
   ::X509_VERIFY_PARAM_set_auth_level(parameters, kSecurityLevel);
   ::X509_VERIFY_PARAM_set_depth(parameters, kLongestChain);
-  ::X509_STORE_CTX_set_verify_cb(context.get(), &judge);
   if (::X509_verify_cert(context.get()) != 1)
     throw FormatError(reasonFor(::X509_STORE_CTX_get_error(context.get())));
   std::vector<Certificate> chain;

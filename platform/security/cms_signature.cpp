@@ -1,10 +1,8 @@
 #include "platform/security/cms_signature.hpp"
 
-#include <algorithm>
-#include <array>
-
 #include "platform/security/certificate_chain.hpp"
 #include "platform/security/security_error.hpp"
+#include "platform/security/signed_attributes.hpp"
 #include "platform/security/signed_directories.hpp"
 #include "platform/security/time_stamp.hpp"
 
@@ -33,23 +31,82 @@ CMS_SignerInfo* onlySigner(CMS_ContentInfo* cms) {
   return sk_CMS_SignerInfo_value(signers, 0);
 }
 
-void requireStrongDigest(CMS_SignerInfo* signer) {
-  static constexpr std::array kStrong{NID_sha256, NID_sha384, NID_sha512};
+struct StrongDigest {
+  DigestAlgorithm algorithm;
+  const EVP_MD* method;
+};
+
+/// What the signer makes digests with.
+StrongDigest digestOfSigner(CMS_SignerInfo* signer) {
   X509_ALGOR* digest = nullptr;
   ::CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, &digest, nullptr);
   const ASN1_OBJECT* object = nullptr;
   ::X509_ALGOR_get0(&object, nullptr, nullptr, digest);
-  if (std::find(kStrong.begin(), kStrong.end(), ::OBJ_obj2nid(object)) == kStrong.end())
-    throw FormatError("its signature uses a digest that is too weak");
+  switch (::OBJ_obj2nid(object)) {
+    case NID_sha256:
+      return {DigestAlgorithm::sha256, ::EVP_sha256()};
+    case NID_sha384:
+      return {DigestAlgorithm::sha384, ::EVP_sha384()};
+    case NID_sha512:
+      return {DigestAlgorithm::sha512, ::EVP_sha512()};
+    default:
+      throw FormatError("its signature uses a digest that is too weak");
+  }
 }
 
 /// The signed content is data, and the signer says so.
-void requireDataContent(CMS_ContentInfo* cms, CMS_SignerInfo* signer) {
+void requireDataContent(CMS_ContentInfo* cms, const SignedAttributes& attributes) {
   const auto* type = static_cast<const ASN1_OBJECT*>(
-      ::CMS_signed_get0_data_by_OBJ(signer, ::OBJ_nid2obj(NID_pkcs9_contentType), -3, V_ASN1_OBJECT));
+      attributes.onlyValue(::OBJ_nid2obj(NID_pkcs9_contentType), V_ASN1_OBJECT));
   if (type == nullptr || ::OBJ_obj2nid(type) != NID_pkcs7_data ||
       ::OBJ_obj2nid(::CMS_get0_eContentType(cms)) != NID_pkcs7_data)
     throw FormatError("its signature is not over code");
+}
+
+void requireContent(std::string_view content, DigestAlgorithm algorithm, const SignedAttributes& attributes) {
+  const auto* digest = static_cast<const ASN1_STRING*>(
+      attributes.onlyValue(::OBJ_nid2obj(NID_pkcs9_messageDigest), V_ASN1_OCTET_STRING));
+  if (digest == nullptr || openssl::bytesOf(digest) != digestOf(algorithm, content))
+    throw FormatError("its code directory is not what was signed");
+}
+
+/// The signer's certificate, out of those that the message carries.
+X509* certificateOf(CMS_ContentInfo* cms, CMS_SignerInfo* signer) {
+  X509* certificate = nullptr;
+  if (::CMS_set1_signers_certs(cms, nullptr, 0) == 1)
+    ::CMS_SignerInfo_get0_algs(signer, nullptr, &certificate, nullptr, nullptr);
+  if (certificate == nullptr)
+    throw FormatError("its signer's certificate is missing");
+  return certificate;
+}
+
+/// The signer names an algorithm of signatures by keys of the certificate's kind.
+void requireAlgorithmOf(EVP_PKEY* key, CMS_SignerInfo* signer) {
+  X509_ALGOR* algorithm = nullptr;
+  ::CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, nullptr, &algorithm);
+  const ASN1_OBJECT* object = nullptr;
+  ::X509_ALGOR_get0(&object, nullptr, nullptr, algorithm);
+  const int named = ::OBJ_obj2nid(object);
+  const int kind = key == nullptr ? NID_undef : ::EVP_PKEY_get_base_id(key);
+  int kindNamed = NID_undef;
+  if (kind == NID_undef ||
+      (named != kind && (::OBJ_find_sigid_algs(named, nullptr, &kindNamed) != 1 || kindNamed != kind)))
+    throw FormatError("its signature is not of the kind of its signer's key");
+}
+
+void requireSignature(CMS_SignerInfo* signer, X509* certificate, const EVP_MD* method,
+                      const std::string& signedBytes) {
+  EVP_PKEY* key = ::X509_get0_pubkey(certificate);
+  requireAlgorithmOf(key, signer);
+  const std::string_view signature = openssl::bytesOf(::CMS_SignerInfo_get0_signature(signer));
+  const auto bytes = [](std::string_view text) {
+    return reinterpret_cast<const unsigned char*>(text.data());
+  };
+  const openssl::DigestContext context(::EVP_MD_CTX_new());
+  if (!context || ::EVP_DigestVerifyInit(context.get(), nullptr, method, nullptr, key) != 1 ||
+      ::EVP_DigestVerify(context.get(), bytes(signature), signature.size(), bytes(signedBytes),
+                         signedBytes.size()) != 1)
+    throw FormatError("its signature is not that of its signer's certificate");
 }
 
 }  // namespace
@@ -59,23 +116,21 @@ std::vector<Certificate> verifyCMSSignature(std::string_view signature,
                                             const TrustAnchors& anchors) {
   const openssl::Cms cms = readCMS(signature);
   CMS_SignerInfo* signer = onlySigner(cms.get());
-  requireStrongDigest(signer);
+  const StrongDigest digest = digestOfSigner(signer);
   const openssl::Certificates carried(::CMS_get1_certs(cms.get()));
   if (!carried || sk_X509_num(carried.get()) > kMostCertificates)
     throw FormatError("its signature carries no certificates, or too many");
 
-  // The chain is judged below, with the extensions that are known here.
-  constexpr unsigned kFlags = CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY;
-  const openssl::Bio content = openssl::bytesStream(directories.front().blob());
-  if (::CMS_verify(cms.get(), nullptr, nullptr, content.get(), nullptr, kFlags) != 1)
-    throw FormatError("its code directory is not what was signed");
-  requireDataContent(cms.get(), signer);
-  requireDirectoriesAreSigned(signer, directories);
+  if (::CMS_signed_get_attr_count(signer) < 0)
+    throw FormatError("its signature has no signed attributes");
+  const SignedAttributes attributes = SignedAttributes::read(signature);
+  X509* certificate = certificateOf(cms.get(), signer);
+  requireSignature(signer, certificate, digest.method, attributes.signedBytes());
+  requireDataContent(cms.get(), attributes);
+  requireContent(directories.front().blob(), digest.algorithm, attributes);
+  requireDirectoriesAreSigned(attributes, directories);
 
-  const openssl::CertificateList signers(::CMS_get0_signers(cms.get()));
-  if (!signers || sk_X509_num(signers.get()) != 1)
-    throw FormatError("its signer's certificate is missing");
-  std::vector<Certificate> chain = chainToAnchor(sk_X509_value(signers.get(), 0), carried.get(), anchors);
+  std::vector<Certificate> chain = chainToAnchor(certificate, carried.get(), anchors);
   if (!chain.front().signsCode())
     throw FormatError("its signer's certificate is not for signing code");
   verifyTimeStamps(signer, anchors);

@@ -21,7 +21,7 @@ constexpr std::uint32_t kMagicEntitlementsDER = 0xFADE7172;
 constexpr std::uint32_t kMagicWrapper = 0xFADE0B01;
 constexpr std::uint32_t kMagicLaunchConstraint = 0xFADE8181;
 
-/// The kind of blob in a slot; nothing where any kind may lie.
+/// The kind of blob in a slot; nothing where any kind may be, as in the slots of later systems.
 std::optional<std::uint32_t> magicForSlot(std::uint32_t number) {
   switch (number) {
     case slot::kRequirements:
@@ -33,20 +33,15 @@ std::optional<std::uint32_t> magicForSlot(std::uint32_t number) {
     case 8:
     case 9:
     case 10:
-    case slot::kLastSpecial:
+    case slot::kLastKnownSpecial:
       return kMagicLaunchConstraint;
     case slot::kSignature:
       return kMagicWrapper;
-    case 4:
-    case 6:
-    case slot::kIdentification:
-    case slot::kTicket:
-      return std::nullopt;
     default:
       if (number == slot::kCodeDirectory ||
           (number >= slot::kFirstAlternate && number <= slot::kLastAlternate))
         return kMagicCodeDirectory;
-      throw FormatError("its signature has a component of an unknown kind");
+      return std::nullopt;
   }
 }
 
@@ -119,6 +114,10 @@ CodeComponents readEmbeddedSignature(std::string_view bytes) {
   CodeComponents components;
   for (const auto& [number, blob] : readSuperBlob(reader.bytesAt(0, length), "the signature")) {
     requireBlobForSlot(number, blob);
+    if (number == slot::kSignature) {
+      components.emplace(number, blobPayload(blob));
+      continue;
+    }
     if (number != slot::kIdentification && number != slot::kTicket)
       components.emplace(number, blob);
   }

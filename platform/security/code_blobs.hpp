@@ -14,7 +14,8 @@ inline constexpr std::uint32_t kInfo = 1;
 inline constexpr std::uint32_t kRequirements = 2;
 inline constexpr std::uint32_t kResources = 3;
 inline constexpr std::uint32_t kEntitlements = 5;
-inline constexpr std::uint32_t kLastSpecial = 11;
+/// Later systems have more, which a code directory may bind like these.
+inline constexpr std::uint32_t kLastKnownSpecial = 11;
 inline constexpr std::uint32_t kFirstAlternate = 0x1000;
 inline constexpr std::uint32_t kLastAlternate = 0x1004;
 inline constexpr std::uint32_t kSignature = 0x10000;
@@ -22,18 +23,20 @@ inline constexpr std::uint32_t kIdentification = 0x10001;
 inline constexpr std::uint32_t kTicket = 0x10002;
 }  // namespace slot
 
-/// The components of one signature by slot, each with its header.
+/// The components of one signature by slot, each with its header; that of `slot::kSignature` is the CMS
+/// message alone.
 using CodeComponents = std::map<std::uint32_t, std::string>;
 
 /// The blob's bytes without its header. Throws `FormatError` unless the header gives the whole length.
 std::string_view blobPayload(std::string_view blob);
 
-/// Checks that `blob` is one of the kind that belongs into the slot `number`. Throws `FormatError`.
+/// Checks that `blob` is whole, and of the kind of the slot `number` where that is known. Throws
+/// `FormatError`.
 void requireBlobForSlot(std::uint32_t number, std::string_view blob);
 
-/// The parts of a signature that is embedded in code, out of the bytes that the code sets apart for it. Those
-/// that nothing binds, identification and ticket, are left out.
-/// Throws `FormatError` for anything that does not belong into one.
+/// The components of a signature that is embedded in code, read from the bytes that the code sets apart for
+/// it. Identification and ticket, which nothing binds, are left out; those of unknown slots are included, and
+/// count only where a code directory has a digest for them. Throws `FormatError` for a malformed signature.
 CodeComponents readEmbeddedSignature(std::string_view bytes);
 
 }  // namespace platform

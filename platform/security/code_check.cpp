@@ -1,5 +1,6 @@
 #include "platform/security/code_check.hpp"
 
+#include "platform/security/code_pages.hpp"
 #include "platform/security/refusal.hpp"
 #include "platform/security/resource_check.hpp"
 
@@ -8,6 +9,8 @@ namespace {
 
 constexpr unsigned kDeepestCode = 16;
 constexpr std::uint64_t kLargestSeal = 32U << 20U;
+/// In bytes. Real ones have some hundreds; reading one takes many times its size.
+constexpr std::size_t kLongestRequirement = 64U << 10U;
 
 /// The Info.plist that a file carries itself, as far as it can be read.
 std::optional<PropertyList> carriedInformation(const SignedCode& code) {
@@ -21,58 +24,78 @@ std::optional<PropertyList> carriedInformation(const SignedCode& code) {
   }
 }
 
+Requirement sealedRequirement(const std::string& path, const std::string& text) {
+  if (text.size() > kLongestRequirement)
+    throw SecurityError(errSecCSBadResource,
+                        quoted(path) + " is sealed with a requirement that is too long.");
+  try {
+    return Requirement::parse(text);
+  } catch (const SecurityError& error) {
+    throw SecurityError(errSecCSBadResource,
+                        quoted(path) + " is sealed with a bad requirement: " + error.localizedDescription());
+  }
+}
+
 }  // namespace
 
-std::vector<CheckedCode> CodeCheck::check(const Directory& parent, const std::string& name, unsigned depth) {
+void CodeCheck::check(const Directory& parent, const std::string& name, const Acceptance& accept,
+                      unsigned depth) {
   const std::string place = quoted(parent.pathOf(name));
   if (depth > kDeepestCode)
     throw SecurityError(errSecCSBadResource, place + " is code nested too deeply.");
-  return atPlace(place, errSecCSSignatureFailed, [&] {
-    std::vector<CheckedCode> checked;
-    if (parent.kindOf(name) == ItemKind::directory) {
-      const Directory root = parent.subdirectory(name);
-      // Links lead anywhere in the code that is judged, and nowhere else.
-      for (const Bundle& bundle : openBundles(depth == 0 ? root.asOutermost() : root))
-        checked.push_back(checkBundle(bundle, depth));
-    } else {
-      checked.push_back(checkFile(parent.openFile(name)));
+  atPlace(place, errSecCSSignatureFailed, [&] {
+    if (parent.kindOf(name) != ItemKind::directory) {
+      checkFile(parent.openFile(name), accept, depth);
+      return;
     }
-    return checked;
+    for (Bundle& bundle : openBundles(parent.subdirectory(name)))
+      checkBundle(std::move(bundle), accept, depth);
   });
 }
 
-CheckedCode CodeCheck::checkFile(CodeFile file) {
+void CodeCheck::checkFile(CodeFile file, const Acceptance& accept, unsigned depth) {
   const auto code = std::make_shared<const SignedCode>(readSignedCode(std::move(file), std::nullopt));
-  std::vector<CodeIdentity> identities = checkSlices(code, nullptr);
-  return {.identities = std::move(identities), .information = carriedInformation(*code)};
+  work_.parse(code->file->path(), code->bytesRead);
+  CheckedCode checked{.identities = verifySlices(*code, nullptr), .information = carriedInformation(*code)};
+  submitPages(code);
+  // The pages may be all that covers the Info.plist which a file carries.
+  if (depth == 0)
+    finish();
+  accept(checked);
 }
 
-CheckedCode CodeCheck::checkBundle(const Bundle& bundle, unsigned depth) {
-  const std::string place = quoted(bundle.content.path());
-  return atPlace(place, errSecCSSignatureFailed, [&] {
+void CodeCheck::checkBundle(Bundle bundle, const Acceptance& accept, unsigned depth) {
+  constexpr std::uint64_t kBytesOfAState = 8;  // that take as long to parse
+  const std::string& path = bundle.content.path();
+  atPlace(quoted(path), errSecCSSignatureFailed, [&] {
     std::optional<Directory> signatures;
     if (bundle.content.kindOf("_CodeSignature"))
       signatures = bundle.content.subdirectory("_CodeSignature");
     const auto code = std::make_shared<const SignedCode>(readSignedCode(bundle.openExecutable(), signatures));
     if (!signatures || !signatures->kindOf("CodeResources"))
-      throw SecurityError(errSecCSBadResource, place + " has no resource seal.");
-    const BoundFiles files{.information = bundle.informationBytes,
+      throw SecurityError(errSecCSBadResource, quoted(path) + " has no resource seal.");
+    const BoundFiles files{.information = std::move(bundle.informationBytes),
                            .resources = signatures->readFile("CodeResources", kLargestSeal)};
-    std::vector<CodeIdentity> identities = checkSlices(code, &files);
-    auto seal = std::make_shared<const ResourceSeal>(ResourceSeal::read(Data(files.resources)));
+    // Each architecture's signature binds the files by a digest of its own.
+    work_.parse(path,
+                code->bytesRead + (files.information.size() + files.resources.size()) * code->slices.size());
+    accept({.identities = verifySlices(*code, &files), .information = std::move(bundle.information)});
+    submitPages(code);
+    auto seal = readingPropertyList(signatures->pathOf("CodeResources"), [&] {
+      return std::make_shared<const ResourceSeal>(ResourceSeal::read(Data(files.resources)));
+    });
+    work_.parse(path, seal->rules.size() * kBytesOfAState);
     const auto nested = [&](const Directory& parent, const DirectoryEntry& entry, const SealedCode& sealed) {
       checkNested(parent, entry, sealed, depth);
     };
-    ResourceCheck(bundle, std::move(seal), nested, pool_).run();
-    return CheckedCode{.identities = std::move(identities), .information = bundle.information};
+    ResourceCheck(bundle, std::move(seal), nested, work_, pool_).run();
   });
 }
 
-std::vector<CodeIdentity> CodeCheck::checkSlices(const std::shared_ptr<const SignedCode>& code,
-                                                 const BoundFiles* files) {
+std::vector<CodeIdentity> CodeCheck::verifySlices(const SignedCode& code, const BoundFiles* files) {
   std::vector<CodeIdentity> identities;
-  for (const SignedSlice& slice : code->slices) {
-    identities.push_back(verifySlice(code, slice, files, anchors_, pool_));
+  for (const SignedSlice& slice : code.slices) {
+    identities.push_back(verifySlice(slice, files, anchors_));
     // Identifiers may differ: a linker may have derived them from each architecture's code.
     if (identities.back().teamIdentifier != identities.front().teamIdentifier)
       throw SecurityError(errSecCSSignatureFailed,
@@ -81,37 +104,40 @@ std::vector<CodeIdentity> CodeCheck::checkSlices(const std::shared_ptr<const Sig
   return identities;
 }
 
+void CodeCheck::submitPages(const std::shared_ptr<const SignedCode>& code) {
+  for (const SignedSlice& slice : code->slices)
+    submitPageChecks(code, slice, work_, pool_);
+}
+
 void CodeCheck::checkNested(const Directory& parent, const DirectoryEntry& entry, const SealedCode& sealed,
                             unsigned depth) {
   const std::string path = parent.pathOf(entry.name);
   if (entry.kind == ItemKind::link)
     throw SecurityError(errSecCSBadResource, quoted(path) + " was replaced by a link after signing.");
-  const std::vector<CheckedCode> checked = check(parent, entry.name, depth + 1);
-  if (sealed.requirement) {
-    try {
-      requireSatisfied(checked, Requirement::parse(*sealed.requirement), errSecCSBadResource);
-    } catch (const SecurityError& error) {
-      throw SecurityError(errSecCSBadResource, error.localizedDescription());
-    }
+  if (!sealed.requirement) {
+    // A hash names one architecture of one version, and nothing vouches for another beside it.
+    const auto isSealed = [&](const CheckedCode& code) {
+      for (const CodeIdentity& identity : code.identities) {
+        if (identity.codeDirectoryHash != sealed.codeDirectoryHash)
+          throw SecurityError(errSecCSBadResource, identity.place + " is not the code that was sealed.");
+      }
+    };
+    check(parent, entry.name, isSealed, depth + 1);
     return;
   }
-  // A hash names one architecture of one version, and nothing vouches for another beside it.
-  for (const CheckedCode& code : checked) {
-    for (const CodeIdentity& identity : code.identities) {
-      if (identity.codeDirectoryHash != sealed.codeDirectoryHash)
-        throw SecurityError(errSecCSBadResource, identity.place + " is not the code that was sealed.");
-    }
-  }
+  const Requirement requirement = sealedRequirement(path, *sealed.requirement);
+  const auto satisfies = [&](const CheckedCode& code) {
+    work_.parse(path, sealed.requirement->size() * code.identities.size());
+    requireSatisfied(code, requirement, errSecCSBadResource);
+  };
+  check(parent, entry.name, satisfies, depth + 1);
 }
 
-void requireSatisfied(const std::vector<CheckedCode>& checked, const Requirement& requirement,
-                      OSStatus status) {
-  for (const CheckedCode& code : checked) {
-    const PropertyList* information = code.information ? &*code.information : nullptr;
-    for (const CodeIdentity& identity : code.identities) {
-      if (const auto clause = requirement.failingClause(identity, information))
-        throw SecurityError(status, identity.place + " does not satisfy the requirement: " + *clause + ".");
-    }
+void requireSatisfied(const CheckedCode& code, const Requirement& requirement, OSStatus status) {
+  const PropertyList* information = code.information ? &*code.information : nullptr;
+  for (const CodeIdentity& identity : code.identities) {
+    if (const auto clause = requirement.failingClause(identity, information))
+      throw SecurityError(status, identity.place + " does not satisfy the requirement: " + *clause + ".");
   }
 }
 

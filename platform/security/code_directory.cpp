@@ -123,6 +123,10 @@ std::string_view CodeDirectory::pageDigest(std::uint32_t page) const {
   return blob_.substr(digestOffset_ + std::uint64_t{page} * digestLength_, digestLength_);
 }
 
+std::string_view CodeDirectory::pageDigests() const {
+  return blob_.substr(digestOffset_, std::uint64_t{pageCount_} * digestLength_);
+}
+
 std::optional<std::string_view> CodeDirectory::specialDigest(std::uint32_t slot) const {
   if (slot == 0 || slot > specialSlotCount_)
     return std::nullopt;

@@ -35,6 +35,8 @@ class CodeDirectory {
   std::uint64_t pageSize() const noexcept { return pageSize_; }
   std::uint32_t pageCount() const noexcept { return pageCount_; }
   std::string_view pageDigest(std::uint32_t page) const;
+  /// Those of all pages, in their order.
+  std::string_view pageDigests() const;
 
   std::uint32_t specialSlotCount() const noexcept { return specialSlotCount_; }
   /// The digest of a component; nothing when the directory says that there is none.

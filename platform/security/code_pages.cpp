@@ -59,8 +59,18 @@ void checkLargePage(const ByteSource& file, const SignedSlice& slice, std::uint3
 }  // namespace
 
 void submitPageChecks(const std::shared_ptr<const SignedCode>& code, const SignedSlice& slice,
-                      HashingPool& pool) {
+                      CheckWork& work, HashingPool& pool) {
   const CodeDirectory& directory = slice.strongestDirectory();
+  const CheckWork::Comparison comparison = work.ofPages(*code->file, slice.code, directory);
+  if (comparison == CheckWork::Comparison::made)
+    return;
+  if (comparison == CheckWork::Comparison::hopeless) {
+    // As a step, so that the earlier comparison is reported when it is the one that fails.
+    pool.submit([code, &slice] {
+      throw SecurityError(errSecCSSignatureFailed, slice.place + " was changed after signing.");
+    });
+    return;
+  }
   const std::uint32_t count = directory.pageCount();
   const bool large = directory.pageSize() > kPieceSize;
   const auto pagesInStep =

@@ -27,6 +27,25 @@ ItemKind kindOfMode(mode_t mode) {
   return S_ISLNK(mode) ? ItemKind::link : ItemKind::special;
 }
 
+ItemStatus itemStatus(const struct stat& status) {
+  const bool isFile = S_ISREG(status.st_mode);
+  return {.kind = kindOfMode(status.st_mode),
+          .identity = {.device = status.st_dev, .inode = status.st_ino},
+          .size = static_cast<std::uint64_t>(status.st_size),
+          .isExecutable = (status.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) != 0,
+          .hasHardLinks = isFile && status.st_nlink > 1};
+}
+
+/// Throws `SystemError` for a descriptor of anything but a regular file.
+ItemStatus fileStatus(const FileDescriptor& descriptor, const std::string& path) {
+  struct stat status {};
+  if (::fstat(descriptor.get(), &status) != 0)
+    throw SystemError(quoted(path) + " could not be inspected", errno);
+  if (!S_ISREG(status.st_mode))
+    throw SystemError(quoted(path) + " is not a regular file", EINVAL);
+  return itemStatus(status);
+}
+
 FileDescriptor openItem(const FileDescriptor& directory, const std::string& name, int flags,
                         const std::string& path) {
   FileDescriptor opened(uninterrupted(
@@ -39,14 +58,7 @@ FileDescriptor openItem(const FileDescriptor& directory, const std::string& name
 }  // namespace
 
 CodeFile::CodeFile(FileDescriptor descriptor, std::string path)
-    : descriptor_(std::move(descriptor)), path_(std::move(path)) {
-  struct stat status {};
-  if (::fstat(descriptor_.get(), &status) != 0)
-    throw SystemError(quoted(path_) + " could not be inspected", errno);
-  if (!S_ISREG(status.st_mode))
-    throw SystemError(quoted(path_) + " is no regular file", EINVAL);
-  size_ = static_cast<std::uint64_t>(status.st_size);
-}
+    : descriptor_(std::move(descriptor)), path_(std::move(path)), status_(fileStatus(descriptor_, path_)) {}
 
 void CodeFile::readAt(std::uint64_t offset, std::span<char> buffer) const {
   while (!buffer.empty()) {
@@ -63,7 +75,7 @@ void CodeFile::readAt(std::uint64_t offset, std::span<char> buffer) const {
 
 Directory Directory::open(const URL& url, Links links) {
   const int follow = links == Links::refused ? O_NOFOLLOW : 0;
-  return {FileDescriptor::open(url, O_RDONLY | O_DIRECTORY | follow), url.path(), nullptr};
+  return {FileDescriptor::open(url, O_RDONLY | O_DIRECTORY | follow), url.path()};
 }
 
 bool Directory::isThere(const URL& url) {
@@ -77,13 +89,7 @@ bool Directory::isThere(const URL& url) {
 
 Directory Directory::subdirectory(const std::string& name) const {
   const std::string path = pathOf(name);
-  return {openItem(*descriptor_, name, O_DIRECTORY, path), path, std::make_shared<const Directory>(*this)};
-}
-
-Directory Directory::asOutermost() const {
-  Directory outermost = *this;
-  outermost.parent_ = nullptr;
-  return outermost;
+  return {openItem(*descriptor_, name, O_DIRECTORY, path), path};
 }
 
 CodeFile Directory::openFile(const std::string& name) const {
@@ -99,13 +105,18 @@ std::string Directory::readFile(const std::string& name, std::uint64_t limit) co
   return file.read(0, file.size());
 }
 
-std::optional<ItemKind> Directory::kindOf(const std::string& name) const {
+std::optional<ItemStatus> Directory::statusOf(const std::string& name) const {
   struct stat status {};
   if (::fstatat(descriptor_->get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
-    return kindOfMode(status.st_mode);
+    return itemStatus(status);
   if (errno == ENOENT)
     return std::nullopt;
   throw SystemError(quoted(pathOf(name)) + " could not be inspected", errno);
+}
+
+std::optional<ItemKind> Directory::kindOf(const std::string& name) const {
+  const std::optional<ItemStatus> status = statusOf(name);
+  return status ? std::optional(status->kind) : std::nullopt;
 }
 
 std::string Directory::linkTarget(const std::string& name) const {
@@ -132,8 +143,8 @@ std::vector<DirectoryEntry> Directory::entries() const {
     std::string name(static_cast<const char*>(next->d_name));
     if (name == "." || name == "..")
       continue;
-    if (const std::optional<ItemKind> kind = kindOf(name))
-      entries.push_back({std::move(name), *kind});
+    if (const std::optional<ItemStatus> status = statusOf(name))
+      entries.push_back({*status, std::move(name)});
   }
   if (errno != 0)
     throw SystemError(quoted(path_) + " could not be listed", errno);

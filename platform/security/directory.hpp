@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,9 +13,26 @@ namespace platform {
 
 enum class ItemKind { file, directory, link, special };
 
-struct DirectoryEntry {
-  std::string name;
+/// The same for all hard links to a file, and for nothing else on the machine.
+struct FileIdentity {
+  std::uint64_t device;
+  std::uint64_t inode;
+
+  bool operator<(const FileIdentity& other) const noexcept {
+    return device != other.device ? device < other.device : inode < other.inode;
+  }
+};
+
+struct ItemStatus {
   ItemKind kind;
+  FileIdentity identity;
+  std::uint64_t size;
+  bool isExecutable;  ///< by anybody
+  bool hasHardLinks;  ///< a file that has other names
+};
+
+struct DirectoryEntry : ItemStatus {
+  std::string name;
 };
 
 /// A regular file that stays open. What is read is of that file, whatever happens to its name.
@@ -24,16 +42,17 @@ class CodeFile : public ByteSource {
   /// file.
   CodeFile(FileDescriptor descriptor, std::string path);
 
-  std::uint64_t size() const noexcept override { return size_; }
+  std::uint64_t size() const noexcept override { return status_.size; }
   void readAt(std::uint64_t offset, std::span<char> buffer) const override;
 
   const std::string& path() const noexcept { return path_; }
+  const ItemStatus& status() const noexcept { return status_; }
   const FileDescriptor& descriptor() const noexcept { return descriptor_; }
 
  private:
   FileDescriptor descriptor_;
   std::string path_;
-  std::uint64_t size_ = 0;
+  ItemStatus status_;
 };
 
 /// An open directory, from which its items are reached without following links and without waiting for
@@ -47,16 +66,13 @@ class Directory {
   /// False when nothing is at the location.
   static bool isThere(const URL& url);
 
-  /// The directory knows this one as its parent.
   Directory subdirectory(const std::string& name) const;
-  /// The one that this was reached from; null for one that was opened by its location.
-  const Directory* parent() const noexcept { return parent_.get(); }
-  /// The same directory without its parent.
-  Directory asOutermost() const;
   CodeFile openFile(const std::string& name) const;
   /// The whole content of a file of at most `limit` bytes.
   std::string readFile(const std::string& name, std::uint64_t limit) const;
 
+  /// Of the item itself, also where it is a link; nothing when there is none of that name.
+  std::optional<ItemStatus> statusOf(const std::string& name) const;
   /// The kind of an item; nothing when there is none of that name.
   std::optional<ItemKind> kindOf(const std::string& name) const;
   std::string linkTarget(const std::string& name) const;
@@ -69,14 +85,11 @@ class Directory {
   const FileDescriptor& descriptor() const noexcept { return *descriptor_; }
 
  private:
-  Directory(FileDescriptor descriptor, std::string path, std::shared_ptr<const Directory> parent)
-      : descriptor_(std::make_shared<const FileDescriptor>(std::move(descriptor))),
-        path_(std::move(path)),
-        parent_(std::move(parent)) {}
+  Directory(FileDescriptor descriptor, std::string path)
+      : descriptor_(std::make_shared<const FileDescriptor>(std::move(descriptor))), path_(std::move(path)) {}
 
   std::shared_ptr<const FileDescriptor> descriptor_;
   std::string path_;
-  std::shared_ptr<const Directory> parent_;
 };
 
 }  // namespace platform

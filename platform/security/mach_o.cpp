@@ -24,6 +24,9 @@ constexpr std::uint32_t kCommandSegment = 0x01;
 constexpr std::uint32_t kCommandSegment64 = 0x19;
 constexpr std::uint32_t kCommandCodeSignature = 0x1D;
 
+/// Executable, preloaded program, library, dynamic linker, loadable bundle, kernel extension.
+constexpr std::array<std::uint32_t, 6> kLoadedTypes{2, 5, 6, 7, 8, 11};
+
 constexpr std::string_view kHeader = "the Mach-O header";
 constexpr std::string_view kCommand = "a load command";
 
@@ -130,6 +133,10 @@ void readCommands(std::string_view commands, std::uint32_t count, const Format& 
   }
 }
 
+bool isUniversal(std::uint32_t magic) {
+  return magic == kFatMagic || magic == kFatMagic64;
+}
+
 std::uint32_t magicAt(const ByteSource& file, std::uint64_t offset) {
   const std::string bytes = file.read(offset, 4);
   return ByteReader(bytes, kHeader).readUInt32();
@@ -151,14 +158,18 @@ MachOSlice readSlice(const ByteSource& file, const ByteRange& range,
   const Architecture architecture = readArchitecture(reader);
   if (declared && architecture != *declared)
     throw FormatError("it declares an architecture that its code is not for");
-  reader.skip(4);
+  const std::uint32_t fileType = reader.readUInt32();
   const std::uint32_t count = reader.readUInt32();
   const std::uint32_t commandBytes = reader.readUInt32();
   if (commandBytes > kMostCommandBytes || !ByteRange{headerSize, commandBytes}.within(range.length))
     throw FormatError("its load commands are too long");
 
   MachOSlice slice{
-      .architecture = nameOf(architecture), .range = range, .signature = {}, .informationSection = {}};
+      .architecture = nameOf(architecture),
+      .isLoaded = std::find(kLoadedTypes.begin(), kLoadedTypes.end(), fileType) != kLoadedTypes.end(),
+      .range = range,
+      .signature = {},
+      .informationSection = {}};
   const std::string commands = file.read(range.offset + headerSize, commandBytes);
   readCommands(commands, count, *format, slice);
   // What follows the signature would be bound by nothing.
@@ -225,18 +236,25 @@ std::vector<MachOSlice> readUniversal(const ByteSource& file, bool wide, std::ui
 }  // namespace
 
 std::optional<std::vector<MachOSlice>> readMachO(const ByteSource& file) {
-  if (file.size() < 8)
+  if (!beginsLikeMachO(file))
     return std::nullopt;
   const std::uint32_t magic = magicAt(file, 0);
-  if (magic == kFatMagic || magic == kFatMagic64) {
-    const std::uint32_t count = magicAt(file, 4);
-    if (count >= 1 && count <= kMostArchitectures)
-      return readUniversal(file, magic == kFatMagic64, count);
+  std::vector<MachOSlice> slices = isUniversal(magic)
+                                       ? readUniversal(file, magic == kFatMagic64, magicAt(file, 4))
+                                       : std::vector{readSlice(file, {0, file.size()}, std::nullopt)};
+  if (std::none_of(slices.begin(), slices.end(), [](const MachOSlice& slice) { return slice.isLoaded; }))
     return std::nullopt;
-  }
-  if (!formatOf(magic))
-    return std::nullopt;
-  return std::vector{readSlice(file, {0, file.size()}, std::nullopt)};
+  return slices;
+}
+
+bool beginsLikeMachO(const ByteSource& file) {
+  if (file.size() < 8)
+    return false;
+  const std::uint32_t magic = magicAt(file, 0);
+  if (!isUniversal(magic))
+    return formatOf(magic).has_value();
+  const std::uint32_t count = magicAt(file, 4);
+  return count >= 1 && count <= kMostArchitectures;
 }
 
 }  // namespace platform

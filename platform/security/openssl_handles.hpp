@@ -2,6 +2,7 @@
 
 #include <openssl/bio.h>
 #include <openssl/cms.h>
+#include <openssl/evp.h>
 #include <openssl/objects.h>
 #include <openssl/pkcs7.h>
 #include <openssl/ts.h>
@@ -33,16 +34,23 @@ inline void releaseStack(STACK_OF(X509) * certificates) noexcept {
   sk_X509_free(certificates);
 }
 
+inline void releaseElements(STACK_OF(ASN1_TYPE) * elements) noexcept {
+  sk_ASN1_TYPE_pop_free(elements, &::ASN1_TYPE_free);
+}
+
 using Bio = Handle<BIO, &::BIO_free_all>;
 using Cms = Handle<CMS_ContentInfo, &::CMS_ContentInfo_free>;
 using Object = Handle<ASN1_OBJECT, &::ASN1_OBJECT_free>;
 using Pkcs7 = Handle<PKCS7, &::PKCS7_free>;
+using Attribute = Handle<X509_ATTRIBUTE, &::X509_ATTRIBUTE_free>;
+using DigestContext = Handle<EVP_MD_CTX, &::EVP_MD_CTX_free>;
 using AlgorithmIdentifier = Handle<X509_ALGOR, &::X509_ALGOR_free>;
 using Store = Handle<X509_STORE, &::X509_STORE_free>;
 using StoreContext = Handle<X509_STORE_CTX, &::X509_STORE_CTX_free>;
 using TimeStampContext = Handle<TS_VERIFY_CTX, &::TS_VERIFY_CTX_free>;
 /// Owns its certificates.
 using Certificates = Handle<STACK_OF(X509), &releaseCertificates>;
+using Elements = Handle<STACK_OF(ASN1_TYPE), &releaseElements>;
 /// Owns the list alone.
 using CertificateList = Handle<STACK_OF(X509), &releaseStack>;
 

@@ -3,6 +3,7 @@
 #include <new>
 #include <string>
 
+#include "platform/foundation/property_list.hpp"
 #include "platform/security/security_error.hpp"
 
 namespace platform {
@@ -21,6 +22,16 @@ auto atPlace(const std::string& place, OSStatus status, Part&& part) {
     throw SecurityError(status, error.localizedDescription());
   } catch (const std::bad_alloc&) {
     throw SecurityError(status, "There is not enough memory to check " + place + ".");
+  }
+}
+
+/// Runs a part of a check that reads the property list at `path`, which a failure to read it then names.
+template <typename Part>
+auto readingPropertyList(const std::string& path, Part&& part) {
+  try {
+    return std::forward<Part>(part)();
+  } catch (const PropertyListError& error) {
+    throw Error(quoted(path) + " cannot be read: " + error.localizedDescription());
   }
 }
 

@@ -22,15 +22,9 @@ void requireKind(const Directory& directory, const DirectoryEntry& entry, ItemKi
     refuse(directory.pathOf(entry.name), "was replaced by something of another kind after signing");
 }
 
-bool isMachO(const Directory& directory, const DirectoryEntry& entry) {
-  return entry.kind == ItemKind::file && readMachO(directory.openFile(entry.name)).has_value();
-}
-
-void requireInnocent(const Directory& directory, const DirectoryEntry& entry) {
+void requireOrdinary(const Directory& directory, const DirectoryEntry& entry) {
   if (entry.kind == ItemKind::special)
     refuse(directory.pathOf(entry.name), "is neither a file nor a directory nor a link");
-  if (entry.kind == ItemKind::link && !linkStaysInside(directory, directory.linkTarget(entry.name)))
-    refuse(directory.pathOf(entry.name), "leads out of the bundle");
 }
 
 }  // namespace
@@ -46,7 +40,7 @@ void ResourceCheck::checkDirectory(const Directory& directory, const std::string
   if (depth == 0)
     refuse(directory.path(), "is nested too deeply");
   for (const DirectoryEntry& entry : directory.entries()) {
-    requireInnocent(directory, entry);
+    requireOrdinary(directory, entry);
     const std::string path = prefix + entry.name;
     // What the signature is made of, and what is added to a finished bundle by right.
     if (path == kSignatureDirectory && entry.kind == ItemKind::directory)
@@ -64,14 +58,23 @@ void ResourceCheck::checkUnsealedDirectory(const Directory& directory, unsigned 
   if (depth == 0)
     refuse(directory.path(), "is nested too deeply");
   for (const DirectoryEntry& entry : directory.entries()) {
-    requireInnocent(directory, entry);
+    requireOrdinary(directory, entry);
     if (entry.kind == ItemKind::directory)
       checkUnsealedDirectory(directory.subdirectory(entry.name), depth - 1);
   }
 }
 
+bool ResourceCheck::isOmitted(const Directory& directory, const DirectoryEntry& entry,
+                              const std::string& path) {
+  constexpr std::uint64_t kStepsOfAByte = 32;  // that take as long as parsing it
+  work_.parse(bundle_.content.path(), path.size() * seal_->rules.size() / kStepsOfAByte);
+  return seal_->rules.omits(path) &&
+         !(entry.kind == ItemKind::file && beginsLikeMachO(directory.openFile(entry.name)));
+}
+
 void ResourceCheck::checkItem(const Directory& directory, const DirectoryEntry& entry,
                               const std::string& path, unsigned depth) {
+  work_.parse(bundle_.content.path(), path.size());
   const auto item = seal_->items.find(sealKey(path));
   if (item != seal_->items.end()) {
     if (!seen_.insert(&item->second).second)
@@ -79,7 +82,7 @@ void ResourceCheck::checkItem(const Directory& directory, const DirectoryEntry& 
     checkSealed(directory, entry, item->second);
   } else if (entry.kind == ItemKind::directory) {
     checkDirectory(directory.subdirectory(entry.name), path + "/", depth - 1);
-  } else if (!seal_->rules.omits(path) || isMachO(directory, entry)) {
+  } else if (!isOmitted(directory, entry, path)) {
     refuse(directory.pathOf(entry.name), "was added after signing");
   }
 }
@@ -100,8 +103,14 @@ void ResourceCheck::checkSealed(const Directory& directory, const DirectoryEntry
 void ResourceCheck::checkFile(const Directory& directory, const DirectoryEntry& entry,
                               const SealedFile& sealed) {
   requireKind(directory, entry, ItemKind::file);
-  // A waiting step keeps one directory open, not all those above it.
-  pool_.submit([seal = seal_, directory = directory.asOutermost(), name = entry.name, &sealed] {
+  const CheckWork::Comparison comparison = work_.ofFile(entry, sealed.algorithm, sealed.digest);
+  if (comparison == CheckWork::Comparison::made)
+    return;
+  const bool hopeless = comparison == CheckWork::Comparison::hopeless;
+  pool_.submit([seal = seal_, directory, name = entry.name, &sealed, hopeless] {
+    // As a step, so that the earlier comparison is reported when it is the one that fails.
+    if (hopeless)
+      refuse(directory.pathOf(name), "was changed after signing");
     atPlace(quoted(directory.pathOf(name)), errSecCSBadResource, [&] {
       const CodeFile file = directory.openFile(name);
       if (digestOfRange(file, {0, file.size()}, sealed.algorithm) != sealed.digest)

@@ -12,6 +12,8 @@ namespace {
 
 constexpr std::size_t kMostRules = 256;
 constexpr std::size_t kLongestPattern = 1024;
+/// The usual rules have 200.
+constexpr std::uint64_t kMostStates = 16384;
 constexpr std::int64_t kPatternMemory = 1 << 20;
 
 /// Matching in linear time, whatever the pattern: the expressions come from whoever made the bundle.
@@ -73,6 +75,9 @@ ResourceRules::ResourceRules(const PropertyList& rules) {
     auto expression = std::make_unique<const RE2>(pattern, options());
     if (!expression->ok())
       throw FormatError("the rule \"" + pattern + "\" of the resource seal is no regular expression");
+    size_ += static_cast<std::uint64_t>(expression->ProgramSize());
+    if (size_ > kMostStates)
+      throw FormatError("the rules of the resource seal are too complex");
     const bool plain = value.dictionary() == nullptr;
     if (plain && value.boolean() != true)
       throw FormatError("a rule of the resource seal is not understood");

@@ -9,7 +9,8 @@ namespace platform {
 using OSStatus = std::int32_t;
 
 inline constexpr OSStatus errSecSuccess = 0;
-/// The code is valid and does not satisfy the requirement; no other failure has this status.
+/// The code's signature is valid and the code does not satisfy the requirement; no other failure has this
+/// status. Whether what the signature seals is intact was not checked.
 inline constexpr OSStatus errSecCSReqFailed = -67050;
 /// The requirement's text is none.
 inline constexpr OSStatus errSecCSReqInvalid = -67052;

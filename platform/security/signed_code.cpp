@@ -22,7 +22,13 @@ struct ComponentFile {
 };
 
 /// The files that hold the components of a signature which is not embedded.
-constexpr std::array<ComponentFile, 4> kComponentFiles{{{"CodeDirectory", slot::kCodeDirectory},
+/// Signing tools give the alternate code directory the name of the requirements.
+constexpr std::array<ComponentFile, 9> kComponentFiles{{{"CodeDirectory", slot::kCodeDirectory},
+                                                        {"CodeRequirements-1", slot::kFirstAlternate},
+                                                        {"CodeRequirements-2", slot::kFirstAlternate + 1},
+                                                        {"CodeRequirements-3", slot::kFirstAlternate + 2},
+                                                        {"CodeRequirements-4", slot::kFirstAlternate + 3},
+                                                        {"CodeRequirements-5", slot::kLastAlternate},
                                                         {"CodeRequirements", slot::kRequirements},
                                                         {"CodeEntitlements", slot::kEntitlements},
                                                         {"CodeSignature", slot::kSignature}}};
@@ -30,6 +36,25 @@ constexpr std::array<ComponentFile, 4> kComponentFiles{{{"CodeDirectory", slot::
 [[noreturn]] void refuseUnsigned(const std::string& place) {
   throw SecurityError(errSecCSUnsigned, place + " is not signed at all.");
 }
+
+/// Counts what is read of a file.
+class MeteredFile : public ByteSource {
+ public:
+  explicit MeteredFile(const CodeFile& file) : file_(file) {}
+
+  std::uint64_t size() const noexcept override { return file_.size(); }
+  void readAt(std::uint64_t offset, std::span<char> buffer) const override {
+    file_.readAt(offset, buffer);
+    bytesRead_ += buffer.size();
+  }
+
+  const std::string& path() const noexcept { return file_.path(); }
+  std::uint64_t bytesRead() const noexcept { return bytesRead_; }
+
+ private:
+  const CodeFile& file_;
+  mutable std::uint64_t bytesRead_ = 0;
+};
 
 /// Enough for several digests of every page and for what else a signature holds.
 std::uint64_t largestSignature(std::uint64_t codeLength) {
@@ -52,7 +77,7 @@ void readDirectories(SignedSlice& slice) {
     throw FormatError("its signature lacks the code directory");
 }
 
-SignedSlice readSlice(const CodeFile& file, const MachOSlice& machO) {
+SignedSlice readSlice(const MeteredFile& file, const MachOSlice& machO) {
   SignedSlice slice;
   slice.place = quoted(file.path()) + " (" + machO.architecture + ")";
   if (!machO.signature)
@@ -94,7 +119,8 @@ SignedSlice readDetached(const CodeFile& file, const Directory& signatures) {
     if (!signatures.kindOf(component.name))
       continue;
     std::string blob = signatures.readFile(component.name, largestSignature(file.size()));
-    requireBlobForSlot(component.slot, blob);
+    if (component.slot != slot::kSignature)  // whose file has no header
+      requireBlobForSlot(component.slot, blob);
     slice.components.emplace(component.slot, std::move(blob));
   }
   if (slice.components.empty())
@@ -114,8 +140,9 @@ const CodeDirectory& SignedSlice::strongestDirectory() const {
 
 SignedCode readSignedCode(CodeFile file, const std::optional<Directory>& signatures) {
   SignedCode code{.file = std::make_shared<const CodeFile>(std::move(file)), .slices = {}};
+  const MeteredFile metered(*code.file);
   atPlace(quoted(code.file->path()), errSecCSSignatureFailed, [&] {
-    const auto machO = readMachO(*code.file);
+    const auto machO = readMachO(metered);
     if (signatures)
       requireOnlySignature(*signatures);
     if (machO) {
@@ -125,14 +152,17 @@ SignedCode readSignedCode(CodeFile file, const std::optional<Directory>& signatu
         if (length > room)
           throw FormatError("its signatures are too large");
         room -= length;
-        code.slices.push_back(readSlice(*code.file, slice));
+        code.slices.push_back(readSlice(metered, slice));
       }
     } else if (signatures) {
       code.slices.push_back(readDetached(*code.file, *signatures));
+      for (const auto& [number, blob] : code.slices.front().components)
+        code.bytesRead += blob.size();
     } else {
       refuseUnsigned(quoted(code.file->path()));
     }
   });
+  code.bytesRead += metered.bytesRead();
   return code;
 }
 

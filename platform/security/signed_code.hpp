@@ -34,6 +34,7 @@ struct SignedSlice {
 struct SignedCode {
   std::shared_ptr<const CodeFile> file;
   std::vector<SignedSlice> slices;  ///< one for each architecture; one for a file that is no Mach-O
+  std::uint64_t bytesRead = 0;      ///< to get this
 };
 
 /// Reads the signature of every architecture. That of a file which is no Mach-O lies beside it, in

@@ -16,24 +16,18 @@ constexpr std::string_view kDigestSetAttribute = "1.2.840.113635.100.9.2";
   throw FormatError("its code directories are not those that were signed");
 }
 
-/// The signed attribute of that type; null when there is none. Two of them are refused.
-X509_ATTRIBUTE* signedAttribute(CMS_SignerInfo* signer, std::string_view dotted) {
-  const openssl::Object object = openssl::objectIdentifier(dotted);
-  const int place = ::CMS_signed_get_attr_by_OBJ(signer, object.get(), -1);
-  if (place < 0)
-    return nullptr;
-  if (::CMS_signed_get_attr_by_OBJ(signer, object.get(), place) >= 0)
+PropertyList readList(std::string_view bytes) {
+  try {
+    return NSPropertyListSerialization::propertyListWithData(Data(std::string(bytes)));
+  } catch (const PropertyListError&) {
     refuse();
-  return ::CMS_signed_get_attr(signer, place);
+  }
 }
 
-void checkHashList(X509_ATTRIBUTE* attribute, const std::vector<CodeDirectory>& directories) {
-  const auto* text =
-      static_cast<const ASN1_STRING*>(::X509_ATTRIBUTE_get0_data(attribute, 0, V_ASN1_OCTET_STRING, nullptr));
-  if (text == nullptr || ::X509_ATTRIBUTE_count(attribute) != 1)
+void checkHashList(const ASN1_STRING* text, const std::vector<CodeDirectory>& directories) {
+  if (text == nullptr)
     refuse();
-  const PropertyList list =
-      NSPropertyListSerialization::propertyListWithData(Data(std::string(openssl::bytesOf(text))));
+  const PropertyList list = readList(openssl::bytesOf(text));
   const PropertyList* hashes = list.valueForKey("cdhashes");
   if (hashes == nullptr || hashes->array() == nullptr || hashes->array()->size() != directories.size())
     refuse();
@@ -92,13 +86,16 @@ void checkDigestSet(X509_ATTRIBUTE* attribute, const std::vector<CodeDirectory>&
 
 }  // namespace
 
-void requireDirectoriesAreSigned(CMS_SignerInfo* signer, const std::vector<CodeDirectory>& directories) {
-  X509_ATTRIBUTE* hashList = signedAttribute(signer, kHashListAttribute);
-  X509_ATTRIBUTE* digestSet = signedAttribute(signer, kDigestSetAttribute);
-  if (directories.size() > 1 && hashList == nullptr && digestSet == nullptr)
+void requireDirectoriesAreSigned(const SignedAttributes& attributes,
+                                 const std::vector<CodeDirectory>& directories) {
+  const openssl::Object hashList = openssl::objectIdentifier(kHashListAttribute);
+  X509_ATTRIBUTE* digestSet = attributes.find(openssl::objectIdentifier(kDigestSetAttribute).get());
+  const bool hasHashList = attributes.find(hashList.get()) != nullptr;
+  if (directories.size() > 1 && !hasHashList && digestSet == nullptr)
     refuse();
-  if (hashList != nullptr)
-    checkHashList(hashList, directories);
+  if (hasHashList)
+    checkHashList(static_cast<const ASN1_STRING*>(attributes.onlyValue(hashList.get(), V_ASN1_OCTET_STRING)),
+                  directories);
   if (digestSet != nullptr)
     checkDigestSet(digestSet, directories);
 }

@@ -4,7 +4,6 @@
 #include <set>
 
 #include "platform/security/cms_signature.hpp"
-#include "platform/security/code_pages.hpp"
 #include "platform/security/refusal.hpp"
 
 namespace platform {
@@ -28,9 +27,8 @@ void requireConsistentDirectories(const SignedSlice& slice) {
 
 /// The signer's chain of certificates; empty for code signed ad hoc, which nobody vouches for.
 std::vector<Certificate> verifySigner(const SignedSlice& slice, AnchorSource& anchors) {
-  const auto wrapper = slice.components.find(slot::kSignature);
-  const std::string_view signature =
-      wrapper == slice.components.end() ? std::string_view() : blobPayload(wrapper->second);
+  const auto message = slice.components.find(slot::kSignature);
+  const std::string_view signature = message == slice.components.end() ? std::string_view() : message->second;
   const CodeDirectory& directory = slice.strongestDirectory();
   if (signature.empty() != directory.isAdHoc())
     throw FormatError(signature.empty() ? "its signature lacks the signer"
@@ -63,15 +61,15 @@ void verifySpecialSlot(const CodeDirectory& directory, std::uint32_t number, con
   const std::string name(nameOf(number));
   if (component == nullptr && digest)
     throw FormatError(name + " is missing");
-  if (component != nullptr && !digest)
+  if (component != nullptr && !digest && number <= slot::kLastKnownSpecial)
     throw FormatError(name + " was added after signing");
-  if (component != nullptr && directory.digestOf(*component) != *digest)
+  if (component != nullptr && digest && directory.digestOf(*component) != *digest)
     throw FormatError(name + " was changed after signing");
 }
 
 void verifySpecialSlots(const SignedSlice& slice, const BoundFiles* files) {
   const CodeDirectory& directory = slice.strongestDirectory();
-  const std::uint32_t last = std::max(directory.specialSlotCount(), slot::kLastSpecial);
+  const std::uint32_t last = std::max(directory.specialSlotCount(), slot::kLastKnownSpecial);
   for (std::uint32_t number = 1; number <= last; ++number) {
     const auto found = slice.components.find(number);
     const std::string* component = found == slice.components.end() ? nullptr : &found->second;
@@ -94,8 +92,7 @@ const TrustAnchors& AnchorSource::anchors() {
   return *anchors_;
 }
 
-CodeIdentity verifySlice(const std::shared_ptr<const SignedCode>& code, const SignedSlice& slice,
-                         const BoundFiles* files, AnchorSource& anchors, HashingPool& pool) {
+CodeIdentity verifySlice(const SignedSlice& slice, const BoundFiles* files, AnchorSource& anchors) {
   return atPlace(slice.place, errSecCSSignatureFailed, [&] {
     const CodeDirectory& directory = slice.strongestDirectory();
     requireConsistentDirectories(slice);
@@ -107,7 +104,6 @@ CodeIdentity verifySlice(const std::shared_ptr<const SignedCode>& code, const Si
                           .codeDirectoryHash = directory.codeDirectoryHash(),
                           .chain = verifySigner(slice, anchors)};
     verifySpecialSlots(slice, files);
-    submitPageChecks(code, slice, pool);
     return identity;
   });
 }

@@ -4,7 +4,6 @@
 #include <optional>
 #include <string>
 
-#include "platform/security/hashing_pool.hpp"
 #include "platform/security/requirement.hpp"
 #include "platform/security/signed_code.hpp"
 #include "platform/security/trust_anchors.hpp"
@@ -30,12 +29,10 @@ class AnchorSource {
   std::optional<TrustAnchors> anchors_;
 };
 
-/// Verifies the signature of one architecture and everything that its code directory binds: directly the
-/// components, as steps of the pool the pages. `files` are those of the bundle, or null for code that is a
-/// file by itself.
+/// Verifies the signature of one architecture and the components that its code directory covers, but not the
+/// pages. `files` are those of the bundle, or null for code that is a file by itself.
 ///
-/// Returns what the signature says. Throws `SecurityError`, and so do the steps.
-CodeIdentity verifySlice(const std::shared_ptr<const SignedCode>& code, const SignedSlice& slice,
-                         const BoundFiles* files, AnchorSource& anchors, HashingPool& pool);
+/// Returns what the signature says. Throws `SecurityError`.
+CodeIdentity verifySlice(const SignedSlice& slice, const BoundFiles* files, AnchorSource& anchors);
 
 }  // namespace platform

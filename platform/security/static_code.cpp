@@ -65,12 +65,17 @@ void StaticCode::checkValidity(const Requirement* requirement, const URL& anchor
   checked_.reset();
   atPlace(quoted(location_.path()), errSecCSSignatureFailed, [&] {
     CodeCheck check(anchorsDirectory);
-    const std::vector<CheckedCode> codes = check.check(parentOf(location_), location_.lastPathComponent());
+    std::optional<SigningInformation> information;
+    const auto accept = [&](const CheckedCode& code) {
+      if (requirement != nullptr)
+        requireSatisfied(code, *requirement, errSecCSReqFailed);
+      const CodeIdentity& identity = code.identities.front();
+      if (!information)
+        information = {identity.identifier, identity.teamIdentifier};
+    };
+    check.check(parentOf(location_), location_.lastPathComponent(), accept);
     check.finish();
-    if (requirement != nullptr)
-      requireSatisfied(codes, *requirement, errSecCSReqFailed);
-    const CodeIdentity& identity = codes.front().identities.front();
-    checked_ = SigningInformation{identity.identifier, identity.teamIdentifier};
+    checked_ = std::move(information);
   });
 }
 

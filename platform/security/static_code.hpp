@@ -27,7 +27,10 @@ class StaticCode {
   /// seals, nested code included, and satisfies the requirement, if one is given. Code that certificates
   /// vouch for has to lead to a root in `anchorsDirectory`; code signed ad hoc has none.
   ///
-  /// Throws `SecurityError`, of the status `errSecCSReqFailed` when the requirement alone is not satisfied.
+  /// Throws `SecurityError`, of the status `errSecCSReqFailed` when the signature is valid and the
+  /// requirement is not satisfied. What a bundle's signature seals is not compared then: a bundle of another
+  /// signer costs no more than its signature, and one that is damaged besides is reported as not the expected
+  /// one.
   void checkValidity(const Requirement* requirement, const URL& anchorsDirectory);
 
   /// Of the code that was checked last; else read from the disk and not verified. Throws `SecurityError`.

@@ -10,6 +10,17 @@ namespace {
   throw FormatError("its time stamp is not valid");
 }
 
+/// The context owns, and frees, what it gets.
+void fill(TS_VERIFY_CTX* context, openssl::Bio data, openssl::Store store) {
+#if OPENSSL_VERSION_PREREQ(3, 4)
+  ::TS_VERIFY_CTX_set0_data(context, data.release());
+  ::TS_VERIFY_CTX_set0_store(context, store.release());
+#else
+  ::TS_VERIFY_CTX_set_data(context, data.release());
+  ::TS_VERIFY_CTX_set_store(context, store.release());
+#endif
+}
+
 void verifyToken(const ASN1_TYPE* value, std::string_view stamped, const TrustAnchors& anchors) {
   if (value == nullptr || value->type != V_ASN1_SEQUENCE)
     refuse();
@@ -20,9 +31,7 @@ void verifyToken(const ASN1_TYPE* value, std::string_view stamped, const TrustAn
   if (!token || !context)
     refuse();
   ::TS_VERIFY_CTX_set_flags(context.get(), TS_VFY_VERSION | TS_VFY_SIGNATURE | TS_VFY_DATA);
-  // The context frees the stream and the store.
-  ::TS_VERIFY_CTX_set_data(context.get(), openssl::bytesStream(stamped).release());
-  ::TS_VERIFY_CTX_set_store(context.get(), anchorStore(anchors).release());
+  fill(context.get(), openssl::bytesStream(stamped), anchorStore(anchors));
   if (::TS_RESP_verify_token(context.get(), token.get()) != 1)
     refuse();
 }

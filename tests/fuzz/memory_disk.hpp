@@ -27,6 +27,7 @@ class MemoryDisk : public platform::hdiutil::Disk {
     std::fill(end, buffer.end(), '\0');
   }
   void take(std::uint64_t offset, std::span<char> buffer) override { read(offset, buffer); }
+  void skip(std::uint64_t) override {}
   void finish() override {}
 
  private:

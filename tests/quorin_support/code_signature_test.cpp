@@ -62,6 +62,7 @@ TEST(CodeSignature, failuresThatNeedNoSignature) {
             Failure::untrusted("Unexpected bundle or team identifier."));
   EXPECT_EQ(validate(file, "no requirement"), Failure::invalid("Invalid code requirement."));
   EXPECT_EQ(validate(file, std::nullopt), Failure::invalid("\"" + file.path() + "\" is not signed at all."));
+  EXPECT_EQ(Failure::unreadable().errorDescription(), "Could not read code signature.");
 }
 
 /// An installation of its own, which trusts a chain's root, with a program that passes on to the

@@ -33,6 +33,8 @@ class CommandRunnerTest : public testing::Test {
     try {
       run(script, timeout);
       return "result";
+    } catch (const CommandRunner::Failure& failure) {
+      return failure.errorDescription().value();
     } catch (const platform::Error& error) {
       return error.localizedDescription();
     }

@@ -82,6 +82,7 @@ void writeResources(const fs::path& resources) {
   writeScript(resources / "tool.sh", "#!/bin/sh\nexit 0\n");
   fs::create_symlink("deep/deeper/deepest/file.txt", resources / "link to file.txt");
   fs::create_directory_symlink("deep", resources / "link to directory");
+  fs::create_symlink("/etc/passwd", resources / "link to a place outside");
 }
 
 void writeMainExecutable(const fs::path& path, const SampleOptions& options) {
@@ -136,6 +137,13 @@ fs::path makeSampleApplication(const fs::path& parent, const SampleOptions& opti
   writeMachO(contents / "PlugIns/Sample.bundle/Contents/MacOS/Sample", MachOKind::loadableBundle);
   writeInfoPlist(contents / "PlugIns/Sample.bundle/Contents/Info.plist", identifier + ".plugin", "Sample",
                  "1.0", "1");
+  writeMachO(contents / "PlugIns/Object.bundle/Contents/MacOS/Object", MachOKind::objectFile,
+             {Architecture::x86_64});
+  writeInfoPlist(contents / "PlugIns/Object.bundle/Contents/Info.plist", identifier + ".object", "Object",
+                 "1.0", "1");
+  writeInfoPlist(contents / "PlugIns/Icons.bundle/Contents/Info.plist", identifier + ".icons", "", "1.0",
+                 "1");
+  writeFile(contents / "PlugIns/Icons.bundle/Contents/Resources/icon.png", "icon");
   writeNestedBundle(contents / "PlugIns/Share.appex", identifier + ".share");
   writeNestedBundle(contents / "XPCServices/com.example.sample.service.xpc", identifier + ".service");
   writeNestedBundle(contents / "Library/LoginItems/Agent.app", identifier + ".agent");
@@ -146,14 +154,16 @@ fs::path makeSampleApplication(const fs::path& parent, const SampleOptions& opti
 
 void writeInfoPlist(const fs::path& path, std::string_view identifier, std::string_view executable,
                     std::string_view shortVersion, std::string_view version) {
-  const platform::PropertyList list(
-      platform::PropertyList::Dictionary{{"CFBundleIdentifier", std::string(identifier)},
-                                         {"CFBundleExecutable", std::string(executable)},
-                                         {"CFBundleName", std::string(executable)},
-                                         {"CFBundlePackageType", "APPL"},
-                                         {"CFBundleShortVersionString", std::string(shortVersion)},
-                                         {"CFBundleVersion", std::string(version)}});
-  writeFile(path, platform::NSPropertyListSerialization::dataWithPropertyList(list).bytes());
+  platform::PropertyList::Dictionary list{{"CFBundleIdentifier", std::string(identifier)},
+                                          {"CFBundleName", std::string(executable)},
+                                          {"CFBundlePackageType", "APPL"},
+                                          {"CFBundleShortVersionString", std::string(shortVersion)},
+                                          {"CFBundleVersion", std::string(version)}};
+  if (!executable.empty())
+    list.emplace("CFBundleExecutable", std::string(executable));
+  writeFile(path, platform::NSPropertyListSerialization::dataWithPropertyList(
+                      platform::PropertyList(std::move(list)))
+                      .bytes());
 }
 
 }  // namespace test

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,6 +34,11 @@ class SampleChain {
 
 enum class SampleExecutable { script, machO };
 
+/// Part of a test's name.
+inline void PrintTo(SampleExecutable executable, std::ostream* stream) {
+  *stream << (executable == SampleExecutable::script ? "script" : "Mach-O");
+}
+
 struct SampleOptions {
   std::string name = "Sample Application";
   std::string identifier = "com.example.sample";
@@ -45,9 +51,10 @@ struct SampleOptions {
 
 /// Builds the unsigned application `<name>.app` in `parent` and returns its path. It holds one of everything
 /// that a signature deals with: a framework with versions, links and another framework inside, libraries, a
-/// helper tool, services and extensions, a login item, a system extension that is sealed file by file,
-/// debugging symbols, localised and omitted files, a relative link, a provisioning profile, a notarization
-/// ticket, empty and executable files, and names with blanks and characters outside ASCII.
+/// helper tool, services, extensions and a bundle of resources, a login item, a system extension that is
+/// sealed file by file, debugging symbols, localised and omitted files, a relative link, a provisioning
+/// profile, a notarization ticket, empty and executable files, and names with blanks and characters outside
+/// ASCII.
 std::filesystem::path makeSampleApplication(const std::filesystem::path& parent,
                                             const SampleOptions& options = {});
 
@@ -55,7 +62,7 @@ std::filesystem::path makeSampleApplication(const std::filesystem::path& parent,
 std::filesystem::path makePlainApplication(const std::filesystem::path& parent,
                                            const SampleOptions& options = {});
 
-/// Writes a bundle's property list.
+/// Writes a bundle's property list; without `executable`, that of a bundle of resources.
 void writeInfoPlist(const std::filesystem::path& path, std::string_view identifier,
                     std::string_view executable, std::string_view shortVersion, std::string_view version);
 

@@ -1,6 +1,9 @@
+#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <set>
+#include <sstream>
 
 #include "tests/whole/whole_update.hpp"
 
@@ -14,14 +17,60 @@ class CompleteUpdateTest : public test::WholeUpdateTest {
 };
 
 TEST_F(CompleteUpdateTest, TheNewApplicationStandsAndRuns) {
+  // An icon that the user gave the installed application.
+  test::writeFile(target / "Icon\r", "");
   expectUpdated(run());
 }
 
-TEST_F(CompleteUpdateTest, NoConfigurationThatTheEnvironmentNamesIsRead) {
-  // With this one, the library would know no digest.
-  test::writeFile(home / "configuration",
-                  "openssl_conf = a\n[a]\nproviders = b\n[b]\nbase = c\n[c]\nactivate = 1\n");
-  expectUpdated(run([this] { ::setenv("OPENSSL_CONF", (home / "configuration").c_str(), 1); }));
+/// The libraries' own configuration files, debugging output and choice of instructions are such variables.
+TEST_F(CompleteUpdateTest, NoVariableIsReadAndAllArePassedOn) {
+  // As with the meddler, the build tree may be hidden from the updater, or have a blank in its path.
+  const fs::path recorder = home / "librecorder.so";
+  fs::copy_file(test::buildPrefix() / "tests/libenvironment_recorder.so", recorder);
+  std::set<std::string> variables;
+  const auto recorded = [&] {
+    const auto outcome = run([&] {
+      ::clearenv();
+      for (const std::string& name : variables)
+        ::setenv(name.c_str(), "1", 1);
+      ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
+      ::setenv("LD_PRELOAD", recorder.c_str(), 1);
+    });
+    EXPECT_EQ(starts(1), std::vector<std::string>{"2.0"});
+    std::istringstream lines;
+    if (!fs::exists(temporary / "environment"))
+      return lines;
+    lines.str(test::readFile(temporary / "environment"));
+    fs::remove(temporary / "environment");
+    expectUpdated(outcome);
+    return lines;
+  };
+  const std::set<std::string> ours{"QuorinOstrevalUpdater", "hdiutil", "ditto", "open"};
+  std::string program;
+  std::string verb;
+  std::string object;
+  for (auto lines = recorded(); lines >> program >> verb >> object;)
+    if (ours.contains(program) && verb == "asks")
+      variables.insert(object);
+  if (variables.empty())
+    GTEST_SKIP() << "the system preloads no recorder here";
+  EXPECT_TRUE(variables.contains("OPENSSL_ia32cap") && variables.contains("EXPAT_ENTROPY_DEBUG"));
+  fs::remove(home / "starts");
+  offer(sample("2.0"));
+  std::set<std::string> seen;
+  for (auto lines = recorded(); lines >> program >> verb >> object;) {
+    if (!ours.contains(program)) {
+      EXPECT_TRUE(verb != "has" || std::stoul(object) >= variables.size() + 2)
+          << program << " has " << object;
+      seen.insert(verb == "has" ? "the application" : "");
+    } else {
+      EXPECT_TRUE(verb == "asks" || (verb == "has" && object == "0"))
+          << program << ' ' << verb << ' ' << object;
+      seen.insert(program);
+    }
+  }
+  EXPECT_THAT(seen, testing::IsSupersetOf(ours));
+  EXPECT_TRUE(seen.contains("the application"));
 }
 
 TEST_F(CompleteUpdateTest, ARelativeTargetAndADigestInUpperCase) {

@@ -200,6 +200,12 @@ TEST_F(FailedUpdateTest, WhereTakingBackFailsThePreviousApplicationStaysHidden) 
   expectPreviousBeside();
 }
 
+TEST_F(FailedUpdateTest, ASwapThatIsReportedAndNotMadeLosesNothing) {
+  offerUpdate();
+  expectRefused(runMeddling({{"MEDDLER_PRETENDS_EXCHANGE", "yes"}}),
+                kInvalid + "Version does not match the update feed.");
+}
+
 TEST_F(FailedUpdateTest, ANewApplicationThatDoesNotStart) {
   offer(sample("broken"));
   expectRefused(run(), kNotReplaced + "The application \"" + target.native() +

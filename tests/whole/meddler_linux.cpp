@@ -10,10 +10,24 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
+#include <iterator>
+#include <string>
 
 namespace {
 
+/// A variable that the program was started with; its own environment is empty by now.
+const char* setting(const std::string& name) {
+  static const std::string variables = [] {
+    std::ifstream file("/proc/self/environ", std::ios::binary);
+    return std::string(1, '\0') + std::string(std::istreambuf_iterator<char>(file), {});
+  }();
+  const auto place = variables.find('\0' + name + '=');
+  return place == std::string::npos ? nullptr : variables.c_str() + place + name.size() + 2;
+}
+
 bool swapped = false;
+bool pretended = false;
 
 }  // namespace
 
@@ -22,16 +36,20 @@ extern "C" int renameat2(int oldDirectory, const char* oldName, int newDirectory
   using Rename = int (*)(int, const char*, int, const char*, unsigned);
   static const auto real = reinterpret_cast<Rename>(::dlsym(RTLD_NEXT, "renameat2"));
   const bool isExchange = (flags & RENAME_EXCHANGE) != 0;
-  if (swapped && std::getenv("MEDDLER_FAILS_RENAMES") != nullptr) {
+  if (swapped && setting("MEDDLER_FAILS_RENAMES") != nullptr) {
     errno = EIO;
     return -1;
   }
-  if (isExchange && std::getenv("MEDDLER_KNOWS_NO_EXCHANGE") != nullptr) {
+  if (isExchange && setting("MEDDLER_KNOWS_NO_EXCHANGE") != nullptr) {
     errno = EINVAL;
     return -1;
   }
+  if (isExchange && !pretended && setting("MEDDLER_PRETENDS_EXCHANGE") != nullptr) {
+    pretended = true;
+    return 0;
+  }
   const int result = real(oldDirectory, oldName, newDirectory, newName, flags);
-  const char* const victim = std::getenv("MEDDLER_CHANGES");
+  const char* const victim = setting("MEDDLER_CHANGES");
   if (result == 0 && isExchange && victim != nullptr && !swapped) {
     const int file = ::open(victim, O_WRONLY | O_APPEND);
     if (file < 0 || ::write(file, "x", 1) != 1)
@@ -45,7 +63,7 @@ extern "C" int renameat2(int oldDirectory, const char* oldName, int newDirectory
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
   using Look = int (*)(clockid_t, timespec*);
   static const auto real = reinterpret_cast<Look>(::dlsym(RTLD_NEXT, "clock_gettime"));
-  static const char* const jump = std::getenv("MEDDLER_SETS_CLOCK");
+  static const char* const jump = setting("MEDDLER_SETS_CLOCK");
   const int result = real(clock, time);
   if (jump != nullptr && clock == CLOCK_REALTIME) {
     // Each look finds it set once more.

@@ -132,8 +132,12 @@ Outcome WholeUpdateTest::run(const std::function<void()>& prepare) {
 }
 
 Outcome WholeUpdateTest::runMeddling(const std::map<std::string, std::string>& settings) {
-  return run([&settings] {
-    ::setenv("LD_PRELOAD", (buildPrefix() / "tests/libmeddler.so").c_str(), 1);
+  // The build tree may be below "/tmp", which the updater does not see, or have a blank in its path, which
+  // would split the variable.
+  const fs::path meddler = home / "libmeddler.so";
+  fs::copy_file(buildPrefix() / "tests/libmeddler.so", meddler, fs::copy_options::overwrite_existing);
+  return run([&] {
+    ::setenv("LD_PRELOAD", meddler.c_str(), 1);
     ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
     for (const auto& [name, value] : settings)
       ::setenv(name.c_str(), value.c_str(), 1);

@@ -3,11 +3,12 @@
 //   judge_code PATH IDENTIFIER            ... with a Developer ID, under this identifier?
 //   judge_code PATH IDENTIFIER TEAM       ... of this team?
 //   judge_code PATH --requirement TEXT    does it satisfy this requirement?
-// One line on standard output. The exit status is 0 for code that is accepted, 1 for refused code, 2 for a
-// wrong call.
+// One line on standard output: the verdict, or, with --status before PATH, the status of the check as a
+// number. The exit status is 0 for code that is accepted, 1 for refused code, 2 for a wrong call.
 #include <iostream>
 
 #include "platform/foundation/process_info.hpp"
+#include "platform/security/security.hpp"
 #include "support/code_signature.hpp"
 
 namespace {
@@ -30,20 +31,51 @@ std::string judge(const std::vector<std::string>& arguments) {
          info.teamIdentifier.value_or("(none)");
 }
 
+/// Why `judge` refuses the code.
+platform::OSStatus statusOfRefusal(const std::vector<std::string>& arguments) {
+  const URL path = URL::fileURLWithPath(arguments[1]);
+  const auto object = platform::SecStaticCodeCreateWithPath(path, platform::kSecCSDefaultFlags);
+  if (object.status != platform::errSecSuccess)
+    return object.status;
+  platform::SecRequirementResult requirement;
+  if (arguments.size() == 4 && arguments[2] == "--requirement")
+    requirement = platform::SecRequirementCreateWithString(arguments[3], platform::kSecCSDefaultFlags);
+  if (arguments.size() == 4 && arguments[2] != "--requirement") {
+    const auto developerID = CodeSignature::developerIDRequirement(arguments[2], arguments[3]);
+    if (!developerID)
+      return platform::errSecCSReqFailed;
+    requirement = platform::SecRequirementCreateWithString(*developerID, platform::kSecCSDefaultFlags);
+  }
+  if (requirement.status != platform::errSecSuccess)
+    return requirement.status;
+  constexpr platform::SecCSFlags kFlags = platform::kSecCSCheckAllArchitectures |
+                                          platform::kSecCSCheckNestedCode | platform::kSecCSStrictValidate;
+  const auto validity =
+      platform::SecStaticCodeCheckValidityWithErrors(object.code, kFlags, requirement.requirement);
+  // Valid code was refused for its identifier or its team.
+  return validity.status == platform::errSecSuccess ? platform::errSecCSReqFailed : validity.status;
+}
+
 }  // namespace
 
 int main() {
+  std::vector<std::string> arguments = platform::ProcessInfo::arguments();
+  const bool asNumber = arguments.size() > 1 && arguments[1] == "--status";
+  if (asNumber)
+    arguments.erase(arguments.begin() + 1);
+  if (arguments.size() < 2 || arguments.size() > 4) {
+    std::cerr << "usage: judge_code [--status] PATH [IDENTIFIER [TEAM] | --requirement TEXT]\n";
+    return 2;
+  }
   try {
-    const std::vector<std::string> arguments = platform::ProcessInfo::arguments();
-    if (arguments.size() < 2 || arguments.size() > 4) {
-      std::cerr << "usage: judge_code PATH [IDENTIFIER [TEAM] | --requirement TEXT]\n";
-      return 2;
-    }
     const std::string verdict = judge(arguments);
-    std::cout << "accepted: " << verdict << '\n';
+    std::cout << (asNumber ? "0" : "accepted: " + verdict) << '\n';
     return 0;
   } catch (const platform::Error& error) {
-    std::cout << "refused: " << error.localizedDescription() << '\n';
+    if (asNumber)
+      std::cout << statusOfRefusal(arguments) << '\n';
+    else
+      std::cout << "refused: " << error.localizedDescription() << '\n';
     return 1;
   }
 }

@@ -25,9 +25,10 @@ BundleLayout readLayout(const URL& content, const URL& infoPlist, const URL& exe
     return string == nullptr ? std::string() : *string;
   };
   const std::string executable = text("CFBundleExecutable");
-  if (executable.empty() || executable.find('/') != std::string::npos)
-    throw platform::Error(platform::quoted(infoPlist.path()) + " does not name a main executable.");
-  return {content, infoPlist, executableDirectory.appendingPathComponent(executable),
+  if (executable.find('/') != std::string::npos)
+    throw platform::Error(platform::quoted(infoPlist.path()) + " names an impossible main executable.");
+  return {content, infoPlist,
+          executable.empty() ? infoPlist : executableDirectory.appendingPathComponent(executable),
           text("CFBundleIdentifier")};
 }
 

@@ -14,7 +14,7 @@ struct BundleLayout {
   /// The directory that paths of the resource seal are relative to.
   platform::URL content;
   platform::URL infoPlist;
-  platform::URL mainExecutable;
+  platform::URL mainExecutable;  ///< the property list itself where it names none
   /// From the property list; empty where it has none.
   std::string identifier;
 };

@@ -18,8 +18,8 @@ namespace {
 
 constexpr const char* kCountry = "US";
 constexpr const char* kAuthorityName = "Throw-away Certificates for Tests";
-/// Of no registered meaning.
-constexpr const char* kUnknownExtension = "1.3.6.1.4.1.55555.1.1";
+/// Of no known meaning, in an arc beside that of the platform's own extensions.
+constexpr const char* kUnknownExtension = "1.2.840.113635.100.5.99";
 
 struct Validity {
   const char* from;
@@ -152,11 +152,22 @@ CertificateRequest intermediateRequest(ChainDefect defect) {
   } else if (defect != ChainDefect::intermediateWithoutExtension) {
     request.markers.push_back(kIntermediateExtension);
   }
-  if (defect == ChainDefect::leafExtensionInIntermediate)
-    request.markers.push_back(kLeafExtension);
   if (defect == ChainDefect::unknownCriticalExtensionInIntermediate)
     request.markers.push_back(kUnknownExtension);
   return request;
+}
+
+std::vector<const char*> leafMarkers(LeafKind kind) {
+  switch (kind) {
+    case LeafKind::kernelExtensions:
+      return {kLeafExtension, kKernelExtensionLeafExtension};
+    case LeafKind::store:
+      return {kStoreLeafExtension};
+    case LeafKind::development:
+      return {kDevelopmentLeafExtension};
+    default:
+      return {kLeafExtension};
+  }
 }
 
 CertificateRequest leafRequest(const ChainOptions& options, ChainDefect defect) {
@@ -176,9 +187,7 @@ CertificateRequest leafRequest(const ChainOptions& options, ChainDefect defect) 
                                                          ? "critical,emailProtection"
                                                          : "critical,codeSigning"});
   if (defect != ChainDefect::leafWithoutExtension)
-    request.markers.push_back(kLeafExtension);
-  if (defect == ChainDefect::intermediateExtensionInLeaf)
-    request.markers.push_back(kIntermediateExtension);
+    request.markers = leafMarkers(options.leaf);
   if (defect == ChainDefect::unknownCriticalExtensionInLeaf)
     request.markers.push_back(kUnknownExtension);
   return request;

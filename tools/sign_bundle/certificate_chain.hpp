@@ -20,9 +20,6 @@ enum class ChainDefect {
   none,
   intermediateWithoutExtension,
   leafWithoutExtension,
-  /// The leaf carries the intermediate's private extension besides its own, or the other way round.
-  intermediateExtensionInLeaf,
-  leafExtensionInIntermediate,
   leafWithoutCodeSigningUsage,
   /// The leaf says of no usage that it is meant for it.
   leafWithoutUsage,
@@ -44,10 +41,20 @@ enum class ChainDefect {
   expired,
 };
 
+/// What a leaf is for, by the private extensions that mark it.
+enum class LeafKind {
+  developerID,
+  /// A Developer ID whose owner may sign kernel extensions as well.
+  kernelExtensions,
+  store,
+  development,
+};
+
 struct ChainOptions {
   std::string team;
   std::string name = "Sample Developer";
   KeyKind keys = KeyKind::rsa;
+  LeafKind leaf = LeafKind::developerID;
   ChainDefect defect = ChainDefect::none;
 };
 

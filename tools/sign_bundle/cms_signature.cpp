@@ -2,7 +2,10 @@
 
 #include <openssl/asn1t.h>
 
+#include <array>
 #include <ctime>
+#include <numeric>
+#include <set>
 
 #include "platform/foundation/property_list.hpp"
 #include "tools/sign_bundle/code_directory.hpp"
@@ -123,6 +126,56 @@ void addTimeStamp(CMS_SignerInfo& signer, std::string_view bytes, const Signer& 
   succeeded(::CMS_unsigned_add1_attr(&signer, token.get()), "Adding the time stamp");
 }
 
+std::string setHeader(std::size_t length) {
+  std::array<unsigned char, 8> bytes{};
+  unsigned char* end = bytes.data();
+  ::ASN1_put_object(&end, 1, static_cast<int>(length), V_ASN1_SET, V_ASN1_UNIVERSAL);
+  return {bytes.data(), end};
+}
+
+/// A signature value of exactly that length; those of elliptic curves vary by a few bytes.
+std::string signatureOfLength(std::size_t length, std::string_view bytes, EVP_PKEY* key) {
+  std::string value;
+  do {
+    const auto context = checked<DigestContext>(::EVP_MD_CTX_new(), kStep);
+    auto size = static_cast<std::size_t>(::EVP_PKEY_get_size(key));
+    value.resize(size);
+    succeeded(::EVP_DigestSignInit(context.get(), nullptr, ::EVP_sha256(), nullptr, key), kStep);
+    succeeded(::EVP_DigestSign(context.get(), reinterpret_cast<unsigned char*>(value.data()), &size,
+                               unsignedBytes(bytes), bytes.size()),
+              kStep);
+    value.resize(size);
+  } while (value.size() != length);
+  return value;
+}
+
+void replaceOnce(std::string& text, const std::string& part, const std::string& replacement) {
+  const std::size_t place = text.find(part);
+  if (place == std::string::npos)
+    throw platform::Error("The signature's attributes are not where they were expected.");
+  text.replace(place, part.size(), replacement);
+}
+
+/// The encoded message with the values of the digests' attribute in descending order, signed again. The
+/// library cannot write it: it sorts them.
+std::string withUnsortedDigests(std::string message, CMS_SignerInfo& signer, EVP_PKEY* key,
+                                const std::vector<SignedCodeDirectory>& directories) {
+  std::multiset<std::string> encodings;
+  for (int index = 0; index < ::CMS_signed_get_attr_count(&signer); ++index)
+    encodings.insert(encoded(*::CMS_signed_get_attr(&signer, index), ::i2d_X509_ATTRIBUTE, kStep));
+  const std::string sorted = std::accumulate(encodings.begin(), encodings.end(), std::string());
+  std::multiset<std::string> digests;
+  for (const SignedCodeDirectory& directory : directories)
+    digests.insert(namedDigest(directory));
+  std::string unsorted = sorted;
+  replaceOnce(unsorted, std::accumulate(digests.begin(), digests.end(), std::string()),
+              std::accumulate(digests.rbegin(), digests.rend(), std::string()));
+  replaceOnce(message, sorted, unsorted);
+  const std::string value = signatureValueOf(signer);
+  replaceOnce(message, value, signatureOfLength(value.size(), setHeader(unsorted.size()) + unsorted, key));
+  return message;
+}
+
 }  // namespace
 
 std::string signCodeDirectories(const std::vector<SignedCodeDirectory>& directories,
@@ -157,7 +210,10 @@ std::string signCodeDirectories(const std::vector<SignedCodeDirectory>& director
   if (defect == SignatureDefect::otherTimeStamp)
     // The longer attribute comes to stand behind a good one.
     addTimeStamp(*signer, value + "other", identity.timeStampAuthority, moment, 2);
-  return encoded(*message, ::i2d_CMS_ContentInfo, kStep);
+  std::string result = encoded(*message, ::i2d_CMS_ContentInfo, kStep);
+  return defect == SignatureDefect::unsortedDigests
+             ? withUnsortedDigests(std::move(result), *signer, identity.leaf.key.get(), directories)
+             : result;
 }
 
 }  // namespace sign_bundle

@@ -31,6 +31,9 @@ enum class SignatureDefect {
   otherContentType,
   /// A time stamp, the second if there is one already, is over something else.
   otherTimeStamp,
+  /// The attribute of digests has its values in descending order, as signing tools wrote it from 2018 to
+  /// 2020. Not together with a time stamp.
+  unsortedDigests,
 };
 
 struct MessageOptions {

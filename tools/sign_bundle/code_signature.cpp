@@ -14,7 +14,7 @@ constexpr std::size_t kRoomForSignature = std::size_t{12} * 1024;
 constexpr std::size_t kRoomForBlobIndex = 256;
 
 /// Components that travel in the signature and not as files of their own.
-constexpr std::array kEmbeddedSlots = {slot::kRequirements, slot::kEntitlements};
+constexpr std::array kEmbeddedSlots = {slot::kRequirements, slot::kEntitlements, slot::kLater};
 
 Requirement designatedRequirement(const std::string& identifier, const SigningIdentity& identity) {
   return identity.isDeveloperID ? developerIDRequirement(identifier, identity.team)

@@ -25,6 +25,7 @@ constexpr unsigned kPageExponentArm64 = 14;
 /// Version 14.0 of the system.
 constexpr std::uint32_t kRuntimeVersion = 0x0E0000;
 constexpr std::size_t kSignatureAlignment = 16;
+constexpr std::size_t kBlobHeaderSize = 8;
 constexpr const char* kSignatureDirectory = "_CodeSignature";
 
 /// The files that hold a signature's components where the main executable cannot.
@@ -32,6 +33,7 @@ std::map<std::uint32_t, std::string> componentFiles() {
   return {{slot::kCodeDirectory, "CodeDirectory"},
           {slot::kRequirements, "CodeRequirements"},
           {slot::kEntitlements, "CodeEntitlements"},
+          {slot::kAlternateCodeDirectory, "CodeRequirements-1"},
           {slot::kSignature, "CodeSignature"}};
 }
 
@@ -54,8 +56,10 @@ void writeComponentFiles(const URL& directory, const Components& components) {
   for (const auto& [slot, blob] : components) {
     const auto name = files.find(slot);
     if (name == files.end())
-      throw platform::Error("Only a Mach-O file can be signed with several digests.");
-    writeFile(directory.appendingPathComponent(name->second), blob);
+      throw platform::Error("Only a Mach-O file can be signed like this.");
+    // The message has a file of its own without the header that it needs among other components.
+    const std::size_t header = slot == slot::kSignature ? kBlobHeaderSize : 0;
+    writeFile(directory.appendingPathComponent(name->second), blob.substr(header));
   }
 }
 
@@ -175,6 +179,8 @@ CodeDescription CodeSigner::describe(const std::string& identifier, Role role) c
   code.specialSlots[slot::kRequirements] = requirementSet(identifier, identity_);
   if (options_.entitlements && role == Role::outermost)
     code.specialSlots[slot::kEntitlements] = makeBlob(magic::kEntitlements, options_.entitlements->bytes());
+  if (options_.laterComponent)
+    code.specialSlots[slot::kLater] = makeBlob(magic::kLater, options_.laterComponent->bytes());
   return code;
 }
 

@@ -19,6 +19,8 @@ struct SigningOptions {
   bool withoutRequirements = false;
   /// A property list, for main executables only.
   std::optional<platform::Data> entitlements;
+  /// The payload of a component in a slot that is not known, as later systems have them. For Mach-O files.
+  std::optional<platform::Data> laterComponent;
   /// The power of two that is a page's size. By default 14 for arm64 slices and 12 for everything else.
   std::optional<unsigned> pageSizeExponent;
 };

@@ -12,6 +12,8 @@ constexpr std::uint32_t kCodeDirectory = 0xFADE0C02;
 constexpr std::uint32_t kEmbeddedSignature = 0xFADE0CC0;
 constexpr std::uint32_t kEntitlements = 0xFADE7171;
 constexpr std::uint32_t kWrapper = 0xFADE0B01;
+/// Of no known component.
+constexpr std::uint32_t kLater = 0xFADE9999;
 }  // namespace magic
 
 namespace slot {
@@ -20,6 +22,7 @@ constexpr std::uint32_t kInfoPlist = 1;
 constexpr std::uint32_t kRequirements = 2;
 constexpr std::uint32_t kCodeResources = 3;
 constexpr std::uint32_t kEntitlements = 5;
+constexpr std::uint32_t kLater = 12;
 constexpr std::uint32_t kAlternateCodeDirectory = 0x1000;
 constexpr std::uint32_t kSignature = 0x10000;
 }  // namespace slot
@@ -38,6 +41,9 @@ constexpr std::uint32_t kDesignatedRequirement = 3;
 /// Names of the platform's own certificate extensions and signed attributes.
 constexpr const char* kIntermediateExtension = "1.2.840.113635.100.6.2.6";
 constexpr const char* kLeafExtension = "1.2.840.113635.100.6.1.13";
+constexpr const char* kKernelExtensionLeafExtension = "1.2.840.113635.100.6.1.18";
+constexpr const char* kStoreLeafExtension = "1.2.840.113635.100.6.1.7";
+constexpr const char* kDevelopmentLeafExtension = "1.2.840.113635.100.6.1.12";
 constexpr const char* kCodeDirectoryHashList = "1.2.840.113635.100.9.1";
 constexpr const char* kCodeDirectoryDigests = "1.2.840.113635.100.9.2";
 /// RFC 3161, appendix A: the time stamp token of a signature.

@@ -31,6 +31,7 @@ constexpr std::uint32_t kLoadDynamicLinker = 0x0E;
 constexpr std::uint32_t kBuildVersion = 0x32;
 constexpr std::uint32_t kMain = 0x80000028;
 
+constexpr std::uint32_t kObjectFile = 1;
 constexpr std::uint32_t kExecutable = 2;
 constexpr std::uint32_t kDynamicLibrary = 6;
 constexpr std::uint32_t kLoadableBundle = 8;

@@ -69,8 +69,10 @@ bool MachOImage::isMachO(std::string_view bytes) {
   const std::uint64_t little = read(bytes, 0, 4, std::endian::little);
   if (big == mach_o::kFatMagic || big == mach_o::kFatMagic64)
     return read(bytes, 4, 4, std::endian::big) <= mach_o::kMostArchitectures;
-  return big == mach_o::kMagic32 || big == mach_o::kMagic64 || little == mach_o::kMagic32 ||
-         little == mach_o::kMagic64;
+  const bool isBig = big == mach_o::kMagic32 || big == mach_o::kMagic64;
+  const bool isLittle = little == mach_o::kMagic32 || little == mach_o::kMagic64;
+  const std::uint64_t fileType = read(bytes, 12, 4, isBig ? std::endian::big : std::endian::little);
+  return (isBig || isLittle) && fileType != mach_o::kObjectFile;
 }
 
 bool MachOImage::isMainProgram() const {

@@ -25,18 +25,19 @@ constexpr std::size_t kLargestMachO = std::size_t{1} << 31U;
 constexpr const char* kHelp =
     R"(Signs code for tests and demonstrations, in the format of Developer ID signatures.
 
-sign_bundle make-chain DIRECTORY --team TEAM [--name NAME] [--keys rsa|ec] [--defect DEFECT]
-    DEFECT: intermediate-without-extension, leaf-without-extension,
-    intermediate-extension-in-leaf, leaf-extension-in-intermediate, leaf-without-code-signing-usage, leaf-without-usage, leaf-key-not-for-signing, leaf-with-weak-key,
-    leaf-with-two-teams, unknown-critical-extension-in-leaf, unknown-critical-extension-in-intermediate,
-    self-signed-leaf, leaf-as-issuer, path-too-long, without-intermediate, expired
+sign_bundle make-chain DIRECTORY --team TEAM [--name NAME] [--keys rsa|ec]
+    [--leaf developer-id|kernel-extensions|store|development] [--defect DEFECT]
+    DEFECT: intermediate-without-extension, leaf-without-extension, leaf-without-code-signing-usage,
+    leaf-without-usage, leaf-key-not-for-signing, leaf-with-weak-key, leaf-with-two-teams,
+    unknown-critical-extension-in-leaf, unknown-critical-extension-in-intermediate, self-signed-leaf, leaf-as-issuer,
+    path-too-long, without-intermediate, expired
 
 sign_bundle sign BUNDLE-OR-MACH-O (--chain DIRECTORY | --ad-hoc) [--identifier IDENTIFIER] [--team TEAM]
     [--hash sha256|sha1+sha256|sha384] [--sealed-hash sha256|sha1+sha256|sha1] [--page-size BYTES]
-    [--hardened-runtime] [--entitlements FILE] [--time-stamp] [--without-requirements]
+    [--hardened-runtime] [--entitlements FILE] [--later-component FILE] [--time-stamp] [--without-requirements]
     [--bind both|list|digests|none] [--defect DEFECT]
     DEFECT: two-signers, carried-content, without-signed-attributes, weak-digest, other-content-type,
-    other-time-stamp
+    other-time-stamp, unsorted-digests
 
 sign_bundle make-mach-o FILE --arch ARCHITECTURES [--kind executable|library|bundle] [--text TEXT] [--least-size BYTES]
     [--wide]
@@ -48,17 +49,21 @@ platform::URL location(const std::string& path) {
 }
 
 void runMakeChain(const std::vector<std::string>& words) {
-  const Arguments arguments(words, {}, {"--team", "--name", "--keys", "--defect"});
+  const Arguments arguments(words, {}, {"--team", "--name", "--keys", "--leaf", "--defect"});
   ChainOptions options{.team = arguments.requiredValue("--team")};
   options.name = arguments.value("--name").value_or(options.name);
   options.keys = arguments.choice<KeyKind>("--keys", {{"rsa", KeyKind::rsa}, {"ec", KeyKind::ellipticCurve}},
                                            options.keys);
+  options.leaf = arguments.choice<LeafKind>("--leaf",
+                                            {{"developer-id", LeafKind::developerID},
+                                             {"kernel-extensions", LeafKind::kernelExtensions},
+                                             {"store", LeafKind::store},
+                                             {"development", LeafKind::development}},
+                                            options.leaf);
   options.defect = arguments.choice<ChainDefect>(
       "--defect",
       {{"intermediate-without-extension", ChainDefect::intermediateWithoutExtension},
        {"leaf-without-extension", ChainDefect::leafWithoutExtension},
-       {"intermediate-extension-in-leaf", ChainDefect::intermediateExtensionInLeaf},
-       {"leaf-extension-in-intermediate", ChainDefect::leafExtensionInIntermediate},
        {"leaf-without-code-signing-usage", ChainDefect::leafWithoutCodeSigningUsage},
        {"leaf-without-usage", ChainDefect::leafWithoutUsage},
        {"leaf-key-not-for-signing", ChainDefect::leafKeyNotForSigning},
@@ -79,7 +84,7 @@ void runSign(const std::vector<std::string>& words) {
   const Arguments arguments(words,
                             {"--ad-hoc", "--hardened-runtime", "--time-stamp", "--without-requirements"},
                             {"--chain", "--identifier", "--team", "--hash", "--sealed-hash", "--page-size",
-                             "--entitlements", "--bind", "--defect"});
+                             "--entitlements", "--later-component", "--bind", "--defect"});
   const platform::URL code = location(arguments.operand("bundle or Mach-O file"));
   if (arguments.has("--ad-hoc") == arguments.has("--chain"))
     throw UsageError("Either --chain or --ad-hoc is needed.");
@@ -118,13 +123,16 @@ void runSign(const std::vector<std::string>& words) {
        {"without-signed-attributes", SignatureDefect::withoutSignedAttributes},
        {"weak-digest", SignatureDefect::weakDigest},
        {"other-content-type", SignatureDefect::otherContentType},
-       {"other-time-stamp", SignatureDefect::otherTimeStamp}},
+       {"other-time-stamp", SignatureDefect::otherTimeStamp},
+       {"unsorted-digests", SignatureDefect::unsortedDigests}},
       message.defect);
   options.team = arguments.value("--team");
   options.hardenedRuntime = arguments.has("--hardened-runtime");
   options.withoutRequirements = arguments.has("--without-requirements");
   if (const auto file = arguments.value("--entitlements"))
     options.entitlements = platform::Data::contentsOf(location(*file));
+  if (const auto file = arguments.value("--later-component"))
+    options.laterComponent = platform::Data::contentsOf(location(*file));
   CodeSigner(identity ? &*identity : nullptr, options).sign(code, arguments.value("--identifier"));
 }
 

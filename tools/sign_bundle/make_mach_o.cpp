@@ -108,6 +108,8 @@ class ImageWriter {
         return mach_o::kExecutable;
       case MachOKind::dynamicLibrary:
         return mach_o::kDynamicLibrary;
+      case MachOKind::objectFile:
+        return mach_o::kObjectFile;
       case MachOKind::loadableBundle:
         break;
     }

@@ -7,7 +7,7 @@
 namespace sign_bundle {
 
 enum class Architecture { x86_64, arm64, i386, powerPc };
-enum class MachOKind { executable, dynamicLibrary, loadableBundle };
+enum class MachOKind { executable, dynamicLibrary, loadableBundle, objectFile };
 
 struct MachOOptions {
   /// One architecture makes a thin file, several make a universal one.

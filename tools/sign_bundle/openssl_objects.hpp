@@ -31,6 +31,7 @@ using Extension = Owned<X509_EXTENSION, X509_EXTENSION_free>;
 using Attribute = Owned<X509_ATTRIBUTE, X509_ATTRIBUTE_free>;
 using ObjectIdentifier = Owned<ASN1_OBJECT, ASN1_OBJECT_free>;
 using OctetString = Owned<ASN1_OCTET_STRING, ASN1_OCTET_STRING_free>;
+using DigestContext = Owned<EVP_MD_CTX, EVP_MD_CTX_free>;
 using Stream = Owned<BIO, BIO_free_all>;
 using SignedMessage = Owned<CMS_ContentInfo, CMS_ContentInfo_free>;
 

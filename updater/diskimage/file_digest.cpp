@@ -2,7 +2,8 @@
 
 #include <memory>
 
-#include "platform/crypto/sha256.hpp"
+#include "platform/crypto/digest.hpp"
+#include "platform/foundation/bytes.hpp"
 #include "platform/foundation/file_handle.hpp"
 
 namespace QuorinOstrevalUpdater {
@@ -14,7 +15,7 @@ constexpr std::size_t kChunkSize = 1048576;
 
 std::string sha256(const platform::URL& file) {
   auto handle = platform::NSFileHandle::fileHandleForReadingFromURL(file);
-  platform::SHA256 state;
+  platform::Digest state(platform::DigestAlgorithm::sha256);
   // NOLINTNEXTLINE(modernize-avoid-c-arrays): memory that reading fills and nothing clears before
   const auto chunk = std::make_unique_for_overwrite<char[]>(kChunkSize);
   while (true) {
@@ -23,7 +24,7 @@ std::string sha256(const platform::URL& file) {
       break;
     state.update(bytes);
   }
-  return platform::hexadecimal(state.finalize());
+  return platform::hexadecimal(state.finish());
 }
 
 }  // namespace QuorinOstrevalUpdater

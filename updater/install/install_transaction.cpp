@@ -4,6 +4,7 @@
 
 #include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/file_manager.hpp"
+#include "platform/foundation/held_item.hpp"
 #include "platform/foundation/scope_exit.hpp"
 #include "platform/foundation/text.hpp"
 #include "platform/foundation/uuid.hpp"
@@ -22,6 +23,8 @@ namespace {
 
 using platform::bestEffort;
 using platform::canonicallyEquivalent;
+using platform::HeldItem;
+using platform::ItemPresence;
 using platform::ItemReplacementOptions;
 using platform::lowercased;
 using platform::NSFileManager;
@@ -57,18 +60,26 @@ void swapIn(const NSFileManager& manager, const URL& staged, const URL& target, 
   }
 }
 
+HeldItem hold(const URL& application) {
+  try {
+    return HeldItem(application);
+  } catch (const platform::Error& failure) {
+    throw InstallerError::installationFailed(failure.localizedDescription());
+  }
+}
+
 /// Puts the previous application back. What did not pass its last verification goes, whether that works or
 /// not.
-void revert(const NSFileManager& manager, const URL& target, const URL& backup) {
+void revert(const NSFileManager& manager, const URL& target, const URL& backup, const HeldItem& previous) {
   bool isRestored = false;
   bestEffort([&] {
-    if (manager.fileExistsAtPath(backup.path())) {
-      restore(target, backup);
+    if (manager.presenceOfItemAtPath(backup.path()) != ItemPresence::absent) {
+      restore(target, backup, previous);
       isRestored = true;
     }
   });
   if (!isRestored)
-    bestEffort([&] { manager.removeItemAtURL(target); });
+    bestEffort([&] { manager.removeItemAtURL(target, previous); });
 }
 
 }  // namespace
@@ -91,7 +102,8 @@ URL install(const InstallPlan& plan) {
   const std::string transaction = UUID().uuidString();
   const URL staged = directory.appendingPathComponent(".quorin-update-" + transaction + ".app");
   URL backup = directory.appendingPathComponent(".quorin-backup-" + transaction + ".app");
-  const ScopeExit removeStagedCopy([&] { manager.removeItemAtURL(staged); });
+  const HeldItem previous = hold(target);
+  const ScopeExit removeStagedCopy([&] { manager.removeItemAtURL(staged, previous); });
   copyBundle(mounted, staged);
   verifyUpdate(staged, plan);
 
@@ -99,7 +111,7 @@ URL install(const InstallPlan& plan) {
   try {
     verifyUpdate(target, plan);
   } catch (...) {
-    revert(manager, target, backup);
+    revert(manager, target, backup, previous);
     throw;
   }
   return backup;

@@ -1,5 +1,6 @@
 #include "updater/install/rollback.hpp"
 
+#include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/file_manager.hpp"
 #include "updater/install/restoration.hpp"
 #include "updater/records/installer_error.hpp"
@@ -8,10 +9,14 @@ namespace QuorinOstrevalUpdater {
 
 void rollback(const platform::URL& target, const std::optional<platform::URL>& backup) {
   const auto& manager = platform::NSFileManager::defaultManager();
-  if (!backup || !manager.fileExistsAtPath(backup->path()))
+  if (!backup || manager.presenceOfItemAtPath(backup->path()) == platform::ItemPresence::absent ||
+      manager.leadToOneItem(target, *backup))
     return;
   try {
-    restore(target, *backup);
+    // Without it the previous application still comes back, and the rejected one stays.
+    platform::HeldItem previous;
+    platform::bestEffort([&] { previous = platform::HeldItem(*backup); });
+    restore(target, *backup, previous);
   } catch (const platform::Error& failure) {
     throw InstallerError::installationFailed(
         "The new app did not launch and restoring the previous app failed: " +

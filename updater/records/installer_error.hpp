@@ -6,10 +6,9 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// Every failure that the updater itself detects. Whoever catches one looks only at its
-/// `localizedDescription()`, which is its `errorDescription()`; payloads are whole sentences or a tool's
-/// message, taken as they come.
-class InstallerError : public platform::Error {
+/// Every failure that the updater itself detects. Payloads are whole sentences or a tool's message, taken as
+/// they come.
+class InstallerError : public platform::LocalizedError {
  public:
   static InstallerError invalidDiskImage(const std::string& payload);
   static InstallerError invalidApplication(const std::string& payload);
@@ -18,10 +17,8 @@ class InstallerError : public platform::Error {
   static InstallerError parentStillRunning();
   static InstallerError checksumMismatch();
 
-  std::string errorDescription() const { return localizedDescription(); }
-
  private:
-  using Error::Error;
+  using LocalizedError::LocalizedError;
 };
 
 }  // namespace QuorinOstrevalUpdater

@@ -8,10 +8,10 @@
 
 namespace platform::hdiutil {
 
-/// Attaches an image: afterwards the tree of its first volume that holds files stands in the registry.
-/// Hands the property list that tells its device entries and the mount point to `announce`. Throws
-/// `ImageError` or `SystemError`, or what `announce` throws; then the image is not attached and nothing stays
-/// of it.
+/// Attaches an image: afterwards the registry contains the trees of all its volumes that can be read, without
+/// those that the system does not mount. Passes the property list with the device entries and mount points to
+/// `announce`. Throws `ImageError` when no volume is left, or `SystemError`, or what `announce` throws; then
+/// the image is not attached and nothing stays of it.
 void attach(const URL& url, ImageRegistry& registry,
             const std::function<void(const PropertyList&)>& announce);
 

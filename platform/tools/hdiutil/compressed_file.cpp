@@ -47,7 +47,8 @@ CompressedFile::CompressedFile(std::string attribute) : attribute_(std::move(att
   usesResourceFork_ = compression == kZlibInFork;
   isPlain_ = compression == kPlainInAttribute;
   if (compression != kZlibInAttribute && !usesResourceFork_ && !isPlain_)
-    throw ImageError("a file in its volume is compressed in a way that cannot be read here.");
+    throw UnsupportedImageError("the compression of a file in its volume (kind " +
+                                std::to_string(compression) + ")");
 }
 
 void CompressedFile::unpack(const StoredFork& resourceFork,

@@ -18,10 +18,6 @@ namespace {
 constexpr std::size_t kChunkSize = 1U << 18U;
 constexpr const char* kTemporaryName = "temporary";
 
-bool isZero(std::span<const char> bytes) {
-  return std::all_of(bytes.begin(), bytes.end(), [](char byte) { return byte == 0; });
-}
-
 void setSize(const FileDescriptor& file, std::uint64_t size) {
   if (uninterrupted([&] { return ::ftruncate(file.get(), static_cast<off_t>(size)); }) != 0)
     throw SystemError("The volume could not be stored", errno);
@@ -38,7 +34,7 @@ std::string Disk::read(std::uint64_t offset, std::uint64_t length) {
 
 FileDescriptor Disk::file(std::uint64_t offset, std::uint64_t length, const FileDescriptor& directory) {
   requireInside(offset, length);
-  requireSpace(directory, length);
+  requireSpace(directory, storedLength(offset, length));
   FileDescriptor copy = namelessFile(directory);
   setSize(copy, length);
   std::vector<char> chunk(kChunkSize);
@@ -53,7 +49,7 @@ FileDescriptor Disk::file(std::uint64_t offset, std::uint64_t length, const File
 
 void Disk::requireInside(std::uint64_t offset, std::uint64_t length) const {
   if (offset > size() || length > size() - offset)
-    throw ImageError("a volume reaches beyond the end of the disk.");
+    throw ImageError("it is damaged: a volume reaches beyond the end of its disk.");
 }
 
 RawDisk::RawDisk(FileDescriptor image) : image_(std::move(image)), size_(sizeOf(image_)) {}
@@ -86,14 +82,23 @@ FileDescriptor namelessFile(const FileDescriptor& directory) {
   return file;
 }
 
-void requireSpace(const FileDescriptor& directory, std::uint64_t length) {
+void requireSpace(const FileDescriptor& directory, std::uint64_t length, std::uint64_t items) {
   struct statvfs status {};
   if (uninterrupted([&] { return ::fstatvfs(directory.get(), &status); }) != 0)
     throw SystemError("The free space could not be found out", errno);
-  const std::uint64_t blocks = length / status.f_frsize + (length % status.f_frsize != 0 ? 1 : 0);
-  if (blocks > status.f_bavail)
-    throw ImageError("it unpacks to " + std::to_string(length) +
-                     " bytes, and there is no space left for them.");
+  // A file system without a limit of its own, such as ramfs, counts no blocks.
+  if (status.f_blocks == 0 || status.f_frsize == 0 || length == 0)
+    return;
+  const std::uint64_t available = status.f_bavail;
+  const std::uint64_t needed = length / status.f_frsize + items;
+  if (needed > available)
+    throw ImageLimitError("it needs " + std::to_string(std::max(length, needed * status.f_frsize)) +
+                          " bytes in the temporary directory, where " +
+                          std::to_string(available * status.f_frsize) + " are available.");
+}
+
+bool isZero(std::span<const char> bytes) {
+  return std::all_of(bytes.begin(), bytes.end(), [](char byte) { return byte == 0; });
 }
 
 void readAt(const FileDescriptor& file, std::uint64_t offset, std::span<char> buffer) {

@@ -27,16 +27,22 @@ class Disk {
   /// The same for bytes that are not read again. Cheapest in the order of the disk.
   virtual void take(std::uint64_t offset, std::span<char> buffer) = 0;
 
-  /// Looks at all that was not read. Only when this returns, every byte that was handed out is known to be
-  /// good.
+  /// Nothing before `offset` is read again.
+  virtual void skip(std::uint64_t offset) = 0;
+
+  /// Looks at all that was not read, after which nothing can be read. Only when this returns, every byte that
+  /// was read is known to be good.
   virtual void finish() = 0;
 
-  /// A file that holds just the bytes from `offset` on, open for reading; its size is `length`. What has to
-  /// be made for it lies in `directory` and goes with the descriptor.
+  /// A file that contains just the bytes from `offset` on, open for reading; its size is `length`. A copy
+  /// that has to be made for it is in `directory`, without a name.
   virtual FileDescriptor file(std::uint64_t offset, std::uint64_t length, const FileDescriptor& directory);
 
  protected:
   void requireInside(std::uint64_t offset, std::uint64_t length) const;
+
+  /// At most so many of these bytes are not zero. Known without reading them.
+  virtual std::uint64_t storedLength(std::uint64_t /*offset*/, std::uint64_t length) const { return length; }
 };
 
 /// An image that is the disk itself, byte by byte.
@@ -48,6 +54,7 @@ class RawDisk : public Disk {
   std::uint64_t size() const override { return size_; }
   void read(std::uint64_t offset, std::span<char> buffer) override;
   void take(std::uint64_t offset, std::span<char> buffer) override { read(offset, buffer); }
+  void skip(std::uint64_t) override {}
   void finish() override {}
   FileDescriptor file(std::uint64_t offset, std::uint64_t length, const FileDescriptor& directory) override;
 
@@ -62,8 +69,11 @@ std::uint64_t sizeOf(const FileDescriptor& file);
 /// A new file in `directory` that has no name any more, open for reading and writing.
 FileDescriptor namelessFile(const FileDescriptor& directory);
 
-/// Throws `ImageError` unless `length` more bytes fit on the file system that holds `directory`.
-void requireSpace(const FileDescriptor& directory, std::uint64_t length);
+/// Throws `ImageLimitError` unless `length` more bytes fit on the file system of `directory`, which may be
+/// any file on it, in `items` files and folders, each of which fills whole blocks.
+void requireSpace(const FileDescriptor& directory, std::uint64_t length, std::uint64_t items = 1);
+
+bool isZero(std::span<const char> bytes);
 
 /// Reads or writes the whole buffer at an offset. A file that ends earlier gives zeros.
 void readAt(const FileDescriptor& file, std::uint64_t offset, std::span<char> buffer);

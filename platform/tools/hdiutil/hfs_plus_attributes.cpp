@@ -37,7 +37,7 @@ CompressionAttributes readCompressionAttributes(HfsPlusVolume& volume, const std
     if (!wanted.contains(file) || !isNamed(key, "com.apple.decmpfs"))
       return;
     if (data.u32(0) != kInlineRecord)
-      throw ImageError("a file in its volume is compressed in a way that cannot be read here.");
+      throw UnsupportedImageError("the compression of a file in its volume (in an attribute of its own)");
     const std::string_view content = data.span(kInlineHeaderSize, data.u32(12));
     attributes.emplace(file, CompressedFile(std::string(content)));
   });

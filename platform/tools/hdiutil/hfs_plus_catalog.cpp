@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <deque>
 #include <map>
+#include <set>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -22,6 +22,8 @@ constexpr std::size_t kMostEntries = 1'000'000;
 constexpr std::int64_t kSecondsFrom1904To1970 = 2082844800;
 constexpr std::uint64_t kForkSize = 80;
 constexpr std::uint8_t kCompressedFlag = 0x20;
+constexpr std::uint16_t kHasLinkChain = 0x20;
+constexpr std::size_t kMostPathBytes = 256U << 20U;
 constexpr std::string_view kFileLinksName("\0\0\0\0HFS+ Private Data", 21);
 constexpr std::string_view kFolderLinksName = ".HFS+ Private Directory Data\r";
 
@@ -73,7 +75,7 @@ std::string readName(const ImageBytes& key, std::uint64_t offset) {
         unit(index + 1) < 0xE000)
       character = 0x10000 + ((character - 0xD800) << 10U) + (unit(++index) - 0xDC00);
     else if (character >= 0xD800 && character < 0xE000)
-      throw ImageError("the name of a file in its volume is no valid text.");
+      throw ImageError("the name of a file in its volume is not valid text.");
     appendUtf8(name, character == '/' ? ':' : character);
   }
   return name;
@@ -82,6 +84,7 @@ std::string readName(const ImageBytes& key, std::uint64_t offset) {
 HfsEntry readEntry(const ImageBytes& record, bool isFolder) {
   HfsEntry entry{};
   entry.identifier = record.u32(8);
+  entry.created = record.u32(12);
   entry.modified = std::int64_t{record.u32(16)} - kSecondsFrom1904To1970;
   const std::uint16_t mode = record.u16(42);
   entry.permissions = static_cast<std::uint16_t>(mode & 07777U);
@@ -92,14 +95,14 @@ HfsEntry readEntry(const ImageBytes& record, bool isFolder) {
   else if (!isFolder && type == kModeLink)
     entry.kind = HfsEntry::Kind::symbolicLink;
   else if (type != (isFolder ? kModeFolder : kModeFile))
-    throw ImageError("its volume holds something that is neither a file nor a folder nor a link.");
+    throw UnsupportedImageError("an entry in its volume that is neither a file nor a folder nor a link");
   if (isFolder)
     return entry;
   entry.isCompressed = (record.u8(41) & kCompressedFlag) != 0;
   if (record.startsWith(48, "hlnkhfs+"))
     entry.linkTarget = record.u32(44);
-  else if (record.startsWith(48, "fdrpMACS"))
-    throw ImageError("its volume holds a hard link to a folder.");
+  // An alias of the Finder to a folder has the same type and creator.
+  entry.isFolderLink = (record.u16(2) & kHasLinkChain) != 0 && record.startsWith(48, "fdrpMACS");
   entry.data = readHfsFork(record.part(88, kForkSize));
   entry.resource = readHfsFork(record.part(168, kForkSize));
   return entry;
@@ -112,7 +115,7 @@ class CatalogReader {
     if (type != kFolderRecord && type != kFileRecord)
       return;
     if (entries_.size() == kMostEntries)
-      throw ImageError("its volume has more than " + std::to_string(kMostEntries) + " entries.");
+      throw ImageLimitError("its volume has more than " + std::to_string(kMostEntries) + " entries.");
     HfsEntry entry = readEntry(data, type == kFolderRecord);
     entry.parent = key.u32(0);
     entry.name = readName(key, 4);
@@ -124,14 +127,16 @@ class CatalogReader {
     const auto root = std::find_if(entries_.begin(), entries_.end(),
                                    [](const HfsEntry& entry) { return entry.parent == kRootParent; });
     if (root == entries_.end() || root->identifier != kRoot || root->kind != HfsEntry::Kind::folder)
-      throw ImageError("its volume has no root folder.");
+      throw ImageError("its volume is damaged: it has no root folder.");
     HfsCatalog catalog{root->name, *root, {}, {}};
+    linkDates_.insert(root->created);
     readHardLinks();
-    std::deque<std::pair<std::uint32_t, std::string>> folders{{kRoot, ""}};
+    std::vector<std::pair<std::uint32_t, std::string>> folders{{kRoot, ""}};
     std::size_t reached = 1;
+    std::size_t pathBytes = 0;
     while (!folders.empty()) {
-      const auto [identifier, path] = std::move(folders.front());
-      folders.pop_front();
+      const auto [identifier, path] = std::move(folders.back());
+      folders.pop_back();
       for (const std::size_t index : children(identifier)) {
         HfsEntry& entry = entries_[index];
         ++reached;
@@ -140,12 +145,11 @@ class CatalogReader {
           continue;
         }
         if (!isEntryName(entry.name))
-          throw ImageError("the name of a file in its volume cannot stand in a path.");
+          throw ImageError("the name of a file in its volume cannot occur in a path.");
         resolve(entry);
         std::string place = path.empty() ? entry.name : path + "/" + entry.name;
-        // Otherwise folders in folders would take memory with the square of their number.
-        if (place.size() > kLongestPath)
-          throw ImageError("a path in its volume is longer than " + std::to_string(kLongestPath) + " bytes.");
+        pathBytes += place.size();
+        requireUsualPaths(place.size(), pathBytes);
         if (entry.kind == HfsEntry::Kind::folder)
           folders.emplace_back(entry.identifier, place);
         catalog.entries.push_back(std::move(entry));
@@ -166,6 +170,16 @@ class CatalogReader {
   }
 
  private:
+  /// Otherwise folders in folders would take memory with the square of their number.
+  static void requireUsualPaths(std::size_t length, std::size_t sum) {
+    if (length > kLongestPath)
+      throw ImageLimitError("a path in its volume is longer than " + std::to_string(kLongestPath) +
+                            " bytes.");
+    if (sum > kMostPathBytes)
+      throw ImageLimitError("the paths in its volume together are longer than " +
+                            std::to_string(kMostPathBytes) + " bytes.");
+  }
+
   void indexFolders() {
     for (std::size_t index = 0; index < entries_.size(); ++index) {
       const HfsEntry& entry = entries_[index];
@@ -183,7 +197,11 @@ class CatalogReader {
 
   void readHardLinks() {
     for (const HfsEntry& folder : entries_) {
-      if (folder.parent != kRoot || folder.kind != HfsEntry::Kind::folder || folder.name != kFileLinksName)
+      if (folder.parent != kRoot || folder.kind != HfsEntry::Kind::folder ||
+          (folder.name != kFileLinksName && folder.name != kFolderLinksName))
+        continue;
+      linkDates_.insert(folder.created);
+      if (folder.name == kFolderLinksName)
         continue;
       const auto inside = children_.find(folder.identifier);
       if (inside == children_.end())
@@ -195,11 +213,17 @@ class CatalogReader {
 
   /// A hard link takes everything but its name and place from the file that holds the content.
   void resolve(HfsEntry& entry) const {
+    // What has the type and creator of a hard link but a date of its own is a file, such as a copy of one.
+    if (!linkDates_.contains(entry.created))
+      entry.linkTarget = 0;
+    else if (entry.isFolderLink)
+      throw UnsupportedImageError("a hard link to a folder in its volume");
     if (entry.linkTarget == 0)
       return;
     const auto target = linkTargets_.find("iNode" + std::to_string(entry.linkTarget));
-    if (target == linkTargets_.end() || target->second.linkTarget != 0)
-      throw ImageError("a hard link in its volume leads nowhere.");
+    if (target == linkTargets_.end() || target->second.linkTarget != 0 ||
+        target->second.kind == HfsEntry::Kind::folder)
+      throw ImageError("its volume is damaged: a hard link leads nowhere.");
     HfsEntry resolved = target->second;
     resolved.name = entry.name;
     resolved.parent = entry.parent;
@@ -211,6 +235,7 @@ class CatalogReader {
   std::unordered_set<std::uint32_t> folders_;
   std::unordered_map<std::uint32_t, std::vector<std::size_t>> children_;
   std::map<std::string, HfsEntry> linkTargets_;
+  std::set<std::uint32_t> linkDates_;  ///< one of which every hard link has as its date of creation
   std::vector<std::uint32_t> skipped_;
 };
 

@@ -9,6 +9,7 @@
 #include "platform/tools/hdiutil/hfs_plus_attributes.hpp"
 #include "platform/tools/hdiutil/hfs_plus_catalog.hpp"
 #include "platform/tools/hdiutil/image_error.hpp"
+#include "platform/tools/hdiutil/staged_files.hpp"
 #include "platform/tools/hdiutil/tree_writer.hpp"
 
 namespace platform::hdiutil {
@@ -16,6 +17,8 @@ namespace {
 
 constexpr std::size_t kChunkSize = 1U << 18U;
 constexpr std::uint64_t kLongestLink = 4095;
+constexpr std::uint64_t kMostLinkBytes = 256U << 20U;
+constexpr std::size_t kMostParts = 4'000'000;
 
 /// Sizes that a volume only claims may have any sum; none is larger than the greatest number.
 std::uint64_t sumOf(std::uint64_t one, std::uint64_t other) {
@@ -28,20 +31,19 @@ class TreeCopy {
       : volume_(volume),
         catalog_(readHfsCatalog(volume)),
         writer_(tree),
-        work_(work),
+        staged_(work),
         forks_(namelessFile(work)),
         chunk_(kChunkSize) {}
 
-  VolumeTree run(const FileDescriptor& tree) {
+  std::string run(const FileDescriptor& tree) {
     attributes_ = readCompressionAttributes(volume_, catalog_.entries);
-    requireSpace(tree, unpackedSize());
     plan();
-    requireSpace(work_, forksSize_);
+    requireSpace(tree, sumOf(unpackedSize(), forksSize_), catalog_.entries.size() - hardLinks_.size());
     copyContent();
     unpackCompressed();
-    makeLinks();
+    placeEntries();
     finishMetadata();
-    return {catalog_.volumeName, !catalog_.entries.empty()};
+    return catalog_.volumeName;
   }
 
  private:
@@ -71,16 +73,13 @@ class TreeCopy {
     return size;
   }
 
-  /// Folders and files are made, in an order in which each folder is there before what is in it. What is a
-  /// hard link to a file that is there already waits for the end.
+  /// Of the hard links to a file, the first takes the content.
   void plan() {
     std::unordered_map<std::uint32_t, std::size_t> firstLinks;
     for (std::size_t index = 0; index < catalog_.entries.size(); ++index) {
       const HfsEntry& entry = catalog_.entries[index];
-      if (entry.kind == HfsEntry::Kind::folder) {
-        writer_.makeDirectory(catalog_.paths[index]);
+      if (entry.kind == HfsEntry::Kind::folder)
         continue;
-      }
       if (entry.linkTarget != 0) {
         const auto [first, isNew] = firstLinks.emplace(entry.linkTarget, index);
         if (!isNew) {
@@ -101,16 +100,19 @@ class TreeCopy {
     const HfsEntry& entry = catalog_.entries[index];
     if (entry.data.size == 0 || entry.data.size > kLongestLink)
       throw ImageError("a link in its volume is damaged.");
+    linkBytes_ += entry.data.size;
+    if (linkBytes_ > kMostLinkBytes)
+      throw ImageLimitError("the links in its volume together are longer than " +
+                            std::to_string(kMostLinkBytes) + " bytes.");
     linkTexts_.emplace(index, std::string(entry.data.size, '\0'));
     addParts(index, entry.data, HfsForkKind::data);
   }
 
   void planFile(std::size_t index) {
     const HfsEntry& entry = catalog_.entries[index];
-    writer_.makeFile(catalog_.paths[index]);
     const CompressedFile* file = compressed(entry);
     if (entry.isCompressed && file == nullptr)
-      throw ImageError("a compressed file in its volume has lost its content.");
+      throw ImageError("a compressed file in its volume is damaged: it has no content.");
     if (file == nullptr) {
       addParts(index, entry.data, HfsForkKind::data);
     } else if (file->usesResourceFork()) {
@@ -123,6 +125,9 @@ class TreeCopy {
   void addParts(std::size_t index, const HfsFork& fork, HfsForkKind kind) {
     std::uint64_t fileOffset = 0;
     for (const HfsPiece& piece : volume_.pieces(fork, catalog_.entries[index].identifier, kind)) {
+      if (parts_.size() == kMostParts)
+        throw ImageLimitError("the files in its volume are in more than " + std::to_string(kMostParts) +
+                              " pieces.");
       parts_.push_back({piece, index, fileOffset});
       fileOffset += piece.length;
     }
@@ -159,7 +164,7 @@ class TreeCopy {
     else if (const auto fork = resourceForks_.find(part.entry); fork != resourceForks_.end())
       writeAt(forks_, fork->second + offset, bytes);
     else
-      writer_.write(catalog_.paths[part.entry], offset, bytes);
+      staged_.write(part.entry, offset, bytes);
   }
 
   void unpackCompressed() {
@@ -172,17 +177,45 @@ class TreeCopy {
       std::uint64_t offset = 0;
       file->unpack({forks_, fork == resourceForks_.end() ? 0 : fork->second, entry.resource.size},
                    [&](std::string_view bytes) {
-                     writer_.write(catalog_.paths[index], offset, bytes);
+                     staged_.write(index, offset, bytes);
                      offset += bytes.size();
                    });
     }
   }
 
-  void makeLinks() {
-    for (const auto& [index, text] : linkTexts_)
-      writer_.makeSymbolicLink(catalog_.paths[index], text);
-    for (const auto& [link, first] : hardLinks_)
-      writer_.makeHardLink(catalog_.paths[first], catalog_.paths[link]);
+  void placeEntries() {
+    staged_.close();
+    for (std::size_t index = 0; index < catalog_.entries.size(); ++index) {
+      const std::string& path = catalog_.paths[index];
+      const auto link = hardLinks_.find(index);
+      const std::size_t source = link == hardLinks_.end() ? index : link->second;
+      switch (catalog_.entries[index].kind) {
+        case HfsEntry::Kind::folder:
+          writer_.makeDirectory(path);
+          break;
+        case HfsEntry::Kind::symbolicLink:
+          writer_.makeSymbolicLink(path, linkTexts_.at(source));
+          break;
+        case HfsEntry::Kind::file:
+          placeFile(source, path);
+          break;
+      }
+    }
+  }
+
+  void placeFile(std::size_t source, const std::string& path) {
+    const HfsEntry& entry = catalog_.entries[source];
+    const CompressedFile* file = compressed(entry);
+    const bool isEmpty = (file == nullptr ? entry.data.size : file->size()) == 0;
+    if (isEmpty && entry.linkTarget == 0) {
+      writer_.makeEmptyFile(path);
+      return;
+    }
+    if (isEmpty) {
+      staged_.write(source, 0, {});
+      staged_.close();
+    }
+    writer_.linkFile(staged_.directory(), StagedFiles::nameOf(source), path);
   }
 
   /// Folders last and the innermost first: their times change with what is made in them, and their
@@ -201,12 +234,13 @@ class TreeCopy {
   HfsPlusVolume& volume_;
   HfsCatalog catalog_;
   TreeWriter writer_;
-  const FileDescriptor& work_;
+  StagedFiles staged_;
   FileDescriptor forks_;  ///< the resource forks of compressed files, one behind the other
   std::uint64_t forksSize_ = 0;
   std::vector<char> chunk_;
   CompressionAttributes attributes_;
   std::vector<Part> parts_;
+  std::uint64_t linkBytes_ = 0;
   std::unordered_map<std::size_t, std::size_t> hardLinks_;  ///< to the entry that is made as a file
   std::unordered_map<std::size_t, std::string> linkTexts_;
   std::unordered_map<std::size_t, std::uint64_t> resourceForks_;  ///< to their places in `forks_`
@@ -214,7 +248,7 @@ class TreeCopy {
 
 }  // namespace
 
-VolumeTree writeHfsPlusTree(HfsPlusVolume& volume, const FileDescriptor& tree, const FileDescriptor& work) {
+std::string writeHfsPlusTree(HfsPlusVolume& volume, const FileDescriptor& tree, const FileDescriptor& work) {
   return TreeCopy(volume, tree, work).run(tree);
 }
 

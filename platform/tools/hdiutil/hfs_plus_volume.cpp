@@ -11,6 +11,7 @@ constexpr std::uint64_t kHeaderOffset = 1024;
 constexpr std::uint64_t kHeaderSize = 512;
 constexpr std::uint64_t kLargestTree = 512U << 20U;
 constexpr std::uint64_t kForkSize = 80;
+constexpr std::size_t kMostPieces = 4'000'000;
 constexpr std::uint8_t kLeafNode = 0xFF;
 constexpr std::uint8_t kHeaderNode = 1;
 constexpr std::uint64_t kNodeDescriptorSize = 14;
@@ -52,7 +53,7 @@ HfsPlusVolume::HfsPlusVolume(Disk& disk, std::uint64_t offset, std::uint64_t len
   const std::uint32_t attributes = header.u32(4);
   // The changes that wait in a journal would be missing from what is read here.
   if ((attributes & kInconsistent) != 0 || ((attributes & kJournaled) != 0 && (attributes & kUnmounted) == 0))
-    throw ImageError("its volume was not ejected before the image was made.");
+    throw UnsupportedImageError("its volume, which was not ejected before the image was made,");
   blockSize_ = header.u32(40);
   blockCount_ = header.u32(44);
   if (blockSize_ < 512 || (blockSize_ & (blockSize_ - 1)) != 0 || blockCount_ > length_ / blockSize_)
@@ -95,8 +96,11 @@ std::vector<HfsPiece> HfsPlusVolume::pieces(const HfsFork& fork, std::uint32_t f
       if (left == 0 || extent.count == 0)
         break;
       if (extent.start > blockCount_ || extent.count > blockCount_ - extent.start)
-        throw ImageError("a file of its volume reaches beyond the volume.");
+        throw ImageError("its volume is damaged: a file reaches beyond its end.");
       const std::uint64_t length = std::min(left, std::uint64_t{extent.count} * blockSize_);
+      if (result.size() == kMostPieces)
+        throw ImageLimitError("a file in its volume is in more than " + std::to_string(kMostPieces) +
+                              " pieces.");
       result.push_back({offset_ + std::uint64_t{extent.start} * blockSize_, length});
       left -= length;
       block += extent.count;
@@ -105,7 +109,7 @@ std::vector<HfsPiece> HfsPlusVolume::pieces(const HfsFork& fork, std::uint32_t f
       break;
     const auto more = overflowExtents_.find({fileIdentifier, kind, block});
     if (more == overflowExtents_.end() || more->second[0].count == 0)
-      throw ImageError("a part of a file is missing from its volume.");
+      throw ImageError("its volume is damaged: a part of a file is missing.");
     extents = &more->second;
   }
   return result;
@@ -113,7 +117,8 @@ std::vector<HfsPiece> HfsPlusVolume::pieces(const HfsFork& fork, std::uint32_t f
 
 std::string HfsPlusVolume::content(const HfsFork& fork, std::uint32_t fileIdentifier) const {
   if (fork.size > kLargestTree)
-    throw ImageError("its volume has too many entries.");
+    throw ImageLimitError("the catalog of its volume is larger than " + std::to_string(kLargestTree) +
+                          " bytes.");
   if (fork.size > length_)
     ImageBytes({}, kTreeItem).damaged();
   std::string bytes(fork.size, '\0');

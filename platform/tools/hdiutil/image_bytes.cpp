@@ -1,7 +1,5 @@
 #include "platform/tools/hdiutil/image_bytes.hpp"
 
-#include <string>
-
 #include "platform/tools/hdiutil/image_error.hpp"
 
 namespace platform::hdiutil {

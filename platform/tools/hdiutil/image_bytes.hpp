@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "platform/foundation/bytes.hpp"
@@ -24,6 +25,9 @@ class ImageBytes {
     return static_cast<std::uint32_t>(bigEndian(span(offset, 4)));
   }
   std::uint64_t u64(std::uint64_t offset) const { return bigEndian(span(offset, 8)); }
+  std::uint16_t littleU16(std::uint64_t offset) const {
+    return static_cast<std::uint16_t>(littleEndian(span(offset, 2)));
+  }
   std::uint32_t littleU32(std::uint64_t offset) const {
     return static_cast<std::uint32_t>(littleEndian(span(offset, 4)));
   }

@@ -25,7 +25,10 @@ namespace {
 
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 constexpr unsigned kMostDevices = 100'000;
-constexpr const char* kTreeName = "tree";
+constexpr std::size_t kMostLeftovers = 64;
+/// In the directory of an image that is attached, but not yet announced.
+constexpr const char* kUnannounced = "unannounced";
+constexpr std::string_view kTreePrefix = "tree-";
 constexpr std::string_view kAttachingPrefix = "attaching-";
 constexpr std::string_view kDetachingPrefix = "detaching-";
 constexpr std::string_view kDevicePrefix = "/dev/";
@@ -90,6 +93,14 @@ std::string_view wholeDisk(std::string_view device) {
   return isSlice && isDeviceName(device.substr(0, end)) ? device.substr(0, end) : std::string_view();
 }
 
+std::string detachingName() {
+  return std::string(kDetachingPrefix) + UUID().uuidString();
+}
+
+bool isUnannounced(const FileDescriptor& image) {
+  return ::faccessat(image.get(), kUnannounced, F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 bool isPrivateDirectory(const struct stat& status) {
   return S_ISDIR(status.st_mode) && status.st_uid == ::geteuid() &&
          (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
@@ -126,13 +137,24 @@ void ImageRegistry::removeLeftovers() {
   {
     const Lock lock(directory_);
     for (const std::string& name : namesIn(directory_)) {
-      if (!name.starts_with(kAttachingPrefix) && !name.starts_with(kDetachingPrefix))
+      // Each takes a descriptor; the rest is left to the next call.
+      if (leftovers.size() == kMostLeftovers)
+        break;
+      const bool isAttached = isDeviceName(name);
+      if (!isAttached && !name.starts_with(kAttachingPrefix) && !name.starts_with(kDetachingPrefix))
         continue;
       bestEffort([&] {
         FileDescriptor leftover = FileDescriptor::openAt(directory_, name, kDirectoryFlags);
         // A lock that can be had belonged to a process that is gone.
-        if (tryLock(leftover))
-          leftovers.emplace_back(name, std::move(leftover));
+        if (!tryLock(leftover) || (isAttached && !isUnannounced(leftover)))
+          return;
+        std::string leaving = name;
+        if (isAttached) {
+          leaving = detachingName();
+          if (renameExclusively({directory_, name}, {directory_, leaving}) != 0)
+            return;
+        }
+        leftovers.emplace_back(std::move(leaving), std::move(leftover));
       });
     }
   }
@@ -163,29 +185,50 @@ ImageRegistry::Attachment::~Attachment() {
   }
 }
 
-URL ImageRegistry::Attachment::makeTree() {
-  if (::mkdirat(directory_.get(), kTreeName, 0700) != 0) {
-    if (errno != EEXIST)
-      throw SystemError("A directory for the volume could not be created", errno);
-    removeTree(directory_, kTreeName, kTreeName);
-    return makeTree();
-  }
-  return registry_.location_.appendingPathComponent(name_).appendingPathComponent(kTreeName);
+std::string ImageRegistry::Attachment::makeTree() {
+  std::string tree = std::string(kTreePrefix) + UUID().uuidString();
+  if (::mkdirat(directory_.get(), tree.c_str(), 0700) != 0)
+    throw SystemError("A directory for the volume could not be created", errno);
+  trees_.insert(tree);
+  return tree;
 }
 
-void ImageRegistry::Attachment::commit(const std::string& volumeName,
-                                       const std::function<void(unsigned)>& announce) {
-  const std::string name = mountName(volumeName);
-  if (name != kTreeName) {
-    if (const int failure = renameExclusively({directory_, kTreeName}, {directory_, name}); failure != 0)
-      throw SystemError("The volume could not be named " + quoted(name), failure);
-  }
+URL ImageRegistry::Attachment::location(const std::string& tree) const {
+  return registry_.location_.appendingPathComponent(name_).appendingPathComponent(tree);
+}
+
+std::string ImageRegistry::Attachment::mount(const std::string& tree, const std::string& volumeName) {
+  std::string name = mountName(volumeName);
+  for (unsigned number = 1; name == kUnannounced || mountNames_.contains(name); ++number)
+    name = mountName(volumeName, " " + std::to_string(number));
+  if (const int failure = renameExclusively({directory_, tree}, {directory_, name}); failure != 0)
+    throw SystemError("The volume could not be named " + quoted(name), failure);
+  trees_.erase(tree);
+  mountNames_.insert(name);
+  return name;
+}
+
+void ImageRegistry::Attachment::discard(const std::string& tree) {
+  trees_.erase(tree);
+  removeTree(directory_, tree, tree);
+}
+
+void ImageRegistry::Attachment::discardTrees() {
+  while (!trees_.empty())
+    discard(std::string(*trees_.begin()));
+}
+
+void ImageRegistry::Attachment::commit(const std::function<void(unsigned)>& announce) {
+  FileDescriptor::openAt(directory_, kUnannounced, O_WRONLY | O_CREAT | O_EXCL, 0600).close(kUnannounced);
   for (unsigned device = 1; device < kMostDevices; ++device) {
     const std::string attached = "disk" + std::to_string(device);
     const int failure = renameExclusively({registry_.directory_, name_}, {registry_.directory_, attached});
     if (failure == 0) {
       try {
         announce(device);
+        // It may have been detached already.
+        if (::unlinkat(directory_.get(), kUnannounced, 0) != 0 && errno != ENOENT)
+          throw SystemError("The image could not be attached", errno);
       } catch (...) {
         // Somebody may have detached it already; then there is nothing left to take back.
         static_cast<void>(renameExclusively({registry_.directory_, attached}, {registry_.directory_, name_}));
@@ -200,14 +243,13 @@ void ImageRegistry::Attachment::commit(const std::string& volumeName,
   throw ImageError("too many images are attached.");
 }
 
-URL ImageRegistry::mountPoint(unsigned device, const std::string& volumeName) const {
-  return location_.appendingPathComponent("disk" + std::to_string(device))
-      .appendingPathComponent(mountName(volumeName));
+URL ImageRegistry::mountPoint(unsigned device, const std::string& mountName) const {
+  return location_.appendingPathComponent("disk" + std::to_string(device)).appendingPathComponent(mountName);
 }
 
 void ImageRegistry::detach(const std::string& deviceOrMountPoint) {
   const std::string name = nameOf(deviceOrMountPoint);
-  const std::string leaving = std::string(kDetachingPrefix) + UUID().uuidString();
+  const std::string leaving = detachingName();
   FileDescriptor image;
   {
     const Lock lock(directory_);
@@ -216,7 +258,8 @@ void ImageRegistry::detach(const std::string& deviceOrMountPoint) {
     } catch (const SystemError&) {
       throw ImageError("no such image is attached.");
     }
-    // Whoever committed it may not have ended yet; the removal below is then this process's all the same.
+    // The process that attached the image may still hold the lock; when it ends, another may find a leftover
+    // here.
     static_cast<void>(tryLock(image));
     if (const int failure = renameExclusively({directory_, name}, {directory_, leaving}); failure != 0)
       throw SystemError("The image could not be detached", failure);
@@ -242,7 +285,7 @@ std::string ImageRegistry::nameOf(const std::string& deviceOrMountPoint) const {
   throw ImageError("no such image is attached.");
 }
 
-std::string mountName(const std::string& volumeName) {
+std::string mountName(const std::string& volumeName, const std::string& suffix) {
   std::string name = volumeName;
   std::replace(name.begin(), name.end(), '/', ':');
   // Neither a property list nor a line on a terminal takes control characters.
@@ -250,13 +293,20 @@ std::string mountName(const std::string& volumeName) {
       name.begin(), name.end(),
       [](char character) { return static_cast<unsigned char>(character) < 0x20 || character == '\x7F'; },
       ' ');
-  if (name.size() > kLongestName) {
-    std::size_t end = kLongestName;
+  // Nor does XML take these two code points.
+  for (const std::string_view excluded : {"\xEF\xBF\xBE", "\xEF\xBF\xBF"}) {
+    for (std::size_t at = name.find(excluded); at != std::string::npos; at = name.find(excluded, at))
+      name.replace(at, excluded.size(), " ");
+  }
+  if (name.empty() || name == "." || name == "..")
+    name = "Untitled";
+  if (name.size() > kLongestName - suffix.size()) {
+    std::size_t end = kLongestName - suffix.size();
     while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U)
       --end;
     name.resize(end);
   }
-  return name.empty() || name == "." || name == ".." ? "Untitled" : name;
+  return name + suffix;
 }
 
 URL registryLocation(const URL& temporaryDirectory) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <set>
 #include <string>
 
 #include "platform/foundation/file_descriptor.hpp"
@@ -8,11 +9,11 @@
 
 namespace platform::hdiutil {
 
-/// The images that a user has attached: the directory of that user alone in which they stand, one directory
-/// for each ("disk4"), which holds nothing but the volume's tree under the volume's name. An image is
-/// attached exactly as long as its directory has that name; getting and losing it is one renaming. Processes
-/// may use it at the same time, and what a process that died left behind is removed by the next one that
-/// attaches or detaches.
+/// The images that a user has attached: a directory of that user alone with one directory for each image
+/// ("disk4"), which contains the trees of its mounted volumes under the volumes' names. An image is attached
+/// exactly as long as its directory has that name; getting and losing it is one rename. Processes may use the
+/// registry at the same time. What a process left behind that died while it attached or detached an image is
+/// removed by the next one that does either.
 class ImageRegistry {
  public:
   /// Makes the directory where it is missing. Throws `ImageError` when it is a link, belongs to somebody else
@@ -29,24 +30,34 @@ class ImageRegistry {
 
     /// For temporary files without names.
     const FileDescriptor& directory() const noexcept { return directory_; }
-    /// A new, empty directory for the volume's tree; one that was made before is removed.
-    URL makeTree();
-    /// Attaches the image under the name of its volume, and tells the number of its device to `announce`.
-    /// When that throws, nobody knows of the image, and it is not attached.
-    void commit(const std::string& volumeName, const std::function<void(unsigned)>& announce);
+    /// A new, empty directory in `directory()` with a name that no volume has, and that name.
+    std::string makeTree();
+    URL location(const std::string& tree) const;
+    /// Gives such a directory, or one in it, the name of its volume, or one made of it where another volume
+    /// has that name. Returns the name.
+    std::string mount(const std::string& tree, const std::string& volumeName);
+    /// Removes such a directory with all that it contains.
+    void discard(const std::string& tree);
+    /// Removes all that `mount` did not rename.
+    void discardTrees();
+    /// Attaches the image, and passes the number of its device to `announce`. When that throws or never
+    /// returns, nobody knows of the image, and it does not stay attached.
+    void commit(const std::function<void(unsigned)>& announce);
 
    private:
     ImageRegistry& registry_;
     std::string name_;
     FileDescriptor directory_;
+    std::set<std::string> trees_;
+    std::set<std::string> mountNames_;
     bool isCommitted_ = false;
   };
 
-  /// Where the volume of the image with that device number is mounted, under the name of its volume.
-  URL mountPoint(unsigned device, const std::string& volumeName) const;
+  /// Where the volume that `Attachment::mount` named is mounted once the image has that device number.
+  URL mountPoint(unsigned device, const std::string& mountName) const;
 
-  /// Detaches the image of a device entry ("/dev/disk4", "/dev/disk4s1") or mount point. Throws `ImageError`
-  /// when there is no such image.
+  /// Detaches the image with all its volumes. It is named by any of its device entries ("/dev/disk4",
+  /// "/dev/disk4s1") or mount points. Throws `ImageError` when there is no such image.
   void detach(const std::string& deviceOrMountPoint);
 
  private:
@@ -57,8 +68,8 @@ class ImageRegistry {
   FileDescriptor directory_;
 };
 
-/// The name of a volume as the last component of a path.
-std::string mountName(const std::string& volumeName);
+/// The name of a volume, with a short ending, as the last component of a path.
+std::string mountName(const std::string& volumeName, const std::string& suffix = "");
 
 /// Where the registry of the user who runs this program is: in the temporary directory, under a name made of
 /// the user's number. Where somebody else has taken that name, it is another one that begins with it.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 
 #include "platform/tools/hdiutil/image_bytes.hpp"
 #include "platform/tools/hdiutil/image_error.hpp"
@@ -42,14 +43,39 @@ std::vector<Partition> readApple(Disk& disk, std::uint64_t block) {
   return partitions;
 }
 
-std::string hexadecimal(std::string_view bytes) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
+/// A GUID as text: its first three numbers are little-endian.
+std::string guidText(std::string_view bytes) {
+  constexpr std::array<int, 16> kOrder{3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
   std::string text;
-  for (const char byte : bytes) {
-    text += kDigits[static_cast<std::uint8_t>(byte) >> 4U];
-    text += kDigits[static_cast<std::uint8_t>(byte) & 0xFU];
+  for (std::size_t index = 0; index < kOrder.size(); ++index) {
+    if (index == 4 || index == 6 || index == 8 || index == 10)
+      text += '-';
+    text += hexadecimal(bytes.substr(static_cast<std::size_t>(kOrder.at(index)), 1), kUpperCaseDigits);
   }
   return text;
+}
+
+struct NamedType {
+  std::string_view type;
+  const char* name;
+};
+
+constexpr std::array<NamedType, 5> kGuidTypes{{
+    {"48465300-0000-11AA-AA11-00306543ECAC", "Apple_HFS"},
+    {"7C3457EF-0000-11AA-AA11-00306543ECAC", "Apple_APFS"},
+    {"426F6F74-0000-11AA-AA11-00306543ECAC", "Apple_Boot"},
+    {"52637672-7900-11AA-AA11-00306543ECAC", "Apple_APFS_Recovery"},
+    {"C12A7328-F81F-11D2-BA4B-00A0C93EC93B", "EFI"},
+}};
+
+constexpr std::array<NamedType, 3> kBootRecordTypes{
+    {{"af", "Apple_HFS"}, {"ab", "Apple_Boot"}, {"ef", "EFI"}}};
+
+std::string nameOf(std::string type, std::span<const NamedType> names) {
+  for (const NamedType& name : names)
+    if (name.type == type)
+      return name.name;
+  return type;
 }
 
 std::vector<Partition> readGuid(Disk& disk) {
@@ -71,7 +97,7 @@ std::vector<Partition> readGuid(Disk& disk) {
       continue;
     if (last < first || last > kMostSectors)
       entry.damaged();
-    add(partitions, disk, hexadecimal(type), first, last - first + 1, kSector);
+    add(partitions, disk, nameOf(guidText(type), kGuidTypes), first, last - first + 1, kSector);
   }
   return partitions;
 }
@@ -81,12 +107,25 @@ std::vector<Partition> readMasterBootRecord(Disk& disk, const ImageBytes& record
   for (std::uint64_t offset = 446; offset < 510; offset += 16) {
     const ImageBytes entry = record.part(offset, 16);
     if (entry.u8(4) != 0)
-      add(partitions, disk, hexadecimal(entry.span(4, 1)), entry.littleU32(8), entry.littleU32(12), kSector);
+      add(partitions, disk, nameOf(hexadecimal(entry.span(4, 1)), kBootRecordTypes), entry.littleU32(8),
+          entry.littleU32(12), kSector);
   }
   return partitions;
 }
 
 }  // namespace
+
+bool isMounted(const std::string& type) {
+  constexpr std::array<std::string_view, 7> kForTheSystem{"Apple_partition_map",
+                                                          "Apple_Free",
+                                                          "Apple_Boot",
+                                                          "Apple_Recovery",
+                                                          "Apple_APFS_Recovery",
+                                                          "EFI",
+                                                          "C12A7328-F81F-11D2-BA4B-00A0C93EC93B"};
+  return std::find(kForTheSystem.begin(), kForTheSystem.end(), type) == kForTheSystem.end() &&
+         !type.starts_with("Apple_Driver");
+}
 
 std::vector<Partition> readPartitionMap(Disk& disk) {
   if (disk.size() < 3 * kSector)

@@ -2,8 +2,10 @@
 #include <charconv>
 #include <chrono>
 #include <map>
+#include <optional>
 #include <set>
 #include <string_view>
+#include <utility>
 
 #include "platform/tools/hdiutil/image_error.hpp"
 #include "platform/tools/hdiutil/seven_zip.hpp"
@@ -102,26 +104,39 @@ ListedEntry makeEntry(const Fields& fields) {
         (entry.size != entry.linkText.size() && entry.size != entry.linkText.size() + 1))
       misunderstood();
   } else if (kind != '-') {
-    throw ImageError("its volume holds something that is neither a file nor a folder nor a link.");
+    throw UnsupportedImageError("an entry in its volume that is neither a file nor a folder nor a link");
   }
   return entry;
 }
 
+bool isFolderOfVolume(const VolumeListing& listing, std::string_view path) {
+  return std::any_of(listing.volumes.begin(), listing.volumes.end(),
+                     [&](const auto& volume) { return !volume.folder.empty() && volume.folder == path; });
+}
+
 void add(VolumeListing& listing, const Fields& fields) {
-  if (fields.empty())
+  // The folder of a volume has no fields but its path.
+  if (fields.empty() || isFolderOfVolume(listing, field(fields, "Path")))
     return;
   ListedEntry entry = makeEntry(fields);
-  const std::string inRoot = namesInPath(entry.path).front();
+  const std::vector<std::string> names = namesInPath(entry.path);
+  const bool hasFolder = !listing.volumes.front().folder.empty();
+  if (hasFolder && std::none_of(listing.volumes.begin(), listing.volumes.end(),
+                                [&](const auto& volume) { return volume.folder == names.front(); }))
+    misunderstood();
+  const std::string& inRoot = names[hasFolder ? 1 : 0];
   if (std::find(kHousekeepingNames.begin(), kHousekeepingNames.end(), inRoot) != kHousekeepingNames.end())
     return;
   if (listing.entries.size() == kMostEntries)
-    throw ImageError("its volume has more than " + std::to_string(kMostEntries) + " entries.");
+    throw ImageLimitError("its volume has more than " + std::to_string(kMostEntries) + " entries.");
   listing.entries.push_back(std::move(entry));
 }
 
 /// Every entry is in the root or in a folder that is listed too.
 void requireFolders(const VolumeListing& listing) {
   std::set<std::string_view> folders;
+  for (const ListedVolume& volume : listing.volumes)
+    folders.insert(volume.folder);
   for (const ListedEntry& entry : listing.entries)
     if (entry.kind == ListedEntry::Kind::folder)
       folders.insert(entry.path);
@@ -132,20 +147,41 @@ void requireFolders(const VolumeListing& listing) {
   }
 }
 
+void startVolume(VolumeListing& listing, std::string_view number) {
+  const bool isFirst = listing.volumes.empty();
+  if ((!isFirst && listing.volumes.back().folder.empty()) ||
+      number != std::to_string(listing.volumes.size() + 1))
+    misunderstood();
+  listing.volumes.push_back({.name = {}, .identifier = {}, .folder = "Volume" + std::string(number)});
+}
+
+void nameVolume(VolumeListing& listing, std::string_view name) {
+  if (listing.volumes.empty())
+    listing.volumes.emplace_back();
+  ListedVolume& volume = listing.volumes.back();
+  if (std::exchange(volume.isNamed, true))
+    misunderstood();
+  volume.name = name;
+}
+
 void readHeader(VolumeListing& listing, std::string_view& rest) {
-  bool isNamed = false;
+  const auto valueOf = [](std::string_view line, std::string_view key) {
+    return line.starts_with(key) ? std::optional(line.substr(key.size())) : std::nullopt;
+  };
   while (!rest.empty()) {
     const std::string_view line = nextLine(rest);
-    if (line == kSeparator)
+    if (line == kSeparator) {
+      if (listing.volumes.empty())
+        listing.volumes.emplace_back();
       return;
-    for (const std::string_view key : {"volume_name: ", "Label = "}) {
-      if (!line.starts_with(key))
-        continue;
-      if (isNamed)
-        throw ImageError("it holds several volumes in one container.");
-      isNamed = true;
-      listing.volumeName = line.substr(key.size());
     }
+    if (const auto number = valueOf(line, "Volume: "))
+      startVolume(listing, *number);
+    for (const std::string_view key : {"volume_name: ", "Label = "})
+      if (const auto name = valueOf(line, key))
+        nameVolume(listing, *name);
+    if (const auto identifier = valueOf(line, "vol_uuid: "); identifier && !listing.volumes.empty())
+      listing.volumes.back().identifier = *identifier;
   }
   misunderstood();
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,19 +28,19 @@ std::vector<std::string> namesInPath(std::string_view path);
 
 /// Makes the entries of a tree below an open directory, by their paths in it. It follows no link on the way
 /// to an entry and never leaves that directory. Whatever exists already is a failure, which is an
-/// `ImageError` for an entry that the image holds twice and else a `SystemError` naming the entry.
+/// `ImageError` for an entry that the image contains twice and else a `SystemError` naming the entry. From
+/// one entry to the next it opens only the folders between them: a walk through the tree costs the same for
+/// each entry, however deep it is.
 class TreeWriter {
  public:
   /// `root` outlives the writer.
   explicit TreeWriter(const FileDescriptor& root) : root_(root) {}
 
   void makeDirectory(const std::string& path);
-  void makeFile(const std::string& path);
+  void makeEmptyFile(const std::string& path);
   void makeSymbolicLink(const std::string& path, const std::string& text);
-  void makeHardLink(const std::string& existing, const std::string& path);
-
-  /// Writes a part of a file that was made here. The file written last stays open for the next part.
-  void write(const std::string& path, std::uint64_t offset, std::span<const char> bytes);
+  /// Makes a hard link in the tree to the file `name` in `directory`.
+  void linkFile(const FileDescriptor& directory, const std::string& name, const std::string& path);
 
   /// The root itself has the path ".". Bits that would give away a user's or group's rights are not set.
   void setMetadata(const std::string& path, const EntryMetadata& metadata);
@@ -54,13 +53,11 @@ class TreeWriter {
   Place find(const std::string& path);
 
  private:
-  void close();
+  void enter(std::string_view folder);
 
   const FileDescriptor& root_;
-  FileDescriptor folder_;
-  std::vector<std::string> folderNames_;
-  FileDescriptor open_;
-  std::string openPath_;
+  FileDescriptor folder_;   ///< not open for the root
+  std::string folderPath_;  ///< empty for the root
 };
 
 }  // namespace platform::hdiutil

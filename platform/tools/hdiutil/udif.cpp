@@ -45,7 +45,7 @@ std::optional<std::uint32_t> checksumAt(const ImageBytes& bytes, std::uint64_t o
   if (type == 0 && size == 0)
     return std::nullopt;
   if (type != kChecksumCrc32 || size != 32)
-    throw ImageError("its checksums are of a kind that is not known.");
+    throw UnsupportedImageError("its kind of checksum (" + std::to_string(type) + ")");
   return bytes.u32(offset + 8);
 }
 
@@ -59,10 +59,12 @@ struct Trailer {
 
 Trailer readTrailer(const ImageBytes& bytes, std::uint64_t bytesBefore) {
   Trailer trailer{};
-  if (bytes.u32(4) != 4 || bytes.u32(8) != kTrailerSize)
+  if (bytes.u32(8) != kTrailerSize)
     bytes.damaged();
+  if (bytes.u32(4) != 4)
+    throw UnsupportedImageError("version " + std::to_string(bytes.u32(4)) + " of its format");
   if (bytes.u32(60) > 1)
-    throw ImageError("it is one of several segments.");
+    throw UnsupportedImageError("an image of several segments");
   trailer.image.dataOffset = bytes.u64(24);
   trailer.image.dataLength = bytes.u64(32);
   trailer.image.dataChecksum = checksumAt(bytes, 80);
@@ -100,7 +102,7 @@ UdifTable readTable(const std::string& name, const ImageBytes& bytes, const Udif
     if (isTerminated || type == kComment)
       continue;
     if (type != kZeroFill && type != kIgnored && !isStored(type))
-      throw ImageError("it has a block of a kind that is not known.");
+      throw UnsupportedImageError("its kind of block (" + std::to_string(type) + ")");
     if (run.u64(8) != sector || count > sectorCount - sector)
       bytes.damaged();
     if (isStored(type) && (position > image.dataLength || stored > image.dataLength - position ||
@@ -118,7 +120,7 @@ const PropertyList::Array& blockTables(const PropertyList& list) {
   const PropertyList* resources = list.valueForKey("resource-fork");
   const PropertyList* tables = resources == nullptr ? nullptr : resources->valueForKey("blkx");
   if (tables == nullptr || tables->array() == nullptr || tables->array()->empty())
-    throw ImageError("it has no block table.");
+    throw ImageError("it is damaged: it has no block table.");
   return *tables->array();
 }
 
@@ -141,7 +143,7 @@ void addTable(UdifImage& image, const PropertyList& entry, std::uint32_t& master
   const bool isNamed = name != nullptr && name->string() != nullptr;
   UdifTable table = readTable(isNamed ? *name->string() : std::string(), bytes, image);
   if (table.offset < image.diskSize)
-    throw ImageError("its block tables are not in the order of the disk.");
+    throw UnsupportedImageError("the order of its block tables, which is not that of the disk,");
   image.diskSize = table.offset + table.length;
   const std::string_view checksum = bytes.span(72, 4);
   master = static_cast<std::uint32_t>(
@@ -156,7 +158,8 @@ void requireEnd(const UdifImage& image) {
     for (const UdifRun& run : table.runs)
       unstored -= run.isStored ? run.length : 0;
   if (unstored > kMostUnstored)
-    throw ImageError("more than 64 GiB of its disk are empty.");
+    throw ImageLimitError(std::to_string(unstored) + " bytes of its disk are empty; at most " +
+                          std::to_string(kMostUnstored) + " (64 GiB) are allowed.");
 }
 
 }  // namespace
@@ -176,7 +179,7 @@ std::optional<UdifImage> readUdif(const FileDescriptor& image) {
   for (const PropertyList& entry : blockTables(list))
     addTable(trailer.image, entry, master);
   if (trailer.masterChecksum && *trailer.masterChecksum != master)
-    throw ImageError("its block tables do not match their checksum.");
+    throw ImageError("it is damaged: its block tables do not match their checksum.");
   if (trailer.sectorCount * kSectorSize < trailer.image.diskSize)
     bytes.damaged();
   requireEnd(trailer.image);

@@ -33,7 +33,7 @@ UdifDisk::UdifDisk(FileDescriptor image, UdifImage description, const FileDescri
       description_(std::move(description)),
       kept_(namelessFile(directory)),
       pipe_(makePipe()),
-      unpacker_(kSevenZip, {"x", "-tdmg", "-so", "-bse0", "-bsp0", kStandardInputPath},
+      unpacker_(sevenZip(), {"x", "-tdmg", "-so", "-bse0", "-bsp0", kStandardInputPath},
                 {image_.get(), pipe_.writer.get(), STDERR_FILENO}),
       chunk_(kChunkSize) {
   pipe_.writer = FileDescriptor();
@@ -89,24 +89,61 @@ void UdifDisk::take(std::uint64_t offset, std::span<char> buffer) {
     return;
   const std::uint64_t begin = frontier_;
   next(buffer);
+  markTaken(begin);
+}
+
+void UdifDisk::damaged(const char* reason) {
+  damage_ = reason;
+  throw ImageError(reason);
+}
+
+void UdifDisk::finish() {
+  if (damage_ != nullptr)
+    damaged(damage_);
+  skip(size());
+  char surplus = 0;
+  if (pipe_.reader.read(&surplus, 1, "the disk image") != 0 || !unpacker_.succeeds())
+    throw ImageError("its stored blocks are damaged.");
+  checkStoredBytes(description_.dataLength);
+  if (description_.dataChecksum && *description_.dataChecksum != dataChecksum_)
+    throw ImageError("it is damaged: its stored blocks do not match their checksum.");
+}
+
+void UdifDisk::skip(std::uint64_t offset) {
+  const std::uint64_t begin = frontier_;
+  while (frontier_ < offset)
+    next(std::span(chunk_).first(std::min<std::uint64_t>(chunk_.size(), offset - frontier_)));
+  markTaken(begin);
+}
+
+void UdifDisk::markTaken(std::uint64_t begin) {
+  if (begin == frontier_)
+    return;
   if (!taken_.empty() && taken_.back().end == begin)
     taken_.back().end = frontier_;
   else
     taken_.push_back({begin, frontier_});
 }
 
-void UdifDisk::finish() {
-  while (frontier_ < size())
-    next(std::span(chunk_).first(std::min<std::uint64_t>(chunk_.size(), size() - frontier_)));
-  char surplus = 0;
-  if (pipe_.reader.read(&surplus, 1, "the disk image") != 0 || !unpacker_.succeeds())
-    throw ImageError("its stored blocks are damaged.");
-  checkStoredBytes(description_.dataLength);
-  if (description_.dataChecksum && *description_.dataChecksum != dataChecksum_)
-    throw ImageError("its stored blocks do not match their checksum.");
+std::uint64_t UdifDisk::storedLength(std::uint64_t offset, std::uint64_t length) const {
+  return storedBetween(offset, offset + length, 0, 0);
+}
+
+std::uint64_t UdifDisk::storedBetween(std::uint64_t begin, std::uint64_t end, std::size_t stretch,
+                                      std::uint64_t position) const {
+  std::uint64_t stored = 0;
+  for (; stretch < stretches_.size() && position < end; ++stretch) {
+    const UdifRun& run = stretches_[stretch].run;
+    const std::uint64_t next = position + run.length;
+    if (run.isStored && next > begin)
+      stored += std::min(next, end) - std::max(position, begin);
+    position = next;
+  }
+  return stored;
 }
 
 void UdifDisk::storeUpTo(std::uint64_t offset) {
+  requireSpace(kept_, storedBetween(frontier_, offset, stretch_, frontier_ - stretchDone_));
   while (frontier_ < offset) {
     const auto most = std::min<std::uint64_t>({chunk_.size(), offset - frontier_, stretchLeft()});
     const auto bytes = std::span(chunk_).first(most);
@@ -114,7 +151,7 @@ void UdifDisk::storeUpTo(std::uint64_t offset) {
     const std::uint64_t position = frontier_;
     next(bytes);
     // The file reads as zeros where nothing was written.
-    if (isStored)
+    if (isStored && !isZero(bytes))
       writeAt(kept_, position, bytes);
   }
 }
@@ -142,11 +179,11 @@ void UdifDisk::next(std::span<char> buffer) {
   }
 }
 
-void UdifDisk::unpack(std::span<char> buffer) const {
+void UdifDisk::unpack(std::span<char> buffer) {
   while (!buffer.empty()) {
     const std::size_t count = pipe_.reader.read(buffer.data(), buffer.size(), "the disk image");
     if (count == 0)
-      throw ImageError("its stored blocks are damaged.");
+      damaged("its stored blocks are damaged.");
     buffer = buffer.subspan(count);
   }
 }
@@ -163,7 +200,7 @@ void UdifDisk::endStretch() {
   const Stretch& stretch = stretches_[stretch_];
   if (stretch.endedTable != nullptr && stretch.endedTable->checksum &&
       *stretch.endedTable->checksum != tableChecksum_)
-    throw ImageError("the content of its blocks does not match their checksum.");
+    damaged("it is damaged: the content of its blocks does not match their checksum.");
   ++stretch_;
   stretchDone_ = 0;
 }
@@ -185,7 +222,7 @@ void UdifDisk::requireKept(std::uint64_t begin, std::uint64_t end) const {
       std::upper_bound(taken_.begin(), taken_.end(), begin,
                        [](std::uint64_t place, const Interval& taken) { return place < taken.end; });
   if (begin < end && after != taken_.end() && after->begin < end)
-    throw ImageError("two of its files lie at the same place.");
+    throw ImageError("its volume is damaged: two of its files overlap.");
 }
 
 }  // namespace platform::hdiutil

@@ -23,7 +23,11 @@ class UdifDisk : public Disk {
   std::uint64_t size() const override { return description_.diskSize; }
   void read(std::uint64_t offset, std::span<char> buffer) override;
   void take(std::uint64_t offset, std::span<char> buffer) override;
+  void skip(std::uint64_t offset) override;
   void finish() override;
+
+ protected:
+  std::uint64_t storedLength(std::uint64_t offset, std::uint64_t length) const override;
 
  private:
   struct Pipe {
@@ -44,10 +48,15 @@ class UdifDisk : public Disk {
 
   static Pipe makePipe();
   void layOut();
+  [[noreturn]] void damaged(const char* reason);
   void storeUpTo(std::uint64_t offset);
+  /// What is stored of the bytes from `begin` to `end`, counted from a stretch and its position on.
+  std::uint64_t storedBetween(std::uint64_t begin, std::uint64_t end, std::size_t stretch,
+                              std::uint64_t position) const;
+  void markTaken(std::uint64_t begin);
   std::uint64_t stretchLeft() const;
   void next(std::span<char> buffer);
-  void unpack(std::span<char> buffer) const;
+  void unpack(std::span<char> buffer);
   void check(std::span<const char> bytes);
   void endStretch();
   void checkStoredBytes(std::uint64_t most);
@@ -68,6 +77,7 @@ class UdifDisk : public Disk {
   std::uint32_t tableChecksum_ = 0;
   std::uint32_t dataChecksum_ = 0;
   std::uint64_t dataChecked_ = 0;
+  const char* damage_ = nullptr;  ///< what was found, whether or not the reader went on
 };
 
 }  // namespace platform::hdiutil

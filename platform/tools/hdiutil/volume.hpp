@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "platform/tools/hdiutil/disk.hpp"
 #include "platform/tools/hdiutil/image_registry.hpp"
@@ -15,11 +17,15 @@ enum class FileSystem : std::uint8_t { hfsPlus, apfs, fat };
 /// The file system whose volume starts at `offset`; nothing when it is none that can be read.
 std::optional<FileSystem> fileSystemAt(Disk& disk, std::uint64_t offset);
 
+/// The name of a known file system that cannot be read, when a volume of it starts at `offset`.
+std::optional<std::string> unsupportedFileSystemAt(Disk& disk, std::uint64_t offset);
+
 /// The name that the platform has for its volumes.
 const char* volumeKind(FileSystem fileSystem);
 
-/// Writes the tree of the volume in `partition` into a new tree of `attachment`.
-VolumeTree writeTree(Disk& disk, const Partition& partition, FileSystem fileSystem,
-                     ImageRegistry::Attachment& attachment);
+/// Writes the trees of the volumes in `partition`, of which an APFS container may have several, into new
+/// trees of `attachment`. Nothing of them is left after a failure.
+std::vector<VolumeTree> writeTrees(Disk& disk, const Partition& partition, FileSystem fileSystem,
+                                   ImageRegistry::Attachment& attachment);
 
 }  // namespace platform::hdiutil

@@ -1,18 +1,20 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace platform::hdiutil {
 
-/// What a volume turned out to be when its tree was written.
+/// A volume that was read.
 struct VolumeTree {
   std::string name;
-  bool holdsFiles;
+  /// The directory of its tree, below the one that was given for all; nothing when it is not to be mounted.
+  std::optional<std::string> tree;
 };
 
-/// What stands in the root folder of a volume for the system's own purposes, whatever its file system.
+/// What the root folder of a volume contains for the system's own purposes, whatever its file system.
 inline constexpr std::array<std::string_view, 5> kHousekeepingNames{
     ".Spotlight-V100", ".fseventsd", ".Trashes", ".DocumentRevisions-V100", ".TemporaryItems"};
 

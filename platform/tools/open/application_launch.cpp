@@ -27,6 +27,11 @@ PropertyList readInfo(const URL& bundle) {
   }
 }
 
+/// What may not be looked at is tried, and the reason told.
+bool isAbsent(const URL& item) {
+  return NSFileManager::defaultManager().presenceOfItemAtPath(item.path()) == ItemPresence::absent;
+}
+
 /// True for a path of plain names only, which cannot lead out of the directory that it is taken against.
 bool staysBelow(std::string_view path) {
   while (true) {
@@ -49,7 +54,7 @@ URL mainExecutable(const URL& bundle) {
   if (!staysBelow(*name))
     fail(bundle, "The executable " + quoted(*name) + " does not lie in its Contents/MacOS.");
   URL executable = bundle.appendingPathComponent("Contents/MacOS").appendingPathComponent(*name);
-  if (!NSFileManager::defaultManager().fileExistsAtPath(executable.path()))
+  if (isAbsent(executable))
     fail(bundle, "Its executable " + quoted(*name) + " is missing.");
   return executable;
 }
@@ -57,7 +62,7 @@ URL mainExecutable(const URL& bundle) {
 }  // namespace
 
 void launchApplication(const URL& bundle) {
-  if (!NSFileManager::defaultManager().fileExistsAtPath(bundle.path()))
+  if (isAbsent(bundle))
     fail(bundle, "There is no such bundle.");
   const URL executable = mainExecutable(bundle);
   const NSFileHandle nullDevice = NSFileHandle::fileHandleWithNullDevice();

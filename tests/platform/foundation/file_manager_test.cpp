@@ -69,15 +69,14 @@ class FileManagerTest : public testing::Test {
  protected:
   /// Removes the item as an ordinary user who owns everything here, and returns how it failed.
   int removalByOwner(const char* name) const {
-    const uid_t owner = ::getuid() == 0 ? 65534 : ::getuid();
-    EXPECT_EQ(::chown(directory.path().c_str(), owner, ::getgid()), 0);
+    const auto remove = [&] { return failureOf([&] { manager().removeItemAtURL(url(directory / name)); }); };
+    if (::getuid() != 0)
+      return remove();
+    constexpr uid_t kOwner = 65534;
+    EXPECT_EQ(::chown(directory.path().c_str(), kOwner, ::getgid()), 0);
     for (const auto& entry : fs::recursive_directory_iterator(directory.path()))
-      EXPECT_EQ(::chown(entry.path().c_str(), owner, ::getgid()), 0);
-    return test::inChild([&] {
-      return ::getuid() != owner && ::setuid(owner) != 0
-                 ? 1
-                 : failureOf([&] { manager().removeItemAtURL(url(directory / name)); });
-    });
+      EXPECT_EQ(::chown(entry.path().c_str(), kOwner, ::getgid()), 0);
+    return test::inChild([&] { return ::setuid(kOwner) != 0 ? 1 : remove(); });
   }
 
   test::TemporaryDirectory directory;
@@ -90,6 +89,40 @@ TEST_F(FileManagerTest, ANullCharacterNeverCutsAPathShort) {
   EXPECT_EQ(failureOf([&] { manager().removeItemAtURL(cut); }), EINVAL);
   EXPECT_EQ(failureOf([&] { manager().moveItemAtURL(cut, url(directory / "moved")); }), EINVAL);
   EXPECT_TRUE(fs::exists(directory / "kept"));
+}
+
+TEST_F(FileManagerTest, WhatMayNotBeLookedAtIsNotSeenButNotGoneEither) {
+  using platform::ItemPresence;
+  const std::string there = directory.path().native();
+  EXPECT_EQ(manager().presenceOfItemAtPath(there), ItemPresence::present);
+  EXPECT_EQ(manager().presenceOfItemAtPath(there + "/missing/x"), ItemPresence::absent);
+  EXPECT_EQ(test::inChild([&] {
+              return test::inject({SYS_newfstatat, EACCES}) && !manager().fileExistsAtPath(there) &&
+                             manager().presenceOfItemAtPath(there) == ItemPresence::unknown
+                         ? 0
+                         : 1;
+            }),
+            0);
+}
+
+TEST_F(FileManagerTest, AHeldItemIsSparedUnderWhateverName) {
+  writeFile(directory / "item/file", "");
+  writeFile(directory / "other/inner/file", "");
+  fs::create_directory_symlink("other", directory / "link");
+  const platform::HeldItem held(url(directory / "item"));
+  const platform::HeldItem heldLink(url(directory / "link"));
+  fs::rename(directory / "item", directory / "other/inner/item");
+  const auto failure = [&](const char* name, const platform::HeldItem& spared) {
+    return failureOf([&] { manager().removeItemAtURL(url(directory / name), spared); });
+  };
+  EXPECT_EQ(failure("other/inner/item", held), EBUSY);
+  EXPECT_EQ(failure("other", held), EBUSY);
+  EXPECT_EQ(failure("link", heldLink), EBUSY);
+  EXPECT_EQ(failure("link", platform::HeldItem()), EBADF);
+  EXPECT_TRUE(fs::exists(directory / "other/inner/item/file") && fs::is_symlink(directory / "link"));
+  EXPECT_EQ(failure("link", held), 0);
+  EXPECT_EQ(failure("other", heldLink), 0);
+  EXPECT_TRUE(fs::is_empty(directory.path()));
 }
 
 TEST_F(FileManagerTest, RemovesTreesAndNeverFollowsLinks) {

@@ -52,11 +52,27 @@ TEST(JSONTest, SaysWhatIsWrong) {
       {R"({"text": "", "flag": "true"})", value + "\"flag\" is a text where true or false is needed."},
       {R"([{"text": "x"}])", "The JSON data is an array where an object is needed."},
       {"{\n  \"text\": \"x\",\n  oops\n}", "The data is not valid JSON at line 3, column 3."},
-      {R"({"text": "x", "flag": true, "more": 1e999})",
-       "The JSON data holds a number that is too large at line 1, column 41."},
+      {R"({"text": -1e999})", value + "\"text\" is a number where a text is needed."},
+      {"1e999", "The JSON data is a number where an object is needed."},
+      {R"({"more": 1e999, "text": "x", "flag": 1e})", "The data is not valid JSON at line 1, column 40."},
   };
   for (const auto& [text, failure] : cases)
     EXPECT_EQ(failureOf(text), failure) << text;
+}
+
+TEST(JSONTest, PassesOverNumbersOfAnySize) {
+  const std::string digits(5000, '9');
+  const std::string text = R"(\\\" 1e999, -2e999)";
+  const auto record = JSONDecoder().decode<Record>(Data("{\"a\": [1e999,-1E+999, " + digits + "," + digits +
+                                                        "." + digits + "e-7], \"text\": \"" + text +
+                                                        "\", \"1e999\": 0e9999, \"flag\": true}"));
+  EXPECT_EQ(record.text, R"(\" 1e999, -2e999)");
+  // What is no number remains none.
+  for (const char* wrong :
+       {"01", "1.e999", ".5", "+1", "--1", "1e", "1e+", "1-2", "1e999.5", "1e999e9", "- 1", "1e9999x", "0x1"})
+    EXPECT_TRUE(failureOf(R"({"text": "", "flag": true, "a": 1e999, "b": )" + std::string(wrong) + "}")
+                    .starts_with("The data is not valid JSON at line 1, "))
+        << wrong;
 }
 
 TEST(JSONTest, RefusesWhatIsNoJSON) {

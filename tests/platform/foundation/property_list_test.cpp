@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <limits>
 
 #include "platform/foundation/text.hpp"
 #include "tests/support/bytes.hpp"
@@ -191,14 +192,18 @@ TEST(PropertyListTest, ReadsTheBinaryForm) {
   BinaryPropertyListBuilder list;
   const auto key = list.ascii("key");
   const auto wide = list.add("\x63" + "\0\xDC\xD8\x3D\xDE\0"s);
-  const auto items = list.array({list.add("\x13"s + std::string(7, '\xFF') + '\xFE'), list.add("\x10\x05"),
-                                 list.add("\x09"), list.add("\x08"), list.add("\x22\x3F\xC0\0\0"s),
-                                 list.data("d"), list.add("\x33" + std::string(8, 'd')),
-                                 list.ascii(std::string(300, 'a')), list.array({}), key, key});
-  const auto root = list.dictionary({key, wide}, {items, list.ascii("")});
-  EXPECT_EQ(described(read(list.finish(root))), "{ key: [ -2 5 true false real 1.500000 data 'd' other '" +
-                                                    std::string(300, 'a') +
-                                                    "' [ ] 'key' 'key' ] \xC3\x9C\xF0\x9F\x98\x80: '' }");
+  const std::string most(8, '\xFF');
+  const auto items = list.array(
+      {list.add("\x13" + most.substr(1) + '\xFE'), list.add("\x10\xFE"), list.add("\x12" + most.substr(4)),
+       list.add("\x14"s + most + most), list.add("\x14" + std::string(8, '\0') + most), list.add("\x09"),
+       list.add("\x08"), list.add("\x22\x3F\xC0\0\0"s), list.add("\x23\xBF\xF8" + std::string(6, '\0')),
+       list.data("d"), list.add("\x33" + std::string(8, 'd')), list.add("\x80\1"),
+       list.ascii(std::string(300, 'a')), list.array({}), key, key});
+  const auto root = list.dictionary({key, wide, wide}, {items, key, list.ascii("")});
+  EXPECT_EQ(
+      described(read(list.finish(root))),
+      "{ key: [ -2 254 4294967295 -1 other true false real 1.500000 real -1.500000 data 'd' other other '" +
+          std::string(300, 'a') + "' [ ] 'key' 'key' ] \xC3\x9C\xF0\x9F\x98\x80: '' }");
 }
 
 TEST(PropertyListTest, RefusesDangerousBinaryLists) {
@@ -254,16 +259,36 @@ TEST(PropertyListTest, ReadsLargeListsInLinearTime) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
 }
 
-TEST(PropertyListTest, WritesWhatItReads) {
+TEST(PropertyListTest, WritesXMLThatReadsAsTheSame) {
   const PropertyList list(PropertyList::Dictionary{
-      {"", PropertyList(PropertyList::Array{PropertyList(true), PropertyList(false)})},
+      {"", PropertyList(PropertyList::Array{PropertyList(true), PropertyList(false), PropertyList(Data()),
+                                            PropertyList(Data("\xFF")), PropertyList(Data("\xFF\x7F"))})},
       {"a <key> & more", PropertyList(" \t\r\n ]]> '\"& \xC3\x9C \xF0\x9F\x98\x80 ")},
       {"data", PropertyList(Data(std::string("\0\xFF\x7F", 3)))},
-      {"number", PropertyList(std::int64_t{-42})},
-      {"real", PropertyList(0.25)}});
+      {"number", PropertyList(std::numeric_limits<std::int64_t>::min())},
+      {"real", PropertyList(0.1)}});
   EXPECT_EQ(described(read(write(list))), described(list));
-  for (const std::string& text : {std::string("a\0b", 3), std::string("\x01"), std::string("\xFF")})
-    EXPECT_THROW(write(PropertyList(text)), PropertyListError);
+  // Other readers see the same text: a bare carriage return would be a line feed to them.
+  EXPECT_EQ(write(PropertyList(PropertyList::Array{PropertyList("a\r<&>"), PropertyList(std::int64_t{-42})})),
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<array>\n"
+            "\t<string>a&#13;&lt;&amp;&gt;</string>\n\t<integer>-42</integer>\n</array>\n</plist>\n");
+}
+
+TEST(PropertyListTest, SaysWhatCannotBeWritten) {
+  const std::pair<PropertyList, std::string> cases[] = {
+      {std::string("a\0b", 3), "The text \"a\\x00b\" cannot be written to a property list"},
+      {"\x01", "The text \"\\x01\""},
+      {"\xFF", "The text \"\\xFF\""},
+      {"\xEF\xBF\xBE", "XML cannot represent it"},
+      {PropertyList(PropertyList::Dictionary{{"\x1F", PropertyList(true)}}), "The text \"\\x1F\""},
+      {PropertyList::other(), "such as a date"}};
+  for (const auto& [list, reason] : cases) {
+    try {
+      ADD_FAILURE() << write(list);
+    } catch (const PropertyListError& error) {
+      EXPECT_THAT(error.localizedDescription(), HasSubstr(reason));
+    }
+  }
 }
 
 }  // namespace

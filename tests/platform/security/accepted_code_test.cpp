@@ -15,6 +15,8 @@ TEST(AcceptedApplication, satisfiesTheDeveloperIDRequirementHoweverItIsSigned) {
        {std::pair<SampleExecutable, std::vector<std::string>>{SampleExecutable::script, {}},
         {SampleExecutable::machO, {}},
         {SampleExecutable::machO, {"--hash", "sha1+sha256"}},
+        {SampleExecutable::machO, {"--hash", "sha1+sha256", "--defect", "unsorted-digests"}},
+        {SampleExecutable::script, {"--hash", "sha1+sha256"}},
         {SampleExecutable::machO, {"--hash", "sha384"}},
         {SampleExecutable::script, {"--sealed-hash", "sha1+sha256"}},
         {SampleExecutable::script, {"--sealed-hash", "sha1"}},

@@ -43,15 +43,19 @@ TEST(ByteMutation, everyByteOfTheComponentsBinds) {
 
 /// What of a signature binds nothing beside the copy of the root, for the anchor is taken from the prefix:
 /// the name of the signature's algorithm, which key and digest determine; the type of the time stamp's
-/// attribute, which may as well be missing; the versions of the structures, and the empty parameters of an
-/// algorithm.
+/// attribute, which may as well be missing; the message's list of digests, which the signer names again; the
+/// versions of the structures, and the empty parameters of an algorithm.
 std::vector<std::string> unboundParts() {
   using namespace std::string_literals;
-  return {"\x2A\x86\x48\xCE\x3D\x04\x03\x02", "\x2A\x86\x48\x86\xF7\x0D\x01\x09\x10\x02\x0E", "\x02\x01\x01"s,
-          "\x02\x01\x03"s, "\x05\x00"s};
+  return {"\x2A\x86\x48\xCE\x3D\x04\x03\x02",
+          "\x2A\x86\x48\x86\xF7\x0D\x01\x09\x10\x02\x0E",
+          "\x60\x86\x48\x01\x65\x03\x04\x02\x01",
+          "\x02\x01\x01"s,
+          "\x02\x01\x03"s,
+          "\x05\x00"s};
 }
 
-constexpr std::size_t kMostUnboundBytes = 33;
+constexpr std::size_t kMostUnboundBytes = 35;
 
 TEST(ByteMutation, onlyExplainedBytesOfTheSignatureBindNothing) {
   const fs::path application = workshop().signedPlainApplication({"--time-stamp"});

@@ -6,6 +6,7 @@
 #include "tests/platform/security/memory_source.hpp"
 #include "tests/platform/security/signed_sample.hpp"
 #include "tests/support/bytes.hpp"
+#include "tools/sign_bundle/code_blobs.hpp"
 #include "tools/sign_bundle/universal_file.hpp"
 
 namespace fs = std::filesystem;
@@ -76,6 +77,7 @@ TEST(MalformedCode, whatAMachOFileMustNotSay) {
              {"carries two Info.plist sections", section,
               names + thin.substr(section + names.size(), kSectionSize - names.size()) + names}},
         Case{fat, {"holds an architecture twice", 28, fat.substr(8, 8)}},
+        Case{fat, {"architectures overlap", 36, fat.substr(16, 4)}},
         Case{fat, {"is no Mach-O file", readMachO(MemorySource(fat))->front().range.offset, "text"}}})
     EXPECT_THAT(refusalOf([&, &bytes = whole, &at = change.offset, &value = change.value] {
                   readMachO(MemorySource(with(bytes, at, value)));
@@ -126,7 +128,9 @@ TEST(MalformedCode, aComponentThatIsAddedIsRefused) {
 }
 
 TEST(MalformedCode, everyByteOfAnEmbeddedSignatureBinds) {
-  const fs::path file = machO("bytes", "arm64", {"--hash", "sha1+sha256"});
+  test::writeFile(workshop() / "later", "a component of a later system");
+  const fs::path file = machO(
+      "bytes", "arm64", {"--hash", "sha1+sha256", "--later-component", (workshop() / "later").native()});
   const std::string whole = test::readFile(file);
   const platform::ByteRange range = readMachO(MemorySource(whole))->front().signature.value();
   const std::string_view signature = std::string_view(whole).substr(range.offset);
@@ -136,6 +140,30 @@ TEST(MalformedCode, everyByteOfAnEmbeddedSignatureBinds) {
   for (std::size_t offset = range.offset; offset < end; ++offset) {
     test::writeFile(file, with(whole, offset, std::string(1, static_cast<char>(whole[offset] ^ 1))));
     EXPECT_FALSE(workshop().judge(file).accepted()) << offset - range.offset;
+  }
+}
+
+TEST(MalformedCode, anUnknownComponentThatNothingBindsIsPassedOver) {
+  const fs::path file = machO("unknown", "arm64");
+  const std::string whole = test::readFile(file);
+  const std::string signature = signatureOf(whole);
+  auto components = readEmbeddedSignature(signature);
+  std::string& message = components.at(platform::slot::kSignature);
+  message = sign_bundle::makeBlob(0xFADE0B01, message);
+  for (const auto& [number, accepted] : {std::pair{12U, true},
+                                         {0xFFFU, true},
+                                         {0x1005U, true},
+                                         {0x10003U, true},
+                                         {4U, false},
+                                         {8U, false},
+                                         {11U, false},
+                                         {0x1001U, false}}) {
+    auto more = components;
+    more[number] = sign_bundle::makeBlob(number == 8 || number == 11 ? 0xFADE8181 : 0xFADE0001, "unbound");
+    std::string other = sign_bundle::makeSuperBlob(0xFADE0CC0, more);
+    other.resize(signature.size());
+    test::writeFile(file, with(whole, whole.size() - signature.size(), other));
+    EXPECT_EQ(workshop().judge(file).accepted(), accepted) << number << workshop().judge(file).sentence;
   }
 }
 

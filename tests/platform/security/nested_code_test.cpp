@@ -115,17 +115,17 @@ TEST(NestedCode, otherLinksThatStayInAFrameworkAreAccepted) {
   }
 }
 
-TEST(NestedCode, itsLinksMayLeadAnywhereInTheApplication) {
-  for (const auto& [target, accepted] :
-       {std::pair{"../../../Resources", true}, {"../../../../Contents", true}, {"../../../../../x", false}}) {
-    const fs::path application = workshop().signedPlainApplication();
-    const fs::path nested = application / "Contents/Helpers/H.app/Contents";
-    test::writeInfoPlist(nested / "Info.plist", "com.example.nested", "H", "1", "1");
-    test::writeFile(nested / "MacOS/H", "#!/bin/sh\n");
-    fs::create_symlink(target, nested / "Shared");
-    workshop().chain().sign(application);
-    EXPECT_EQ(workshop().judge(application).accepted(), accepted) << target;
+TEST(NestedCode, aFrameworkHasAFewVersions) {
+  const fs::path application = workshop().signedPlainApplication();
+  const fs::path framework = application / "Contents/Frameworks/F.framework";
+  writeFramework(framework, "good");
+  workshop().chain().sign(application);
+  for (int version = 1; version <= 32; ++version) {
+    EXPECT_TRUE(workshop().judge(application).accepted()) << version;
+    fs::copy(framework / "Versions/A", framework / "Versions" / std::to_string(version),
+             fs::copy_options::recursive | fs::copy_options::create_hard_links);
   }
+  EXPECT_THAT(workshop().judge(application).sentence, HasSubstr("has too many versions"));
 }
 
 TEST(NestedCode, nestingWithoutEndIsRefusedQuickly) {
@@ -153,34 +153,80 @@ TEST(NestedCode, directoriesWithoutEndAreRefused) {
   EXPECT_THAT(workshop().judge(application).sentence, HasSubstr("nested too deeply"));
 }
 
-TEST(UnsealedItems, linksThatLeadOutAreRefusedEvenWhereNothingIsSealed) {
+TEST(UnsealedItems, aLinkCountsByItsTextAlone) {
   const fs::path application = workshop().signedPlainApplication();
-  const fs::path link = application / "Contents/Resources/.DS_Store";
-  for (const auto& [target, accepted] : {std::pair{"../../Contents/Info.plist", true},
-                                         {"missing", true},
-                                         {"/etc/hostname", false},
-                                         {"../../../other", false},
-                                         {"../Resources/../../../x", false},
-                                         {".DS_Store", false}}) {
+  const fs::path contents = application / "Contents";
+  for (const char* target : {"/etc/hostname", "../../..", "missing"}) {
+    const fs::path link = contents / "Resources/link";
     fs::create_symlink(target, link);
-    EXPECT_EQ(workshop().judge(application).accepted(), accepted) << target;
+    EXPECT_EQ(workshop().judge(application).status, errSecCSBadResource) << "unsealed: " << target;
+    workshop().chain().sign(application);
+    EXPECT_TRUE(workshop().judge(application).accepted()) << "sealed: " << target;
     fs::remove(link);
+    fs::create_symlink(std::string(target) + "/.", link);
+    EXPECT_EQ(workshop().judge(application).status, errSecCSBadResource) << "changed: " << target;
+    fs::remove(link);
+    workshop().chain().sign(application);
+    // What the rules leave out may be a link as well as a file.
+    fs::create_symlink(target, contents / "Resources/.DS_Store");
+    EXPECT_TRUE(workshop().judge(application).accepted()) << "omitted: " << target;
+    fs::remove(contents / "Resources/.DS_Store");
   }
 }
 
-TEST(UnsealedItems, linksThatLeadOverManyDirectoriesAreRefusedQuickly) {
+TEST(UnsealedItems, nothingIsReadThroughALink) {
   const fs::path application = workshop().signedPlainApplication();
-  const fs::path links = application / "Contents/_MASReceipt";
-  fs::create_directories(links / "d");
-  std::string detour;
-  for (int turn = 0; turn < 100; ++turn)
-    detour += "d/../";
-  // Each is short enough, and leads over the next.
-  for (int index = 0; index < 3; ++index)
-    fs::create_symlink(detour + std::to_string(index + 1), links / std::to_string(index));
-  EXPECT_THAT(workshop().judge(application).sentence, HasSubstr("leads out of the bundle"));
-  fs::remove(links / "1");
-  EXPECT_TRUE(workshop().judge(application).accepted());
+  const fs::path contents = application / "Contents";
+  for (const char* item : {"Info.plist", "MacOS", "_CodeSignature", "_CodeSignature/CodeDirectory"}) {
+    const fs::path original = application.parent_path() / "original";
+    fs::rename(contents / item, original);
+    fs::create_symlink(original, contents / item);
+    EXPECT_FALSE(workshop().judge(application).accepted()) << item;
+    fs::remove(contents / item);
+    fs::rename(original, contents / item);
+  }
+}
+
+/// The file is accepted without execute permission, if at all, and never a link in its place.
+void expectOnlyPlainFile(const fs::path& application, const fs::path& item, bool accepted) {
+  test::writeFile(item, "not sealed");
+  for (const unsigned mode : {0644U, 0744U, 0654U, 0645U}) {
+    fs::permissions(item, fs::perms(mode));
+    EXPECT_EQ(workshop().judge(application).accepted(), accepted && mode == 0644) << item << " " << mode;
+  }
+  fs::remove(item);
+  fs::create_symlink("Contents", item);
+  EXPECT_FALSE(workshop().judge(application).accepted()) << item << " as a link";
+  fs::remove(item);
+}
+
+TEST(UnsealedItems, fewFilesMayBeBesideWhatIsSealed) {
+  const fs::path application = workshop().signedPlainApplication();
+  writeFramework(application / "Contents/Frameworks/F.framework", "good");
+  workshop().chain().sign(application);
+  const std::string framework = "Contents/Frameworks/F.framework/";
+  for (const auto& [path, accepted] : {std::pair<std::string, bool>{".DS_Store", true},
+                                       {".LSOverride", true},
+                                       {"Icon\r", true},
+                                       {".SoftwareDepot.tracking", true},
+                                       {"Icon", false},
+                                       {"icon\r", false},
+                                       {"module.map", false},
+                                       {"Contents/Icon\r", false},
+                                       {"Contents/Resources/Icon\r", false},
+                                       {framework + ".DS_Store", true},
+                                       {framework + "module.map", true},
+                                       {framework + "Icon\r", false},
+                                       {framework + "Versions/.DS_Store", true},
+                                       {framework + "Versions/module.map", false}}) {
+    const fs::path item = application / path;
+    expectOnlyPlainFile(application, item, accepted);
+    fs::create_directory(item);
+    if (!path.starts_with("Contents/") || path.starts_with(framework)) {
+      EXPECT_FALSE(workshop().judge(application).accepted()) << path << " as a directory";
+    }
+    fs::remove(item);
+  }
 }
 
 TEST(UnsealedItems, noRuleLeavesCodeOut) {

@@ -51,13 +51,17 @@ TEST(ResourceSeal, rulesThatItCannotFollowAreRefused) {
   std::string many;
   for (int index = 0; index < 257; ++index)
     many += "<key>" + std::to_string(index) + "</key><true/>";
+  std::string complex;
+  for (int index = 0; index < 30; ++index)
+    complex += "<key>" + std::to_string(index) + "(a{30}){30}</key><true/>";
   for (const auto& [rules, reason] :
        {std::pair<std::string, const char*>{"<key>^R/</key><false/>", "is not understood"},
         {"<key>^R/</key><dict><key>omit</key><string>yes</string></dict>", "is not understood"},
         {"<key>^R/</key><dict><key>weight</key><real>nan</real></dict>", "no proper weight"},
         {"<key>^[</key><true/>", "no regular expression"},
         {"<key>" + std::string(1025, 'x') + "</key><true/>", "is too long"},
-        {many, "too many"}})
+        {many, "too many"},
+        {complex, "too complex"}})
     EXPECT_THAT(reasonOf(sealOf("<dict/>", dictionary(rules))), testing::HasSubstr(reason))
         << rules.substr(0, 100);
 }

@@ -137,7 +137,7 @@ TEST_F(SigningTest, WhatABundlesSignatureSaysAsAsked) {
 TEST_F(SigningTest, SealsEverythingByTheRules) {
   const PropertyList seal = sealOf(workshop.signedApplication());
   const auto present = kindsOf(seal, "files2");
-  EXPECT_EQ(present.size(), 26U);
+  EXPECT_EQ(present.size(), 29U);
   EXPECT_THAT(
       present,
       IsSupersetOf(

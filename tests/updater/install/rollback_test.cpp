@@ -3,8 +3,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <set>
 
 #include "tests/support/files.hpp"
 #include "tests/support/program.hpp"
@@ -16,31 +19,100 @@ using QuorinOstrevalUpdater::rollback;
 
 namespace {
 
+/// What becomes of the next changes of names, in base 4: made, refused, pretended, or made and reported as
+/// failed.
+unsigned fates = 0;
+
+}  // namespace
+
+/// Stands before the C library's function.
+extern "C" int renameat2(int oldDirectory, const char* oldName, int newDirectory, const char* newName,
+                         unsigned flags) noexcept {
+  const unsigned fate = fates % 4;
+  fates /= 4;
+  const bool isMade = fate == 0 || fate == 3;
+  const long result =
+      isMade ? ::syscall(SYS_renameat2, oldDirectory, oldName, newDirectory, newName, flags) : 0;
+  if (fate == 0 || fate == 2)
+    return static_cast<int>(result);
+  errno = EIO;
+  return -1;
+}
+
+namespace {
+
 class RollbackTest : public testing::Test {
  protected:
   RollbackTest() { test::writeFile(directory / "Target.app/version", "new"); }
 
   test::TemporaryDirectory directory;
   platform::URL target = platform::URL::fileURLWithPath((directory / "Target.app").native());
-  platform::URL backup = platform::URL::fileURLWithPath((directory / ".backup.app").native());
+  platform::URL backup = platform::URL::fileURLWithPath((directory / ".quorin-backup-1.app").native());
 };
 
 TEST_F(RollbackTest, WithoutABackupNothingIsTouched) {
   const auto before = test::inventory(directory.path());
   rollback(target, std::nullopt);
   rollback(target, backup);
+  // The target itself, under names that lead to it.
+  fs::create_directory_symlink(directory.path(), directory / "link");
+  fs::create_directory_symlink("Target.app", directory / "Link.app");
+  for (const char* name : {"Target.app", "link/Target.app", "link/.//Target.app/", "Link.app"})
+    rollback(target, platform::URL::fileURLWithPath((directory / name).native()));
+  fs::remove(directory / "link");
+  fs::remove(directory / "Link.app");
   EXPECT_EQ(test::inventory(directory.path()), before);
 }
 
 TEST_F(RollbackTest, ThePreviousApplicationComesBack) {
   for (const bool targetIsThere : {true, false}) {
-    test::writeFile(directory / ".backup.app/version", "old");
+    test::writeFile(directory / ".quorin-backup-1.app/version", "old");
     if (!targetIsThere)
       fs::remove_all(directory / "Target.app");
     rollback(target, backup);
     EXPECT_EQ(test::readFile(directory / "Target.app/version"), "old");
-    EXPECT_FALSE(fs::exists(directory / ".backup.app"));
+    EXPECT_FALSE(fs::exists(directory / ".quorin-backup-1.app"));
   }
+}
+
+TEST_F(RollbackTest, WhateverTheFileSystemReportsThePreviousApplicationIsThereUnderAKnownName) {
+  const std::set<std::string> known{"Target.app", ".quorin-backup-1.app", ".quorin-update-1.app"};
+  for (unsigned sequence = 0; sequence < 4 * 4 * 4 * 4 * 4; ++sequence) {
+    for (const std::string& name : known)
+      fs::remove_all(directory / name);
+    test::writeFile(directory / "Target.app/version", "new");
+    test::writeFile(directory / ".quorin-backup-1.app/version", "old");
+    fates = sequence;
+    bool isBack = true;
+    try {
+      rollback(target, backup);
+    } catch (const QuorinOstrevalUpdater::InstallerError&) {
+      isBack = false;
+    }
+    fates = 0;
+    std::set<std::string> places;
+    for (const auto& entry : fs::directory_iterator(directory.path())) {
+      EXPECT_TRUE(known.contains(entry.path().filename())) << sequence << ": " << entry.path();
+      if (fs::exists(entry.path() / "version") && test::readFile(entry.path() / "version") == "old")
+        places.insert(entry.path().filename());
+    }
+    EXPECT_EQ(places.size(), 1U) << sequence;
+    EXPECT_EQ(places.contains("Target.app"), isBack) << sequence;
+  }
+}
+
+TEST_F(RollbackTest, WhatCannotBeRemovedStaysUnderTheBackupsName) {
+  const test::SyscallFault exchange{SYS_renameat2, EINVAL, test::SyscallFault::Argument{4, RENAME_EXCHANGE}};
+  test::writeFile(directory / ".quorin-backup-1.app/version", "old");
+  EXPECT_EQ(test::inChild([&] {
+              if (!test::inject(exchange) || !test::inject({SYS_unlinkat, EIO}))
+                return 1;
+              rollback(target, backup);
+              return 0;
+            }),
+            0);
+  EXPECT_EQ(test::readFile(directory / "Target.app/version"), "old");
+  EXPECT_EQ(test::readFile(directory / ".quorin-backup-1.app/version"), "new");
 }
 
 TEST_F(RollbackTest, WhateverFailsThePreviousApplicationIsNotLost) {
@@ -52,7 +124,7 @@ TEST_F(RollbackTest, WhateverFailsThePreviousApplicationIsNotLost) {
        {std::pair(Faults{exchange}, true), {{sync}, true}, {{exchange, sync}, true}, {{renames}, false}}) {
     fs::remove_all(directory / "Target.app");
     test::writeFile(directory / "Target.app/version", "new");
-    test::writeFile(directory / ".backup.app/version", "old");
+    test::writeFile(directory / ".quorin-backup-1.app/version", "old");
     const int result = test::inChild([&, &faults = given] {
       for (const test::SyscallFault& fault : faults)
         if (!test::inject(fault))
@@ -68,7 +140,7 @@ TEST_F(RollbackTest, WhateverFailsThePreviousApplicationIsNotLost) {
     EXPECT_EQ(test::readFile(directory / "Target.app/version"), comesBack ? "old" : "new");
     EXPECT_EQ(std::distance(fs::directory_iterator(directory.path()), {}), comesBack ? 1 : 2);
     if (!comesBack) {
-      EXPECT_EQ(test::readFile(directory / ".backup.app/version"), "old");
+      EXPECT_EQ(test::readFile(directory / ".quorin-backup-1.app/version"), "old");
     }
   }
 }

@@ -117,6 +117,21 @@ TEST_F(DamageTest, AFlippedByteInAnyStoredBlock) {
   }
 }
 
+/// A volume that cannot be read does not keep another from being mounted, but a damaged image is refused.
+TEST_F(DamageTest, DamageInAVolumeThatIsNotMountedIsDamage) {
+  test::writeFile(directory_ / "content/file", std::string(600, 'c'));
+  const std::string fat = test::fatVolumeOf(directory_ / "content");
+  test::writeUdif(image(),
+                  {{"Map", std::string(1024, 'm')},
+                   {"(Apple_HFS : 1)", volume_},
+                   {"(Apple_Free : 2)", std::string(2 << 20U, '\0')},
+                   {"(DOS_FAT_12 : 3)", fat}},
+                  test::blockEncodings().back().second);
+  std::string content = test::readFile(image());
+  content.replace(content.size() - kTrailerSize + 80, 12, 12, '\0');
+  EXPECT_EQ(judge(flipped(content, content.find("cccccccc"))), "refused");
+}
+
 TEST_F(DamageTest, ATruncatedImage) {
   const std::string image = compressed(volume_);
   for (const std::string& content : {image, volume_}) {
@@ -148,6 +163,24 @@ TEST_F(DamageTest, AFlippedByteInTheListOrTheTrailer) {
   }
 }
 
+// The boot code of these is no partition map, and the last looks like FAT.
+TEST_F(DamageTest, AnIntactVolumeOfAnotherFileSystemIsNotCalledDamaged) {
+  struct Case {
+    const char* mark;
+    const char* name;
+    const char* behind;
+  };
+  for (const auto& [mark, name, behind] : {Case{"EXFAT   ", "exFAT", "boot cod"},
+                                           {"NTFS    ", "NTFS", "boot cod"},
+                                           {"-FVE-FS-", "BitLocker", "FAT32   "}}) {
+    std::string disk = "\xEB\x58\x90" + std::string(mark) + std::string(1 << 20U, '\xF4');
+    disk.replace(82, 8, behind).replace(510, 2, "\x55\xAA");
+    test::writeFile(image(), disk);
+    EXPECT_THAT(images_.attach(image()).failure,
+                HasSubstr("its file system (" + std::string(name) + ") is not supported"));
+  }
+}
+
 TEST_F(DamageTest, WhatIsNoImage) {
   const std::string content = compressed(volume_);
   const auto with = [](std::string disk, std::size_t place, const std::string& bytes) {
@@ -172,7 +205,7 @@ TEST_F(DamageTest, WhatIsNoImage) {
     EXPECT_EQ(judge(bytes), "refused") << name;
   fs::remove(image());
   EXPECT_THAT(images_.attach(image()).failure, HasSubstr("No such file"));
-  EXPECT_THAT(images_.attach(directory_.path()).failure, HasSubstr("no file"));
+  EXPECT_THAT(images_.attach(directory_.path()).failure, HasSubstr("not a file"));
 }
 
 }  // namespace

@@ -43,8 +43,8 @@ std::string permissions(std::uint16_t mode, std::uint8_t flags, std::uint32_t sp
   return u32(0) + u32(0) + bigEndian(0, 1) + bigEndian(flags, 1) + u16(mode) + u32(special);
 }
 
-std::string dates() {
-  return u32(0) + u32(kHfsModified) + u32(0) + u32(0) + u32(0);
+std::string dates(std::uint32_t created = 0) {
+  return u32(created) + u32(kHfsModified) + u32(0) + u32(0) + u32(0);
 }
 
 void pad(std::string& bytes, std::size_t multiple) {
@@ -69,10 +69,12 @@ std::uint32_t HfsVolumeBuilder::addFile(std::uint32_t parent, const std::u16stri
   const bool isHardLink = options.hardLinkTarget != 0;
   catalog_.emplace_back(
       u32(parent) + text(name),
-      u16(2) + u16(0) + u32(0) + u32(identifier) + dates() +
+      u16(2) + u16(options.recordFlags) + u32(0) + u32(identifier) + dates(options.created) +
           permissions(options.mode, options.compression.empty() ? 0 : 0x20, options.hardLinkTarget) +
-          (isHardLink ? "hlnkhfs+" : std::string(8, '\0')) + std::string(32, '\0') + forkData(data) +
-          forkData(store(options.resource, false)));
+          (!options.type.empty() ? options.type
+           : isHardLink          ? "hlnkhfs+"
+                                 : std::string(8, '\0')) +
+          std::string(32, '\0') + forkData(data) + forkData(store(options.resource, false)));
   for (std::size_t index = 8; index < data.extents.size(); index += 8)
     overflow_.emplace_back(u16(0) + u32(identifier) + u32(index), eightExtents(data.extents, index));
   if (!options.compression.empty())

@@ -16,6 +16,9 @@ struct HfsFileOptions {
   std::string resource = {};
   std::string compression = {};  ///< the attribute "com.apple.decmpfs"
   std::uint32_t hardLinkTarget = 0;
+  std::uint16_t recordFlags = 0;
+  std::string type = {};      ///< with the creator, eight characters
+  std::uint32_t created = 0;  ///< that of the root folder is 0
   bool isFragmented = false;  ///< no two blocks of the content lie together
 };
 

@@ -170,6 +170,12 @@ Images::Attached Images::attach(const fs::path& image) const {
                               [&](const platform::PropertyList& announced) { list = announced; });
     Attached attached;
     for (const auto& entity : *list.valueForKey("system-entities")->array()) {
+      std::string line = fs::path(*entity.valueForKey("dev-entry")->string()).filename();
+      if (const auto* hint = entity.valueForKey("content-hint"))
+        line += ' ' + *hint->string();
+      if (const auto* mountPoint = entity.valueForKey("mount-point"))
+        line += " -> " + fs::path(*mountPoint->string()).filename().native();
+      attached.entities.push_back(line);
       if (entity.valueForKey("mount-point") == nullptr)
         continue;
       attached.mountPoint = *entity.valueForKey("mount-point")->string();
@@ -177,7 +183,7 @@ Images::Attached Images::attach(const fs::path& image) const {
     }
     return attached;
   } catch (const platform::Error& error) {
-    return {{}, {}, error.localizedDescription()};
+    return {{}, {}, {}, error.localizedDescription()};
   }
 }
 

@@ -44,7 +44,8 @@ std::string masterBootDisk(const std::vector<std::string>& volumes);
 class Images {
  public:
   struct Attached {
-    std::filesystem::path mountPoint;  ///< empty after a failure
+    std::filesystem::path mountPoint;        ///< the last one; empty after a failure
+    std::vector<std::string> entities = {};  ///< device, hint and the mount point's last component of each
     std::string device;
     std::string failure;
   };

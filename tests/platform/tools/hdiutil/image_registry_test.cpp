@@ -14,7 +14,9 @@
 #include <array>
 #include <filesystem>
 #include <future>
+#include <iostream>
 
+#include "platform/tools/hdiutil/attach.hpp"
 #include "platform/tools/hdiutil/child_program.hpp"
 #include "tests/platform/tools/hdiutil/hfs_volume_builder.hpp"
 #include "tests/platform/tools/hdiutil/image_builder.hpp"
@@ -60,13 +62,19 @@ TEST_F(ImageRegistryTest, WhatIsNotAttachedCannotBeDetached) {
 TEST_F(ImageRegistryTest, ProcessesAttachAndDetachAtTheSameTime) {
   constexpr int kProcesses = 8;
   const auto attachRepeatedly = [&] {
-    bool isGood = true;
-    for (int round = 0; isGood && round < 10; ++round) {
+    std::string failure;
+    for (int round = 0; failure.empty() && round < 10; ++round) {
       const auto attached = images.attach(image);
-      isGood =
-          test::readFile(attached.mountPoint / "file") == "content" && images.detach(attached.device).empty();
+      failure = attached.failure;
+      if (failure.empty() && test::readFile(attached.mountPoint / "file") != "content")
+        failure = "The content is another.";
+      if (failure.empty())
+        failure = images.detach(attached.device);
     }
-    return isGood && images.attach(image).failure.empty() ? 0 : 1;
+    if (failure.empty())
+      failure = images.attach(image).failure;
+    std::cerr << failure;
+    return failure.empty() ? 0 : 1;
   };
   std::vector<std::future<int>> results(kProcesses);
   for (auto& result : results)
@@ -77,6 +85,23 @@ TEST_F(ImageRegistryTest, ProcessesAttachAndDetachAtTheSameTime) {
   for (int device = 1; device <= kProcesses; ++device)
     EXPECT_EQ(images.detach("/dev/disk" + std::to_string(device)), "") << device;
   EXPECT_THAT(images.leftovers(), IsEmpty());
+}
+
+TEST_F(ImageRegistryTest, WhatADeadProcessLeftIsRemovedAndNothingElse) {
+  const auto living = images.attach(image);
+  // It dies when the image has its number, but nobody knows of it.
+  const auto dieWhileAttaching = [&] {
+    const auto url = [](const fs::path& path) { return platform::URL::fileURLWithPath(path.native()); };
+    platform::hdiutil::ImageRegistry registry(url(images.location()));
+    platform::hdiutil::attach(url(image), registry, [](const platform::PropertyList&) { ::_exit(5); });
+    return 0;
+  };
+  EXPECT_EQ(test::inChild(dieWhileAttaching), 5);
+  fs::create_directories(images.location() / "attaching-1/tree");
+  EXPECT_THAT(images.leftovers(), testing::UnorderedElementsAre("disk1", "disk2", "attaching-1"));
+  EXPECT_EQ(images.attach(image).device, "/dev/disk2s1");
+  EXPECT_THAT(images.leftovers(), testing::UnorderedElementsAre("disk1", "disk2"));
+  EXPECT_EQ(test::readFile(living.mountPoint / "file"), "content");
 }
 
 TEST_F(ImageRegistryTest, AProgramDoesNotOutliveItsMaster) {

@@ -27,12 +27,37 @@ std::string listedFolder(const std::string& path) {
   return "Path = " + path + "\nFolder = +\nSize = \nModified = 2022-01-14 07:19:41\nMode = drwxr-xr-x\n\n";
 }
 
+TEST(SevenZipProgramTest, IsTheFirstThatIsNewEnough) {
+  const test::TemporaryDirectory directory;
+  const auto program = [&](const std::string& name, const std::string& banner) {
+    test::writeFile(directory / name, "#!/bin/sh\necho '\n" + banner + " : Copyright (c) 1999'\nexit 1\n");
+    fs::permissions(directory / name, fs::perms::owner_all);
+    return (directory / name).native();
+  };
+  const std::string missing = directory / "missing";
+  const std::string old = program("old", "7-Zip [64] 16.02");
+  const std::string foreign = program("foreign", "Unzip 30.0");
+  using platform::hdiutil::suitableSevenZip;
+  for (const char* banner : {"7-Zip (z) 22.01 (x64)", "7-Zip 25.01 (x64)"}) {
+    const std::string current = program("current", banner);
+    EXPECT_EQ(suitableSevenZip({missing, old, current, "/bin/false"}), current) << banner;
+  }
+  try {
+    ADD_FAILURE() << suitableSevenZip({missing, old, foreign});
+  } catch (const platform::hdiutil::ImageError& error) {
+    EXPECT_EQ(error.localizedDescription(),
+              "unpacking it needs 7-Zip 22 or newer, which is not installed as \"" + missing + "\" or \"" +
+                  old + "\" or \"" + foreign + "\".");
+  }
+}
+
 TEST(ListingTest, ReadsEveryKindOfEntry) {
   using Kind = platform::hdiutil::ListedEntry::Kind;
   const auto listing = platform::hdiutil::parseListing(
       kHeader + listedFolder("folder") + listed("folder/tool", "Mode = -rwsr-sr-T\n") +
       listed("link", "Mode = lrwxr-xr-x\nSymbolic Link = there\n") + listed(".fseventsd"));
-  EXPECT_EQ(listing.volumeName, "Volume");
+  ASSERT_EQ(listing.volumes.size(), 1U);
+  EXPECT_EQ(listing.volumes[0].name, "Volume");
   ASSERT_EQ(listing.entries.size(), 3U);
   EXPECT_EQ(listing.entries[0].kind, Kind::folder);
   EXPECT_EQ(listing.entries[0].metadata.permissions, 0755);
@@ -42,6 +67,22 @@ TEST(ListingTest, ReadsEveryKindOfEntry) {
   EXPECT_EQ(listing.entries[1].metadata.modified.seconds, 1642144781);
   EXPECT_EQ(listing.entries[2].kind, Kind::symbolicLink);
   EXPECT_EQ(listing.entries[2].linkText, "there");
+}
+
+TEST(ListingTest, ReadsSeveralVolumesOfAContainer) {
+  const std::string header =
+      "Volume: 1\nvolume_name: One\nvol_uuid: 01\nVolume: 2\nvolume_name: Two\n----------\n";
+  const auto listing = platform::hdiutil::parseListing(header + "Path = Volume1\nModified = \n\n" +
+                                                       listed("Volume1/.fseventsd") + "Path = Volume2\n\n" +
+                                                       listed("Volume2/file"));
+  ASSERT_EQ(listing.volumes.size(), 2U);
+  EXPECT_EQ(listing.volumes[0].identifier, "01");
+  EXPECT_EQ(listing.volumes[1].name, "Two");
+  EXPECT_EQ(listing.volumes[1].folder, "Volume2");
+  ASSERT_EQ(listing.entries.size(), 1U);
+  EXPECT_EQ(listing.entries[0].path, "Volume2/file");
+  EXPECT_THROW(platform::hdiutil::parseListing(header + listed("Volume3/file")),
+               platform::hdiutil::ImageError);
 }
 
 TEST(ListingTest, RefusesWhatIsInDoubt) {
@@ -74,15 +115,16 @@ TEST(TreeWriterTest, NeverLeavesItsDirectory) {
   fs::create_symlink("../outside", directory / "tree/link");
   const auto root = platform::FileDescriptor::open(
       platform::URL::fileURLWithPath((directory / "tree").native()), O_RDONLY | O_DIRECTORY);
+  const auto outside = platform::FileDescriptor::open(
+      platform::URL::fileURLWithPath((directory / "outside").native()), O_RDONLY | O_DIRECTORY);
   const auto before = test::inventory(directory.path());
   for (const std::string where : {"link/", "../outside/", "./", "/tmp/"}) {
     platform::hdiutil::TreeWriter writer(root);
     const std::string file = where + "file";
     EXPECT_THROW(writer.makeDirectory(where + "new"), platform::Error) << where;
-    EXPECT_THROW(writer.makeFile(where + "new"), platform::Error) << where;
+    EXPECT_THROW(writer.makeEmptyFile(where + "new"), platform::Error) << where;
     EXPECT_THROW(writer.makeSymbolicLink(where + "new", "text"), platform::Error) << where;
-    EXPECT_THROW(writer.makeHardLink(file, "new"), platform::Error) << where;
-    EXPECT_THROW(writer.write(file, 0, std::string_view("x")), platform::Error) << where;
+    EXPECT_THROW(writer.linkFile(outside, "file", where + "new"), platform::Error) << where;
     EXPECT_THROW(writer.setMetadata(file, {false, 0, {0, 0}}), platform::Error) << where;
   }
   EXPECT_EQ(test::inventory(directory.path()), before);

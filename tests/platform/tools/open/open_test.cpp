@@ -77,6 +77,7 @@ TEST_F(OpenTest, SaysWhyAnApplicationCannotBeOpened) {
   writeFile(executable, "#!/bin/sh\n");
   fs::permissions(executable, fs::perms::owner_read);
   expectRefused("could not be started: Permission denied.");
+  fs::remove(executable);
   makeBundle("app", "no program of any kind\n");
   expectRefused("could not be started: Exec format error.");
   makeBundle("app", "#!/no/such/interpreter\n");

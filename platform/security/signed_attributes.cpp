@@ -1,0 +1,128 @@
+#include "platform/security/signed_attributes.hpp"
+
+#include <array>
+
+#include "platform/security/security_error.hpp"
+
+namespace platform {
+namespace {
+
+/// The places in a message's structures (RFC 5652, sections 3, 5.1 and 5.3).
+constexpr int kContentOfMessage = 1;
+constexpr int kAttributesOfSigner = 3;
+
+[[noreturn]] void refuse() {
+  throw FormatError("the signed attributes of its signature cannot be read");
+}
+
+struct Element {
+  int tag = 0;
+  int tagClass = 0;
+  std::string_view content;
+};
+
+/// The element whose encoding `bytes` is.
+Element elementIn(std::string_view bytes) {
+  constexpr int kError = 0x80;
+  constexpr int kIndefinite = 0x01;
+  constexpr std::size_t kEndMarker = 2;
+  const auto* position = reinterpret_cast<const unsigned char*>(bytes.data());
+  const auto* const end = position + bytes.size();
+  long length = 0;
+  Element element;
+  const int form =
+      ::ASN1_get_object(&position, &length, &element.tag, &element.tagClass, static_cast<long>(bytes.size()));
+  if ((form & kError) != 0)
+    refuse();
+  element.content = {reinterpret_cast<const char*>(position), static_cast<std::size_t>(end - position)};
+  if ((form & kIndefinite) == 0) {
+    if (static_cast<std::size_t>(length) != element.content.size())
+      refuse();
+  } else {
+    if (element.content.size() < kEndMarker)
+      refuse();
+    element.content.remove_suffix(kEndMarker);
+  }
+  return element;
+}
+
+using Decode = STACK_OF(ASN1_TYPE) * (*)(STACK_OF(ASN1_TYPE) **, const unsigned char**, long);
+
+/// The elements of a SEQUENCE or SET that begins `bytes`; constructed ones keep their encoding.
+openssl::Elements elementsOf(std::string_view bytes, Decode decode) {
+  const auto* position = reinterpret_cast<const unsigned char*>(bytes.data());
+  openssl::Elements elements(decode(nullptr, &position, static_cast<long>(bytes.size())));
+  if (!elements)
+    refuse();
+  return elements;
+}
+
+/// The encoding of the constructed element at `index`; `kind` is V_ASN1_OTHER for one with a context-specific
+/// tag.
+std::string_view encodingOf(const openssl::Elements& elements, int index, int kind) {
+  const ASN1_TYPE* element = sk_ASN1_TYPE_value(elements.get(), index);
+  if (element == nullptr || element->type != kind)
+    refuse();
+  return openssl::bytesOf(element->value.asn1_string);
+}
+
+/// The signer's attributes as a SET OF, of which the header alone is made anew.
+std::string asSet(const Element& attributes) {
+  if (attributes.tagClass != V_ASN1_CONTEXT_SPECIFIC || attributes.tag != 0)
+    refuse();
+  std::array<unsigned char, 16> header{};
+  unsigned char* end = header.data();
+  ::ASN1_put_object(&end, 1, static_cast<int>(attributes.content.size()), V_ASN1_SET, V_ASN1_UNIVERSAL);
+  return std::string(header.data(), end).append(attributes.content);
+}
+
+openssl::Attribute readAttribute(std::string_view encoding) {
+  const auto* position = reinterpret_cast<const unsigned char*>(encoding.data());
+  const auto* const end = position + encoding.size();
+  openssl::Attribute attribute(::d2i_X509_ATTRIBUTE(nullptr, &position, static_cast<long>(encoding.size())));
+  if (!attribute || position != end)
+    refuse();
+  return attribute;
+}
+
+}  // namespace
+
+SignedAttributes SignedAttributes::read(std::string_view message) {
+  const openssl::Elements outer = elementsOf(message, &::d2i_ASN1_SEQUENCE_ANY);
+  const Element content = elementIn(encodingOf(outer, kContentOfMessage, V_ASN1_OTHER));
+  const openssl::Elements data = elementsOf(content.content, &::d2i_ASN1_SEQUENCE_ANY);
+  const int last = sk_ASN1_TYPE_num(data.get()) - 1;
+  const openssl::Elements signers = elementsOf(encodingOf(data, last, V_ASN1_SET), &::d2i_ASN1_SET_ANY);
+  if (sk_ASN1_TYPE_num(signers.get()) != 1)
+    refuse();
+  const openssl::Elements signer =
+      elementsOf(encodingOf(signers, 0, V_ASN1_SEQUENCE), &::d2i_ASN1_SEQUENCE_ANY);
+
+  SignedAttributes result;
+  result.signedBytes_ = asSet(elementIn(encodingOf(signer, kAttributesOfSigner, V_ASN1_OTHER)));
+  const openssl::Elements attributes = elementsOf(result.signedBytes_, &::d2i_ASN1_SET_ANY);
+  for (int index = 0; index < sk_ASN1_TYPE_num(attributes.get()); ++index)
+    result.attributes_.push_back(readAttribute(encodingOf(attributes, index, V_ASN1_SEQUENCE)));
+  return result;
+}
+
+X509_ATTRIBUTE* SignedAttributes::find(const ASN1_OBJECT* type) const {
+  X509_ATTRIBUTE* found = nullptr;
+  for (const openssl::Attribute& attribute : attributes_) {
+    if (::OBJ_cmp(::X509_ATTRIBUTE_get0_object(attribute.get()), type) != 0)
+      continue;
+    if (found != nullptr)
+      throw FormatError("its signature has a signed attribute twice");
+    found = attribute.get();
+  }
+  return found;
+}
+
+const void* SignedAttributes::onlyValue(const ASN1_OBJECT* type, int kind) const {
+  X509_ATTRIBUTE* attribute = find(type);
+  if (attribute == nullptr || ::X509_ATTRIBUTE_count(attribute) != 1)
+    return nullptr;
+  return ::X509_ATTRIBUTE_get0_data(attribute, 0, kind, nullptr);
+}
+
+}  // namespace platform
