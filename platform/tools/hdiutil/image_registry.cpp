@@ -97,6 +97,30 @@ std::string detachingName() {
   return std::string(kDetachingPrefix) + UUID().uuidString();
 }
 
+/// Whether `name` is still the directory that was opened by it.
+bool isStillNamed(const FileDescriptor& registry, const std::string& name, const FileDescriptor& image) {
+  struct stat named {};
+  struct stat opened {};
+  return ::fstatat(registry.get(), name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+         ::fstat(image.get(), &opened) == 0 && named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+}
+
+/// Removes a directory that another process may be removing too: what the other was faster with is gone, as
+/// it should be.
+void removeTogether(const FileDescriptor& registry, const std::string& name, std::string_view item) {
+  while (true) {
+    try {
+      return removeTree(registry, name, item);
+    } catch (const SystemError& failure) {
+      struct stat status {};
+      if (failure.errorNumber() != ENOENT)
+        throw;
+      if (::fstatat(registry.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return;
+    }
+  }
+}
+
 bool isUnannounced(const FileDescriptor& image) {
   return ::faccessat(image.get(), kUnannounced, F_OK, AT_SYMLINK_NOFOLLOW) == 0;
 }
@@ -145,8 +169,10 @@ void ImageRegistry::removeLeftovers() {
         continue;
       bestEffort([&] {
         FileDescriptor leftover = FileDescriptor::openAt(directory_, name, kDirectoryFlags);
-        // A lock that can be had belonged to a process that is gone.
-        if (!tryLock(leftover) || (isAttached && !isUnannounced(leftover)))
+        // A lock that can be had belonged to a process that is gone, or that has attached the image and
+        // released it since the directory was opened; then the directory has another name.
+        if (!tryLock(leftover) || !isStillNamed(directory_, name, leftover) ||
+            (isAttached && !isUnannounced(leftover)))
           return;
         std::string leaving = name;
         if (isAttached) {
@@ -264,7 +290,7 @@ void ImageRegistry::detach(const std::string& deviceOrMountPoint) {
     if (const int failure = renameExclusively({directory_, name}, {directory_, leaving}); failure != 0)
       throw SystemError("The image could not be detached", failure);
   }
-  removeTree(directory_, leaving, location_.appendingPathComponent(leaving).path());
+  removeTogether(directory_, leaving, location_.appendingPathComponent(leaving).path());
 }
 
 std::string ImageRegistry::nameOf(const std::string& deviceOrMountPoint) const {
