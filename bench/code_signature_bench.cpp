@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/installation_prefix.hpp"
+#include "platform/processes/installation_prefix.hpp"
 
 namespace fs = std::filesystem;
 

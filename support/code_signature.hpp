@@ -3,8 +3,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/files/url.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/url.hpp"
 
 /// Judges code on disk: is it validly signed with a Developer ID of the expected team, under the expected
 /// identifier? Nothing on disk changes. Every failure is thrown as `Failure`.

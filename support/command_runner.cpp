@@ -2,15 +2,15 @@
 
 #include <utility>
 
+#include "platform/files/file_handle.hpp"
+#include "platform/files/file_manager.hpp"
 #include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/date.hpp"
-#include "platform/foundation/file_handle.hpp"
-#include "platform/foundation/file_manager.hpp"
-#include "platform/foundation/process.hpp"
-#include "platform/foundation/process_control.hpp"
-#include "platform/foundation/task.hpp"
-#include "platform/foundation/thread.hpp"
 #include "platform/foundation/uuid.hpp"
+#include "platform/processes/cancellation.hpp"
+#include "platform/processes/process_control.hpp"
+#include "platform/processes/task.hpp"
+#include "platform/processes/thread.hpp"
 
 namespace QuorinSupport::CommandRunner {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/data.hpp"
+#include "platform/files/data.hpp"
 #include "platform/foundation/error.hpp"
 
 /// The module that runs external tools and judges code signatures.

@@ -5,7 +5,7 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/foundation/bytes.hpp"
+#include "platform/formats/bytes.hpp"
 
 namespace platform {
 namespace {

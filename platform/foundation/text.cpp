@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/foundation/bytes.hpp"
+#include "platform/formats/bytes.hpp"
 
 namespace platform {
 namespace {

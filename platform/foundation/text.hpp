@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/files/data.hpp"
 #include "platform/foundation/character_set.hpp"
-#include "platform/foundation/data.hpp"
 
 namespace platform {
 

@@ -1,6 +1,6 @@
 #include <sys/random.h>
 
-#include "platform/foundation/bytes.hpp"
+#include "platform/formats/bytes.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/system_call.hpp"
 #include "platform/foundation/uuid.hpp"

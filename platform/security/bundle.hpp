@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/property_list.hpp"
+#include "platform/formats/property_list.hpp"
 #include "platform/security/directory.hpp"
 
 namespace platform {

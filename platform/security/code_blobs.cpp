@@ -3,8 +3,8 @@
 #include <optional>
 #include <vector>
 
-#include "platform/security/byte_reader.hpp"
-#include "platform/security/byte_source.hpp"
+#include "platform/formats/byte_reader.hpp"
+#include "platform/formats/byte_source.hpp"
 #include "platform/security/security_error.hpp"
 
 namespace platform {

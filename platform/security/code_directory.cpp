@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/foundation/data.hpp"
+#include "platform/files/data.hpp"
+#include "platform/formats/byte_reader.hpp"
 #include "platform/foundation/text.hpp"
-#include "platform/security/byte_reader.hpp"
 #include "platform/security/code_blobs.hpp"
 #include "platform/security/security_error.hpp"
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/file_descriptor.hpp"
-#include "platform/security/byte_source.hpp"
+#include "platform/files/file_descriptor.hpp"
+#include "platform/formats/byte_source.hpp"
 
 namespace platform {
 

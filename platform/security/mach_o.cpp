@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/security/byte_reader.hpp"
+#include "platform/formats/byte_reader.hpp"
 #include "platform/security/security_error.hpp"
 
 namespace platform {

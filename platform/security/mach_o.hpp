@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/security/byte_source.hpp"
+#include "platform/formats/byte_source.hpp"
 
 namespace platform {
 

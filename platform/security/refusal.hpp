@@ -3,7 +3,7 @@
 #include <new>
 #include <string>
 
-#include "platform/foundation/property_list.hpp"
+#include "platform/formats/property_list.hpp"
 #include "platform/security/security_error.hpp"
 
 namespace platform {

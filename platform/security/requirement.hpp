@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/foundation/property_list.hpp"
+#include "platform/formats/property_list.hpp"
 #include "platform/security/certificate.hpp"
 
 namespace platform {

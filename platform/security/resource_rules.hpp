@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/foundation/property_list.hpp"
+#include "platform/formats/property_list.hpp"
 
 namespace platform {
 

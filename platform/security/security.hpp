@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "platform/foundation/property_list.hpp"
-#include "platform/foundation/url.hpp"
+#include "platform/files/url.hpp"
+#include "platform/formats/property_list.hpp"
 #include "platform/security/security_error.hpp"
 
 namespace platform {

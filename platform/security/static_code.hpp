@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/foundation/url.hpp"
+#include "platform/files/url.hpp"
 #include "platform/security/requirement.hpp"
 
 namespace platform {

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "platform/foundation/url.hpp"
+#include "platform/files/url.hpp"
 #include "platform/security/certificate.hpp"
 
 namespace platform {

@@ -1,4 +1,4 @@
-#include "platform/foundation/url.hpp"
+#include "platform/files/url.hpp"
 #include "platform/security/cms_signature.hpp"
 #include "tests/fuzz/fuzz_input.hpp"
 

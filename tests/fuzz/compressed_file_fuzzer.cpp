@@ -1,4 +1,4 @@
-#include "platform/tools/hdiutil/compressed_file.hpp"
+#include "platform/hdiutil/compressed_file.hpp"
 #include "tests/fuzz/fuzz_input.hpp"
 #include "tests/fuzz/memory_disk.hpp"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/foundation/data.hpp"
+#include "platform/files/data.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/text.hpp"
 

@@ -1,5 +1,5 @@
-#include "platform/tools/hdiutil/hfs_plus_attributes.hpp"
-#include "platform/tools/hdiutil/hfs_plus_catalog.hpp"
+#include "platform/hdiutil/hfs_plus_attributes.hpp"
+#include "platform/hdiutil/hfs_plus_catalog.hpp"
 #include "tests/fuzz/fuzz_input.hpp"
 #include "tests/fuzz/memory_disk.hpp"
 

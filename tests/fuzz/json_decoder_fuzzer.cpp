@@ -1,4 +1,4 @@
-#include "platform/foundation/json.hpp"
+#include "platform/formats/json.hpp"
 #include "tests/fuzz/fuzz_input.hpp"
 
 namespace {

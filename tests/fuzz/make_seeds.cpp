@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/platform/tools/hdiutil/hfs_volume_builder.hpp"
-#include "tests/platform/tools/hdiutil/image_builder.hpp"
-#include "tests/support/files.hpp"
+#include "tests/helpers/files.hpp"
+#include "tests/platform/hdiutil/hfs_volume_builder.hpp"
+#include "tests/platform/hdiutil/image_builder.hpp"
 
 namespace fs = std::filesystem;
 

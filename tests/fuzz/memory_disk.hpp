@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/tools/hdiutil/disk.hpp"
+#include "platform/hdiutil/disk.hpp"
 
 namespace fuzz {
 

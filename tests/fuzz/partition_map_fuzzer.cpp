@@ -1,4 +1,4 @@
-#include "platform/tools/hdiutil/partition_map.hpp"
+#include "platform/hdiutil/partition_map.hpp"
 #include "tests/fuzz/fuzz_input.hpp"
 #include "tests/fuzz/memory_disk.hpp"
 

@@ -1,4 +1,4 @@
-#include "platform/foundation/property_list.hpp"
+#include "platform/formats/property_list.hpp"
 #include "tests/fuzz/fuzz_input.hpp"
 
 using platform::Data;

@@ -1,4 +1,4 @@
-#include "platform/tools/hdiutil/seven_zip.hpp"
+#include "platform/hdiutil/seven_zip.hpp"
 #include "tests/fuzz/fuzz_input.hpp"
 
 // Every entry that is read has a path that stays where it belongs.

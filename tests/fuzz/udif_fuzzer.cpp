@@ -1,7 +1,7 @@
 #include <zlib.h>
 
-#include "platform/foundation/property_list.hpp"
-#include "platform/tools/hdiutil/udif.hpp"
+#include "platform/formats/property_list.hpp"
+#include "platform/hdiutil/udif.hpp"
 #include "tests/fuzz/fuzz_input.hpp"
 #include "tests/fuzz/memory_disk.hpp"
 

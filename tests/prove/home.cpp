@@ -9,10 +9,10 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/foundation/data.hpp"
-#include "platform/foundation/json.hpp"
+#include "platform/files/data.hpp"
+#include "platform/formats/json.hpp"
+#include "tests/helpers/program.hpp"
 #include "tests/prove/system_calls.hpp"
-#include "tests/support/program.hpp"
 #include "updater/records/install_status.hpp"
 
 namespace fs = std::filesystem;

@@ -13,11 +13,11 @@
 #include <vector>
 
 #include "platform/foundation/scope_exit.hpp"
+#include "tests/helpers/files.hpp"
 #include "tests/prove/call_sweeps.hpp"
 #include "tests/prove/limit_sweeps.hpp"
 #include "tests/prove/power_cuts.hpp"
 #include "tests/prove/tally.hpp"
-#include "tests/support/files.hpp"
 
 namespace {
 

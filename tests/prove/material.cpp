@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "tests/support/program.hpp"
+#include "tests/helpers/program.hpp"
 #include "updater/diskimage/file_digest.hpp"
 
 namespace fs = std::filesystem;

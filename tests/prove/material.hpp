@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <string>
 
-#include "tests/support/files.hpp"
-#include "tests/support/sample_application.hpp"
+#include "tests/helpers/files.hpp"
+#include "tests/helpers/sample_application.hpp"
 
 namespace prove {
 

@@ -10,12 +10,12 @@
 #include <set>
 #include <stdexcept>
 
-#include "platform/foundation/file_descriptor.hpp"
+#include "platform/files/file_descriptor.hpp"
+#include "tests/helpers/files.hpp"
+#include "tests/helpers/program.hpp"
 #include "tests/prove/power_cuts.hpp"
 #include "tests/prove/system_calls.hpp"
 #include "tests/prove/verdict.hpp"
-#include "tests/support/files.hpp"
-#include "tests/support/program.hpp"
 
 namespace fs = std::filesystem;
 

@@ -13,7 +13,7 @@
 #include <sstream>
 #include <system_error>
 
-#include "platform/foundation/file_descriptor.hpp"
+#include "platform/files/file_descriptor.hpp"
 #include "tests/prove/sweep.hpp"
 
 namespace fs = std::filesystem;

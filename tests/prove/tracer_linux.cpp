@@ -16,10 +16,10 @@
 #include <optional>
 #include <system_error>
 
+#include "tests/helpers/files.hpp"
+#include "tests/helpers/program.hpp"
 #include "tests/prove/system_calls.hpp"
 #include "tests/prove/tracer.hpp"
-#include "tests/support/files.hpp"
-#include "tests/support/program.hpp"
 
 namespace fs = std::filesystem;
 

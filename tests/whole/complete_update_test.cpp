@@ -52,8 +52,6 @@ TEST_F(CompleteUpdateTest, NoVariableIsReadAndAllArePassedOn) {
   for (auto lines = recorded(); lines >> program >> verb >> object;)
     if (ours.contains(program) && verb == "asks")
       variables.insert(object);
-  if (variables.empty())
-    GTEST_SKIP() << "the system preloads no recorder here";
   EXPECT_TRUE(variables.contains("OPENSSL_ia32cap") && variables.contains("EXPAT_ENTROPY_DEBUG"));
   fs::remove(home / "starts");
   offer(sample("2.0"));

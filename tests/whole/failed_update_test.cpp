@@ -2,7 +2,7 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include "tests/support/sample_application.hpp"
+#include "tests/helpers/sample_application.hpp"
 #include "tests/whole/whole_update.hpp"
 
 namespace fs = std::filesystem;

@@ -7,10 +7,10 @@
 #include <sstream>
 #include <thread>
 
-#include "platform/foundation/data.hpp"
-#include "platform/foundation/json.hpp"
-#include "tests/support/private_mounts.hpp"
-#include "tests/support/sample_application.hpp"
+#include "platform/files/data.hpp"
+#include "platform/formats/json.hpp"
+#include "tests/helpers/private_mounts.hpp"
+#include "tests/helpers/sample_application.hpp"
 #include "updater/diskimage/file_digest.hpp"
 
 namespace fs = std::filesystem;

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/files.hpp"
-#include "tests/support/program.hpp"
+#include "tests/helpers/files.hpp"
+#include "tests/helpers/program.hpp"
 #include "updater/records/install_plan.hpp"
 #include "updater/records/install_status.hpp"
 

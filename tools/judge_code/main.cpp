@@ -7,7 +7,7 @@
 // number. The exit status is 0 for code that is accepted, 1 for refused code, 2 for a wrong call.
 #include <iostream>
 
-#include "platform/foundation/process_info.hpp"
+#include "platform/processes/process_info.hpp"
 #include "platform/security/security.hpp"
 #include "support/code_signature.hpp"
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "platform/foundation/error.hpp"
-#include "platform/tools/hdiutil/child_program.hpp"
+#include "platform/hdiutil/child_program.hpp"
 
 namespace quorin_tools {
 namespace {

@@ -3,10 +3,10 @@
 #include <memory>
 #include <string>
 
-#include "platform/foundation/file_descriptor.hpp"
-#include "platform/foundation/url.hpp"
-#include "platform/tools/hdiutil/disk.hpp"
-#include "platform/tools/hdiutil/partition_map.hpp"
+#include "platform/files/file_descriptor.hpp"
+#include "platform/files/url.hpp"
+#include "platform/hdiutil/disk.hpp"
+#include "platform/hdiutil/partition_map.hpp"
 
 namespace quorin_tools {
 

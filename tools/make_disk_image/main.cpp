@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "platform/files/file_manager.hpp"
 #include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/file_manager.hpp"
-#include "platform/foundation/process_info.hpp"
 #include "platform/foundation/uuid.hpp"
+#include "platform/processes/process_info.hpp"
 #include "tools/make_disk_image/hfs_plus_maker.hpp"
 #include "tools/make_disk_image/udif_writer.hpp"
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/file_descriptor.hpp"
-#include "platform/foundation/property_list.hpp"
-#include "platform/tools/hdiutil/disk.hpp"
+#include "platform/files/file_descriptor.hpp"
+#include "platform/formats/property_list.hpp"
+#include "platform/hdiutil/disk.hpp"
 
 namespace quorin_tools {
 

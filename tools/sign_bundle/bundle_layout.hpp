@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/property_list.hpp"
-#include "platform/foundation/url.hpp"
+#include "platform/files/url.hpp"
+#include "platform/formats/property_list.hpp"
 
 namespace sign_bundle {
 

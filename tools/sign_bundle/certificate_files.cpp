@@ -4,8 +4,8 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
-#include "platform/foundation/data.hpp"
-#include "platform/foundation/file_descriptor.hpp"
+#include "platform/files/data.hpp"
+#include "platform/files/file_descriptor.hpp"
 
 namespace sign_bundle {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "platform/foundation/url.hpp"
+#include "platform/files/url.hpp"
 #include "tools/sign_bundle/openssl_objects.hpp"
 
 /// Certificates and keys as PEM files (RFC 7468). Failures are thrown as `platform::Error`.

@@ -4,8 +4,8 @@
 #include <limits>
 #include <map>
 
+#include "platform/files/file_manager.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/file_manager.hpp"
 #include "tools/sign_bundle/byte_writer.hpp"
 #include "tools/sign_bundle/code_signing_constants.hpp"
 #include "tools/sign_bundle/mach_o_constants.hpp"

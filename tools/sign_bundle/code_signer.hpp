@@ -3,9 +3,9 @@
 #include <optional>
 #include <string>
 
-#include "platform/foundation/data.hpp"
-#include "platform/foundation/url.hpp"
-#include "tools/sign_bundle/code_signature.hpp"
+#include "platform/files/data.hpp"
+#include "platform/files/url.hpp"
+#include "tools/sign_bundle/embedded_signature.hpp"
 
 namespace sign_bundle {
 

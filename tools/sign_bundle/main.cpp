@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "platform/files/url.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/url.hpp"
-#include "tools/sign_bundle/arguments.hpp"
-#include "tools/sign_bundle/certificate_chain.hpp"
+#include "tools/sign_bundle/chain_maker.hpp"
 #include "tools/sign_bundle/code_signer.hpp"
+#include "tools/sign_bundle/command_line.hpp"
 #include "tools/sign_bundle/make_mach_o.hpp"
 
 namespace sign_bundle {

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "tools/sign_bundle/byte_writer.hpp"
-#include "tools/sign_bundle/digest.hpp"
+#include "tools/sign_bundle/code_digest.hpp"
 #include "tools/sign_bundle/mach_o_constants.hpp"
 #include "tools/sign_bundle/universal_file.hpp"
 

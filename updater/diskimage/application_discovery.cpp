@@ -1,6 +1,6 @@
 #include "updater/diskimage/application_discovery.hpp"
 
-#include "platform/foundation/file_manager.hpp"
+#include "platform/files/file_manager.hpp"
 #include "platform/foundation/text.hpp"
 #include "updater/install/bundle_metadata.hpp"
 #include "updater/records/installer_error.hpp"

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/foundation/url.hpp"
+#include "platform/files/url.hpp"
 
 namespace QuorinOstrevalUpdater {
 

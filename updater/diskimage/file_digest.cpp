@@ -3,8 +3,8 @@
 #include <memory>
 
 #include "platform/crypto/digest.hpp"
-#include "platform/foundation/bytes.hpp"
-#include "platform/foundation/file_handle.hpp"
+#include "platform/files/file_handle.hpp"
+#include "platform/formats/bytes.hpp"
 
 namespace QuorinOstrevalUpdater {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/foundation/property_list.hpp"
+#include "platform/formats/property_list.hpp"
 #include "support/command_runner.hpp"
 #include "updater/install/tool_message.hpp"
 #include "updater/records/installer_error.hpp"

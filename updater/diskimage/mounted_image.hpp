@@ -3,8 +3,8 @@
 #include <optional>
 #include <string>
 
-#include "platform/foundation/data.hpp"
-#include "platform/foundation/url.hpp"
+#include "platform/files/data.hpp"
+#include "platform/files/url.hpp"
 
 namespace QuorinOstrevalUpdater {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/url.hpp"
+#include "platform/files/url.hpp"
 
 namespace QuorinOstrevalUpdater {
 

@@ -1,8 +1,8 @@
 #include "updater/driver/parent_process.hpp"
 
 #include "platform/foundation/date.hpp"
-#include "platform/foundation/process_control.hpp"
-#include "platform/foundation/thread.hpp"
+#include "platform/processes/process_control.hpp"
+#include "platform/processes/thread.hpp"
 #include "updater/records/installer_error.hpp"
 #include "updater/time_limits.hpp"
 

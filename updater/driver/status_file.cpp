@@ -1,8 +1,8 @@
 #include "updater/driver/status_file.hpp"
 
+#include "platform/files/file_manager.hpp"
+#include "platform/formats/json.hpp"
 #include "platform/foundation/best_effort.hpp"
-#include "platform/foundation/file_manager.hpp"
-#include "platform/foundation/json.hpp"
 
 namespace QuorinOstrevalUpdater {
 

@@ -5,12 +5,12 @@
 #include <optional>
 #include <string>
 
+#include "platform/files/data.hpp"
+#include "platform/files/file_manager.hpp"
+#include "platform/formats/json.hpp"
 #include "platform/foundation/best_effort.hpp"
-#include "platform/foundation/data.hpp"
-#include "platform/foundation/file_manager.hpp"
-#include "platform/foundation/json.hpp"
-#include "platform/foundation/process_control.hpp"
-#include "platform/foundation/process_info.hpp"
+#include "platform/processes/process_control.hpp"
+#include "platform/processes/process_info.hpp"
 #include "updater/driver/arguments.hpp"
 #include "updater/driver/failure_description.hpp"
 #include "updater/driver/parent_process.hpp"

@@ -1,7 +1,7 @@
 #include "updater/install/bundle_metadata.hpp"
 
-#include "platform/foundation/data.hpp"
-#include "platform/foundation/property_list.hpp"
+#include "platform/files/data.hpp"
+#include "platform/formats/property_list.hpp"
 #include "updater/records/installer_error.hpp"
 
 namespace QuorinOstrevalUpdater {

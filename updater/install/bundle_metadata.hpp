@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "platform/foundation/data.hpp"
-#include "platform/foundation/url.hpp"
+#include "platform/files/data.hpp"
+#include "platform/files/url.hpp"
 
 namespace QuorinOstrevalUpdater {
 

@@ -2,9 +2,9 @@
 
 #include <string>
 
+#include "platform/files/file_manager.hpp"
+#include "platform/files/held_item.hpp"
 #include "platform/foundation/best_effort.hpp"
-#include "platform/foundation/file_manager.hpp"
-#include "platform/foundation/held_item.hpp"
 #include "platform/foundation/scope_exit.hpp"
 #include "platform/foundation/text.hpp"
 #include "platform/foundation/uuid.hpp"

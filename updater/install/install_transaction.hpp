@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/url.hpp"
+#include "platform/files/url.hpp"
 #include "updater/records/install_plan.hpp"
 
 namespace QuorinOstrevalUpdater {

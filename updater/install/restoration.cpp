@@ -4,9 +4,9 @@
 #include <string>
 #include <string_view>
 
+#include "platform/files/file_manager.hpp"
 #include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/file_manager.hpp"
 
 namespace QuorinOstrevalUpdater {
 namespace {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/foundation/held_item.hpp"
-#include "platform/foundation/url.hpp"
+#include "platform/files/held_item.hpp"
+#include "platform/files/url.hpp"
 
 namespace QuorinOstrevalUpdater {
 

@@ -1,7 +1,7 @@
 #include "updater/install/rollback.hpp"
 
+#include "platform/files/file_manager.hpp"
 #include "platform/foundation/best_effort.hpp"
-#include "platform/foundation/file_manager.hpp"
 #include "updater/install/restoration.hpp"
 #include "updater/records/installer_error.hpp"
 

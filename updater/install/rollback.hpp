@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "platform/foundation/url.hpp"
+#include "platform/files/url.hpp"
 
 namespace QuorinOstrevalUpdater {
 

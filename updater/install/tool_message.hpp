@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/foundation/data.hpp"
+#include "platform/files/data.hpp"
 
 namespace QuorinOstrevalUpdater {
 

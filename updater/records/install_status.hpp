@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "platform/foundation/coding_key.hpp"
-#include "platform/foundation/json.hpp"
+#include "platform/formats/coding_key.hpp"
+#include "platform/formats/json.hpp"
 
 namespace QuorinOstrevalUpdater {
 

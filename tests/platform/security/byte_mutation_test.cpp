@@ -3,8 +3,8 @@
 #include <iostream>
 #include <set>
 
+#include "tests/helpers/program.hpp"
 #include "tests/platform/security/signed_sample.hpp"
-#include "tests/support/program.hpp"
 
 namespace fs = std::filesystem;
 

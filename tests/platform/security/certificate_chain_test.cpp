@@ -2,11 +2,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "platform/foundation/bytes.hpp"
-#include "platform/foundation/file_manager.hpp"
+#include "platform/files/file_manager.hpp"
+#include "platform/formats/bytes.hpp"
 #include "platform/security/trust_anchors.hpp"
+#include "tests/helpers/program.hpp"
 #include "tests/platform/security/signed_sample.hpp"
-#include "tests/support/program.hpp"
 
 namespace fs = std::filesystem;
 

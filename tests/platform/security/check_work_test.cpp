@@ -9,7 +9,7 @@
 #include "platform/security/mach_o.hpp"
 #include "tests/platform/security/memory_source.hpp"
 #include "tests/platform/security/signed_sample.hpp"
-#include "tools/sign_bundle/code_directory.hpp"
+#include "tools/sign_bundle/code_directory_writer.hpp"
 
 namespace fs = std::filesystem;
 

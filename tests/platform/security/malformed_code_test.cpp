@@ -3,10 +3,10 @@
 
 #include "platform/security/code_blobs.hpp"
 #include "platform/security/mach_o.hpp"
+#include "tests/helpers/bytes.hpp"
 #include "tests/platform/security/memory_source.hpp"
 #include "tests/platform/security/signed_sample.hpp"
-#include "tests/support/bytes.hpp"
-#include "tools/sign_bundle/code_blobs.hpp"
+#include "tools/sign_bundle/blob_writer.hpp"
 #include "tools/sign_bundle/universal_file.hpp"
 
 namespace fs = std::filesystem;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "platform/security/byte_source.hpp"
+#include "platform/formats/byte_source.hpp"
 
 namespace test {
 

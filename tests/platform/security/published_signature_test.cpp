@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
-#include "platform/foundation/url.hpp"
+#include "platform/files/url.hpp"
 #include "platform/security/cms_signature.hpp"
 #include "platform/security/code_blobs.hpp"
 #include "platform/security/requirement.hpp"
-#include "tests/support/files.hpp"
-#include "tests/support/program.hpp"
+#include "tests/helpers/files.hpp"
+#include "tests/helpers/program.hpp"
 
 namespace fs = std::filesystem;
 

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "platform/security/security_error.hpp"
-#include "tests/support/files.hpp"
-#include "tests/support/sample_application.hpp"
+#include "tests/helpers/files.hpp"
+#include "tests/helpers/sample_application.hpp"
 
 namespace test {
 

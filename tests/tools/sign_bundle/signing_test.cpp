@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/property_list.hpp"
+#include "platform/formats/property_list.hpp"
 #include "platform/security/code_blobs.hpp"
 #include "platform/security/code_directory.hpp"
 #include "platform/security/mach_o.hpp"
+#include "tests/helpers/program.hpp"
 #include "tests/platform/security/memory_source.hpp"
 #include "tests/platform/security/signed_sample.hpp"
-#include "tests/support/program.hpp"
 
 namespace fs = std::filesystem;
 namespace slot = platform::slot;

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/files.hpp"
-#include "tests/support/program.hpp"
+#include "tests/helpers/files.hpp"
+#include "tests/helpers/program.hpp"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <new>
 #include <stdexcept>
 
-#include "platform/foundation/json.hpp"
-#include "tests/support/files.hpp"
-#include "tests/support/private_mounts.hpp"
-#include "tests/support/program.hpp"
+#include "platform/formats/json.hpp"
+#include "tests/helpers/files.hpp"
+#include "tests/helpers/private_mounts.hpp"
+#include "tests/helpers/program.hpp"
 #include "updater/driver/failure_description.hpp"
 #include "updater/records/install_plan.hpp"
 

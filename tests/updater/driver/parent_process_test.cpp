@@ -7,7 +7,7 @@
 #include <chrono>
 #include <thread>
 
-#include "tests/support/program.hpp"
+#include "tests/helpers/program.hpp"
 
 using QuorinOstrevalUpdater::waitForExit;
 

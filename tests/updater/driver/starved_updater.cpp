@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "platform/foundation/file_manager.hpp"
+#include "platform/files/file_manager.hpp"
 #include "updater/driver/update_run.hpp"
 #include "updater/install/install_transaction.hpp"
 

@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 
-#include "platform/foundation/data.hpp"
-#include "tests/support/files.hpp"
-#include "tests/support/program.hpp"
-#include "tests/support/syscall_fault.hpp"
+#include "platform/files/data.hpp"
+#include "tests/helpers/files.hpp"
+#include "tests/helpers/program.hpp"
+#include "tests/helpers/syscall_fault.hpp"
 
 using QuorinOstrevalUpdater::InstallStatus;
 using QuorinOstrevalUpdater::writeStatus;

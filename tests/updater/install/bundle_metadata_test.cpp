@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/files.hpp"
+#include "tests/helpers/files.hpp"
 #include "updater/records/installer_error.hpp"
 
 using QuorinOstrevalUpdater::InstallerError;

@@ -9,9 +9,9 @@
 #include <cstdio>
 #include <set>
 
-#include "tests/support/files.hpp"
-#include "tests/support/program.hpp"
-#include "tests/support/syscall_fault.hpp"
+#include "tests/helpers/files.hpp"
+#include "tests/helpers/program.hpp"
+#include "tests/helpers/syscall_fault.hpp"
 #include "updater/records/installer_error.hpp"
 
 namespace fs = std::filesystem;

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/foundation/json.hpp"
+#include "platform/formats/json.hpp"
 #include "updater/records/install_plan.hpp"
 #include "updater/records/install_status.hpp"
 

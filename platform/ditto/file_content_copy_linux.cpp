@@ -1,0 +1,109 @@
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "platform/ditto/file_content_copy.hpp"
+#include "platform/foundation/error.hpp"
+#include "platform/foundation/system_call.hpp"
+
+namespace platform::ditto {
+namespace {
+
+constexpr std::size_t kBufferSize = std::size_t{128} * 1024;
+constexpr off_t kStatusBlockSize = 512;
+
+class ContentCopy {
+ public:
+  ContentCopy(const FileDescriptor& source, const std::string& sourcePath, const FileDescriptor& copy,
+              const std::string& copyPath)
+      : source_(source.get()), copy_(copy.get()), sourcePath_(sourcePath), copyPath_(copyPath) {}
+
+  bool shareBlocks() const { return ::ioctl(copy_, FICLONE, source_) == 0; }
+
+  void copyRange(off_t begin, off_t end) {
+    off_t position = copyInKernel(begin, end);
+    // Whatever kept the kernel from it, copying byte by byte either manages or tells the reason.
+    while (position < end)
+      position += copyThroughBuffer(position, end);
+  }
+
+  /// Copies the parts that hold data; what lies between them is never written.
+  void copyDataRanges(off_t size) {
+    off_t position = 0;
+    while (position < size) {
+      const off_t begin = ::lseek(source_, position, SEEK_DATA);
+      if (begin < 0 && errno == ENXIO)
+        break;  // only a hole is left
+      if (begin < 0 || begin < position)
+        return copyRange(position, size);  // a file system that does not tell
+      const off_t hole = ::lseek(source_, begin, SEEK_HOLE);
+      const off_t end = hole < begin ? size : std::min(hole, size);
+      copyRange(begin, end);
+      position = std::max(begin, end);
+    }
+    if (::ftruncate(copy_, size) != 0)
+      throw SystemError(quoted(copyPath_) + " could not be written", errno);
+  }
+
+ private:
+  /// The position up to which the kernel has copied.
+  off_t copyInKernel(off_t position, off_t end) const {
+    off_t written = position;
+    while (position < end) {
+      const auto remaining = static_cast<std::size_t>(end - position);
+      const auto count =
+          uninterrupted([&] { return ::copy_file_range(source_, &position, copy_, &written, remaining, 0); });
+      if (count <= 0)
+        break;
+    }
+    return written;
+  }
+
+  off_t copyThroughBuffer(off_t position, off_t end) const {
+    // Left as it is: only what a read has filled is used.
+    std::array<char, kBufferSize> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+    const std::size_t wanted = std::min(kBufferSize, static_cast<std::size_t>(end - position));
+    const auto count = uninterrupted([&] { return ::pread(source_, buffer.data(), wanted, position); });
+    if (count < 0)
+      throw SystemError(quoted(sourcePath_) + " could not be read", errno);
+    if (count == 0)
+      throw Error(quoted(sourcePath_) + " changed while it was being copied.");
+    writeAll({buffer.data(), static_cast<std::size_t>(count)}, position);
+    return count;
+  }
+
+  void writeAll(std::string_view bytes, off_t position) const {
+    while (!bytes.empty()) {
+      const auto count = uninterrupted([&] { return ::pwrite(copy_, bytes.data(), bytes.size(), position); });
+      if (count < 0)
+        throw SystemError(quoted(copyPath_) + " could not be written", errno);
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+      position += count;
+    }
+  }
+
+  int source_;
+  int copy_;
+  const std::string& sourcePath_;
+  const std::string& copyPath_;
+};
+
+}  // namespace
+
+void copyContent(const FileDescriptor& source, const std::string& sourcePath, const struct stat& status,
+                 const FileDescriptor& copy, const std::string& copyPath) {
+  ContentCopy content(source, sourcePath, copy, copyPath);
+  if (status.st_size == 0 || content.shareBlocks())
+    return;
+  const bool holesArePossible = status.st_blocks < status.st_size / kStatusBlockSize;
+  if (holesArePossible)
+    content.copyDataRanges(status.st_size);
+  else
+    content.copyRange(0, status.st_size);
+}
+
+}  // namespace platform::ditto

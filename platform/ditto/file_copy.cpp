@@ -1,0 +1,62 @@
+#include "platform/ditto/file_copy.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "platform/ditto/attributes_copy.hpp"
+#include "platform/ditto/file_content_copy.hpp"
+#include "platform/foundation/error.hpp"
+#include "platform/foundation/system_call.hpp"
+
+namespace platform::ditto {
+namespace {
+
+[[noreturn]] void failToCreate(const Item& copy, int reason) {
+  throw SystemError(quoted(copy.path) + " could not be created", reason);
+}
+
+FileDescriptor createFile(const Item& copy) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+  FileDescriptor created(uninterrupted(
+      [&] { return ::openat(copy.directory.get(), copy.name.c_str(), kFlags, S_IRUSR | S_IWUSR); }));
+  if (!created.isOpen())
+    failToCreate(copy, errno);
+  return created;
+}
+
+std::string textOf(const Item& link, const struct stat& status) {
+  std::string text(static_cast<std::size_t>(status.st_size) + 1, '\0');
+  while (true) {
+    const ssize_t length = ::readlinkat(link.directory.get(), link.name.c_str(), text.data(), text.size());
+    if (length < 0)
+      throw SystemError("The symbolic link " + quoted(link.path) + " could not be read", errno);
+    if (static_cast<std::size_t>(length) < text.size()) {
+      text.resize(static_cast<std::size_t>(length));
+      return text;
+    }
+    text.resize(2 * text.size());
+  }
+}
+
+}  // namespace
+
+void copyFile(const Item& source, const Item& copy) {
+  const FileDescriptor input = openItem(source, O_RDONLY);
+  const struct stat status = statusOf(input, source.path);
+  if (!S_ISREG(status.st_mode))
+    throw Error(quoted(source.path) + " changed while it was being copied.");
+  FileDescriptor output = createFile(copy);
+  copyContent(input, source.path, status, output, copy.path);
+  requireUnchanged(input, status, source.path);
+  copyAttributes(input, source.path, status, output, copy.path);
+  output.close(copy.path);
+}
+
+void copyLink(const Item& source, const struct stat& status, const Item& copy) {
+  const std::string text = textOf(source, status);
+  if (::symlinkat(text.c_str(), copy.directory.get(), copy.name.c_str()) != 0)
+    failToCreate(copy, errno);
+  copyLinkAttributes(status, copy);
+}
+
+}  // namespace platform::ditto

@@ -1,0 +1,41 @@
+#include "platform/ditto/hard_link_table.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "platform/foundation/error.hpp"
+
+namespace platform::ditto {
+
+void HardLinkTable::add(const Identity& source, nlink_t names, Copy copy) {
+  files_.insert_or_assign(source, File{std::move(copy), names - 1});
+}
+
+HardLinkTable::Copy HardLinkTable::take(const Identity& source) {
+  const auto file = files_.find(source);
+  if (--file->second.remainingNames > 0)
+    return file->second.copy;
+  Copy last = std::move(file->second.copy);
+  files_.erase(file);
+  return last;
+}
+
+void linkCopy(const Item& root, const HardLinkTable::Copy& copy, const Item& newName) {
+  constexpr int kFlags = O_PATH | O_DIRECTORY;
+  FileDescriptor directory = openItem(root, kFlags);
+  std::size_t begin = 0;
+  // Name by name: no link is followed on the way, and the path may be longer than the system takes at once.
+  for (std::size_t end = 0; (end = copy.path.find('/', begin)) != std::string::npos; begin = end + 1) {
+    FileDescriptor next = openItem({directory, copy.path.substr(begin, end - begin), root.path}, kFlags);
+    directory = std::move(next);
+  }
+  const std::string name = copy.path.substr(begin);
+  if (::linkat(directory.get(), name.c_str(), newName.directory.get(), newName.name.c_str(), 0) != 0)
+    throw SystemError(quoted(newName.path) + " could not be created", errno);
+  if (identityOf(statusOf(newName)) != copy.identity)
+    throw Error("The copy in " + quoted(root.path) + " was changed while it was being made.");
+}
+
+}  // namespace platform::ditto

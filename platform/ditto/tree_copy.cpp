@@ -1,0 +1,241 @@
+#include "platform/ditto/tree_copy.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "platform/ditto/directory_copy.hpp"
+#include "platform/ditto/directory_reader.hpp"
+#include "platform/ditto/file_copy.hpp"
+#include "platform/ditto/hard_link_table.hpp"
+#include "platform/ditto/worker_pool.hpp"
+#include "platform/foundation/error.hpp"
+#include "platform/foundation/system_call.hpp"
+
+namespace platform::ditto {
+namespace {
+
+// Enough to keep the processors and the disk busy at the same time.
+constexpr std::size_t kThreads = 4;
+constexpr std::size_t kLongestQueue = 32;
+// A deeper place is told by the end of its path, so that no message and no directory's memory grows with the
+// depth.
+constexpr std::size_t kLongestPathInMessages = 4096;
+
+/// A directory whose copy exists, empty, and is still to be filled.
+struct PendingDirectory {
+  std::string name;
+  Identity copy;
+};
+
+/// A directory between the root and the place of work.
+struct Level {
+  Identity source;
+  Identity copy;
+  std::size_t pathLength;  ///< of the directory above it
+  std::vector<PendingDirectory> directories;
+};
+
+Identity createDirectory(const Item& copy) {
+  if (::mkdirat(copy.directory.get(), copy.name.c_str(), S_IRWXU) != 0)
+    throw SystemError(quoted(copy.path) + " could not be created", errno);
+  return identityOf(statusOf(copy));
+}
+
+[[noreturn]] void refuseInside(const Item& source, const Item& copy) {
+  throw Error(quoted(copy.path) + " lies inside " + quoted(source.path) + " and cannot be its copy.");
+}
+
+/// Refuses a destination below the source before anything is made.
+void requireOutside(const Item& source, const struct stat& status, const Item& copy) {
+  FileDescriptor directory = openItem({copy.directory, ".", copy.path}, O_PATH | O_DIRECTORY);
+  Identity place = identityOf(statusOf(directory, copy.path));
+  while (place != identityOf(status)) {
+    FileDescriptor above(::openat(directory.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!above.isOpen())
+      return;  // out of reach; the walk would still notice the destination when it came by
+    directory = std::move(above);
+    const Identity next = identityOf(statusOf(directory, copy.path));
+    if (next == place)
+      return;
+    place = next;
+  }
+  refuseInside(source, copy);
+}
+
+/// Copies anything but a directory.
+void copySingle(const Item& source, const struct stat& status, const Item& copy) {
+  if (S_ISREG(status.st_mode))
+    copyFile(source, copy);
+  else if (S_ISLNK(status.st_mode))
+    copyLink(source, status, copy);
+  else
+    throw Error(quoted(source.path) +
+                " is neither a file, a directory nor a symbolic link and cannot be copied.");
+}
+
+/// Goes through the tree without recursion, with two open directories at a time besides those in which files
+/// are still being copied. A directory's own entries are made before its subdirectories are filled, so that
+/// it is done early.
+class TreeCopy {
+ public:
+  TreeCopy(const Item& source, const Item& copy)
+      : source_(source), copy_(copy), pool_(kThreads, kLongestQueue) {}
+
+  void run() {
+    // An unreadable source is noticed before anything is made.
+    static_cast<void>(openItem(source_, O_RDONLY | O_DIRECTORY));
+    copyIdentity_ = createDirectory(copy_);
+    descend(source_, copy_, copyIdentity_, 0);
+    while (!levels_.empty()) {
+      if (levels_.back().directories.empty()) {
+        ascend();
+        continue;
+      }
+      const PendingDirectory next = std::move(levels_.back().directories.back());
+      levels_.back().directories.pop_back();
+      const auto above = current_;
+      const std::size_t length = path_.size();
+      path_ += '/' + next.name;
+      descend(above->source(next.name), above->copy(next.name), next.copy, length);
+    }
+    pool_.wait();
+  }
+
+ private:
+  std::string pathInMessages(const Item& root) const {
+    if (path_.size() <= kLongestPathInMessages)
+      return root.path + path_;
+    return root.path + "/..." + path_.substr(path_.find('/', path_.size() - kLongestPathInMessages));
+  }
+
+  std::shared_ptr<DirectoryCopy> open(const Item& source, const Item& copy, int flags) const {
+    return std::make_shared<DirectoryCopy>(
+        DirectoryCopy::Directory{openItem(source, flags | O_DIRECTORY), pathInMessages(source_)},
+        DirectoryCopy::Directory{openItem(copy, flags | O_DIRECTORY), pathInMessages(copy_)});
+  }
+
+  [[noreturn]] void failMoved() const {
+    throw Error(quoted(pathInMessages(source_)) + " or its copy was moved while it was being copied.");
+  }
+
+  void descend(const Item& source, const Item& copy, const Identity& createdCopy, std::size_t lengthAbove) {
+    current_ = open(source, copy, O_RDONLY);
+    if (current_->copyIdentity() != createdCopy)
+      failMoved();
+    levels_.push_back({current_->sourceIdentity(), createdCopy, lengthAbove, {}});
+    copyEntries();
+  }
+
+  void ascend() {
+    path_.resize(levels_.back().pathLength);
+    levels_.pop_back();
+    if (levels_.empty())
+      return;
+    current_ = open(current_->source(".."), current_->copy(".."), O_PATH);
+    if (current_->sourceIdentity() != levels_.back().source ||
+        current_->copyIdentity() != levels_.back().copy)
+      failMoved();
+  }
+
+  void copyEntries() {
+    DirectoryReader reader(current_->source("."));
+    for (auto names = reader.nextNames(); !names.empty(); names = reader.nextNames()) {
+      for (const std::string& name : names)
+        copyEntry(name);
+    }
+    std::ranges::reverse(levels_.back().directories);  // they are taken from the end
+    current_->leave();
+  }
+
+  void copyEntry(const std::string& name) {
+    const Item source = current_->source(name);
+    const Item copy = current_->copy(name);
+    const struct stat status = statusOf(source);
+    if (S_ISDIR(status.st_mode))
+      addDirectory(source, status, copy);
+    else if (status.st_nlink > 1)
+      copyFileWithSeveralNames(source, status, copy);
+    else if (S_ISREG(status.st_mode))
+      addJob(name);
+    else
+      copySingle(source, status, copy);
+  }
+
+  void addDirectory(const Item& source, const struct stat& status, const Item& copy) {
+    if (identityOf(status) == copyIdentity_)
+      refuseInside(source_, copy_);
+    levels_.back().directories.push_back({source.name, createDirectory(copy)});
+  }
+
+  void addJob(const std::string& name) {
+    current_->enter();
+    pool_.add([directory = current_, name] {
+      copyFile(directory->source(name), directory->copy(name));
+      directory->leave();
+    });
+  }
+
+  /// In turn with all others of its kind: the first copy must be there for the others to be linked to.
+  void copyFileWithSeveralNames(const Item& source, const struct stat& status, const Item& copy) {
+    const Identity identity = identityOf(status);
+    if (links_.holds(identity)) {
+      linkCopy(copy_, links_.take(identity), copy);
+    } else {
+      copySingle(source, status, copy);
+      links_.add(identity, status.st_nlink,
+                 {(path_ + '/' + source.name).substr(1), identityOf(statusOf(copy))});
+    }
+  }
+
+  const Item& source_;
+  const Item& copy_;
+  Identity copyIdentity_;
+  std::string path_;  ///< of the place of work below the root: empty, or a slash before each name
+  std::vector<Level> levels_;
+  std::shared_ptr<DirectoryCopy> current_;
+  HardLinkTable links_;
+  WorkerPool pool_;
+};
+
+/// The item that `url` stands for: what is at the end of all links, where it is a link.
+URL resolved(const URL& url) {
+  struct stat status {};
+  if (::lstat(url.path().c_str(), &status) != 0 || !S_ISLNK(status.st_mode))
+    return url;
+  struct Free {
+    void operator()(char* memory) const noexcept { std::free(memory); }
+  };
+  const std::unique_ptr<char, Free> path(::realpath(url.path().c_str(), nullptr));
+  if (path == nullptr)
+    throw SystemError(quoted(url.path()) + " could not be examined", errno);
+  return URL::fileURLWithPath(path.get());
+}
+
+FileDescriptor openParent(const URL& url) {
+  return FileDescriptor::open(url.deletingLastPathComponent(), O_PATH | O_DIRECTORY);
+}
+
+}  // namespace
+
+void copyTree(const URL& source, const URL& destination) {
+  const URL origin = resolved(source);
+  const FileDescriptor sourceParent = openParent(origin);
+  const FileDescriptor destinationParent = openParent(destination);
+  const Item from{sourceParent, origin.lastPathComponent(), origin.path()};
+  const Item to{destinationParent, destination.lastPathComponent(), destination.path()};
+  const struct stat status = statusOf(from);
+  if (S_ISLNK(status.st_mode))
+    throw Error(quoted(origin.path()) + " changed while it was being copied.");
+  if (!S_ISDIR(status.st_mode))
+    return copySingle(from, status, to);
+  requireOutside(from, status, to);
+  TreeCopy(from, to).run();
+}
+
+}  // namespace platform::ditto

@@ -1,0 +1,134 @@
+#include "platform/files/directory_enumerator.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <memory>
+#include <utility>
+
+#include "platform/foundation/error.hpp"
+#include "platform/foundation/system_call.hpp"
+#include "platform/foundation/text.hpp"
+
+namespace platform {
+namespace {
+
+constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY;
+
+struct CloseDirectory {
+  void operator()(DIR* stream) const noexcept { ::closedir(stream); }
+};
+
+bool isDirectory(const FileDescriptor& directory, const dirent& entry) {
+  if (entry.d_type != DT_UNKNOWN)
+    return entry.d_type == DT_DIR;
+  struct stat status {};
+  return ::fstatat(directory.get(), static_cast<const char*>(entry.d_name), &status, AT_SYMLINK_NOFOLLOW) ==
+             0 &&
+         S_ISDIR(status.st_mode);
+}
+
+}  // namespace
+
+NSDirectoryEnumerator::NSDirectoryEnumerator(const URL& root, DirectoryEnumerationOptions options)
+    : options_(options), root_(FileDescriptor::open(root, kDirectoryFlags)) {
+  descend(FileDescriptor::openAt(root_, ".", kDirectoryFlags), root, {});
+}
+
+std::optional<URL> NSDirectoryEnumerator::nextObject() {
+  if (std::exchange(descends_, false)) {
+    const Level& level = levels_.back();
+    const std::string name = level.entries[level.next - 1].name;
+    try {
+      descend(FileDescriptor::openAt(current_, name, kDirectoryFlags | O_NOFOLLOW),
+              level.url.appendingPathComponent(name), name);
+    } catch (const SystemError&) {
+      // What cannot be read is passed over.
+    }
+  }
+  while (!levels_.empty() && levels_.back().next == levels_.back().entries.size())
+    ascend();
+  if (levels_.empty())
+    return std::nullopt;
+  Level& level = levels_.back();
+  const Entry& entry = level.entries[level.next++];
+  descends_ = entry.entered;
+  return level.url.appendingPathComponent(entry.name);
+}
+
+bool NSDirectoryEnumerator::has(DirectoryEnumerationOptions option) const {
+  return (static_cast<unsigned>(options_) & static_cast<unsigned>(option)) != 0;
+}
+
+void NSDirectoryEnumerator::descend(FileDescriptor directory, const URL& url, const std::string& name) {
+  struct stat status {};
+  if (::fstat(directory.get(), &status) != 0)
+    throw SystemError(quoted(url.path()) + " could not be examined", errno);
+  levels_.push_back({url, name, status.st_dev, status.st_ino, entriesOf(directory, url), 0});
+  current_ = std::move(directory);
+}
+
+std::vector<NSDirectoryEnumerator::Entry> NSDirectoryEnumerator::entriesOf(const FileDescriptor& directory,
+                                                                           const URL& url) const {
+  // Not opened anew, which takes more than the right to read.
+  FileDescriptor duplicate(::fcntl(directory.get(), F_DUPFD_CLOEXEC, 0));
+  const std::unique_ptr<DIR, CloseDirectory> stream(::fdopendir(duplicate.get()));
+  if (stream == nullptr)
+    throw SystemError(quoted(url.path()) + " could not be read", errno);
+  static_cast<void>(duplicate.release());  // the stream closes it
+  std::vector<Entry> entries;
+  // A failure half-way ends the directory as its end does: what was read is delivered.
+  while (const dirent* entry =
+             ::readdir(stream.get())) {  // NOLINT(concurrency-mt-unsafe): a stream of our own
+    std::string name = static_cast<const char*>(entry->d_name);
+    if (name == "." || name == ".." || (has(DirectoryEnumerationOptions::skipsHiddenFiles) && name[0] == '.'))
+      continue;
+    const bool entered = !has(DirectoryEnumerationOptions::skipsSubdirectoryDescendants) &&
+                         isDirectory(directory, *entry) && !isSkippedPackage(name);
+    entries.push_back({std::move(name), entered});
+  }
+  return entries;
+}
+
+bool NSDirectoryEnumerator::isSkippedPackage(const std::string& name) const {
+  return has(DirectoryEnumerationOptions::skipsPackageDescendants) &&
+         lowercased(URL::fileURLWithPath("/" + name).pathExtension()) == "app";
+}
+
+void NSDirectoryEnumerator::ascend() {
+  levels_.pop_back();
+  // A directory above that is gone or moved away cannot be entered any more; what is above that may still be.
+  if (!levels_.empty() && !stepUp())
+    reopen();
+}
+
+bool NSDirectoryEnumerator::stepUp() {
+  if (!current_.isOpen())
+    return false;
+  return take(FileDescriptor(
+      uninterrupted([&] { return ::openat(current_.get(), "..", kDirectoryFlags | O_CLOEXEC); })));
+}
+
+void NSDirectoryEnumerator::reopen() {
+  FileDescriptor place(
+      uninterrupted([&] { return ::openat(root_.get(), ".", kDirectoryFlags | O_CLOEXEC); }));
+  for (std::size_t depth = 1; depth < levels_.size(); ++depth) {
+    place = FileDescriptor(uninterrupted([&] {
+      return ::openat(place.get(), levels_[depth].name.c_str(), kDirectoryFlags | O_NOFOLLOW | O_CLOEXEC);
+    }));
+  }
+  current_ = FileDescriptor();
+  take(std::move(place));
+}
+
+bool NSDirectoryEnumerator::take(FileDescriptor directory) {
+  struct stat status {};
+  if (!directory.isOpen() || ::fstat(directory.get(), &status) != 0 ||
+      status.st_dev != levels_.back().device || status.st_ino != levels_.back().inode)
+    return false;
+  current_ = std::move(directory);
+  return true;
+}
+
+}  // namespace platform

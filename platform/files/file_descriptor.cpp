@@ -1,0 +1,84 @@
+#include "platform/files/file_descriptor.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "platform/foundation/error.hpp"
+#include "platform/foundation/system_call.hpp"
+
+namespace platform {
+
+FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
+  FileDescriptor old(std::exchange(descriptor_, other.release()));
+  return *this;
+}
+
+FileDescriptor::~FileDescriptor() {
+  // Whoever wrote through the descriptor has called close(); a failure on the way out loses nothing.
+  if (isOpen())
+    ::close(descriptor_);
+}
+
+FileDescriptor FileDescriptor::open(const URL& url, int flags, unsigned mode) {
+  const char* path = systemPath(url);
+  FileDescriptor opened(uninterrupted([&] { return ::open(path, flags | O_CLOEXEC, mode); }));
+  if (!opened.isOpen())
+    throw SystemError(quoted(url.path()) + " could not be opened", errno);
+  return opened;
+}
+
+FileDescriptor FileDescriptor::openForReading(const URL& url) {
+  FileDescriptor opened = open(url, O_RDONLY | O_NOCTTY | O_NONBLOCK);
+  struct stat status {};
+  if (::fstat(opened.get(), &status) != 0)
+    throw SystemError(quoted(url.path()) + " could not be looked at", errno);
+  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
+    throw Error(quoted(url.path()) + " could not be read: It is not a regular file.");
+  return opened;
+}
+
+FileDescriptor FileDescriptor::openAt(const FileDescriptor& directory, const std::string& name, int flags,
+                                      unsigned mode) {
+  FileDescriptor opened(
+      uninterrupted([&] { return ::openat(directory.get(), name.c_str(), flags | O_CLOEXEC, mode); }));
+  if (!opened.isOpen())
+    throw SystemError(quoted(name) + " could not be opened", errno);
+  return opened;
+}
+
+int FileDescriptor::release() noexcept {
+  return std::exchange(descriptor_, -1);
+}
+
+void FileDescriptor::close(std::string_view item) {
+  // An interrupted close has let go of the descriptor all the same.
+  if (::close(release()) != 0 && errno != EINTR)
+    throw SystemError(quoted(item) + " could not be closed", errno);
+}
+
+std::size_t FileDescriptor::read(void* buffer, std::size_t capacity, std::string_view item) const {
+  const auto count = uninterrupted([&] { return ::read(descriptor_, buffer, capacity); });
+  if (count < 0)
+    throw SystemError(quoted(item) + " could not be read", errno);
+  return static_cast<std::size_t>(count);
+}
+
+void FileDescriptor::writeAll(std::string_view bytes, std::string_view item) const {
+  while (!bytes.empty()) {
+    const auto count = uninterrupted([&] { return ::write(descriptor_, bytes.data(), bytes.size()); });
+    if (count < 0)
+      throw SystemError(quoted(item) + " could not be written", errno);
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+}
+
+const char* systemPath(const URL& url) {
+  if (url.path().find('\0') != std::string::npos)
+    throw SystemError(quoted(url.path()) + " holds a null character", EINVAL);
+  return url.path().c_str();
+}
+
+}  // namespace platform

@@ -1,0 +1,32 @@
+#include <unistd.h>
+
+#include "platform/files/file_sync.hpp"
+#include "platform/foundation/error.hpp"
+#include "platform/foundation/system_call.hpp"
+
+namespace platform {
+namespace {
+
+[[noreturn]] void throwNotSaved(std::string_view item, int errorNumber) {
+  throw SystemError(quoted(item) + " could not be saved to the disk", errorNumber);
+}
+
+}  // namespace
+
+void syncFile(const FileDescriptor& file, std::string_view item) {
+  if (uninterrupted([&] { return ::fsync(file.get()); }) != 0)
+    throwNotSaved(item, errno);
+}
+
+void syncDirectory(const FileDescriptor& directory, std::string_view item) {
+  // EINVAL: the file system keeps no directory that could be synced by itself.
+  if (uninterrupted([&] { return ::fsync(directory.get()); }) != 0 && errno != EINVAL)
+    throwNotSaved(item, errno);
+}
+
+void syncFileSystem(const FileDescriptor& anyFileOnIt, std::string_view item) {
+  if (uninterrupted([&] { return ::syncfs(anyFileOnIt.get()); }) != 0)
+    throwNotSaved(item, errno);
+}
+
+}  // namespace platform

@@ -1,0 +1,196 @@
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "platform/formats/json.hpp"
+
+namespace platform {
+namespace {
+
+using Type = KeyedDecodingContainer::Type;
+using Value = KeyedDecodingContainer::Value;
+
+std::string nameOf(Type type) {
+  switch (type) {
+    case Type::null:
+      return "null";
+    case Type::boolean:
+      return "true or false";
+    case Type::number:
+      return "a number";
+    case Type::string:
+      return "a text";
+    case Type::array:
+      return "an array";
+    case Type::object:
+      return "an object";
+  }
+  return {};
+}
+
+/// Keeps the members of the root object and passes over whatever is nested in them, so that depth costs
+/// nothing. The signatures, const or not, are those that the parser calls.
+// NOLINTBEGIN(readability-identifier-naming, readability-convert-member-functions-to-static)
+class RootMembers : public nlohmann::json_sax<nlohmann::json> {
+ public:
+  KeyedDecodingContainer::Members take() { return std::move(members_); }
+  Type rootType() const { return rootType_; }
+  bool numberIsTooLarge() const { return numberIsTooLarge_; }
+  /// The place of what is not JSON, counted from 1.
+  std::optional<std::size_t> errorPosition() const { return errorPosition_; }
+
+  bool null() override { return add({Type::null, false, {}}); }
+  bool boolean(bool value) override { return add({Type::boolean, value, {}}); }
+  bool number_integer(number_integer_t) override { return add({Type::number, false, {}}); }
+  bool number_unsigned(number_unsigned_t) override { return add({Type::number, false, {}}); }
+  bool number_float(number_float_t, const string_t&) override { return add({Type::number, false, {}}); }
+  bool string(string_t& value) override {
+    return add({Type::string, false, depth_ == 1 ? std::move(value) : ""});
+  }
+  bool binary(binary_t&) override { return false; }
+  bool start_object(std::size_t) override { return open(Type::object); }
+  bool start_array(std::size_t) override { return open(Type::array); }
+  bool end_object() override { return close(); }
+  bool end_array() override { return close(); }
+
+  bool key(string_t& name) override {
+    if (depth_ == 1)
+      key_ = std::move(name);
+    return true;
+  }
+
+  bool parse_error(std::size_t position, const std::string&,
+                   const nlohmann::json::exception& error) override {
+    constexpr int kNumberOutOfRange = 406;
+    numberIsTooLarge_ = error.id == kNumberOutOfRange;
+    errorPosition_ = position;
+    return false;
+  }
+
+ private:
+  bool add(Value value) {
+    if (depth_ == 0)
+      rootType_ = value.type;
+    else if (depth_ == 1 && rootType_ == Type::object)
+      members_.insert_or_assign(key_, std::move(value));
+    return true;
+  }
+
+  bool open(Type type) {
+    add({type, false, {}});
+    ++depth_;
+    return true;
+  }
+
+  bool close() {
+    --depth_;
+    return true;
+  }
+
+  KeyedDecodingContainer::Members members_;
+  std::string key_;
+  Type rootType_ = Type::null;
+  std::size_t depth_ = 0;
+  std::optional<std::size_t> errorPosition_;
+  bool numberIsTooLarge_ = false;
+};
+// NOLINTEND(readability-identifier-naming, readability-convert-member-functions-to-static)
+
+/// "line 3, column 5" of the byte at `position`, which counts from 1.
+std::string place(std::string_view text, std::size_t position) {
+  const std::string_view before = text.substr(0, position == 0 ? 0 : position - 1);
+  const auto line = std::count(before.begin(), before.end(), '\n') + 1;
+  const auto lineStart = before.rfind('\n') == std::string_view::npos ? 0 : before.rfind('\n') + 1;
+  return "line " + std::to_string(line) + ", column " + std::to_string(before.size() - lineStart + 1);
+}
+
+[[noreturn]] void refuse(std::string_view text, std::size_t position) {
+  throw DecodingError("The data is not valid JSON at " + place(text, position) + ".");
+}
+
+/// The length of the JSON number at the beginning of `text`; 0 where there is none.
+std::size_t numberLength(std::string_view text) {
+  const auto behindDigits = [&](std::size_t from) {
+    return std::min(text.find_first_not_of("0123456789", from), text.size());
+  };
+  const auto has = [&](std::string_view characters, std::size_t at) {
+    return at < text.size() && characters.find(text[at]) != std::string_view::npos;
+  };
+  const std::size_t start = has("-", 0) ? 1 : 0;
+  std::size_t end = has("0", start) ? start + 1 : behindDigits(start);
+  if (end == start)
+    return 0;
+  if (has(".", end) && behindDigits(end + 1) > end + 1)
+    end = behindDigits(end + 1);
+  const std::size_t exponent = has("+-", end + 1) ? end + 2 : end + 1;
+  return has("eE", end) && behindDigits(exponent) > exponent ? behindDigits(exponent) : end;
+}
+
+/// `text` with a zero, and blanks up to the same length, in the place of every number outside of strings. No
+/// number's value is ever looked at, and the parser gives up at one that is beyond its range.
+std::string withoutNumbers(std::string_view text) {
+  std::string result(text);
+  bool isInString = false;
+  for (std::size_t position = 0; position < text.size(); ++position) {
+    if (text[position] == '"')
+      isInString = !isInString;
+    if (isInString) {
+      position += text[position] == '\\' ? 1U : 0U;
+    } else if (const std::size_t length = numberLength(text.substr(position)); length > 0) {
+      result.replace(position, length, length, ' ');
+      result[position] = '0';
+      position += length - 1;
+    } else if (text[position] == '-') {
+      // Not JSON. A number behind it must not complete it.
+      break;
+    }
+  }
+  return result;
+}
+
+RootMembers parse(std::string_view text) {
+  RootMembers members;
+  // A failure is kept in the members.
+  static_cast<void>(nlohmann::json::sax_parse(text.begin(), text.end(), &members));
+  return members;
+}
+
+}  // namespace
+
+KeyedDecodingContainer JSONDecoder::container(const Data& text) {
+  const std::string_view bytes = text.bytes();
+  // The parser takes a null character, which no JSON text holds, for the end of the text.
+  const auto null = bytes.find('\0');
+  if (null != std::string_view::npos)
+    refuse(bytes, null + 1);
+  RootMembers members = parse(bytes);
+  if (members.numberIsTooLarge())
+    members = parse(withoutNumbers(bytes));
+  if (members.errorPosition())
+    refuse(bytes, *members.errorPosition());
+  if (members.rootType() != Type::object)
+    throw DecodingError("The JSON data is " + nameOf(members.rootType()) + " where an object is needed.");
+  return KeyedDecodingContainer(members.take());
+}
+
+const Value& KeyedDecodingContainer::value(std::string_view key, Type type) const {
+  const auto member = members_.find(key);
+  const std::string subject = "The JSON value for the key \"" + std::string(key) + "\" is ";
+  if (member == members_.end())
+    throw DecodingError(subject + "missing.");
+  if (member->second.type != type)
+    throw DecodingError(subject + nameOf(member->second.type) + " where " + nameOf(type) + " is needed.");
+  return member->second;
+}
+
+std::string KeyedDecodingContainer::decodeString(std::string_view key) const {
+  return value(key, Type::string).string;
+}
+
+bool KeyedDecodingContainer::decodeBool(std::string_view key) const {
+  return value(key, Type::boolean).boolean;
+}
+
+}  // namespace platform

@@ -1,0 +1,145 @@
+#include "platform/hdiutil/tree_writer.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "platform/foundation/error.hpp"
+#include "platform/foundation/system_call.hpp"
+#include "platform/hdiutil/image_error.hpp"
+
+namespace platform::hdiutil {
+namespace {
+
+void require(int result, const std::string& path) {
+  if (result == 0)
+    return;
+  const int reason = errno;
+  if (reason == EEXIST)
+    throw ImageError("its volume is damaged: it contains " + quoted(path) + " more than once.");
+  throw SystemError(quoted(path) + " could not be written", reason);
+}
+
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
+
+/// How much of two paths is the path of a folder that both begin with.
+std::size_t commonFolder(std::string_view one, std::string_view other) {
+  const auto common = static_cast<std::size_t>(
+      std::mismatch(one.begin(), one.end(), other.begin(), other.end()).first - one.begin());
+  const auto isWhole = [common](std::string_view path) {
+    return common == path.size() || path[common] == '/';
+  };
+  if (isWhole(one) && isWhole(other))
+    return common;
+  const auto slash = one.substr(0, common).rfind('/');
+  return slash == std::string_view::npos ? 0 : slash;
+}
+
+void requireEntryName(std::string_view name) {
+  if (!isEntryName(name))
+    throw ImageError("the name of a file in its volume cannot occur in a path.");
+}
+
+}  // namespace
+
+bool isEntryName(std::string_view name) {
+  constexpr std::string_view kForbidden("/\0", 2);
+  return !name.empty() && name != "." && name != ".." &&
+         name.find_first_of(kForbidden) == std::string_view::npos;
+}
+
+std::vector<std::string> namesInPath(std::string_view path) {
+  std::vector<std::string> names;
+  for (bool isLast = false; !isLast;) {
+    const auto slash = path.find('/');
+    isLast = slash == std::string_view::npos;
+    const std::string_view name = path.substr(0, slash);
+    requireEntryName(name);
+    names.emplace_back(name);
+    path.remove_prefix(isLast ? path.size() : slash + 1);
+  }
+  return names;
+}
+
+TreeWriter::Place TreeWriter::find(const std::string& path) {
+  if (path == ".")
+    return {root_, path};
+  const auto slash = path.rfind('/');
+  const bool isInRoot = slash == std::string::npos;
+  std::string name = isInRoot ? path : path.substr(slash + 1);
+  requireEntryName(name);
+  if (isInRoot)
+    return {root_, std::move(name)};
+  enter(std::string_view(path).substr(0, slash));
+  return {folder_, std::move(name)};
+}
+
+void TreeWriter::enter(std::string_view folder) {
+  if (folder == folderPath_)
+    return;
+  const std::string previous = std::exchange(folderPath_, {});
+  FileDescriptor current = std::move(folder_);
+  const std::size_t common = commonFolder(previous, folder);
+  if (common == 0)
+    current = FileDescriptor();
+  // No other process changes the tree, and no folder was entered through a link.
+  else
+    for (auto up = std::count(previous.begin() + static_cast<std::ptrdiff_t>(common), previous.end(), '/');
+         up > 0; --up)
+      current = FileDescriptor::openAt(current, "..", kFolderFlags);
+
+  for (std::size_t begin = common == 0 ? 0 : common + 1; begin < folder.size();) {
+    const std::string name(folder.substr(begin, folder.find('/', begin) - begin));
+    requireEntryName(name);
+    current = FileDescriptor::openAt(current.isOpen() ? current : root_, name, kFolderFlags);
+    begin += name.size() + 1;
+  }
+  folder_ = std::move(current);
+  folderPath_ = folder;
+}
+
+void TreeWriter::makeDirectory(const std::string& path) {
+  const Place place = find(path);
+  require(::mkdirat(place.folder.get(), place.name.c_str(), 0700), path);
+}
+
+void TreeWriter::makeEmptyFile(const std::string& path) {
+  const Place place = find(path);
+  FileDescriptor file(uninterrupted([&] {
+    return ::openat(place.folder.get(), place.name.c_str(),
+                    O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+  }));
+  require(file.isOpen() ? 0 : -1, path);
+  file.close(path);
+}
+
+void TreeWriter::makeSymbolicLink(const std::string& path, const std::string& text) {
+  if (text.find('\0') != std::string::npos)
+    throw ImageError("a link in its volume is damaged.");
+  const Place place = find(path);
+  require(::symlinkat(text.c_str(), place.folder.get(), place.name.c_str()), path);
+}
+
+void TreeWriter::linkFile(const FileDescriptor& directory, const std::string& name, const std::string& path) {
+  const Place place = find(path);
+  require(::linkat(directory.get(), name.c_str(), place.folder.get(), place.name.c_str(), 0), path);
+}
+
+void TreeWriter::setMetadata(const std::string& path, const EntryMetadata& metadata) {
+  const Place place = find(path);
+  // Links are not changed by permissions, and no other entry of ours leads anywhere.
+  // Everything here is this user's: what is meant to run as its owner would run as this user, for anybody.
+  const mode_t permissions = metadata.permissions & (S_IRWXU | S_IRWXG | S_IRWXO);
+  if (!metadata.isSymbolicLink)
+    require(::fchmodat(place.folder.get(), place.name.c_str(), permissions, 0), path);
+  const std::array<timespec, 2> times{
+      timespec{.tv_sec = 0, .tv_nsec = UTIME_OMIT},
+      timespec{.tv_sec = metadata.modified.seconds, .tv_nsec = metadata.modified.nanoseconds}};
+  require(::utimensat(place.folder.get(), place.name.c_str(), times.data(), AT_SYMLINK_NOFOLLOW), path);
+}
+
+}  // namespace platform::hdiutil

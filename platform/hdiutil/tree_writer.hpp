@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/files/file_descriptor.hpp"
+
+namespace platform::hdiutil {
+
+/// What an entry of a tree has besides its content.
+struct EntryMetadata {
+  bool isSymbolicLink;
+  std::uint16_t permissions;  ///< the twelve bits; those of a link are the system's own
+  struct Time {
+    std::int64_t seconds;  ///< since 1970
+    std::int64_t nanoseconds;
+  } modified;
+};
+
+/// True for what can be the name of an entry: not empty, neither "." nor "..", without slash and null
+/// character.
+bool isEntryName(std::string_view name);
+
+/// The names in the path of an entry. Throws `ImageError` when one of them cannot be a name.
+std::vector<std::string> namesInPath(std::string_view path);
+
+/// Makes the entries of a tree below an open directory, by their paths in it. It follows no link on the way
+/// to an entry and never leaves that directory. Whatever exists already is a failure, which is an
+/// `ImageError` for an entry that the image contains twice and else a `SystemError` naming the entry. From
+/// one entry to the next it opens only the folders between them: a walk through the tree costs the same for
+/// each entry, however deep it is.
+class TreeWriter {
+ public:
+  /// `root` outlives the writer.
+  explicit TreeWriter(const FileDescriptor& root) : root_(root) {}
+
+  void makeDirectory(const std::string& path);
+  void makeEmptyFile(const std::string& path);
+  void makeSymbolicLink(const std::string& path, const std::string& text);
+  /// Makes a hard link in the tree to the file `name` in `directory`.
+  void linkFile(const FileDescriptor& directory, const std::string& name, const std::string& path);
+
+  /// The root itself has the path ".". Bits that would give away a user's or group's rights are not set.
+  void setMetadata(const std::string& path, const EntryMetadata& metadata);
+
+  /// Where an entry is: the folder that holds it, open until the next call, and its name in there.
+  struct Place {
+    const FileDescriptor& folder;
+    std::string name;
+  };
+  Place find(const std::string& path);
+
+ private:
+  void enter(std::string_view folder);
+
+  const FileDescriptor& root_;
+  FileDescriptor folder_;   ///< not open for the root
+  std::string folderPath_;  ///< empty for the root
+};
+
+}  // namespace platform::hdiutil

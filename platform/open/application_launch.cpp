@@ -1,0 +1,84 @@
+#include "platform/open/application_launch.hpp"
+
+#include <cerrno>
+#include <string>
+#include <string_view>
+
+#include "platform/files/data.hpp"
+#include "platform/files/file_handle.hpp"
+#include "platform/files/file_manager.hpp"
+#include "platform/formats/property_list.hpp"
+#include "platform/foundation/error.hpp"
+#include "platform/processes/spawn.hpp"
+
+namespace platform::open {
+namespace {
+
+[[noreturn]] void fail(const URL& bundle, const std::string& reason) {
+  throw Error("The application " + quoted(bundle.path()) + " cannot be opened: " + reason);
+}
+
+PropertyList readInfo(const URL& bundle) {
+  try {
+    return NSPropertyListSerialization::propertyListWithData(
+        Data::contentsOf(bundle.appendingPathComponent("Contents/Info.plist")));
+  } catch (const Error& error) {
+    fail(bundle, error.localizedDescription());
+  }
+}
+
+/// What may not be looked at is tried, and the reason told.
+bool isAbsent(const URL& item) {
+  return NSFileManager::defaultManager().presenceOfItemAtPath(item.path()) == ItemPresence::absent;
+}
+
+/// True for a path of plain names only, which cannot lead out of the directory that it is taken against.
+bool staysBelow(std::string_view path) {
+  while (true) {
+    const auto slash = path.find('/');
+    const std::string_view name = path.substr(0, slash);
+    if (name.empty() || name == "." || name == "..")
+      return false;
+    if (slash == std::string_view::npos)
+      return true;
+    path.remove_prefix(slash + 1);
+  }
+}
+
+URL mainExecutable(const URL& bundle) {
+  const PropertyList info = readInfo(bundle);
+  const PropertyList* value = info.valueForKey("CFBundleExecutable");
+  const std::string* name = value == nullptr ? nullptr : value->string();
+  if (name == nullptr)
+    fail(bundle, "Its Info.plist names no executable.");
+  if (!staysBelow(*name))
+    fail(bundle, "The executable " + quoted(*name) + " does not lie in its Contents/MacOS.");
+  URL executable = bundle.appendingPathComponent("Contents/MacOS").appendingPathComponent(*name);
+  if (isAbsent(executable))
+    fail(bundle, "Its executable " + quoted(*name) + " is missing.");
+  return executable;
+}
+
+}  // namespace
+
+void launchApplication(const URL& bundle) {
+  if (isAbsent(bundle))
+    fail(bundle, "There is no such bundle.");
+  const URL executable = mainExecutable(bundle);
+  const NSFileHandle nullDevice = NSFileHandle::fileHandleWithNullDevice();
+  const int stream = nullDevice.descriptor().get();
+  try {
+    spawn({.executable = executable,
+           .arguments = {},
+           .standardStreams = {stream, stream, stream},
+           .session = Session::own,
+           .workingDirectory = "/"});
+  } catch (const SystemError& error) {
+    // The executable is there: what is missing is the interpreter that a script names, or a program's loader.
+    if (error.errorNumber() == ENOENT)
+      fail(bundle, "The interpreter that its executable names is missing.");
+    fail(bundle, error.localizedDescription());
+  }
+}
+
+}  // namespace platform::open

@@ -1,0 +1,97 @@
+#include "tests/helpers/files.hpp"
+
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include "platform/files/file_manager.hpp"
+#include "platform/foundation/error.hpp"
+#include "platform/foundation/text.hpp"
+#include "platform/foundation/uuid.hpp"
+
+namespace fs = std::filesystem;
+
+namespace test {
+
+TemporaryDirectory::TemporaryDirectory() : TemporaryDirectory(fs::temp_directory_path()) {}
+
+TemporaryDirectory::TemporaryDirectory(const fs::path& parent)
+    : path_(parent / ("quorin-test-" + platform::UUID().uuidString())) {
+  fs::create_directory(path_);
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+  try {
+    platform::NSFileManager::defaultManager().removeItemAtURL(platform::URL::fileURLWithPath(path_.native()));
+  } catch (const platform::Error&) {
+    // A test that moved or mounted it away says so itself.
+  }
+}
+
+std::string digestWhereLong(const std::string& content) {
+  if (content.size() <= 100)
+    return content;
+  return std::to_string(content.size()) + " bytes with hash " +
+         std::to_string(std::hash<std::string>()(content));
+}
+
+void writeFile(const fs::path& path, std::string_view content) {
+  fs::create_directories(path.parent_path());
+  std::ofstream stream(path, std::ios::binary);
+  stream << content;
+  if (!stream.flush())
+    throw std::runtime_error("cannot write " + path.native());
+}
+
+std::string readFile(const fs::path& path) {
+  std::ifstream stream(path, std::ios::binary);
+  if (!stream)
+    throw std::runtime_error("cannot read " + path.native());
+  std::ostringstream content;
+  content << stream.rdbuf();
+  return content.str();
+}
+
+void copyTree(const fs::path& from, const fs::path& to) {
+  fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+}
+
+Inventory inventory(const fs::path& root) {
+  Inventory entries;
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    const auto status = entry.symlink_status();
+    std::ostringstream description;
+    if (fs::is_symlink(status))
+      description << "link to " << fs::read_symlink(entry.path()).native();
+    else if (fs::is_directory(status))
+      description << "directory " << std::oct << static_cast<unsigned>(status.permissions());
+    else if (fs::is_regular_file(status))
+      description << "file " << std::oct << static_cast<unsigned>(status.permissions()) << ' '
+                  << digestWhereLong(readFile(entry.path()));
+    else
+      description << "other";
+    entries.emplace(platform::canonicallyDecomposed(entry.path().lexically_relative(root).native()),
+                    description.str());
+  }
+  return entries;
+}
+
+std::string difference(const Inventory& expected, const Inventory& actual) {
+  std::string lines;
+  for (const auto& [path, description] : expected) {
+    const auto found = actual.find(path);
+    if (found == actual.end())
+      lines += path + " is missing\n";
+    else if (found->second != description)
+      lines += path + " is " + found->second + " instead of " + description + "\n";
+  }
+  for (const auto& [path, description] : actual) {
+    if (!expected.contains(path))
+      lines += path + " is new: " + description + "\n";
+  }
+  return lines;
+}
+
+}  // namespace test

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "platform/hdiutil/image_registry.hpp"
+#include "tests/helpers/files.hpp"
+#include "tools/make_disk_image/udif_writer.hpp"
+
+namespace test {
+
+/// Ways in which a block can be stored, by their names in the field; among them are those of the lowest and
+/// of the highest number.
+std::vector<std::pair<std::string, quorin_tools::BlockEncoding>> blockEncodings();
+
+/// A part of a disk: its name in a block table and its content.
+struct DiskPart {
+  std::string name;
+  std::string content;
+};
+
+/// Writes a disk image with one block table for each part, one behind the other.
+void writeUdif(const std::filesystem::path& image, const std::vector<DiskPart>& parts,
+               const quorin_tools::BlockEncoding& encoding = quorin_tools::zlibEncoding());
+
+/// The HFS Plus volume that the disk image tool for developers makes of a folder.
+std::string hfsVolumeOf(const std::filesystem::path& folder);
+
+/// A FAT volume of the size of a floppy disk with what lies in the folder. In its long names, which a name
+/// gets that is written in both cases, the first text of the pair stands as the second, of the same length:
+/// what no maker would write.
+std::string fatVolumeOf(const std::filesystem::path& folder,
+                        const std::pair<std::string, std::string>& renamed = {});
+
+/// Disks with an Apple partition map, a GUID partition table or a master boot record, which hold the volumes
+/// in order.
+std::string appleDisk(const std::vector<std::string>& volumes);
+std::string guidDisk(const std::vector<std::string>& volumes);
+std::string masterBootDisk(const std::vector<std::string>& volumes);
+
+/// A registry of the test's own, with what an attach comes to.
+class Images {
+ public:
+  struct Attached {
+    std::filesystem::path mountPoint;        ///< the last one; empty after a failure
+    std::vector<std::string> entities = {};  ///< device, hint and the mount point's last component of each
+    std::string device;
+    std::string failure;
+  };
+
+  Attached attach(const std::filesystem::path& image) const;
+  /// Detaches, and returns the sentence of a failure.
+  std::string detach(const std::string& deviceOrMountPoint) const;
+  /// The names in the registry: empty when nothing is attached and nothing was left behind.
+  std::vector<std::string> leftovers() const;
+
+  std::filesystem::path location() const { return directory_ / "images"; }
+
+ private:
+  TemporaryDirectory directory_;
+};
+
+}  // namespace test

@@ -1,0 +1,192 @@
+#include "support/command_runner.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+#include "platform/processes/cancellation.hpp"
+#include "tests/helpers/files.hpp"
+#include "tests/helpers/program.hpp"
+
+namespace fs = std::filesystem;
+namespace CommandRunner = QuorinSupport::CommandRunner;
+using QuorinSupport::CommandResult;
+
+namespace {
+
+class CommandRunnerTest : public testing::Test {
+ protected:
+  /// Runs what the shell makes of `script`.
+  static CommandResult run(const std::string& script, double timeout = 60) {
+    return CommandRunner::run("/bin/sh", {"-c", script}, timeout);
+  }
+
+  /// What the call was left with: "result", or the description of the error.
+  static std::string failureOf(const std::string& script, double timeout) {
+    try {
+      run(script, timeout);
+      return "result";
+    } catch (const CommandRunner::Failure& failure) {
+      return failure.errorDescription().value();
+    } catch (const platform::Error& error) {
+      return error.localizedDescription();
+    }
+  }
+
+  /// The tool noted its capture file; neither it nor its directory remains.
+  void expectCaptureGone() const {
+    const fs::path file = test::readFile(capture);
+    EXPECT_TRUE(file.parent_path().filename().native().starts_with("QuorinCommand-")) << file;
+    EXPECT_FALSE(fs::exists(file.parent_path())) << file;
+  }
+
+  static double secondsOf(const std::function<void()>& body) {
+    const auto start = std::chrono::steady_clock::now();
+    body();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  }
+
+  test::TemporaryDirectory directory;
+  const fs::path capture = directory / "capture";
+  const std::string noteCapture = "printf %s \"$(readlink /proc/$$/fd/1)\" > '" + capture.native() + "'; ";
+  const std::string overrun = noteCapture + "exec sleep 30";
+  const std::string ignoreTermination = noteCapture + "trap '' TERM; exec sleep 30";
+  const std::string removeCapture = "rm \"$(readlink /proc/$$/fd/1)\"";
+  const std::string timedOut = "sh did not finish in time.";
+};
+
+TEST_F(CommandRunnerTest, AnyStatusAndAllOutputComeBack) {
+  EXPECT_EQ(run("exit 255").status, 255);
+  EXPECT_EQ(run("kill -11 $$", 1e300).status, 11);
+  const CommandResult result =
+      run(noteCapture +
+          "wc -c; head -c 3145728 /dev/zero | tr '\\0' o; head -c 5242880 /dev/zero | tr '\\0' e >&2");
+  EXPECT_EQ(result.stdout.bytes(), "0\n" + std::string(3 << 20, 'o')) << "standard input was not at its end";
+  EXPECT_EQ(result.stderr.bytes(), std::string(5 << 20, 'e'));
+  expectCaptureGone();
+}
+
+TEST_F(CommandRunnerTest, ArgumentsArriveAsTheyAre) {
+  const CommandResult result =
+      CommandRunner::run("/usr/bin/printf", {"%s\n", "a b", "", "$HOME", "caf\xC3\xA9", "\xFF"}, 60);
+  EXPECT_EQ(result.stdout.bytes(), "a b\n\n$HOME\ncaf\xC3\xA9\n\xFF\n");
+}
+
+TEST_F(CommandRunnerTest, AToolInheritsNothingButItsStreams) {
+  // What the application may have left to the updater: an open file, ignored and blocked signals.
+  const auto seenByTool = [&] {
+    const int leaked = ::dup2(::open("/dev/null", O_RDONLY), 57);
+    for (const int ignored : {SIGPIPE, SIGTERM, SIGCHLD})
+      ::signal(ignored, SIG_IGN);
+    sigset_t all;
+    ::sigfillset(&all);
+    ::sigprocmask(SIG_BLOCK, &all, nullptr);
+    const CommandResult result =
+        run("cd /proc/$$ && ls fd && readlink fd/0 && sed -n 's/^Sig[BI].*\\(.\\{7\\}\\)$/\\1/p' "
+            "/proc/self/status");
+    // The masks of the signals 1 to 28; the C library keeps some above them to itself.
+    EXPECT_EQ(result.stdout.bytes(), "0\n1\n2\n/dev/null\n0000000\n0000000\n");
+    return leaked == 57 && result.status == 0 && !HasFailure() ? 0 : 1;
+  };
+  EXPECT_EQ(test::inChild(seenByTool), 0);
+}
+
+TEST_F(CommandRunnerTest, AToolThatCannotBeStartedIsAFailureOfTheLaunch) {
+  test::writeFile(directory / "text", "no program");
+  test::writeFile(directory / "plain", "plain text\n");
+  fs::permissions(directory / "plain", fs::perms::owner_all);
+  const auto failureOfLaunch = [](const fs::path& tool, const std::string& argument) {
+    try {
+      CommandRunner::run(tool.native(), {argument}, 60);
+      return 0;
+    } catch (const platform::SystemError& error) {
+      return error.errorNumber();
+    }
+  };
+  EXPECT_EQ(failureOfLaunch(directory / "missing", ""), ENOENT);
+  EXPECT_EQ(failureOfLaunch(directory / "text", ""), EACCES);
+  EXPECT_EQ(failureOfLaunch(directory / "plain", ""), ENOEXEC);
+  EXPECT_EQ(failureOfLaunch("/bin/sh", std::string("a\0b", 3)), EINVAL);
+  // Nothing is left to collect: a failed launch makes no child.
+  EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+}
+
+TEST_F(CommandRunnerTest, AGrandchildThatKeepsTheStreamsDelaysNothing) {
+  EXPECT_LT(secondsOf([&] { EXPECT_EQ(run("sleep 3 & printf left").stdout.bytes(), "left"); }), 2.0);
+}
+
+TEST_F(CommandRunnerTest, NobodyElseGetsAtTheOutputWhateverTheMask) {
+  const mode_t before = ::umask(0);
+  const CommandResult result = run("file=$(readlink /proc/$$/fd/1); stat -c %a \"${file%/*}\"");
+  ::umask(before);
+  EXPECT_EQ(result.stdout.bytes(), "700\n");
+}
+
+TEST_F(CommandRunnerTest, AnOverrunningToolIsStopped) {
+  for (const double timeout : {0.3, 0.0, -1e300})
+    EXPECT_LT(secondsOf([&] { EXPECT_EQ(failureOf(overrun, timeout), timedOut); }), 1.0);
+  expectCaptureGone();
+  // It may take a while over its end, but not for ever.
+  const std::string ended = (directory / "ended").native();
+  EXPECT_LT(secondsOf([&] {
+              failureOf("trap 'sleep 0.2; touch \"" + ended + "\"; exit' TERM; while :; do sleep 0.02; done",
+                        0.3);
+            }),
+            1.2);
+  EXPECT_TRUE(fs::exists(ended));
+  const double seconds = secondsOf([&] { EXPECT_EQ(failureOf(ignoreTermination, 0.3), timedOut); });
+  EXPECT_GT(seconds, 1.2);
+  EXPECT_LT(seconds, 10);
+  expectCaptureGone();
+}
+
+TEST_F(CommandRunnerTest, NoDescriptorIsLeftOpenOnAnyWayOut) {
+  EXPECT_EQ(test::inChild([&] {
+              const auto countDescriptors = [] {
+                return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+              };
+              const auto before = countDescriptors();
+              run("exit 0");
+              const bool isMissed =
+                  failureOf(removeCapture, 60).find("could not be opened: No such file") != std::string::npos;
+              failureOf(overrun, 0);
+              try {
+                CommandRunner::run("/no/such/tool", {}, 60);
+                return 2;
+              } catch (const platform::Error&) {
+                return isMissed && countDescriptors() == before ? 0 : 1;
+              }
+            }),
+            0);
+}
+
+TEST_F(CommandRunnerTest, ACancelledTaskStartsNoTool) {
+  platform::Task task;
+  task.cancel();
+  const platform::Task::Scope scope(task);
+  EXPECT_THROW(run(noteCapture), platform::CancellationError);
+  EXPECT_FALSE(fs::exists(capture));
+}
+
+TEST_F(CommandRunnerTest, CancellationStopsTheToolAndWinsOverTheTimeLimit) {
+  // While the tool runs, and while it has been asked to end.
+  for (const auto& [script, timeout] : {std::pair(overrun, 60.0), {ignoreTermination, 0.2}}) {
+    platform::Task task;
+    const platform::Task::Scope scope(task);
+    const std::jthread other([&task] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(600));
+      task.cancel();
+    });
+    EXPECT_THROW(run(script, timeout), platform::CancellationError);
+    expectCaptureGone();
+  }
+}
+
+}  // namespace

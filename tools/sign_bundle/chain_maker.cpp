@@ -1,0 +1,289 @@
+#include "tools/sign_bundle/chain_maker.hpp"
+
+#include <openssl/asn1.h>
+#include <openssl/rand.h>
+#include <openssl/rsa.h>
+#include <openssl/x509v3.h>
+
+#include <array>
+#include <optional>
+
+#include "platform/files/file_manager.hpp"
+#include "tools/sign_bundle/certificate_files.hpp"
+#include "tools/sign_bundle/code_digest.hpp"
+#include "tools/sign_bundle/code_signing_constants.hpp"
+
+namespace sign_bundle {
+namespace {
+
+constexpr const char* kCountry = "US";
+constexpr const char* kAuthorityName = "Throw-away Certificates for Tests";
+/// Of no known meaning, in an arc beside that of the platform's own extensions.
+constexpr const char* kUnknownExtension = "1.2.840.113635.100.5.99";
+
+struct Validity {
+  const char* from;
+  const char* to;
+};
+constexpr Validity kPresent{"20200101000000Z", "20491231235959Z"};
+constexpr Validity kPast{"20100101000000Z", "20141231235959Z"};
+
+struct Subject {
+  std::string commonName;
+  std::string organization = kAuthorityName;
+  std::vector<std::string> organizationalUnits = {};
+};
+
+struct ExtensionText {
+  int identifier;
+  const char* value;
+};
+
+struct CertificateRequest {
+  Subject subject;
+  Validity validity = kPresent;
+  std::vector<ExtensionText> extensions;
+  /// Private extensions, all critical, with the null value that such markers have.
+  std::vector<const char*> markers = {};
+};
+
+struct Authority {
+  Certificate certificate;
+  Key key;
+};
+
+std::vector<ExtensionText> authorityExtensions() {
+  return {{NID_basic_constraints, "critical,CA:TRUE"}, {NID_key_usage, "critical,keyCertSign,cRLSign"}};
+}
+
+Key makeKey(KeyKind kind) {
+  return checked<Key>(kind == KeyKind::ellipticCurve ? EVP_EC_gen("P-256")
+                                                     : EVP_RSA_gen(kind == KeyKind::weak ? 1024U : 2048U),
+                      "Making a key");
+}
+
+void addName(X509_NAME& name, const char* field, const std::string& value) {
+  if (!value.empty())
+    succeeded(::X509_NAME_add_entry_by_txt(&name, field, MBSTRING_UTF8, unsignedBytes(value),
+                                           static_cast<int>(value.size()), -1, 0),
+              "Naming a certificate's subject");
+}
+
+void setSubject(X509& certificate, const Subject& subject) {
+  X509_NAME& name = *::X509_get_subject_name(&certificate);
+  addName(name, "CN", subject.commonName);
+  for (const std::string& unit : subject.organizationalUnits)
+    addName(name, "OU", unit);
+  addName(name, "O", subject.organization);
+  addName(name, "C", kCountry);
+}
+
+void setSerialNumber(X509& certificate) {
+  std::array<unsigned char, 8> random{};
+  succeeded(::RAND_bytes(random.data(), random.size()), "Drawing a serial number");
+  std::uint64_t number = 0;
+  for (const unsigned char byte : random)
+    number = number << 8U | byte;
+  succeeded(::ASN1_INTEGER_set_uint64(::X509_get_serialNumber(&certificate), number >> 1U),
+            "Setting a serial number");
+}
+
+void setValidity(X509& certificate, const Validity& validity) {
+  succeeded(::ASN1_TIME_set_string_X509(::X509_getm_notBefore(&certificate), validity.from),
+            "Setting a validity");
+  succeeded(::ASN1_TIME_set_string_X509(::X509_getm_notAfter(&certificate), validity.to),
+            "Setting a validity");
+}
+
+void addExtension(X509& certificate, X509& issuer, const ExtensionText& text) {
+  X509V3_CTX context;
+  X509V3_set_ctx(&context, &issuer, &certificate, nullptr, nullptr, 0);
+  const auto extension = checked<Extension>(
+      ::X509V3_EXT_conf_nid(nullptr, &context, text.identifier, text.value), "Making an extension");
+  succeeded(::X509_add_ext(&certificate, extension.get(), -1), "Adding an extension");
+}
+
+void addMarker(X509& certificate, const char* identifier) {
+  constexpr std::array<unsigned char, 2> kNull = {V_ASN1_NULL, 0};
+  const auto value = checked<OctetString>(::ASN1_OCTET_STRING_new(), "Making an extension");
+  succeeded(::ASN1_OCTET_STRING_set(value.get(), kNull.data(), kNull.size()), "Making an extension");
+  const auto extension = checked<Extension>(
+      ::X509_EXTENSION_create_by_OBJ(nullptr, objectIdentifier(identifier).get(), 1, value.get()),
+      "Making an extension");
+  succeeded(::X509_add_ext(&certificate, extension.get(), -1), "Adding an extension");
+}
+
+/// A certificate for `key`, signed by `issuer`, or by itself without one.
+Certificate certify(const CertificateRequest& request, const Key& key, const Authority* issuer) {
+  auto certificate = checked<Certificate>(::X509_new(), "Making a certificate");
+  succeeded(::X509_set_version(certificate.get(), X509_VERSION_3), "Making a certificate");
+  succeeded(::X509_set_pubkey(certificate.get(), key.get()), "Making a certificate");
+  setSerialNumber(*certificate);
+  setValidity(*certificate, request.validity);
+  setSubject(*certificate, request.subject);
+  X509& issuing = issuer == nullptr ? *certificate : *issuer->certificate;
+  succeeded(::X509_set_issuer_name(certificate.get(), ::X509_get_subject_name(&issuing)),
+            "Making a certificate");
+  addExtension(*certificate, issuing, {NID_subject_key_identifier, "hash"});
+  addExtension(*certificate, issuing, {NID_authority_key_identifier, "keyid"});
+  for (const ExtensionText& extension : request.extensions)
+    addExtension(*certificate, issuing, extension);
+  for (const char* marker : request.markers)
+    addMarker(*certificate, marker);
+  succeeded(::X509_sign(certificate.get(), issuer == nullptr ? key.get() : issuer->key.get(), ::EVP_sha256()),
+            "Signing a certificate");
+  return certificate;
+}
+
+Authority makeAuthority(const CertificateRequest& request, KeyKind kind, const Authority* issuer) {
+  Key key = makeKey(kind);
+  Certificate certificate = certify(request, key, issuer);
+  return {std::move(certificate), std::move(key)};
+}
+
+CertificateRequest intermediateRequest(ChainDefect defect) {
+  CertificateRequest request{.subject = {"Throw-away Developer ID Certification Authority"},
+                             .validity = defect == ChainDefect::expired ? kPast : kPresent,
+                             .extensions = authorityExtensions()};
+  // Further up than right above the leaf, the private extension would be out of place.
+  if (defect == ChainDefect::pathTooLong) {
+    request.subject.commonName = "Throw-away Authority for Leaves";
+    request.extensions.front().value = "critical,CA:TRUE,pathlen:0";
+  } else if (defect != ChainDefect::intermediateWithoutExtension) {
+    request.markers.push_back(kIntermediateExtension);
+  }
+  if (defect == ChainDefect::unknownCriticalExtensionInIntermediate)
+    request.markers.push_back(kUnknownExtension);
+  return request;
+}
+
+std::vector<const char*> leafMarkers(LeafKind kind) {
+  switch (kind) {
+    case LeafKind::kernelExtensions:
+      return {kLeafExtension, kKernelExtensionLeafExtension};
+    case LeafKind::store:
+      return {kStoreLeafExtension};
+    case LeafKind::development:
+      return {kDevelopmentLeafExtension};
+    default:
+      return {kLeafExtension};
+  }
+}
+
+CertificateRequest leafRequest(const ChainOptions& options, ChainDefect defect) {
+  CertificateRequest request{
+      .subject = {"Developer ID Application: " + options.name + " (" + options.team + ")",
+                  options.name,
+                  {options.team}},
+      .validity = defect == ChainDefect::expired ? kPast : kPresent,
+      .extensions = {
+          {NID_basic_constraints, "critical,CA:FALSE"},
+          {NID_key_usage, defect == ChainDefect::leafKeyNotForSigning ? "critical,keyAgreement"
+                                                                      : "critical,digitalSignature"}}};
+  if (defect == ChainDefect::leafWithTwoTeams)
+    request.subject.organizationalUnits.emplace_back("OTHERTEAM1");
+  if (defect != ChainDefect::leafWithoutUsage)
+    request.extensions.push_back({NID_ext_key_usage, defect == ChainDefect::leafWithoutCodeSigningUsage
+                                                         ? "critical,emailProtection"
+                                                         : "critical,codeSigning"});
+  if (defect != ChainDefect::leafWithoutExtension)
+    request.markers = leafMarkers(options.leaf);
+  if (defect == ChainDefect::unknownCriticalExtensionInLeaf)
+    request.markers.push_back(kUnknownExtension);
+  return request;
+}
+
+/// The one that signs the leaf; none for a leaf that signs itself.
+const Authority* issuerOfLeaf(ChainDefect defect, const Authority& root, const Authority& intermediate) {
+  if (defect == ChainDefect::selfSignedLeaf)
+    return nullptr;
+  return defect == ChainDefect::withoutIntermediate ? &root : &intermediate;
+}
+
+void makeTimeStampAuthority(const platform::URL& directory, const Authority& root, KeyKind kind) {
+  const Authority authority = makeAuthority(
+      {{"Throw-away Time Stamp Certification Authority"}, kPresent, authorityExtensions()}, kind, &root);
+  const Authority signer = makeAuthority(
+      {{"Throw-away Time Stamp Signer"},
+       kPresent,
+       {{NID_key_usage, "critical,digitalSignature"}, {NID_ext_key_usage, "critical,timeStamping"}}},
+      kind, &authority);
+  writeCertificates(directory.appendingPathComponent("time_stamp.pem"), {signer.certificate.get()});
+  writeCertificates(directory.appendingPathComponent("time_stamp_chain.pem"),
+                    {authority.certificate.get(), root.certificate.get()});
+  writeKey(directory.appendingPathComponent("time_stamp_key.pem"), *signer.key);
+}
+
+Signer readSigner(const platform::URL& directory, const std::string& name, const std::string& chainName) {
+  Signer signer;
+  const auto file = directory.appendingPathComponent(name + ".pem");
+  const Certificates own = readCertificates(file);
+  if (sk_X509_num(own.get()) != 1)
+    throw platform::Error(platform::quoted(file.path()) + " does not hold exactly one certificate.");
+  signer.certificate = Certificate(sk_X509_pop(own.get()));
+  signer.key = readKey(directory.appendingPathComponent(name + "_key.pem"));
+  signer.chain = readCertificates(directory.appendingPathComponent(chainName + ".pem"));
+  return signer;
+}
+
+std::string organizationalUnit(const X509& certificate) {
+  const X509_NAME* subject = ::X509_get_subject_name(&certificate);
+  const int index = ::X509_NAME_get_index_by_NID(subject, NID_organizationalUnitName, -1);
+  if (index < 0)
+    return {};
+  const ASN1_STRING* value = ::X509_NAME_ENTRY_get_data(::X509_NAME_get_entry(subject, index));
+  return {reinterpret_cast<const char*>(::ASN1_STRING_get0_data(value)),
+          static_cast<std::size_t>(::ASN1_STRING_length(value))};
+}
+
+bool carries(const X509& certificate, const char* extension) {
+  return ::X509_get_ext_by_OBJ(&certificate, objectIdentifier(extension).get(), -1) >= 0;
+}
+
+}  // namespace
+
+void makeChain(const platform::URL& directory, const ChainOptions& options) {
+  platform::NSFileManager::defaultManager().createDirectoryAtURL(directory,
+                                                                 platform::IntermediateDirectories::yes);
+  const Authority root =
+      makeAuthority({{"Throw-away Root CA"}, kPresent, authorityExtensions()}, options.keys, nullptr);
+  const Authority intermediate = makeAuthority(intermediateRequest(options.defect), options.keys, &root);
+  const KeyKind leafKey = options.defect == ChainDefect::leafWithWeakKey ? KeyKind::weak : options.keys;
+  Authority leaf = makeAuthority(leafRequest(options, options.defect), leafKey,
+                                 issuerOfLeaf(options.defect, root, intermediate));
+
+  writeCertificates(directory.appendingPathComponent("root.pem"), {root.certificate.get()});
+  std::vector<X509*> above = {intermediate.certificate.get(), root.certificate.get()};
+  std::optional<Authority> between;
+  if (options.defect == ChainDefect::leafAsIssuer || options.defect == ChainDefect::pathTooLong) {
+    // Without its private extension nothing but its being a leaf keeps a leaf from issuing.
+    between = makeAuthority(options.defect == ChainDefect::pathTooLong
+                                ? intermediateRequest(ChainDefect::none)
+                                : leafRequest(options, ChainDefect::leafWithoutExtension),
+                            options.keys, &intermediate);
+    leaf = makeAuthority(leafRequest(options, options.defect), options.keys, &*between);
+    above.insert(above.begin(), between->certificate.get());
+  }
+  if (options.defect == ChainDefect::withoutIntermediate)
+    above.erase(above.begin());
+  writeCertificates(directory.appendingPathComponent("chain.pem"), above);
+  writeCertificates(directory.appendingPathComponent("leaf.pem"), {leaf.certificate.get()});
+  writeKey(directory.appendingPathComponent("leaf_key.pem"), *leaf.key);
+  makeTimeStampAuthority(directory, root, options.keys);
+}
+
+SigningIdentity SigningIdentity::read(const platform::URL& directory) {
+  SigningIdentity identity{.leaf = readSigner(directory, "leaf", "chain"),
+                           .timeStampAuthority = readSigner(directory, "time_stamp", "time_stamp_chain"),
+                           .team = {},
+                           .leafDigest = {}};
+  const X509& leaf = *identity.leaf.certificate;
+  const STACK_OF(X509)* chain = identity.leaf.chain.get();
+  identity.team = organizationalUnit(leaf);
+  identity.leafDigest = digestOf(encoded(leaf, ::i2d_X509, "Reading a certificate"), DigestAlgorithm::sha1);
+  identity.isDeveloperID = carries(leaf, kLeafExtension) && sk_X509_num(chain) > 0 &&
+                           carries(*sk_X509_value(chain, 0), kIntermediateExtension);
+  return identity;
+}
+
+}  // namespace sign_bundle

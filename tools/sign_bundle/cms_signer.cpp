@@ -1,0 +1,219 @@
+#include "tools/sign_bundle/cms_signer.hpp"
+
+#include <openssl/asn1t.h>
+
+#include <array>
+#include <ctime>
+#include <numeric>
+#include <set>
+
+#include "platform/formats/property_list.hpp"
+#include "tools/sign_bundle/code_directory_writer.hpp"
+#include "tools/sign_bundle/code_signing_constants.hpp"
+#include "tools/sign_bundle/openssl_objects.hpp"
+#include "tools/sign_bundle/time_stamper.hpp"
+
+namespace sign_bundle {
+namespace {
+
+constexpr const char* kStep = "Signing the code directory";
+constexpr std::time_t kDay{86'400};
+
+using Time = Owned<ASN1_TIME, ASN1_TIME_free>;
+using Sequence = Owned<ASN1_SEQUENCE_ANY, ASN1_TYPE_free>;
+
+/// The property list of the code directories' hashes.
+std::string hashList(const std::vector<SignedCodeDirectory>& directories) {
+  using platform::PropertyList;
+  PropertyList::Array hashes;
+  for (const SignedCodeDirectory& directory : directories)
+    hashes.emplace_back(platform::Data(codeDirectoryHash(directory.blob, directory.algorithm)));
+  const PropertyList list(PropertyList::Dictionary{{"cdhashes", PropertyList(std::move(hashes))}});
+  return std::string(platform::NSPropertyListSerialization::dataWithPropertyList(list).bytes());
+}
+
+struct ReleaseValues {
+  void operator()(STACK_OF(ASN1_TYPE) * values) const noexcept {
+    sk_ASN1_TYPE_pop_free(values, ASN1_TYPE_free);
+  }
+};
+using Values = std::unique_ptr<STACK_OF(ASN1_TYPE), ReleaseValues>;
+
+/// SEQUENCE { algorithm, OCTET STRING } in DER.
+std::string namedDigest(const SignedCodeDirectory& directory) {
+  const auto values = checked<Values>(sk_ASN1_TYPE_new_null(), kStep);
+  const auto append = [&](int kind, void* value) {
+    ASN1_TYPE* item = ::ASN1_TYPE_new();
+    if (item == nullptr || sk_ASN1_TYPE_push(values.get(), item) <= 0)
+      throw CryptographyError(kStep);
+    ::ASN1_TYPE_set(item, kind, value);
+  };
+  const int algorithm = ::EVP_MD_get_type(libraryDigest(directory.algorithm));
+  append(V_ASN1_OBJECT, ::OBJ_nid2obj(algorithm));
+  const std::string digest = digestOf(directory.blob, directory.algorithm);
+  auto octets = checked<OctetString>(::ASN1_OCTET_STRING_new(), kStep);
+  succeeded(::ASN1_OCTET_STRING_set(octets.get(), unsignedBytes(digest), static_cast<int>(digest.size())),
+            kStep);
+  append(V_ASN1_OCTET_STRING, octets.release());
+  return encoded(*values, ::i2d_ASN1_SEQUENCE_ANY, kStep);
+}
+
+Attribute attribute(const char* identifier, int kind, const std::vector<std::string>& values) {
+  auto made = checked<Attribute>(::X509_ATTRIBUTE_new(), kStep);
+  succeeded(::X509_ATTRIBUTE_set1_object(made.get(), objectIdentifier(identifier).get()), kStep);
+  for (const std::string& value : values)
+    succeeded(::X509_ATTRIBUTE_set1_data(made.get(), kind, value.data(), static_cast<int>(value.size())),
+              kStep);
+  return made;
+}
+
+std::time_t momentOf(const ASN1_TIME& time) {
+  std::tm fields{};
+  succeeded(::ASN1_TIME_to_tm(&time, &fields), "Reading a certificate's validity");
+  return ::timegm(&fields);
+}
+
+std::time_t statedMoment(const X509& certificate) {
+  return std::min(std::time(nullptr), momentOf(*::X509_get0_notAfter(&certificate)) - kDay);
+}
+
+void addSigningTime(CMS_SignerInfo& signer, std::time_t moment) {
+  const auto time = checked<Time>(::ASN1_TIME_set(nullptr, moment), kStep);
+  succeeded(::CMS_signed_add1_attr_by_NID(&signer, NID_pkcs9_signingTime, ::ASN1_STRING_type(time.get()),
+                                          time.get(), -1),
+            kStep);
+}
+
+void addBinding(CMS_SignerInfo& signer, const std::vector<SignedCodeDirectory>& directories,
+                DirectoryBinding binding) {
+  if (binding == DirectoryBinding::both || binding == DirectoryBinding::list) {
+    const Attribute hashes = attribute(kCodeDirectoryHashList, V_ASN1_OCTET_STRING, {hashList(directories)});
+    succeeded(::CMS_signed_add1_attr(&signer, hashes.get()), kStep);
+  }
+  if (binding == DirectoryBinding::both || binding == DirectoryBinding::digests) {
+    std::vector<std::string> namedDigests;
+    namedDigests.reserve(directories.size());
+    for (const SignedCodeDirectory& directory : directories)
+      namedDigests.push_back(namedDigest(directory));
+    const Attribute digests = attribute(kCodeDirectoryDigests, V_ASN1_SEQUENCE, namedDigests);
+    succeeded(::CMS_signed_add1_attr(&signer, digests.get()), kStep);
+  }
+}
+
+std::string signatureValueOf(CMS_SignerInfo& signer) {
+  const ASN1_OCTET_STRING* value = ::CMS_SignerInfo_get0_signature(&signer);
+  return {reinterpret_cast<const char*>(::ASN1_STRING_get0_data(value)),
+          static_cast<std::size_t>(::ASN1_STRING_length(value))};
+}
+
+CMS_SignerInfo* addSigner(CMS_ContentInfo& message, const Signer& signer, const EVP_MD* digest,
+                          unsigned flags) {
+  CMS_SignerInfo* added =
+      ::CMS_add1_signer(&message, signer.certificate.get(), signer.key.get(), digest, flags);
+  if (added == nullptr)
+    throw CryptographyError(kStep);
+  return added;
+}
+
+void setContentType(CMS_ContentInfo& message, int identifier) {
+  succeeded(::CMS_set1_eContentType(&message, ::OBJ_nid2obj(identifier)), kStep);
+}
+
+void addTimeStamp(CMS_SignerInfo& signer, std::string_view bytes, const Signer& authority, std::time_t moment,
+                  std::size_t count) {
+  const std::vector<std::string> tokens(count, makeTimeStampToken(bytes, authority, moment));
+  const Attribute token = attribute(kTimeStampToken, V_ASN1_SEQUENCE, tokens);
+  succeeded(::CMS_unsigned_add1_attr(&signer, token.get()), "Adding the time stamp");
+}
+
+std::string setHeader(std::size_t length) {
+  std::array<unsigned char, 8> bytes{};
+  unsigned char* end = bytes.data();
+  ::ASN1_put_object(&end, 1, static_cast<int>(length), V_ASN1_SET, V_ASN1_UNIVERSAL);
+  return {bytes.data(), end};
+}
+
+/// A signature value of exactly that length; those of elliptic curves vary by a few bytes.
+std::string signatureOfLength(std::size_t length, std::string_view bytes, EVP_PKEY* key) {
+  std::string value;
+  do {
+    const auto context = checked<DigestContext>(::EVP_MD_CTX_new(), kStep);
+    auto size = static_cast<std::size_t>(::EVP_PKEY_get_size(key));
+    value.resize(size);
+    succeeded(::EVP_DigestSignInit(context.get(), nullptr, ::EVP_sha256(), nullptr, key), kStep);
+    succeeded(::EVP_DigestSign(context.get(), reinterpret_cast<unsigned char*>(value.data()), &size,
+                               unsignedBytes(bytes), bytes.size()),
+              kStep);
+    value.resize(size);
+  } while (value.size() != length);
+  return value;
+}
+
+void replaceOnce(std::string& text, const std::string& part, const std::string& replacement) {
+  const std::size_t place = text.find(part);
+  if (place == std::string::npos)
+    throw platform::Error("The signature's attributes are not where they were expected.");
+  text.replace(place, part.size(), replacement);
+}
+
+/// The encoded message with the values of the digests' attribute in descending order, signed again. The
+/// library cannot write it: it sorts them.
+std::string withUnsortedDigests(std::string message, CMS_SignerInfo& signer, EVP_PKEY* key,
+                                const std::vector<SignedCodeDirectory>& directories) {
+  std::multiset<std::string> encodings;
+  for (int index = 0; index < ::CMS_signed_get_attr_count(&signer); ++index)
+    encodings.insert(encoded(*::CMS_signed_get_attr(&signer, index), ::i2d_X509_ATTRIBUTE, kStep));
+  const std::string sorted = std::accumulate(encodings.begin(), encodings.end(), std::string());
+  std::multiset<std::string> digests;
+  for (const SignedCodeDirectory& directory : directories)
+    digests.insert(namedDigest(directory));
+  std::string unsorted = sorted;
+  replaceOnce(unsorted, std::accumulate(digests.begin(), digests.end(), std::string()),
+              std::accumulate(digests.rbegin(), digests.rend(), std::string()));
+  replaceOnce(message, sorted, unsorted);
+  const std::string value = signatureValueOf(signer);
+  replaceOnce(message, value, signatureOfLength(value.size(), setHeader(unsorted.size()) + unsorted, key));
+  return message;
+}
+
+}  // namespace
+
+std::string signCodeDirectories(const std::vector<SignedCodeDirectory>& directories,
+                                const SigningIdentity& identity, const MessageOptions& options) {
+  const SignatureDefect defect = options.defect;
+  const bool hasAttributes = defect != SignatureDefect::withoutSignedAttributes;
+  const unsigned flags = CMS_BINARY | CMS_PARTIAL | CMS_NOSMIMECAP |
+                         (defect == SignatureDefect::carriedContent ? 0U : CMS_DETACHED) |
+                         (hasAttributes ? 0U : CMS_NOATTR);
+  const Stream content = readingStream(directories.front().blob);
+  const auto message =
+      checked<SignedMessage>(::CMS_sign(nullptr, nullptr, identity.leaf.chain.get(), nullptr, flags), kStep);
+  if (defect == SignatureDefect::otherContentType)
+    setContentType(*message, NID_pkcs7_signed);
+  CMS_SignerInfo* signer = addSigner(
+      *message, identity.leaf, defect == SignatureDefect::weakDigest ? ::EVP_sha1() : ::EVP_sha256(), flags);
+  if (defect == SignatureDefect::twoSigners)
+    addSigner(*message, identity.timeStampAuthority, ::EVP_sha256(), flags);
+
+  const std::time_t moment = statedMoment(*identity.leaf.certificate);
+  if (hasAttributes) {
+    addSigningTime(*signer, moment);
+    addBinding(*signer, directories, options.binding);
+  }
+
+  succeeded(::CMS_final(message.get(), content.get(), nullptr, flags), kStep);
+  if (defect == SignatureDefect::otherContentType)
+    setContentType(*message, NID_pkcs7_data);
+  const std::string value = signatureValueOf(*signer);
+  if (options.timeStamp == TimeStamp::yes)
+    addTimeStamp(*signer, value, identity.timeStampAuthority, moment, 1);
+  if (defect == SignatureDefect::otherTimeStamp)
+    // The longer attribute comes to stand behind a good one.
+    addTimeStamp(*signer, value + "other", identity.timeStampAuthority, moment, 2);
+  std::string result = encoded(*message, ::i2d_CMS_ContentInfo, kStep);
+  return defect == SignatureDefect::unsortedDigests
+             ? withUnsortedDigests(std::move(result), *signer, identity.leaf.key.get(), directories)
+             : result;
+}
+
+}  // namespace sign_bundle
