@@ -19,7 +19,7 @@ std::string UUID::uuidString() const {
   std::string text =
       hexadecimal({reinterpret_cast<const char*>(bytes_.data()), bytes_.size()}, kUpperCaseDigits);
   for (const std::size_t place : {20U, 16U, 12U, 8U})
-    text.insert(place, "-");
+    text.insert(place, 1, '-');
   return text;
 }
 
