@@ -10,37 +10,26 @@
 namespace platform {
 namespace {
 
-constexpr std::uint64_t kBlobHeader = 8;
-
-constexpr std::uint32_t kMagicEmbeddedSignature = 0xFADE0CC0;
-constexpr std::uint32_t kMagicCodeDirectory = 0xFADE0C02;
-constexpr std::uint32_t kMagicRequirements = 0xFADE0C01;
-constexpr std::uint32_t kMagicRequirement = 0xFADE0C00;
-constexpr std::uint32_t kMagicEntitlements = 0xFADE7171;
-constexpr std::uint32_t kMagicEntitlementsDER = 0xFADE7172;
-constexpr std::uint32_t kMagicWrapper = 0xFADE0B01;
-constexpr std::uint32_t kMagicLaunchConstraint = 0xFADE8181;
-
 /// The kind of blob in a slot; nothing where any kind may be, as in the slots of later systems.
 std::optional<std::uint32_t> magicForSlot(std::uint32_t number) {
   switch (number) {
     case slot::kRequirements:
-      return kMagicRequirements;
+      return magic::kRequirementSet;
     case slot::kEntitlements:
-      return kMagicEntitlements;
+      return magic::kEntitlements;
     case 7:
-      return kMagicEntitlementsDER;
+      return magic::kEntitlementsDER;
     case 8:
     case 9:
     case 10:
     case slot::kLastKnownSpecial:
-      return kMagicLaunchConstraint;
+      return magic::kLaunchConstraint;
     case slot::kSignature:
-      return kMagicWrapper;
+      return magic::kWrapper;
     default:
       if (number == slot::kCodeDirectory ||
           (number >= slot::kFirstAlternate && number <= slot::kLastAlternate))
-        return kMagicCodeDirectory;
+        return magic::kCodeDirectory;
       return std::nullopt;
   }
 }
@@ -50,10 +39,10 @@ using Entries = std::map<std::uint32_t, std::string_view>;
 /// The blobs of a SuperBlob by type. They lie inside it, behind its index, and share no byte.
 Entries readSuperBlob(std::string_view bytes, std::string_view item) {
   ByteReader reader(bytes, item);
-  reader.skip(kBlobHeader);
+  reader.skip(kBlobHeaderSize);
   const std::uint32_t count = reader.readUInt32();
   // Every entry has at least its place in the index and a header.
-  if (count > bytes.size() / (2 * kBlobHeader))
+  if (count > bytes.size() / (2 * kBlobHeaderSize))
     throw FormatError(std::string(item) + " counts more components than it can hold");
   const std::uint64_t indexEnd = reader.position() + std::uint64_t{count} * 8;
   Entries entries;
@@ -61,10 +50,10 @@ Entries readSuperBlob(std::string_view bytes, std::string_view item) {
   for (std::uint32_t index = 0; index < count; ++index) {
     const std::uint32_t type = reader.readUInt32();
     const std::uint32_t offset = reader.readUInt32();
-    ByteReader header(reader.bytesAt(offset, kBlobHeader), item);
+    ByteReader header(reader.bytesAt(offset, kBlobHeaderSize), item);
     header.skip(4);
     const std::uint32_t length = header.readUInt32();
-    if (offset < indexEnd || length < kBlobHeader)
+    if (offset < indexEnd || length < kBlobHeaderSize)
       throw FormatError(std::string(item) + " has a component at an impossible place");
     if (!entries.emplace(type, reader.bytesAt(offset, length)).second)
       throw FormatError(std::string(item) + " has a component twice");
@@ -90,17 +79,17 @@ std::string_view blobPayload(std::string_view blob) {
   reader.skip(4);
   if (reader.readUInt32() != blob.size())
     throw FormatError("a component of its signature has a wrong length");
-  return blob.substr(kBlobHeader);
+  return blob.substr(kBlobHeaderSize);
 }
 
 void requireBlobForSlot(std::uint32_t number, std::string_view blob) {
-  const std::optional<std::uint32_t> magic = magicForSlot(number);
+  const std::optional<std::uint32_t> expected = magicForSlot(number);
   blobPayload(blob);
-  if (magic && ByteReader(blob, "a component of its signature").readUInt32() != *magic)
+  if (expected && ByteReader(blob, "a component of its signature").readUInt32() != *expected)
     throw FormatError("its signature has a component of the wrong kind");
   if (number == slot::kRequirements) {
     for (const auto& [type, requirement] : readSuperBlob(blob, "the list of requirements")) {
-      if (ByteReader(requirement, "a requirement").readUInt32() != kMagicRequirement)
+      if (ByteReader(requirement, "a requirement").readUInt32() != magic::kRequirement)
         throw FormatError("the list of requirements has a component of the wrong kind");
     }
   }
@@ -108,7 +97,7 @@ void requireBlobForSlot(std::uint32_t number, std::string_view blob) {
 
 CodeComponents readEmbeddedSignature(std::string_view bytes) {
   ByteReader reader(bytes, "the signature");
-  if (reader.readUInt32() != kMagicEmbeddedSignature)
+  if (reader.readUInt32() != magic::kEmbeddedSignature)
     throw FormatError("the bytes set apart for its signature hold none");
   const std::uint32_t length = reader.readUInt32();
   CodeComponents components;

@@ -5,23 +5,9 @@
 #include <string>
 #include <string_view>
 
-namespace platform {
+#include "platform/security/code_signature_format.hpp"
 
-/// Where a component of a signature has its place, and where its digest has its own.
-namespace slot {
-inline constexpr std::uint32_t kCodeDirectory = 0;
-inline constexpr std::uint32_t kInfo = 1;
-inline constexpr std::uint32_t kRequirements = 2;
-inline constexpr std::uint32_t kResources = 3;
-inline constexpr std::uint32_t kEntitlements = 5;
-/// Later systems have more, which a code directory may bind like these.
-inline constexpr std::uint32_t kLastKnownSpecial = 11;
-inline constexpr std::uint32_t kFirstAlternate = 0x1000;
-inline constexpr std::uint32_t kLastAlternate = 0x1004;
-inline constexpr std::uint32_t kSignature = 0x10000;
-inline constexpr std::uint32_t kIdentification = 0x10001;
-inline constexpr std::uint32_t kTicket = 0x10002;
-}  // namespace slot
+namespace platform {
 
 /// The components of one signature by slot, each with its header; that of `slot::kSignature` is the CMS
 /// message alone.

@@ -14,14 +14,6 @@ namespace {
 
 constexpr std::string_view kItem = "the code directory";
 
-constexpr std::uint32_t kOldestVersion = 0x20001;
-constexpr std::uint32_t kFirstUnknownVersion = 0x30000;
-constexpr std::uint32_t kVersionWithScatter = 0x20100;
-constexpr std::uint32_t kVersionWithTeam = 0x20200;
-constexpr std::uint32_t kVersionWithLongLimit = 0x20300;
-constexpr std::uint32_t kVersionWithExecutableSegment = 0x20400;
-constexpr std::uint32_t kVersionWithRuntime = 0x20500;
-
 constexpr std::uint8_t kLargestPageShift = 30;
 
 /// Of each type of digest: how it is made, how many of its bytes are kept, how strong it is.
@@ -33,11 +25,12 @@ struct HashType {
 };
 
 const HashType& hashType(std::uint8_t number) {
-  static constexpr std::array<HashType, 5> kTypes{{{1, DigestAlgorithm::sha1, 20, 0},
-                                                   {2, DigestAlgorithm::sha256, 32, 2},
-                                                   {3, DigestAlgorithm::sha256, 20, 1},
-                                                   {4, DigestAlgorithm::sha384, 48, 3},
-                                                   {5, DigestAlgorithm::sha512, 64, 4}}};
+  static constexpr std::array<HashType, 5> kTypes{
+      {{hash_type::kSha1, DigestAlgorithm::sha1, 20, 0},
+       {hash_type::kSha256, DigestAlgorithm::sha256, 32, 2},
+       {hash_type::kTruncatedSha256, DigestAlgorithm::sha256, 20, 1},
+       {hash_type::kSha384, DigestAlgorithm::sha384, 48, 3},
+       {hash_type::kSha512, DigestAlgorithm::sha512, 64, 4}}};
   const auto* found =
       std::find_if(kTypes.begin(), kTypes.end(), [&](const HashType& type) { return type.number == number; });
   if (found == kTypes.end())
@@ -59,7 +52,7 @@ CodeDirectory CodeDirectory::read(std::string_view blob) {
   ByteReader reader(blob, kItem);
   reader.skip(8);
   const std::uint32_t version = reader.readUInt32();
-  if (version < kOldestVersion || version >= kFirstUnknownVersion)
+  if (version < code_directory_version::kOldest || version >= code_directory_version::kFirstUnknown)
     throw FormatError("the code directory has an unknown version");
 
   CodeDirectory directory;
@@ -76,18 +69,18 @@ CodeDirectory CodeDirectory::read(std::string_view blob) {
   const std::uint8_t pageShift = reader.readUInt8();
   reader.skip(4);
   std::uint64_t teamOffset = 0;
-  if (version >= kVersionWithScatter && reader.readUInt32() != 0)
+  if (version >= code_directory_version::kWithScatter && reader.readUInt32() != 0)
     throw FormatError("the code directory is scattered, which is not supported");
-  if (version >= kVersionWithTeam)
+  if (version >= code_directory_version::kWithTeam)
     teamOffset = reader.readUInt32();
-  if (version >= kVersionWithLongLimit) {
+  if (version >= code_directory_version::kWithLongLimit) {
     reader.skip(4);
     if (const std::uint64_t longLimit = reader.readUInt64(); longLimit != 0)
       directory.codeLimit_ = longLimit;
   }
-  if (version >= kVersionWithExecutableSegment)
+  if (version >= code_directory_version::kWithExecutableSegment)
     reader.skip(24);
-  if (version >= kVersionWithRuntime)
+  if (version >= code_directory_version::kWithRuntime)
     reader.skip(8);
 
   directory.algorithm_ = type.algorithm;

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "platform/crypto/digest.hpp"
+#include "platform/security/code_signature_format.hpp"
 
 namespace platform {
 
@@ -20,7 +21,7 @@ class CodeDirectory {
   std::string_view blob() const noexcept { return blob_; }
   const std::string& identifier() const noexcept { return identifier_; }
   const std::optional<std::string>& teamIdentifier() const noexcept { return teamIdentifier_; }
-  bool isAdHoc() const noexcept { return (flags_ & 0x2U) != 0; }
+  bool isAdHoc() const noexcept { return (flags_ & code_flag::kAdHoc) != 0; }
 
   /// How the digests of this directory are made.
   DigestAlgorithm algorithm() const noexcept { return algorithm_; }
@@ -44,7 +45,7 @@ class CodeDirectory {
 
   /// The digest of the whole directory by its own algorithm, and its first 20 bytes, by which code is known.
   std::string fullDigest() const;
-  std::string codeDirectoryHash() const { return fullDigest().substr(0, 20); }
+  std::string codeDirectoryHash() const { return fullDigest().substr(0, kCodeDirectoryHashSize); }
 
  private:
   CodeDirectory() = default;

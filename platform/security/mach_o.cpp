@@ -4,28 +4,18 @@
 #include <array>
 
 #include "platform/formats/byte_reader.hpp"
+#include "platform/security/mach_o_format.hpp"
 #include "platform/security/security_error.hpp"
 
 namespace platform {
 namespace {
 
-constexpr std::uint32_t kMagic32 = 0xFEEDFACE;
-constexpr std::uint32_t kMagic64 = 0xFEEDFACF;
-constexpr std::uint32_t kFatMagic = 0xCAFEBABE;
-constexpr std::uint32_t kFatMagic64 = 0xCAFEBABF;
-
-/// A Java class file has the universal file's magic and its version, 45 at least, where the count stands.
-constexpr std::uint32_t kMostArchitectures = 32;
-
 /// Real ones need some ten kilobytes.
 constexpr std::uint32_t kMostCommandBytes = 16U << 20U;
 
-constexpr std::uint32_t kCommandSegment = 0x01;
-constexpr std::uint32_t kCommandSegment64 = 0x19;
-constexpr std::uint32_t kCommandCodeSignature = 0x1D;
-
-/// Executable, preloaded program, library, dynamic linker, loadable bundle, kernel extension.
-constexpr std::array<std::uint32_t, 6> kLoadedTypes{2, 5, 6, 7, 8, 11};
+constexpr std::array kLoadedTypes{mach_o::file_type::kExecutable,     mach_o::file_type::kPreloadedProgram,
+                                  mach_o::file_type::kDynamicLibrary, mach_o::file_type::kDynamicLinker,
+                                  mach_o::file_type::kLoadableBundle, mach_o::file_type::kKernelExtension};
 
 constexpr std::string_view kHeader = "the Mach-O header";
 constexpr std::string_view kCommand = "a load command";
@@ -37,9 +27,9 @@ struct Format {
 
 std::optional<Format> formatOf(std::uint32_t magic) {
   switch (magic) {
-    case kMagic32:
+    case mach_o::kMagic32:
       return Format{false, ByteOrder::big};
-    case kMagic64:
+    case mach_o::kMagic64:
       return Format{true, ByteOrder::big};
     case 0xCEFAEDFE:
       return Format{false, ByteOrder::little};
@@ -62,12 +52,12 @@ std::string nameOf(const Architecture& architecture) {
     Architecture architecture;
     const char* name;
   };
-  static constexpr std::array<Known, 6> kKnown{{{{0x01000007, 3}, "x86_64"},
-                                                {{0x01000007, 8}, "x86_64h"},
-                                                {{0x0100000C, 0}, "arm64"},
-                                                {{0x0100000C, 2}, "arm64e"},
-                                                {{0x00000007, 3}, "i386"},
-                                                {{0x00000012, 0}, "ppc"}}};
+  static constexpr std::array<Known, 6> kKnown{{{{mach_o::cpu::kX86_64, 3}, "x86_64"},
+                                                {{mach_o::cpu::kX86_64, 8}, "x86_64h"},
+                                                {{mach_o::cpu::kArm64, 0}, "arm64"},
+                                                {{mach_o::cpu::kArm64, 2}, "arm64e"},
+                                                {{mach_o::cpu::kI386, 3}, "i386"},
+                                                {{mach_o::cpu::kPowerPc, 0}, "ppc"}}};
   for (const Known& known : kKnown) {
     if (known.architecture == architecture)
       return known.name;
@@ -125,16 +115,16 @@ void readCommands(std::string_view commands, std::uint32_t count, const Format& 
     if (size < 8)
       throw FormatError("a load command is too short");
     const ByteReader body(reader.bytesAt(start, size), kCommand, format.order);
-    if (command == kCommandCodeSignature)
+    if (command == mach_o::command::kCodeSignature)
       readSignatureCommand(body, slice);
-    else if (command == (format.wide ? kCommandSegment64 : kCommandSegment))
+    else if (command == (format.wide ? mach_o::command::kSegment64 : mach_o::command::kSegment32))
       readSegment(body, format.wide, slice);
     reader.skip(size - 8);
   }
 }
 
 bool isUniversal(std::uint32_t magic) {
-  return magic == kFatMagic || magic == kFatMagic64;
+  return magic == mach_o::kFatMagic || magic == mach_o::kFatMagic64;
 }
 
 std::uint32_t magicAt(const ByteSource& file, std::uint64_t offset) {
@@ -145,14 +135,13 @@ std::uint32_t magicAt(const ByteSource& file, std::uint64_t offset) {
 /// Reads the slice at `range`, which lies in the file.
 MachOSlice readSlice(const ByteSource& file, const ByteRange& range,
                      const std::optional<Architecture>& declared) {
-  constexpr std::uint64_t kShortHeader = 28;
-  if (range.length < kShortHeader)
+  if (range.length < mach_o::kHeaderSize32)
     throw FormatError("the code of an architecture is too short");
   const std::optional<Format> format = formatOf(magicAt(file, range.offset));
   if (!format)
     throw FormatError("the code of an architecture is no Mach-O file");
-  const std::uint64_t headerSize = format->wide ? kShortHeader + 4 : kShortHeader;
-  const std::string header = file.read(range.offset, kShortHeader);
+  const std::uint64_t headerSize = format->wide ? mach_o::kHeaderSize64 : mach_o::kHeaderSize32;
+  const std::string header = file.read(range.offset, mach_o::kHeaderSize32);
   ByteReader reader(header, kHeader, format->order);
   reader.skip(4);
   const Architecture architecture = readArchitecture(reader);
@@ -193,7 +182,9 @@ void requireZeros(const ByteSource& file, std::uint64_t begin, std::uint64_t end
 }
 
 std::vector<MachOSlice> readUniversal(const ByteSource& file, bool wide, std::uint32_t count) {
-  const std::uint64_t tableSize = 8 + std::uint64_t{count} * (wide ? 32 : 20);
+  const std::uint64_t tableSize =
+      mach_o::kFatHeaderSize +
+      std::uint64_t{count} * (wide ? mach_o::kFatEntrySize64 : mach_o::kFatEntrySize32);
   const std::string table = file.read(0, tableSize);
   ByteReader reader(table, "the table of architectures");
   reader.skip(8);
@@ -240,7 +231,7 @@ std::optional<std::vector<MachOSlice>> readMachO(const ByteSource& file) {
     return std::nullopt;
   const std::uint32_t magic = magicAt(file, 0);
   std::vector<MachOSlice> slices = isUniversal(magic)
-                                       ? readUniversal(file, magic == kFatMagic64, magicAt(file, 4))
+                                       ? readUniversal(file, magic == mach_o::kFatMagic64, magicAt(file, 4))
                                        : std::vector{readSlice(file, {0, file.size()}, std::nullopt)};
   if (std::none_of(slices.begin(), slices.end(), [](const MachOSlice& slice) { return slice.isLoaded; }))
     return std::nullopt;
@@ -254,7 +245,7 @@ bool beginsLikeMachO(const ByteSource& file) {
   if (!isUniversal(magic))
     return formatOf(magic).has_value();
   const std::uint32_t count = magicAt(file, 4);
-  return count >= 1 && count <= kMostArchitectures;
+  return count >= 1 && count <= mach_o::kMostArchitectures;
 }
 
 }  // namespace platform

@@ -40,6 +40,10 @@ inline void releaseElements(STACK_OF(ASN1_TYPE) * elements) noexcept {
 
 using Bio = Handle<BIO, &::BIO_free_all>;
 using Cms = Handle<CMS_ContentInfo, &::CMS_ContentInfo_free>;
+using Key = Handle<EVP_PKEY, &::EVP_PKEY_free>;
+using Certificate = Handle<X509, &::X509_free>;
+using Extension = Handle<X509_EXTENSION, &::X509_EXTENSION_free>;
+using OctetString = Handle<ASN1_OCTET_STRING, &::ASN1_OCTET_STRING_free>;
 using Object = Handle<ASN1_OBJECT, &::ASN1_OBJECT_free>;
 using Pkcs7 = Handle<PKCS7, &::PKCS7_free>;
 using Attribute = Handle<X509_ATTRIBUTE, &::X509_ATTRIBUTE_free>;

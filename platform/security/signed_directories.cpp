@@ -9,9 +9,6 @@
 namespace platform {
 namespace {
 
-constexpr std::string_view kHashListAttribute = "1.2.840.113635.100.9.1";
-constexpr std::string_view kDigestSetAttribute = "1.2.840.113635.100.9.2";
-
 [[noreturn]] void refuse() {
   throw FormatError("its code directories are not those that were signed");
 }
