@@ -6,7 +6,7 @@
 #include "platform/formats/property_list.hpp"
 #include "tests/helpers/files.hpp"
 #include "tests/helpers/program.hpp"
-#include "tools/sign_bundle/make_mach_o.hpp"
+#include "tools/sign_bundle/mach_o_maker.hpp"
 
 namespace fs = std::filesystem;
 

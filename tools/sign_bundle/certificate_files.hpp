@@ -3,18 +3,18 @@
 #include <vector>
 
 #include "platform/files/url.hpp"
-#include "tools/sign_bundle/openssl_objects.hpp"
+#include "tools/sign_bundle/openssl_calls.hpp"
 
-/// Certificates and keys as PEM files (RFC 7468). Failures are thrown as `platform::Error`.
+/// Certificates and keys in PEM files (RFC 7468). Failures are thrown as `platform::Error`.
 namespace sign_bundle {
 
-/// Creates `file`, which must not exist, with the certificates in their order.
+/// Creates `file`, which must not exist, with the certificates in the given order.
 void writeCertificates(const platform::URL& file, const std::vector<X509*>& certificates);
 /// Creates `file`, which must not exist, readable by its owner only.
 void writeKey(const platform::URL& file, const EVP_PKEY& key);
 
-/// Every certificate of the file in its order; there may be none.
-Certificates readCertificates(const platform::URL& file);
-Key readKey(const platform::URL& file);
+/// All certificates of the file in order; may be empty.
+openssl::Certificates readCertificates(const platform::URL& file);
+openssl::Key readKey(const platform::URL& file);
 
 }  // namespace sign_bundle

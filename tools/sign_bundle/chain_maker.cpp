@@ -10,15 +10,18 @@
 
 #include "platform/files/file_manager.hpp"
 #include "tools/sign_bundle/certificate_files.hpp"
-#include "tools/sign_bundle/code_digest.hpp"
-#include "tools/sign_bundle/code_signing_constants.hpp"
+#include "tools/sign_bundle/signing_identity.hpp"
 
 namespace sign_bundle {
 namespace {
 
 constexpr const char* kCountry = "US";
 constexpr const char* kAuthorityName = "Throw-away Certificates for Tests";
-/// Of no known meaning, in an arc beside that of the platform's own extensions.
+/// Private extensions that mark leaves of other kinds.
+constexpr const char* kKernelExtensionsMarker = "1.2.840.113635.100.6.1.18";
+constexpr const char* kStoreMarker = "1.2.840.113635.100.6.1.7";
+constexpr const char* kDevelopmentMarker = "1.2.840.113635.100.6.1.12";
+/// Unassigned, and outside of the arc of the platform's markers.
 constexpr const char* kUnknownExtension = "1.2.840.113635.100.5.99";
 
 struct Validity {
@@ -48,18 +51,19 @@ struct CertificateRequest {
 };
 
 struct Authority {
-  Certificate certificate;
-  Key key;
+  openssl::Certificate certificate;
+  openssl::Key key;
 };
 
 std::vector<ExtensionText> authorityExtensions() {
   return {{NID_basic_constraints, "critical,CA:TRUE"}, {NID_key_usage, "critical,keyCertSign,cRLSign"}};
 }
 
-Key makeKey(KeyKind kind) {
-  return checked<Key>(kind == KeyKind::ellipticCurve ? EVP_EC_gen("P-256")
-                                                     : EVP_RSA_gen(kind == KeyKind::weak ? 1024U : 2048U),
-                      "Making a key");
+openssl::Key makeKey(KeyKind kind) {
+  return checked<openssl::Key>(kind == KeyKind::ellipticCurve
+                                   ? EVP_EC_gen("P-256")
+                                   : EVP_RSA_gen(kind == KeyKind::weak ? 1024U : 2048U),
+                               "Making a key");
 }
 
 void addName(X509_NAME& name, const char* field, const std::string& value) {
@@ -98,24 +102,25 @@ void setValidity(X509& certificate, const Validity& validity) {
 void addExtension(X509& certificate, X509& issuer, const ExtensionText& text) {
   X509V3_CTX context;
   X509V3_set_ctx(&context, &issuer, &certificate, nullptr, nullptr, 0);
-  const auto extension = checked<Extension>(
+  const auto extension = checked<openssl::Extension>(
       ::X509V3_EXT_conf_nid(nullptr, &context, text.identifier, text.value), "Making an extension");
   succeeded(::X509_add_ext(&certificate, extension.get(), -1), "Adding an extension");
 }
 
 void addMarker(X509& certificate, const char* identifier) {
   constexpr std::array<unsigned char, 2> kNull = {V_ASN1_NULL, 0};
-  const auto value = checked<OctetString>(::ASN1_OCTET_STRING_new(), "Making an extension");
+  const auto value = checked<openssl::OctetString>(::ASN1_OCTET_STRING_new(), "Making an extension");
   succeeded(::ASN1_OCTET_STRING_set(value.get(), kNull.data(), kNull.size()), "Making an extension");
-  const auto extension = checked<Extension>(
+  const auto extension = checked<openssl::Extension>(
       ::X509_EXTENSION_create_by_OBJ(nullptr, objectIdentifier(identifier).get(), 1, value.get()),
       "Making an extension");
   succeeded(::X509_add_ext(&certificate, extension.get(), -1), "Adding an extension");
 }
 
 /// A certificate for `key`, signed by `issuer`, or by itself without one.
-Certificate certify(const CertificateRequest& request, const Key& key, const Authority* issuer) {
-  auto certificate = checked<Certificate>(::X509_new(), "Making a certificate");
+openssl::Certificate certify(const CertificateRequest& request, const openssl::Key& key,
+                             const Authority* issuer) {
+  auto certificate = checked<openssl::Certificate>(::X509_new(), "Making a certificate");
   succeeded(::X509_set_version(certificate.get(), X509_VERSION_3), "Making a certificate");
   succeeded(::X509_set_pubkey(certificate.get(), key.get()), "Making a certificate");
   setSerialNumber(*certificate);
@@ -136,8 +141,8 @@ Certificate certify(const CertificateRequest& request, const Key& key, const Aut
 }
 
 Authority makeAuthority(const CertificateRequest& request, KeyKind kind, const Authority* issuer) {
-  Key key = makeKey(kind);
-  Certificate certificate = certify(request, key, issuer);
+  openssl::Key key = makeKey(kind);
+  openssl::Certificate certificate = certify(request, key, issuer);
   return {std::move(certificate), std::move(key)};
 }
 
@@ -150,7 +155,7 @@ CertificateRequest intermediateRequest(ChainDefect defect) {
     request.subject.commonName = "Throw-away Authority for Leaves";
     request.extensions.front().value = "critical,CA:TRUE,pathlen:0";
   } else if (defect != ChainDefect::intermediateWithoutExtension) {
-    request.markers.push_back(kIntermediateExtension);
+    request.markers.push_back(kIntermediateMarker);
   }
   if (defect == ChainDefect::unknownCriticalExtensionInIntermediate)
     request.markers.push_back(kUnknownExtension);
@@ -160,13 +165,13 @@ CertificateRequest intermediateRequest(ChainDefect defect) {
 std::vector<const char*> leafMarkers(LeafKind kind) {
   switch (kind) {
     case LeafKind::kernelExtensions:
-      return {kLeafExtension, kKernelExtensionLeafExtension};
+      return {kLeafMarker, kKernelExtensionsMarker};
     case LeafKind::store:
-      return {kStoreLeafExtension};
+      return {kStoreMarker};
     case LeafKind::development:
-      return {kDevelopmentLeafExtension};
+      return {kDevelopmentMarker};
     default:
-      return {kLeafExtension};
+      return {kLeafMarker};
   }
 }
 
@@ -214,32 +219,6 @@ void makeTimeStampAuthority(const platform::URL& directory, const Authority& roo
   writeKey(directory.appendingPathComponent("time_stamp_key.pem"), *signer.key);
 }
 
-Signer readSigner(const platform::URL& directory, const std::string& name, const std::string& chainName) {
-  Signer signer;
-  const auto file = directory.appendingPathComponent(name + ".pem");
-  const Certificates own = readCertificates(file);
-  if (sk_X509_num(own.get()) != 1)
-    throw platform::Error(platform::quoted(file.path()) + " does not hold exactly one certificate.");
-  signer.certificate = Certificate(sk_X509_pop(own.get()));
-  signer.key = readKey(directory.appendingPathComponent(name + "_key.pem"));
-  signer.chain = readCertificates(directory.appendingPathComponent(chainName + ".pem"));
-  return signer;
-}
-
-std::string organizationalUnit(const X509& certificate) {
-  const X509_NAME* subject = ::X509_get_subject_name(&certificate);
-  const int index = ::X509_NAME_get_index_by_NID(subject, NID_organizationalUnitName, -1);
-  if (index < 0)
-    return {};
-  const ASN1_STRING* value = ::X509_NAME_ENTRY_get_data(::X509_NAME_get_entry(subject, index));
-  return {reinterpret_cast<const char*>(::ASN1_STRING_get0_data(value)),
-          static_cast<std::size_t>(::ASN1_STRING_length(value))};
-}
-
-bool carries(const X509& certificate, const char* extension) {
-  return ::X509_get_ext_by_OBJ(&certificate, objectIdentifier(extension).get(), -1) >= 0;
-}
-
 }  // namespace
 
 void makeChain(const platform::URL& directory, const ChainOptions& options) {
@@ -270,20 +249,6 @@ void makeChain(const platform::URL& directory, const ChainOptions& options) {
   writeCertificates(directory.appendingPathComponent("leaf.pem"), {leaf.certificate.get()});
   writeKey(directory.appendingPathComponent("leaf_key.pem"), *leaf.key);
   makeTimeStampAuthority(directory, root, options.keys);
-}
-
-SigningIdentity SigningIdentity::read(const platform::URL& directory) {
-  SigningIdentity identity{.leaf = readSigner(directory, "leaf", "chain"),
-                           .timeStampAuthority = readSigner(directory, "time_stamp", "time_stamp_chain"),
-                           .team = {},
-                           .leafDigest = {}};
-  const X509& leaf = *identity.leaf.certificate;
-  const STACK_OF(X509)* chain = identity.leaf.chain.get();
-  identity.team = organizationalUnit(leaf);
-  identity.leafDigest = digestOf(encoded(leaf, ::i2d_X509, "Reading a certificate"), DigestAlgorithm::sha1);
-  identity.isDeveloperID = carries(leaf, kLeafExtension) && sk_X509_num(chain) > 0 &&
-                           carries(*sk_X509_value(chain, 0), kIntermediateExtension);
-  return identity;
 }
 
 }  // namespace sign_bundle

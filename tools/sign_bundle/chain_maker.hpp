@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "platform/files/url.hpp"
-#include "tools/sign_bundle/openssl_objects.hpp"
 
 namespace sign_bundle {
 
@@ -64,27 +63,5 @@ struct ChainOptions {
 /// owner only; those of the authorities are not kept. Nothing that is there is overwritten. Throws
 /// `platform::Error`.
 void makeChain(const platform::URL& directory, const ChainOptions& options);
-
-/// A certificate with its key and the certificates above it.
-struct Signer {
-  Certificate certificate;
-  Key key;
-  Certificates chain;
-};
-
-/// Who signs, read from a directory that `makeChain` made.
-struct SigningIdentity {
-  Signer leaf;
-  Signer timeStampAuthority;
-  /// The organisational unit of the leaf's subject.
-  std::string team;
-  /// The leaf's SHA-1 digest.
-  std::string leafDigest;
-  /// True when leaf and intermediate carry the private extensions of a Developer ID.
-  bool isDeveloperID = false;
-
-  /// Throws `platform::Error`.
-  static SigningIdentity read(const platform::URL& directory);
-};
 
 }  // namespace sign_bundle

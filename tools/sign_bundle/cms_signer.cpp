@@ -8,19 +8,19 @@
 #include <set>
 
 #include "platform/formats/property_list.hpp"
+#include "platform/security/code_signature_format.hpp"
 #include "tools/sign_bundle/code_directory_writer.hpp"
-#include "tools/sign_bundle/code_signing_constants.hpp"
-#include "tools/sign_bundle/openssl_objects.hpp"
 #include "tools/sign_bundle/time_stamper.hpp"
 
 namespace sign_bundle {
 namespace {
 
+using platform::DigestAlgorithm;
+
 constexpr const char* kStep = "Signing the code directory";
 constexpr std::time_t kDay{86'400};
 
-using Time = Owned<ASN1_TIME, ASN1_TIME_free>;
-using Sequence = Owned<ASN1_SEQUENCE_ANY, ASN1_TYPE_free>;
+using Time = openssl::Handle<ASN1_TIME, &::ASN1_TIME_free>;
 
 /// The property list of the code directories' hashes.
 std::string hashList(const std::vector<SignedCodeDirectory>& directories) {
@@ -32,35 +32,32 @@ std::string hashList(const std::vector<SignedCodeDirectory>& directories) {
   return std::string(platform::NSPropertyListSerialization::dataWithPropertyList(list).bytes());
 }
 
-struct ReleaseValues {
-  void operator()(STACK_OF(ASN1_TYPE) * values) const noexcept {
-    sk_ASN1_TYPE_pop_free(values, ASN1_TYPE_free);
-  }
-};
-using Values = std::unique_ptr<STACK_OF(ASN1_TYPE), ReleaseValues>;
+ASN1_OBJECT* objectOf(DigestAlgorithm algorithm) {
+  static constexpr std::array kObjects{NID_sha1, NID_sha256, NID_sha384, NID_sha512};
+  return ::OBJ_nid2obj(kObjects.at(static_cast<std::size_t>(algorithm)));
+}
 
 /// SEQUENCE { algorithm, OCTET STRING } in DER.
 std::string namedDigest(const SignedCodeDirectory& directory) {
-  const auto values = checked<Values>(sk_ASN1_TYPE_new_null(), kStep);
+  const auto values = checked<openssl::Elements>(sk_ASN1_TYPE_new_null(), kStep);
   const auto append = [&](int kind, void* value) {
     ASN1_TYPE* item = ::ASN1_TYPE_new();
     if (item == nullptr || sk_ASN1_TYPE_push(values.get(), item) <= 0)
       throw CryptographyError(kStep);
     ::ASN1_TYPE_set(item, kind, value);
   };
-  const int algorithm = ::EVP_MD_get_type(libraryDigest(directory.algorithm));
-  append(V_ASN1_OBJECT, ::OBJ_nid2obj(algorithm));
-  const std::string digest = digestOf(directory.blob, directory.algorithm);
-  auto octets = checked<OctetString>(::ASN1_OCTET_STRING_new(), kStep);
+  append(V_ASN1_OBJECT, objectOf(directory.algorithm));
+  const std::string digest = digestOf(directory.algorithm, directory.blob);
+  auto octets = checked<openssl::OctetString>(::ASN1_OCTET_STRING_new(), kStep);
   succeeded(::ASN1_OCTET_STRING_set(octets.get(), unsignedBytes(digest), static_cast<int>(digest.size())),
             kStep);
   append(V_ASN1_OCTET_STRING, octets.release());
   return encoded(*values, ::i2d_ASN1_SEQUENCE_ANY, kStep);
 }
 
-Attribute attribute(const char* identifier, int kind, const std::vector<std::string>& values) {
-  auto made = checked<Attribute>(::X509_ATTRIBUTE_new(), kStep);
-  succeeded(::X509_ATTRIBUTE_set1_object(made.get(), objectIdentifier(identifier).get()), kStep);
+openssl::Attribute attribute(const ASN1_OBJECT* type, int kind, const std::vector<std::string>& values) {
+  auto made = checked<openssl::Attribute>(::X509_ATTRIBUTE_new(), kStep);
+  succeeded(::X509_ATTRIBUTE_set1_object(made.get(), type), kStep);
   for (const std::string& value : values)
     succeeded(::X509_ATTRIBUTE_set1_data(made.get(), kind, value.data(), static_cast<int>(value.size())),
               kStep);
@@ -87,7 +84,8 @@ void addSigningTime(CMS_SignerInfo& signer, std::time_t moment) {
 void addBinding(CMS_SignerInfo& signer, const std::vector<SignedCodeDirectory>& directories,
                 DirectoryBinding binding) {
   if (binding == DirectoryBinding::both || binding == DirectoryBinding::list) {
-    const Attribute hashes = attribute(kCodeDirectoryHashList, V_ASN1_OCTET_STRING, {hashList(directories)});
+    const auto hashes = attribute(objectIdentifier(platform::kHashListAttribute).get(), V_ASN1_OCTET_STRING,
+                                  {hashList(directories)});
     succeeded(::CMS_signed_add1_attr(&signer, hashes.get()), kStep);
   }
   if (binding == DirectoryBinding::both || binding == DirectoryBinding::digests) {
@@ -95,15 +93,14 @@ void addBinding(CMS_SignerInfo& signer, const std::vector<SignedCodeDirectory>& 
     namedDigests.reserve(directories.size());
     for (const SignedCodeDirectory& directory : directories)
       namedDigests.push_back(namedDigest(directory));
-    const Attribute digests = attribute(kCodeDirectoryDigests, V_ASN1_SEQUENCE, namedDigests);
+    const auto digests =
+        attribute(objectIdentifier(platform::kDigestSetAttribute).get(), V_ASN1_SEQUENCE, namedDigests);
     succeeded(::CMS_signed_add1_attr(&signer, digests.get()), kStep);
   }
 }
 
 std::string signatureValueOf(CMS_SignerInfo& signer) {
-  const ASN1_OCTET_STRING* value = ::CMS_SignerInfo_get0_signature(&signer);
-  return {reinterpret_cast<const char*>(::ASN1_STRING_get0_data(value)),
-          static_cast<std::size_t>(::ASN1_STRING_length(value))};
+  return std::string(openssl::bytesOf(::CMS_SignerInfo_get0_signature(&signer)));
 }
 
 CMS_SignerInfo* addSigner(CMS_ContentInfo& message, const Signer& signer, const EVP_MD* digest,
@@ -122,7 +119,7 @@ void setContentType(CMS_ContentInfo& message, int identifier) {
 void addTimeStamp(CMS_SignerInfo& signer, std::string_view bytes, const Signer& authority, std::time_t moment,
                   std::size_t count) {
   const std::vector<std::string> tokens(count, makeTimeStampToken(bytes, authority, moment));
-  const Attribute token = attribute(kTimeStampToken, V_ASN1_SEQUENCE, tokens);
+  const auto token = attribute(::OBJ_nid2obj(NID_id_smime_aa_timeStampToken), V_ASN1_SEQUENCE, tokens);
   succeeded(::CMS_unsigned_add1_attr(&signer, token.get()), "Adding the time stamp");
 }
 
@@ -137,7 +134,7 @@ std::string setHeader(std::size_t length) {
 std::string signatureOfLength(std::size_t length, std::string_view bytes, EVP_PKEY* key) {
   std::string value;
   do {
-    const auto context = checked<DigestContext>(::EVP_MD_CTX_new(), kStep);
+    const auto context = checked<openssl::DigestContext>(::EVP_MD_CTX_new(), kStep);
     auto size = static_cast<std::size_t>(::EVP_PKEY_get_size(key));
     value.resize(size);
     succeeded(::EVP_DigestSignInit(context.get(), nullptr, ::EVP_sha256(), nullptr, key), kStep);
@@ -185,9 +182,9 @@ std::string signCodeDirectories(const std::vector<SignedCodeDirectory>& director
   const unsigned flags = CMS_BINARY | CMS_PARTIAL | CMS_NOSMIMECAP |
                          (defect == SignatureDefect::carriedContent ? 0U : CMS_DETACHED) |
                          (hasAttributes ? 0U : CMS_NOATTR);
-  const Stream content = readingStream(directories.front().blob);
+  const openssl::Bio content = openssl::bytesStream(directories.front().blob);
   const auto message =
-      checked<SignedMessage>(::CMS_sign(nullptr, nullptr, identity.leaf.chain.get(), nullptr, flags), kStep);
+      checked<openssl::Cms>(::CMS_sign(nullptr, nullptr, identity.leaf.chain.get(), nullptr, flags), kStep);
   if (defect == SignatureDefect::otherContentType)
     setContentType(*message, NID_pkcs7_signed);
   CMS_SignerInfo* signer = addSigner(
@@ -205,7 +202,7 @@ std::string signCodeDirectories(const std::vector<SignedCodeDirectory>& director
   if (defect == SignatureDefect::otherContentType)
     setContentType(*message, NID_pkcs7_data);
   const std::string value = signatureValueOf(*signer);
-  if (options.timeStamp == TimeStamp::yes)
+  if (options.timeStamp)
     addTimeStamp(*signer, value, identity.timeStampAuthority, moment, 1);
   if (defect == SignatureDefect::otherTimeStamp)
     // The longer attribute comes to stand behind a good one.

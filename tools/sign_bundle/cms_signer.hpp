@@ -3,17 +3,15 @@
 #include <string>
 #include <vector>
 
-#include "tools/sign_bundle/chain_maker.hpp"
-#include "tools/sign_bundle/code_digest.hpp"
+#include "platform/crypto/digest.hpp"
+#include "tools/sign_bundle/signing_identity.hpp"
 
 namespace sign_bundle {
 
 struct SignedCodeDirectory {
-  DigestAlgorithm algorithm = DigestAlgorithm::sha256;
+  platform::DigestAlgorithm algorithm = platform::DigestAlgorithm::sha256;
   std::string blob;
 };
-
-enum class TimeStamp { no, yes };
 
 /// Which of the two signed attributes, each of which names every code directory, a signature has.
 enum class DirectoryBinding { both, list, digests, none };
@@ -37,7 +35,7 @@ enum class SignatureDefect {
 };
 
 struct MessageOptions {
-  TimeStamp timeStamp = TimeStamp::no;
+  bool timeStamp = false;
   DirectoryBinding binding = DirectoryBinding::both;
   SignatureDefect defect = SignatureDefect::none;
 };

@@ -1,20 +1,28 @@
 #include "tools/sign_bundle/code_directory_writer.hpp"
 
+#include <array>
 #include <limits>
 
 #include "platform/foundation/error.hpp"
+#include "platform/security/code_signature_format.hpp"
 #include "tools/sign_bundle/blob_writer.hpp"
 #include "tools/sign_bundle/byte_writer.hpp"
-#include "tools/sign_bundle/code_signing_constants.hpp"
 
 namespace sign_bundle {
 namespace {
 
-constexpr std::uint32_t kVersionWithExecutableSegment = 0x20400;
-constexpr std::uint32_t kVersionWithRuntime = 0x20500;
+namespace code_directory_version = platform::code_directory_version;
+using platform::DigestAlgorithm;
+using platform::digestSize;
+
 constexpr std::size_t kHeaderSize = 88;
 constexpr std::size_t kHeaderSizeWithRuntime = 96;
-constexpr std::size_t kCodeDirectoryHashSize = 20;
+
+std::uint8_t hashType(DigestAlgorithm algorithm) {
+  namespace type = platform::hash_type;
+  static constexpr std::array kTypes{type::kSha1, type::kSha256, type::kSha384, type::kSha512};
+  return kTypes.at(static_cast<std::size_t>(algorithm));
+}
 
 struct Layout {
   std::size_t identifierOffset = 0;
@@ -49,11 +57,14 @@ ByteWriter fixedFields(const CodeDescription& code, DigestAlgorithm algorithm, c
   const auto number = [](std::size_t value) { return static_cast<std::uint32_t>(value); };
   const bool large = code.code.size() > std::numeric_limits<std::uint32_t>::max();
   ByteWriter fields;
-  fields.u32(code.runtimeVersion ? kVersionWithRuntime : kVersionWithExecutableSegment).u32(code.flags);
+  fields
+      .u32(code.runtimeVersion ? code_directory_version::kWithRuntime
+                               : code_directory_version::kWithExecutableSegment)
+      .u32(code.flags);
   fields.u32(number(layout.hashOffset)).u32(number(layout.identifierOffset));
   fields.u32(number(layout.specialSlots)).u32(number(layout.codeSlots));
   fields.u32(large ? std::numeric_limits<std::uint32_t>::max() : number(code.code.size()));
-  fields.u8(static_cast<std::uint8_t>(digestSize(algorithm))).u8(static_cast<std::uint8_t>(algorithm));
+  fields.u8(static_cast<std::uint8_t>(digestSize(algorithm))).u8(hashType(algorithm));
   fields.u8(0).u8(static_cast<std::uint8_t>(code.pageSizeExponent));
   fields.u32(0).u32(0).u32(number(layout.teamOffset)).u32(0).u64(large ? code.code.size() : 0);
   fields.u64(code.executableSegmentBase).u64(code.executableSegmentLimit).u64(code.executableSegmentFlags);
@@ -80,15 +91,15 @@ std::string makeCodeDirectory(const CodeDescription& code, DigestAlgorithm algor
   for (std::size_t number = layout.specialSlots; number > 0; --number) {
     const auto content = code.specialSlots.find(static_cast<std::uint32_t>(number));
     directory.raw(content == code.specialSlots.end() ? std::string(digestSize(algorithm), '\0')
-                                                     : digestOf(content->second, algorithm));
+                                                     : digestOf(algorithm, content->second));
   }
   for (std::size_t page = 0; page < layout.codeSlots; ++page)
-    directory.raw(digestOf(code.code.substr(page * pageSize(code), pageSize(code)), algorithm));
-  return makeBlob(magic::kCodeDirectory, directory.bytes());
+    directory.raw(digestOf(algorithm, code.code.substr(page * pageSize(code), pageSize(code))));
+  return makeBlob(platform::magic::kCodeDirectory, directory.bytes());
 }
 
 std::string codeDirectoryHash(std::string_view codeDirectory, DigestAlgorithm algorithm) {
-  return digestOf(codeDirectory, algorithm).substr(0, kCodeDirectoryHashSize);
+  return digestOf(algorithm, codeDirectory).substr(0, platform::kCodeDirectoryHashSize);
 }
 
 }  // namespace sign_bundle

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "tools/sign_bundle/code_digest.hpp"
+#include "platform/crypto/digest.hpp"
 
 namespace sign_bundle {
 
@@ -29,13 +29,13 @@ struct CodeDescription {
   std::map<std::uint32_t, std::string> specialSlots;
 };
 
-std::size_t codeDirectorySize(const CodeDescription& code, DigestAlgorithm algorithm);
+std::size_t codeDirectorySize(const CodeDescription& code, platform::DigestAlgorithm algorithm);
 
 /// The code directory as a blob.
-std::string makeCodeDirectory(const CodeDescription& code, DigestAlgorithm algorithm);
+std::string makeCodeDirectory(const CodeDescription& code, platform::DigestAlgorithm algorithm);
 
 /// The name under which the system knows the code: the directory's digest by its own algorithm, cut to 20
 /// bytes.
-std::string codeDirectoryHash(std::string_view codeDirectory, DigestAlgorithm algorithm);
+std::string codeDirectoryHash(std::string_view codeDirectory, platform::DigestAlgorithm algorithm);
 
 }  // namespace sign_bundle

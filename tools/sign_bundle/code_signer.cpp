@@ -6,16 +6,22 @@
 
 #include "platform/files/file_manager.hpp"
 #include "platform/foundation/error.hpp"
+#include "platform/security/code_signature_format.hpp"
+#include "platform/security/mach_o_format.hpp"
 #include "tools/sign_bundle/byte_writer.hpp"
-#include "tools/sign_bundle/code_signing_constants.hpp"
-#include "tools/sign_bundle/mach_o_constants.hpp"
 #include "tools/sign_bundle/mach_o_image.hpp"
+#include "tools/sign_bundle/requirement_writer.hpp"
 #include "tools/sign_bundle/universal_file.hpp"
 
 namespace fs = std::filesystem;
 
 namespace sign_bundle {
 namespace {
+
+namespace code_flag = platform::code_flag;
+namespace magic = platform::magic;
+namespace mach_o = platform::mach_o;
+namespace slot = platform::slot;
 
 using platform::Data;
 using platform::URL;
@@ -24,8 +30,9 @@ constexpr unsigned kPageExponent = 12;
 constexpr unsigned kPageExponentArm64 = 14;
 /// Version 14.0 of the system.
 constexpr std::uint32_t kRuntimeVersion = 0x0E0000;
-constexpr std::size_t kSignatureAlignment = 16;
-constexpr std::size_t kBlobHeaderSize = 8;
+/// In the code directory: the slice is a main executable.
+constexpr std::uint64_t kMainBinary = 1;
+constexpr std::uint32_t kLaterMagic = 0xFADE9999;
 constexpr const char* kSignatureDirectory = "_CodeSignature";
 
 /// The files that hold a signature's components where the main executable cannot.
@@ -33,7 +40,7 @@ std::map<std::uint32_t, std::string> componentFiles() {
   return {{slot::kCodeDirectory, "CodeDirectory"},
           {slot::kRequirements, "CodeRequirements"},
           {slot::kEntitlements, "CodeEntitlements"},
-          {slot::kAlternateCodeDirectory, "CodeRequirements-1"},
+          {slot::kFirstAlternate, "CodeRequirements-1"},
           {slot::kSignature, "CodeSignature"}};
 }
 
@@ -58,7 +65,7 @@ void writeComponentFiles(const URL& directory, const Components& components) {
     if (name == files.end())
       throw platform::Error("Only a Mach-O file can be signed like this.");
     // The message has a file of its own without the header that it needs among other components.
-    const std::size_t header = slot == slot::kSignature ? kBlobHeaderSize : 0;
+    const std::size_t header = slot == slot::kSignature ? platform::kBlobHeaderSize : 0;
     writeFile(directory.appendingPathComponent(name->second), blob.substr(header));
   }
 }
@@ -107,8 +114,8 @@ SealedCode CodeSigner::signBundle(const BundleLayout& bundle, const std::string&
   }
   CodeDescription description = describe(identifier, role);
   const Data seal = makeResourceSeal(bundle, items, nestedCode, options_.sealedDigests);
-  description.specialSlots[slot::kInfoPlist] = Data::contentsOf(bundle.infoPlist).bytes();
-  description.specialSlots[slot::kCodeResources] = seal.bytes();
+  description.specialSlots[slot::kInfo] = Data::contentsOf(bundle.infoPlist).bytes();
+  description.specialSlots[slot::kResources] = seal.bytes();
 
   const Data executable = Data::contentsOf(bundle.mainExecutable);
   const URL directory = emptySignatureDirectory(bundle);
@@ -136,14 +143,14 @@ SealedCode CodeSigner::signMachO(const URL& file, const Data& content, const Cod
   for (UniversalFile::Slice& slice : universal.slices) {
     MachOImage image(std::move(slice.bytes));
     CodeDescription description = common;
-    const unsigned usualPage = image.cpuType() == mach_o::kCpuArm64 ? kPageExponentArm64 : kPageExponent;
+    const unsigned usualPage = image.cpuType() == mach_o::cpu::kArm64 ? kPageExponentArm64 : kPageExponent;
     description.pageSizeExponent = options_.pageSizeExponent.value_or(usualPage);
     description.executableSegmentBase = image.textFileOffset();
     description.executableSegmentLimit = image.textFileSize();
     description.executableSegmentFlags = image.isMainProgram() ? kMainBinary : 0;
     description.code = image.code();
-    const std::size_t room =
-        alignedUp(largestSignatureSize(description, identity_, options_.signature), kSignatureAlignment);
+    const std::size_t room = alignedUp(largestSignatureSize(description, identity_, options_.signature),
+                                       MachOImage::kSignatureAlignment);
     image.announceSignature(room);
     description.code = image.code();
     const CodeSignature signature = signCode(description, identity_, options_.signature);
@@ -176,11 +183,11 @@ CodeDescription CodeSigner::describe(const std::string& identifier, Role role) c
     code.flags |= code_flag::kHardenedRuntime;
     code.runtimeVersion = kRuntimeVersion;
   }
-  code.specialSlots[slot::kRequirements] = requirementSet(identifier, identity_);
+  code.specialSlots[slot::kRequirements] = makeRequirementSet(identifier, identity_);
   if (options_.entitlements && role == Role::outermost)
     code.specialSlots[slot::kEntitlements] = makeBlob(magic::kEntitlements, options_.entitlements->bytes());
   if (options_.laterComponent)
-    code.specialSlots[slot::kLater] = makeBlob(magic::kLater, options_.laterComponent->bytes());
+    code.specialSlots[kLaterSlot] = makeBlob(kLaterMagic, options_.laterComponent->bytes());
   return code;
 }
 

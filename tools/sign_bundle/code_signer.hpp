@@ -5,7 +5,7 @@
 
 #include "platform/files/data.hpp"
 #include "platform/files/url.hpp"
-#include "tools/sign_bundle/embedded_signature.hpp"
+#include "tools/sign_bundle/signature_writer.hpp"
 
 namespace sign_bundle {
 

@@ -1,53 +1,42 @@
 #include "tools/sign_bundle/command_line.hpp"
 
 #include <algorithm>
+#include <set>
 
 namespace sign_bundle {
-namespace {
 
-bool contains(const std::vector<std::string_view>& names, std::string_view name) {
-  return std::find(names.begin(), names.end(), name) != names.end();
+Option flag(std::string_view name, bool& field) {
+  return {name, [&field](const std::string&) { field = true; }, false};
 }
 
-}  // namespace
-
-Arguments::Arguments(const std::vector<std::string>& arguments, const std::vector<std::string_view>& flags,
-                     const std::vector<std::string_view>& valued) {
-  for (auto argument = arguments.begin(); argument != arguments.end(); ++argument) {
-    if (!argument->starts_with("--")) {
-      operands_.push_back(*argument);
+std::string parseCommandLine(const std::vector<std::string>& words, std::string_view operand,
+                             const std::vector<Option>& options) {
+  std::vector<std::string> operands;
+  std::set<std::string> given;
+  for (auto word = words.begin(); word != words.end(); ++word) {
+    if (!word->starts_with("--")) {
+      operands.push_back(*word);
       continue;
     }
-    const std::string& option = *argument;
-    std::string value;
-    if (contains(valued, option)) {
-      if (std::next(argument) == arguments.end())
-        throw UsageError("The option " + option + " has no value.");
-      value = *++argument;
-    } else if (!contains(flags, option)) {
-      throw UsageError("The option " + option + " is not known here.");
-    }
-    if (!options_.emplace(option, value).second)
-      throw UsageError("The option " + option + " is given twice.");
+    const std::string& name = *word;
+    const auto option =
+        std::find_if(options.begin(), options.end(), [&](const Option& known) { return known.name == name; });
+    if (option == options.end())
+      throw UsageError("The option " + name + " is not known here.");
+    if (!given.insert(name).second)
+      throw UsageError("The option " + name + " is given twice.");
+    if (option->hasValue && ++word == words.end())
+      throw UsageError("The option " + name + " has no value.");
+    option->set(option->hasValue ? *word : std::string());
   }
+  if (operands.size() != 1)
+    throw UsageError("Exactly one " + std::string(operand) + " is expected.");
+  return operands.front();
 }
 
-const std::string& Arguments::operand(std::string_view what) const {
-  if (operands_.size() != 1)
-    throw UsageError("Exactly one " + std::string(what) + " is expected.");
-  return operands_.front();
-}
-
-std::optional<std::string> Arguments::value(std::string_view option) const {
-  const auto found = options_.find(option);
-  return found == options_.end() ? std::nullopt : std::optional(found->second);
-}
-
-std::string Arguments::requiredValue(std::string_view option) const {
-  const auto text = value(option);
-  if (!text || text->empty())
+void require(bool given, std::string_view option) {
+  if (!given)
     throw UsageError("The option " + std::string(option) + " is needed.");
-  return *text;
 }
 
 }  // namespace sign_bundle

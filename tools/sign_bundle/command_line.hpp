@@ -1,53 +1,57 @@
 #pragma once
 
+#include <functional>
 #include <map>
-#include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "platform/foundation/error.hpp"
 
 namespace sign_bundle {
 
-/// A command line that cannot be carried out as it stands.
+/// An invalid command line.
 class UsageError : public platform::Error {
  public:
   using Error::Error;
 };
 
-/// The operands and options of one command. Every option begins with two hyphens.
-class Arguments {
- public:
-  /// `flags` are the options without a value, `valued` those that the next argument belongs to.
-  /// Throws `UsageError` for any other option, one given twice, and a missing value.
-  Arguments(const std::vector<std::string>& arguments, const std::vector<std::string_view>& flags,
-            const std::vector<std::string_view>& valued);
-
-  /// The only operand. Throws `UsageError` when there is none or more than one; `what` names it.
-  const std::string& operand(std::string_view what) const;
-
-  bool has(std::string_view option) const { return options_.contains(option); }
-  std::optional<std::string> value(std::string_view option) const;
-  std::string requiredValue(std::string_view option) const;
-
-  /// What the option's value stands for; `fallback` without the option. Throws `UsageError` for another
-  /// value.
-  template <typename Choice>
-  Choice choice(std::string_view option, const std::map<std::string_view, Choice>& choices,
-                Choice fallback) const {
-    const auto text = value(option);
-    if (!text)
-      return fallback;
-    const auto found = choices.find(*text);
-    if (found == choices.end())
-      throw UsageError(platform::quoted(*text) + " is no value for " + std::string(option) + ".");
-    return found->second;
-  }
-
- private:
-  std::vector<std::string> operands_;
-  std::map<std::string, std::string, std::less<>> options_;
+/// An option of a command. Names begin with two hyphens.
+struct Option {
+  std::string_view name;
+  /// Stores the value; gets an empty string for an option without one. May throw `UsageError`.
+  std::function<void(const std::string& value)> set;
+  bool hasValue = true;
 };
+
+/// An option without a value.
+Option flag(std::string_view name, bool& field);
+
+/// An option whose value is stored as it is.
+template <typename Field>
+Option text(std::string_view name, Field& field) {
+  return {name, [&field](const std::string& value) { field = value; }};
+}
+
+/// An option whose value is one of the keys of `choices`.
+template <typename Field>
+Option choice(std::string_view name, Field& field,
+              const std::map<std::string_view, std::type_identity_t<Field>>& choices) {
+  return {name, [name, &field, choices](const std::string& value) {
+            const auto found = choices.find(value);
+            if (found == choices.end())
+              throw UsageError(platform::quoted(value) + " is not a value for " + std::string(name) + ".");
+            field = found->second;
+          }};
+}
+
+/// Sets the options that are given and returns the only operand, which `operand` describes. Throws
+/// `UsageError`, also for an option given twice.
+std::string parseCommandLine(const std::vector<std::string>& words, std::string_view operand,
+                             const std::vector<Option>& options);
+
+/// Throws `UsageError` if a required option is missing.
+void require(bool given, std::string_view option);
 
 }  // namespace sign_bundle

@@ -3,14 +3,16 @@
 #include <algorithm>
 #include <limits>
 
+#include "platform/formats/bytes.hpp"
 #include "platform/foundation/error.hpp"
+#include "platform/security/mach_o_format.hpp"
 #include "tools/sign_bundle/byte_writer.hpp"
-#include "tools/sign_bundle/mach_o_constants.hpp"
 
 namespace sign_bundle {
 namespace {
 
-constexpr std::size_t kSignatureAlignment = 16;
+namespace mach_o = platform::mach_o;
+
 constexpr std::size_t kSignatureCommandSize = 16;
 constexpr std::size_t kCommandCountOffset = 16;
 constexpr std::size_t kCommandsSizeOffset = 20;
@@ -20,14 +22,10 @@ constexpr std::size_t kCommandsSizeOffset = 20;
 }
 
 std::uint64_t read(std::string_view bytes, std::size_t offset, std::size_t size, std::endian order) {
-  if (offset > bytes.size() || size > bytes.size() - offset)
+  const auto number = platform::partOf(bytes, offset, size);
+  if (!number)
     refuse("is cut short");
-  std::uint64_t value = 0;
-  for (std::size_t index = 0; index < size; ++index) {
-    const std::size_t place = order == std::endian::big ? index : size - 1 - index;
-    value = value << 8U | static_cast<unsigned char>(bytes[offset + place]);
-  }
-  return value;
+  return order == std::endian::big ? platform::bigEndian(*number) : platform::littleEndian(*number);
 }
 
 /// Where the fields of a segment command lie, and of the sections behind it.
@@ -72,11 +70,11 @@ bool MachOImage::isMachO(std::string_view bytes) {
   const bool isBig = big == mach_o::kMagic32 || big == mach_o::kMagic64;
   const bool isLittle = little == mach_o::kMagic32 || little == mach_o::kMagic64;
   const std::uint64_t fileType = read(bytes, 12, 4, isBig ? std::endian::big : std::endian::little);
-  return (isBig || isLittle) && fileType != mach_o::kObjectFile;
+  return (isBig || isLittle) && fileType != mach_o::file_type::kObjectFile;
 }
 
 bool MachOImage::isMainProgram() const {
-  return number(12) == mach_o::kExecutable;
+  return number(12) == mach_o::file_type::kExecutable;
 }
 
 std::uint32_t MachOImage::number(std::size_t offset) const {
@@ -102,9 +100,9 @@ void MachOImage::setWord(std::size_t offset, std::uint64_t value) {
 
 void MachOImage::readCommand(std::size_t offset, std::size_t size) {
   const std::uint32_t command = number(offset);
-  if (command == (wide_ ? mach_o::kSegment64 : mach_o::kSegment32)) {
+  if (command == (wide_ ? mach_o::command::kSegment64 : mach_o::command::kSegment32)) {
     readSegment(offset);
-  } else if (command == mach_o::kCodeSignature) {
+  } else if (command == mach_o::command::kCodeSignature) {
     if (size != kSignatureCommandSize || signatureCommand_ != 0)
       refuse("announces a signature in an unusual way");
     signatureCommand_ = offset;
@@ -151,7 +149,7 @@ void MachOImage::appendSignatureCommand() {
     refuse("has no room for another load command");
   signatureCommand_ = commandsEnd_;
   commandsEnd_ += kSignatureCommandSize;
-  setNumber(signatureCommand_, mach_o::kCodeSignature);
+  setNumber(signatureCommand_, mach_o::command::kCodeSignature);
   setNumber(signatureCommand_ + 4, kSignatureCommandSize);
   setNumber(kCommandCountOffset, number(kCommandCountOffset) + 1);
   setNumber(kCommandsSizeOffset, number(kCommandsSizeOffset) + kSignatureCommandSize);
@@ -167,7 +165,7 @@ void MachOImage::announceSignature(std::size_t size) {
 
   const SegmentFields& fields = wide_ ? kFields64 : kFields32;
   const std::uint64_t fileSize = bytes_.size() + size - linkEdit_.fileOffset;
-  const std::uint64_t memoryPage = cpuType() == mach_o::kCpuArm64 ? 0x4000 : 0x1000;
+  const std::uint64_t memoryPage = cpuType() == mach_o::cpu::kArm64 ? 0x4000 : 0x1000;
   setWord(linkEdit_.command + fields.fileSize, fileSize);
   setWord(linkEdit_.command + fields.virtualSize, alignedUp(fileSize, memoryPage));
 }

@@ -11,6 +11,8 @@ namespace sign_bundle {
 /// One architecture's Mach-O image, and the place for a signature at its end.
 class MachOImage {
  public:
+  static constexpr std::size_t kSignatureAlignment = 16;
+
   /// `bytes` are one slice. A signature that is there is cut off. Throws `platform::Error` for an image that
   /// is damaged, or that has something behind its link edit segment.
   explicit MachOImage(std::string bytes);

@@ -1,16 +1,19 @@
-#include "tools/sign_bundle/make_mach_o.hpp"
+#include "tools/sign_bundle/mach_o_maker.hpp"
 
+#include <array>
 #include <bit>
 #include <cstdint>
 #include <string_view>
 
+#include "platform/crypto/digest.hpp"
+#include "platform/security/mach_o_format.hpp"
 #include "tools/sign_bundle/byte_writer.hpp"
-#include "tools/sign_bundle/code_digest.hpp"
-#include "tools/sign_bundle/mach_o_constants.hpp"
 #include "tools/sign_bundle/universal_file.hpp"
 
 namespace sign_bundle {
 namespace {
+
+namespace mach_o = platform::mach_o;
 
 using namespace std::string_view_literals;
 
@@ -25,23 +28,22 @@ struct Traits {
 };
 
 const Traits& traitsOf(Architecture architecture) {
-  static constexpr Traits kX86_64{mach_o::kCpuX86_64, 3, true, std::endian::little, 12, "\x31\xC0\xC3"sv};
-  static constexpr Traits kArm64{mach_o::kCpuArm64,   0,  true,
-                                 std::endian::little, 14, "\x00\x00\x80\x52\xC0\x03\x5F\xD6"sv};
-  static constexpr Traits kI386{mach_o::kCpuI386, 3, false, std::endian::little, 12, "\x31\xC0\xC3"sv};
-  static constexpr Traits kPowerPc{mach_o::kCpuPowerPc, 0,  false,
-                                   std::endian::big,    12, "\x38\x60\x00\x00\x4E\x80\x00\x20"sv};
-  switch (architecture) {
-    case Architecture::x86_64:
-      return kX86_64;
-    case Architecture::arm64:
-      return kArm64;
-    case Architecture::i386:
-      return kI386;
-    case Architecture::powerPc:
-      break;
-  }
-  return kPowerPc;
+  using enum std::endian;
+  // In the order of the enumeration.
+  static constexpr std::array<Traits, 4> kTraits{
+      {{mach_o::cpu::kX86_64, 3, true, little, 12, "\x31\xC0\xC3"sv},
+       {mach_o::cpu::kArm64, 0, true, little, 14, "\x00\x00\x80\x52\xC0\x03\x5F\xD6"sv},
+       {mach_o::cpu::kI386, 3, false, little, 12, "\x31\xC0\xC3"sv},
+       {mach_o::cpu::kPowerPc, 0, false, big, 12, "\x38\x60\x00\x00\x4E\x80\x00\x20"sv}}};
+  return kTraits.at(static_cast<std::size_t>(architecture));
+}
+
+std::uint32_t fileTypeOf(MachOKind kind) {
+  namespace type = mach_o::file_type;
+  // In the order of the enumeration.
+  static constexpr std::array kTypes{type::kExecutable, type::kDynamicLibrary, type::kLoadableBundle,
+                                     type::kObjectFile};
+  return kTypes.at(static_cast<std::size_t>(kind));
 }
 
 constexpr std::uint32_t kReadAndExecute = 5;
@@ -57,7 +59,7 @@ constexpr std::uint32_t kSystemSdk = 0x000E0000;
 constexpr std::uint32_t kLibraryVersion = 0x00010000;
 constexpr std::uint64_t kImageBase64 = 0x100000000;
 constexpr std::uint64_t kImageBase32 = 0x1000;
-/// Room behind the load commands, as linkers leave it for later commands.
+/// Linkers leave room for additional load commands.
 constexpr std::size_t kHeaderPad = 256;
 constexpr std::size_t kStringTableSize = 16;
 constexpr std::string_view kSystemLibrary = "/usr/lib/libSystem.B.dylib";
@@ -67,8 +69,8 @@ struct Span {
   std::uint64_t size = 0;
 };
 
-/// Writes the image of one architecture. The load commands are written twice: their size decides where things
-/// lie.
+/// Writes the image of one architecture. The load commands are written twice: their size determines the
+/// offsets in them.
 class ImageWriter {
  public:
   ImageWriter(const Traits& traits, const MachOOptions& options) : traits_(traits), options_(options) {}
@@ -102,26 +104,12 @@ class ImageWriter {
                           page())};
   }
 
-  std::uint32_t fileType() const {
-    switch (options_.kind) {
-      case MachOKind::executable:
-        return mach_o::kExecutable;
-      case MachOKind::dynamicLibrary:
-        return mach_o::kDynamicLibrary;
-      case MachOKind::objectFile:
-        return mach_o::kObjectFile;
-      case MachOKind::loadableBundle:
-        break;
-    }
-    return mach_o::kLoadableBundle;
-  }
-
   ByteWriter header(std::size_t commandsSize) const {
     ByteWriter writer(traits_.order);
     writer.u32(traits_.wide ? mach_o::kMagic64 : mach_o::kMagic32)
         .u32(traits_.cpuType)
         .u32(traits_.cpuSubtype);
-    writer.u32(fileType()).u32(commandCount_).u32(static_cast<std::uint32_t>(commandsSize));
+    writer.u32(fileTypeOf(options_.kind)).u32(commandCount_).u32(static_cast<std::uint32_t>(commandsSize));
     writer.u32(kHeaderFlags | (isExecutable() ? kPositionIndependent : 0));
     if (traits_.wide)
       writer.u32(0);
@@ -138,16 +126,17 @@ class ImageWriter {
              section("__cstring", constant_, kSectionOfStrings)});
     const Span linkEdit{text_.size, kStringTableSize};
     segment("__LINKEDIT", {imageBase() + text_.size, page()}, linkEdit, kReadOnly, {});
-    command(mach_o::kSymbolTable, body().u32(0).u32(0).u32(lower(linkEdit.offset)).u32(kStringTableSize));
-    command(mach_o::kUuid, body().raw(identity()));
-    command(mach_o::kBuildVersion, body().u32(kPlatform).u32(kLeastSystem).u32(kSystemSdk).u32(0));
+    command(mach_o::command::kSymbolTable,
+            body().u32(0).u32(0).u32(lower(linkEdit.offset)).u32(kStringTableSize));
+    command(mach_o::command::kUuid, body().raw(identity()));
+    command(mach_o::command::kBuildVersion, body().u32(kPlatform).u32(kLeastSystem).u32(kSystemSdk).u32(0));
     if (isExecutable()) {
-      command(mach_o::kLoadDynamicLinker, body().u32(12).raw("/usr/lib/dyld"));
-      command(mach_o::kMain, body().u64(instructions_.offset).u64(0));
+      command(mach_o::command::kLoadDynamicLinker, body().u32(12).raw("/usr/lib/dyld"));
+      command(mach_o::command::kMain, body().u64(instructions_.offset).u64(0));
     }
     if (options_.kind == MachOKind::dynamicLibrary)
-      library(mach_o::kDynamicLibraryIdentity, "@rpath/" + options_.text);
-    library(mach_o::kLoadDynamicLibrary, kSystemLibrary);
+      library(mach_o::command::kDynamicLibraryIdentity, "@rpath/" + options_.text);
+    library(mach_o::command::kLoadDynamicLibrary, kSystemLibrary);
     return commands_;
   }
 
@@ -173,18 +162,18 @@ class ImageWriter {
   void segment(std::string_view name, const Span& memory, const Span& file, std::uint32_t protection,
                const std::vector<std::string>& sections) {
     ByteWriter writer(traits_.order);
-    writer.field(name, mach_o::kSegmentNameSize);
+    writer.field(name, mach_o::kNameSize);
     for (const std::uint64_t value : {memory.offset, memory.size, file.offset, file.size})
       word(writer, value);
     writer.u32(protection).u32(protection).u32(lower(sections.size())).u32(0);
     for (const std::string& bytes : sections)
       writer.raw(bytes);
-    command(traits_.wide ? mach_o::kSegment64 : mach_o::kSegment32, writer);
+    command(traits_.wide ? mach_o::command::kSegment64 : mach_o::command::kSegment32, writer);
   }
 
   std::string section(std::string_view name, const Span& span, std::uint32_t flags) const {
     ByteWriter writer(traits_.order);
-    writer.field(name, mach_o::kSegmentNameSize).field("__TEXT", mach_o::kSegmentNameSize);
+    writer.field(name, mach_o::kNameSize).field("__TEXT", mach_o::kNameSize);
     word(writer, imageBase() + span.offset);
     word(writer, span.size);
     writer.u32(lower(span.offset)).u32(0).u32(0).u32(0).u32(flags).u32(0).u32(0);
@@ -199,7 +188,7 @@ class ImageWriter {
 
   std::string identity() const {
     const std::string seed = options_.text + '\0' + std::to_string(traits_.cpuType);
-    return digestOf(seed, DigestAlgorithm::sha256).substr(0, 16);
+    return platform::digestOf(platform::DigestAlgorithm::sha256, seed).substr(0, 16);
   }
 
   const Traits& traits_;

@@ -13,7 +13,7 @@
 #include "tools/sign_bundle/chain_maker.hpp"
 #include "tools/sign_bundle/code_signer.hpp"
 #include "tools/sign_bundle/command_line.hpp"
-#include "tools/sign_bundle/make_mach_o.hpp"
+#include "tools/sign_bundle/mach_o_maker.hpp"
 
 namespace sign_bundle {
 namespace {
@@ -48,92 +48,92 @@ platform::URL location(const std::string& path) {
   return platform::URL::fileURLWithPath(path);
 }
 
+/// An option whose value is a file to read.
+Option content(std::string_view name, std::optional<platform::Data>& field) {
+  return {name, [&field](const std::string& path) { field = platform::Data::contentsOf(location(path)); }};
+}
+
 void runMakeChain(const std::vector<std::string>& words) {
-  const Arguments arguments(words, {}, {"--team", "--name", "--keys", "--leaf", "--defect"});
-  ChainOptions options{.team = arguments.requiredValue("--team")};
-  options.name = arguments.value("--name").value_or(options.name);
-  options.keys = arguments.choice<KeyKind>("--keys", {{"rsa", KeyKind::rsa}, {"ec", KeyKind::ellipticCurve}},
-                                           options.keys);
-  options.leaf = arguments.choice<LeafKind>("--leaf",
-                                            {{"developer-id", LeafKind::developerID},
-                                             {"kernel-extensions", LeafKind::kernelExtensions},
-                                             {"store", LeafKind::store},
-                                             {"development", LeafKind::development}},
-                                            options.leaf);
-  options.defect = arguments.choice<ChainDefect>(
-      "--defect",
-      {{"intermediate-without-extension", ChainDefect::intermediateWithoutExtension},
-       {"leaf-without-extension", ChainDefect::leafWithoutExtension},
-       {"leaf-without-code-signing-usage", ChainDefect::leafWithoutCodeSigningUsage},
-       {"leaf-without-usage", ChainDefect::leafWithoutUsage},
-       {"leaf-key-not-for-signing", ChainDefect::leafKeyNotForSigning},
-       {"leaf-with-weak-key", ChainDefect::leafWithWeakKey},
-       {"leaf-with-two-teams", ChainDefect::leafWithTwoTeams},
-       {"unknown-critical-extension-in-leaf", ChainDefect::unknownCriticalExtensionInLeaf},
-       {"unknown-critical-extension-in-intermediate", ChainDefect::unknownCriticalExtensionInIntermediate},
-       {"self-signed-leaf", ChainDefect::selfSignedLeaf},
-       {"leaf-as-issuer", ChainDefect::leafAsIssuer},
-       {"path-too-long", ChainDefect::pathTooLong},
-       {"without-intermediate", ChainDefect::withoutIntermediate},
-       {"expired", ChainDefect::expired}},
-      options.defect);
-  makeChain(location(arguments.operand("directory")), options);
+  using enum ChainDefect;
+  ChainOptions options;
+  const std::string directory = parseCommandLine(
+      words, "directory",
+      {text("--team", options.team), text("--name", options.name),
+       choice("--keys", options.keys, {{"rsa", KeyKind::rsa}, {"ec", KeyKind::ellipticCurve}}),
+       choice("--leaf", options.leaf,
+              {{"developer-id", LeafKind::developerID},
+               {"kernel-extensions", LeafKind::kernelExtensions},
+               {"store", LeafKind::store},
+               {"development", LeafKind::development}}),
+       choice("--defect", options.defect,
+              {{"intermediate-without-extension", intermediateWithoutExtension},
+               {"leaf-without-extension", leafWithoutExtension},
+               {"leaf-without-code-signing-usage", leafWithoutCodeSigningUsage},
+               {"leaf-without-usage", leafWithoutUsage},
+               {"leaf-key-not-for-signing", leafKeyNotForSigning},
+               {"leaf-with-weak-key", leafWithWeakKey},
+               {"leaf-with-two-teams", leafWithTwoTeams},
+               {"unknown-critical-extension-in-leaf", unknownCriticalExtensionInLeaf},
+               {"unknown-critical-extension-in-intermediate", unknownCriticalExtensionInIntermediate},
+               {"self-signed-leaf", selfSignedLeaf},
+               {"leaf-as-issuer", leafAsIssuer},
+               {"path-too-long", pathTooLong},
+               {"without-intermediate", withoutIntermediate},
+               {"expired", expired}})});
+  require(!options.team.empty(), "--team");
+  makeChain(location(directory), options);
+}
+
+/// The options of `sign` that change what the signature says.
+std::vector<Option> signingOptions(SigningOptions& options) {
+  using enum SignatureDefect;
+  using platform::DigestAlgorithm;
+  MessageOptions& message = options.signature.message;
+  return {text("--team", options.team),
+          flag("--hardened-runtime", options.hardenedRuntime),
+          flag("--without-requirements", options.withoutRequirements),
+          flag("--time-stamp", message.timeStamp),
+          content("--entitlements", options.entitlements),
+          content("--later-component", options.laterComponent),
+          choice("--hash", options.signature.digests,
+                 {{"sha256", {DigestAlgorithm::sha256}},
+                  {"sha1+sha256", {DigestAlgorithm::sha1, DigestAlgorithm::sha256}},
+                  {"sha384", {DigestAlgorithm::sha384}}}),
+          choice("--sealed-hash", options.sealedDigests,
+                 {{"sha256", SealedDigests::sha256},
+                  {"sha1+sha256", SealedDigests::sha1AndSha256},
+                  {"sha1", SealedDigests::sha1}}),
+          choice("--page-size", options.pageSizeExponent, {{"unlimited", 0}, {"4096", 12}, {"16384", 14}}),
+          choice("--bind", message.binding,
+                 {{"both", DirectoryBinding::both},
+                  {"list", DirectoryBinding::list},
+                  {"digests", DirectoryBinding::digests},
+                  {"none", DirectoryBinding::none}}),
+          choice("--defect", message.defect,
+                 {{"two-signers", twoSigners},
+                  {"carried-content", carriedContent},
+                  {"without-signed-attributes", withoutSignedAttributes},
+                  {"weak-digest", weakDigest},
+                  {"other-content-type", otherContentType},
+                  {"other-time-stamp", otherTimeStamp},
+                  {"unsorted-digests", unsortedDigests}})};
 }
 
 void runSign(const std::vector<std::string>& words) {
-  const Arguments arguments(words,
-                            {"--ad-hoc", "--hardened-runtime", "--time-stamp", "--without-requirements"},
-                            {"--chain", "--identifier", "--team", "--hash", "--sealed-hash", "--page-size",
-                             "--entitlements", "--later-component", "--bind", "--defect"});
-  const platform::URL code = location(arguments.operand("bundle or Mach-O file"));
-  if (arguments.has("--ad-hoc") == arguments.has("--chain"))
+  SigningOptions options;
+  bool adHoc = false;
+  std::optional<std::string> chain;
+  std::optional<std::string> identifier;
+  std::vector<Option> known = signingOptions(options);
+  known.insert(known.end(),
+               {flag("--ad-hoc", adHoc), text("--chain", chain), text("--identifier", identifier)});
+  const std::string code = parseCommandLine(words, "bundle or Mach-O file", known);
+  if (adHoc == chain.has_value())
     throw UsageError("Either --chain or --ad-hoc is needed.");
   std::optional<SigningIdentity> identity;
-  if (const auto chain = arguments.value("--chain"))
+  if (chain)
     identity = SigningIdentity::read(location(*chain));
-
-  using Digests = std::vector<DigestAlgorithm>;
-  SigningOptions options;
-  options.signature.digests =
-      arguments.choice<Digests>("--hash",
-                                {{"sha256", {DigestAlgorithm::sha256}},
-                                 {"sha1+sha256", {DigestAlgorithm::sha1, DigestAlgorithm::sha256}},
-                                 {"sha384", {DigestAlgorithm::sha384}}},
-                                options.signature.digests);
-  options.sealedDigests = arguments.choice<SealedDigests>("--sealed-hash",
-                                                          {{"sha256", SealedDigests::sha256},
-                                                           {"sha1+sha256", SealedDigests::sha1AndSha256},
-                                                           {"sha1", SealedDigests::sha1}},
-                                                          options.sealedDigests);
-  if (arguments.has("--page-size"))
-    options.pageSizeExponent =
-        arguments.choice<unsigned>("--page-size", {{"unlimited", 0}, {"4096", 12}, {"16384", 14}}, 0);
-  MessageOptions& message = options.signature.message;
-  message.timeStamp = arguments.has("--time-stamp") ? TimeStamp::yes : TimeStamp::no;
-  message.binding = arguments.choice<DirectoryBinding>("--bind",
-                                                       {{"both", DirectoryBinding::both},
-                                                        {"list", DirectoryBinding::list},
-                                                        {"digests", DirectoryBinding::digests},
-                                                        {"none", DirectoryBinding::none}},
-                                                       message.binding);
-  message.defect = arguments.choice<SignatureDefect>(
-      "--defect",
-      {{"two-signers", SignatureDefect::twoSigners},
-       {"carried-content", SignatureDefect::carriedContent},
-       {"without-signed-attributes", SignatureDefect::withoutSignedAttributes},
-       {"weak-digest", SignatureDefect::weakDigest},
-       {"other-content-type", SignatureDefect::otherContentType},
-       {"other-time-stamp", SignatureDefect::otherTimeStamp},
-       {"unsorted-digests", SignatureDefect::unsortedDigests}},
-      message.defect);
-  options.team = arguments.value("--team");
-  options.hardenedRuntime = arguments.has("--hardened-runtime");
-  options.withoutRequirements = arguments.has("--without-requirements");
-  if (const auto file = arguments.value("--entitlements"))
-    options.entitlements = platform::Data::contentsOf(location(*file));
-  if (const auto file = arguments.value("--later-component"))
-    options.laterComponent = platform::Data::contentsOf(location(*file));
-  CodeSigner(identity ? &*identity : nullptr, options).sign(code, arguments.value("--identifier"));
+  CodeSigner(identity ? &*identity : nullptr, options).sign(location(code), identifier);
 }
 
 std::vector<Architecture> architecturesOf(const std::string& text) {
@@ -148,7 +148,7 @@ std::vector<Architecture> architecturesOf(const std::string& text) {
   for (std::string name; std::getline(names, name, ',');) {
     const auto found = kNames.find(name);
     if (found == kNames.end())
-      throw UsageError(platform::quoted(name) + " is no architecture.");
+      throw UsageError(platform::quoted(name) + " is not an architecture.");
     architectures.push_back(found->second);
   }
   return architectures;
@@ -158,22 +158,23 @@ std::size_t byteCountOf(const std::string& text) {
   std::size_t count = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
   if (error != std::errc() || end != text.data() + text.size() || count > kLargestMachO)
-    throw UsageError(platform::quoted(text) + " is no usable number of bytes.");
+    throw UsageError(platform::quoted(text) + " is not a valid number of bytes.");
   return count;
 }
 
 void runMakeMachO(const std::vector<std::string>& words) {
-  const Arguments arguments(words, {"--wide"}, {"--arch", "--kind", "--text", "--least-size"});
-  MachOOptions options{.architectures = architecturesOf(arguments.requiredValue("--arch"))};
-  options.kind = arguments.choice<MachOKind>("--kind",
-                                             {{"executable", MachOKind::executable},
-                                              {"library", MachOKind::dynamicLibrary},
-                                              {"bundle", MachOKind::loadableBundle}},
-                                             options.kind);
-  options.text = arguments.value("--text").value_or(options.text);
-  options.leastTextSize = byteCountOf(arguments.value("--least-size").value_or("0"));
-  options.wideUniversal = arguments.has("--wide");
-  const std::string& path = arguments.operand("file");
+  MachOOptions options{.architectures = {}};
+  const std::string path = parseCommandLine(
+      words, "file",
+      {{"--arch", [&](const std::string& value) { options.architectures = architecturesOf(value); }},
+       {"--least-size", [&](const std::string& value) { options.leastTextSize = byteCountOf(value); }},
+       choice("--kind", options.kind,
+              {{"executable", MachOKind::executable},
+               {"library", MachOKind::dynamicLibrary},
+               {"bundle", MachOKind::loadableBundle}}),
+       text("--text", options.text),
+       flag("--wide", options.wideUniversal)});
+  require(!options.architectures.empty(), "--arch");
   platform::Data(makeMachO(options)).write(location(path), platform::DataWritingOptions::atomic);
   std::filesystem::permissions(path, std::filesystem::perms(0755));
 }

@@ -1,4 +1,4 @@
-#include "tools/sign_bundle/openssl_objects.hpp"
+#include "tools/sign_bundle/openssl_calls.hpp"
 
 #include <openssl/err.h>
 
@@ -18,22 +18,8 @@ std::string lastReason() {
 CryptographyError::CryptographyError(std::string_view step)
     : Error(std::string(step) + " failed: " + lastReason() + ".") {}
 
-ObjectIdentifier objectIdentifier(const char* dottedText) {
-  return checked<ObjectIdentifier>(::OBJ_txt2obj(dottedText, 1), "Reading an object identifier");
-}
-
-Stream readingStream(std::string_view bytes) {
-  return checked<Stream>(::BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())), "Opening a stream");
-}
-
-Stream memoryStream() {
-  return checked<Stream>(::BIO_new(::BIO_s_mem()), "Opening a stream");
-}
-
-std::string contentOf(BIO& memoryStream) {
-  const char* bytes = nullptr;
-  const auto length = BIO_get_mem_data(&memoryStream, &bytes);
-  return length <= 0 ? std::string() : std::string(bytes, static_cast<std::size_t>(length));
+openssl::Object objectIdentifier(const char* dotted) {
+  return checked<openssl::Object>(::OBJ_txt2obj(dotted, 1), "Reading an object identifier");
 }
 
 }  // namespace sign_bundle

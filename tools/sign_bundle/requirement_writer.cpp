@@ -2,14 +2,16 @@
 
 #include <cstdint>
 
+#include "platform/formats/bytes.hpp"
+#include "platform/security/code_signature_format.hpp"
 #include "tools/sign_bundle/blob_writer.hpp"
 #include "tools/sign_bundle/byte_writer.hpp"
-#include "tools/sign_bundle/code_signing_constants.hpp"
-#include "tools/sign_bundle/openssl_objects.hpp"
 
 namespace sign_bundle {
 namespace {
 
+/// What a later version of the code must satisfy.
+constexpr std::uint32_t kDesignatedRequirement = 3;
 constexpr std::uint32_t kExpressionForm = 1;
 
 enum Operation : std::uint32_t {
@@ -40,12 +42,12 @@ class ExpressionWriter {
     return *this;
   }
   ExpressionWriter& extensionExists(std::uint32_t certificate, const char* identifier) {
-    const ObjectIdentifier object = objectIdentifier(identifier);
+    const openssl::Object object = objectIdentifier(identifier);
     const std::string content(reinterpret_cast<const char*>(::OBJ_get0_data(object.get())),
                               ::OBJ_length(object.get()));
     return operation(kCertificateExtension).number(certificate).data(content).number(kExists);
   }
-  std::string blob() const { return makeBlob(magic::kRequirement, writer_.bytes()); }
+  std::string blob() const { return makeBlob(platform::magic::kRequirement, writer_.bytes()); }
 
  private:
   ByteWriter writer_;
@@ -56,22 +58,14 @@ std::string identifierText(std::string_view identifier) {
 }
 
 std::string hashText(std::string_view bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text = "H\"";
-  for (const char character : bytes) {
-    const auto byte = static_cast<unsigned char>(character);
-    text += kDigits[byte >> 4U];
-    text += kDigits[byte & 0xFU];
-  }
-  return text + "\"";
+  return "H\"" + platform::hexadecimal(bytes) + "\"";
 }
 
-}  // namespace
-
+/// Identifier, the platform's anchor, the markers of both certificates, and the team in the leaf.
 Requirement developerIDRequirement(std::string_view identifier, std::string_view team) {
   std::string text = identifierText(identifier) + " and anchor apple generic and certificate 1[field.";
-  text.append(kIntermediateExtension).append("] /* exists */ and certificate leaf[field.");
-  text.append(kLeafExtension).append("] /* exists */ and certificate leaf[subject.OU] = \"");
+  text.append(kIntermediateMarker).append("] /* exists */ and certificate leaf[field.");
+  text.append(kLeafMarker).append("] /* exists */ and certificate leaf[subject.OU] = \"");
   text.append(team).append("\"");
 
   ExpressionWriter expression;
@@ -79,18 +73,33 @@ Requirement developerIDRequirement(std::string_view identifier, std::string_view
     expression.operation(kAnd);
   expression.operation(kIdentifier).data(identifier);
   expression.operation(kGenericAnchor);
-  expression.extensionExists(kIntermediate, kIntermediateExtension);
-  expression.extensionExists(kLeaf, kLeafExtension);
+  expression.extensionExists(kIntermediate, kIntermediateMarker);
+  expression.extensionExists(kLeaf, kLeafMarker);
   expression.operation(kCertificateField).number(kLeaf).data("subject.OU").number(kEqual).data(team);
   return {text, expression.blob()};
 }
 
+/// Identifier and leaf certificate.
 Requirement certificateRequirement(std::string_view identifier, std::string_view certificateDigest) {
   ExpressionWriter expression;
   expression.operation(kAnd).operation(kIdentifier).data(identifier);
   expression.operation(kCertificateHash).number(kLeaf).data(certificateDigest);
   return {identifierText(identifier) + " and certificate leaf = " + hashText(certificateDigest),
           expression.blob()};
+}
+
+}  // namespace
+
+Requirement designatedRequirement(std::string_view identifier, const SigningIdentity& identity) {
+  return identity.isDeveloperID ? developerIDRequirement(identifier, identity.team)
+                                : certificateRequirement(identifier, identity.leafDigest);
+}
+
+std::string makeRequirementSet(std::string_view identifier, const SigningIdentity* identity) {
+  Components requirements;
+  if (identity != nullptr)
+    requirements.emplace(kDesignatedRequirement, designatedRequirement(identifier, *identity).blob);
+  return makeSuperBlob(platform::magic::kRequirementSet, requirements);
 }
 
 std::string codeDirectoryHashRequirementText(std::string_view codeDirectoryHash) {

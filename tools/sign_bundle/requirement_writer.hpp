@@ -3,23 +3,24 @@
 #include <string>
 #include <string_view>
 
+#include "tools/sign_bundle/signing_identity.hpp"
+
 namespace sign_bundle {
 
-/// A condition on code, in the requirement language and as a compiled blob.
+/// A requirement in the requirement language and as a compiled blob.
 struct Requirement {
   std::string text;
   std::string blob;
 };
 
-/// What later versions of code signed with a Developer ID have to satisfy: its identifier, the platform's
-/// anchor, the private extensions of both certificates, and the team in the leaf.
-Requirement developerIDRequirement(std::string_view identifier, std::string_view team);
+/// What later versions of the code must satisfy. For a Developer ID: its identifier, and a Developer ID of
+/// the same team; for any other certificate: its identifier and that certificate, by its SHA-1 digest.
+Requirement designatedRequirement(std::string_view identifier, const SigningIdentity& identity);
 
-/// The same for code with any other certificate: its identifier, and the very certificate, by its SHA-1
-/// digest.
-Requirement certificateRequirement(std::string_view identifier, std::string_view certificateDigest);
+/// A blob with the designated requirement; an empty set without an identity.
+std::string makeRequirementSet(std::string_view identifier, const SigningIdentity* identity);
 
-/// The requirement that nested code without a certificate is sealed with: to be this very code.
+/// The requirement that seals nested code without a certificate.
 std::string codeDirectoryHashRequirementText(std::string_view codeDirectoryHash);
 
 }  // namespace sign_bundle

@@ -1,8 +1,12 @@
 #include "tools/sign_bundle/seal_writer.hpp"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <filesystem>
 
+#include "platform/crypto/digest.hpp"
+#include "platform/files/file_descriptor.hpp"
 #include "platform/foundation/error.hpp"
 #include "tools/sign_bundle/parallel.hpp"
 #include "tools/sign_bundle/sealing_rules.hpp"
@@ -75,6 +79,21 @@ struct FileDigests {
   std::string sha256;
 };
 
+/// SHA-1 is left out where it is not needed.
+FileDigests digestFile(const platform::URL& file, bool withSha1) {
+  constexpr std::size_t kPieceSize = std::size_t{256} * 1024;
+  const auto descriptor = platform::FileDescriptor::open(file, O_RDONLY | O_NOCTTY | O_NOFOLLOW);
+  platform::Digest sha1(platform::DigestAlgorithm::sha1);
+  platform::Digest sha256(platform::DigestAlgorithm::sha256);
+  thread_local std::vector<char> piece(kPieceSize);
+  while (const std::size_t count = descriptor.read(piece.data(), piece.size(), file.path())) {
+    if (withSha1)
+      sha1.update({piece.data(), count});
+    sha256.update({piece.data(), count});
+  }
+  return {withSha1 ? sha1.finish() : std::string(), sha256.finish()};
+}
+
 std::vector<FileDigests> digestFiles(const BundleLayout& bundle, const std::vector<ContentItem>& items,
                                      SealedDigests digests) {
   std::vector<FileDigests> results(items.size());
@@ -82,14 +101,8 @@ std::vector<FileDigests> digestFiles(const BundleLayout& bundle, const std::vect
     const ContentItem& item = items[index];
     if (item.kind != ItemKind::file || !(item.sealed || item.sealedByOlderRules))
       return;
-    const auto file = bundle.content.appendingPathComponent(item.path);
-    FileDigests& result = results[index];
-    if (item.sealedByOlderRules || digests != SealedDigests::sha256) {
-      auto both = digestsOfFile(file, {DigestAlgorithm::sha1, DigestAlgorithm::sha256});
-      result = {std::move(both[0]), std::move(both[1])};
-    } else {
-      result.sha256 = std::move(digestsOfFile(file, {DigestAlgorithm::sha256}).front());
-    }
+    results[index] = digestFile(bundle.content.appendingPathComponent(item.path),
+                                item.sealedByOlderRules || digests != SealedDigests::sha256);
   });
   return results;
 }

@@ -6,7 +6,6 @@
 
 #include "platform/files/data.hpp"
 #include "tools/sign_bundle/bundle_layout.hpp"
-#include "tools/sign_bundle/code_digest.hpp"
 
 namespace sign_bundle {
 

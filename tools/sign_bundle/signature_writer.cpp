@@ -1,34 +1,24 @@
-#include "tools/sign_bundle/embedded_signature.hpp"
+#include "tools/sign_bundle/signature_writer.hpp"
 
 #include <array>
 
-#include "tools/sign_bundle/code_signing_constants.hpp"
 #include "tools/sign_bundle/requirement_writer.hpp"
 
 namespace sign_bundle {
 namespace {
 
-/// More than any chain of the shape made here takes: three certificates, attributes and a signature; and the
-/// same again for a time stamp.
+namespace slot = platform::slot;
+using platform::DigestAlgorithm;
+
+/// Ample for a CMS message with three certificates, attributes and a signature; a time stamp takes as much
+/// again.
 constexpr std::size_t kRoomForSignature = std::size_t{12} * 1024;
 constexpr std::size_t kRoomForBlobIndex = 256;
 
-/// Components that travel in the signature and not as files of their own.
-constexpr std::array kEmbeddedSlots = {slot::kRequirements, slot::kEntitlements, slot::kLater};
-
-Requirement designatedRequirement(const std::string& identifier, const SigningIdentity& identity) {
-  return identity.isDeveloperID ? developerIDRequirement(identifier, identity.team)
-                                : certificateRequirement(identifier, identity.leafDigest);
-}
+/// Special slots whose content is a component of the signature rather than a file.
+constexpr std::array kEmbeddedSlots = {slot::kRequirements, slot::kEntitlements, kLaterSlot};
 
 }  // namespace
-
-std::string requirementSet(const std::string& identifier, const SigningIdentity* identity) {
-  Components requirements;
-  if (identity != nullptr)
-    requirements.emplace(kDesignatedRequirement, designatedRequirement(identifier, *identity).blob);
-  return makeSuperBlob(magic::kRequirementSet, requirements);
-}
 
 CodeSignature signCode(const CodeDescription& code, const SigningIdentity* identity,
                        const SignatureOptions& options) {
@@ -39,7 +29,7 @@ CodeSignature signCode(const CodeDescription& code, const SigningIdentity* ident
   std::uint32_t place = slot::kCodeDirectory;
   for (const SignedCodeDirectory& directory : directories) {
     signature.components.emplace(place, directory.blob);
-    place = place == slot::kCodeDirectory ? slot::kAlternateCodeDirectory : place + 1;
+    place = place == slot::kCodeDirectory ? slot::kFirstAlternate : place + 1;
   }
   for (const std::uint32_t embedded : kEmbeddedSlots) {
     if (const auto content = code.specialSlots.find(embedded); content != code.specialSlots.end())
@@ -47,7 +37,7 @@ CodeSignature signCode(const CodeDescription& code, const SigningIdentity* ident
   }
   const std::string message =
       identity == nullptr ? std::string() : signCodeDirectories(directories, *identity, options.message);
-  signature.components.emplace(slot::kSignature, makeBlob(magic::kWrapper, message));
+  signature.components.emplace(slot::kSignature, makeBlob(platform::magic::kWrapper, message));
 
   const SignedCodeDirectory& strongest = directories.back();
   signature.sealed.codeDirectoryHash = codeDirectoryHash(strongest.blob, strongest.algorithm);
@@ -67,7 +57,7 @@ std::size_t largestSignatureSize(const CodeDescription& code, const SigningIdent
       size += content->second.size();
   }
   if (identity != nullptr)
-    size += options.message.timeStamp == TimeStamp::yes ? 2 * kRoomForSignature : kRoomForSignature;
+    size += options.message.timeStamp ? 2 * kRoomForSignature : kRoomForSignature;
   return size;
 }
 

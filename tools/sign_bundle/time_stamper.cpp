@@ -1,7 +1,6 @@
 #include "tools/sign_bundle/time_stamper.hpp"
 
-#include "tools/sign_bundle/code_digest.hpp"
-#include "tools/sign_bundle/openssl_objects.hpp"
+#include "platform/crypto/digest.hpp"
 
 namespace sign_bundle {
 namespace {
@@ -10,15 +9,14 @@ namespace {
 constexpr const char* kPolicy = "1.3.6.1.4.1.55555.2.1";
 constexpr const char* kStep = "Making a time stamp";
 
-using Request = Owned<TS_REQ, TS_REQ_free>;
-using MessageImprint = Owned<TS_MSG_IMPRINT, TS_MSG_IMPRINT_free>;
-using AlgorithmIdentifier = Owned<X509_ALGOR, X509_ALGOR_free>;
-using Responder = Owned<TS_RESP_CTX, TS_RESP_CTX_free>;
-using Response = Owned<TS_RESP, TS_RESP_free>;
+using Request = openssl::Handle<TS_REQ, &::TS_REQ_free>;
+using MessageImprint = openssl::Handle<TS_MSG_IMPRINT, &::TS_MSG_IMPRINT_free>;
+using Responder = openssl::Handle<TS_RESP_CTX, &::TS_RESP_CTX_free>;
+using Response = openssl::Handle<TS_RESP, &::TS_RESP_free>;
 
 Request requestFor(std::string_view bytes) {
-  std::string digest = digestOf(bytes, DigestAlgorithm::sha256);
-  const auto algorithm = checked<AlgorithmIdentifier>(::X509_ALGOR_new(), kStep);
+  std::string digest = platform::digestOf(platform::DigestAlgorithm::sha256, bytes);
+  const auto algorithm = checked<openssl::AlgorithmIdentifier>(::X509_ALGOR_new(), kStep);
   ::X509_ALGOR_set_md(algorithm.get(), ::EVP_sha256());
   const auto imprint = checked<MessageImprint>(::TS_MSG_IMPRINT_new(), kStep);
   succeeded(::TS_MSG_IMPRINT_set_algo(imprint.get(), algorithm.get()), kStep);
@@ -60,7 +58,7 @@ std::string makeTimeStampToken(std::string_view bytes, const Signer& authority, 
 
   const Request request = requestFor(bytes);
   const std::string encodedRequest = encoded(*request, ::i2d_TS_REQ, kStep);
-  const Stream stream = readingStream(encodedRequest);
+  const openssl::Bio stream = openssl::bytesStream(encodedRequest);
   const auto response = checked<Response>(::TS_RESP_create_response(responder.get(), stream.get()), kStep);
   const PKCS7* token = ::TS_RESP_get_token(response.get());
   if (token == nullptr)

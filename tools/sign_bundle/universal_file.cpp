@@ -2,12 +2,15 @@
 
 #include <limits>
 
+#include "platform/formats/bytes.hpp"
 #include "platform/foundation/error.hpp"
+#include "platform/security/mach_o_format.hpp"
 #include "tools/sign_bundle/byte_writer.hpp"
-#include "tools/sign_bundle/mach_o_constants.hpp"
 
 namespace sign_bundle {
 namespace {
+
+namespace mach_o = platform::mach_o;
 
 constexpr std::uint32_t kLargestAlignment = 15;
 
@@ -15,24 +18,23 @@ constexpr std::uint32_t kLargestAlignment = 15;
   throw platform::Error("The universal file " + reason + ".");
 }
 
-/// Reads big-endian numbers one behind the other.
+/// Reads consecutive big-endian numbers.
 class Cursor {
  public:
-  explicit Cursor(std::string_view bytes) : rest_(bytes) {}
+  explicit Cursor(std::string_view bytes) : bytes_(bytes) {}
 
   std::uint64_t number(std::size_t size) {
-    if (rest_.size() < size)
+    const auto number = platform::partOf(bytes_, position_, size);
+    if (!number)
       refuse("is cut short");
-    std::uint64_t value = 0;
-    for (const char byte : rest_.substr(0, size))
-      value = value << 8U | static_cast<unsigned char>(byte);
-    rest_.remove_prefix(size);
-    return value;
+    position_ += size;
+    return platform::bigEndian(*number);
   }
   std::uint32_t u32() { return static_cast<std::uint32_t>(number(4)); }
 
  private:
-  std::string_view rest_;
+  std::string_view bytes_;
+  std::size_t position_ = 0;
 };
 
 }  // namespace
@@ -70,7 +72,7 @@ std::string UniversalFile::bytes() const {
   header.u32(wide ? mach_o::kFatMagic64 : mach_o::kFatMagic).u32(static_cast<std::uint32_t>(slices.size()));
   ByteWriter content;
   content.zerosUpTo(mach_o::kFatHeaderSize +
-                    slices.size() * (wide ? mach_o::kFatEntrySize64 : mach_o::kFatEntrySize));
+                    slices.size() * (wide ? mach_o::kFatEntrySize64 : mach_o::kFatEntrySize32));
   for (const Slice& slice : slices) {
     content.zerosUpTo(alignedUp(content.size(), std::uint64_t{1} << slice.alignment));
     header.u32(slice.cpuType).u32(slice.cpuSubtype);

@@ -129,7 +129,7 @@ std::optional<CheckWork::Comparison> comparePages(CheckWork& work, const platfor
   description.identifier = "x";
   description.code = content;
   description.pageSizeExponent = exponent;
-  const std::string blob = sign_bundle::makeCodeDirectory(description, sign_bundle::DigestAlgorithm::sha256);
+  const std::string blob = sign_bundle::makeCodeDirectory(description, platform::DigestAlgorithm::sha256);
   try {
     return work.ofPages(file, {0, file.size()}, CodeDirectory::read(blob));
   } catch (const platform::Error&) {
