@@ -1,10 +1,10 @@
-// Says what the system thinks of code on disk:
+// Checks the signature of code on disk:
 //   judge_code PATH                       is it validly signed, and as what?
 //   judge_code PATH IDENTIFIER            ... with a Developer ID, under this identifier?
 //   judge_code PATH IDENTIFIER TEAM       ... of this team?
 //   judge_code PATH --requirement TEXT    does it satisfy this requirement?
-// One line on standard output: the verdict, or, with --status before PATH, the status of the check as a
-// number. The exit status is 0 for code that is accepted, 1 for refused code, 2 for a wrong call.
+// Prints one line: the verdict or, with --status before PATH, the status code of the check. Exits with 0 for
+// accepted code, 1 for refused code, 2 for a usage error.
 #include <iostream>
 
 #include "platform/processes/process_info.hpp"
@@ -31,7 +31,7 @@ std::string judge(const std::vector<std::string>& arguments) {
          info.teamIdentifier.value_or("(none)");
 }
 
-/// Why `judge` refuses the code.
+/// The status of code that `judge` refuses.
 platform::OSStatus statusOfRefusal(const std::vector<std::string>& arguments) {
   const URL path = URL::fileURLWithPath(arguments[1]);
   const auto object = platform::SecStaticCodeCreateWithPath(path, platform::kSecCSDefaultFlags);
@@ -52,7 +52,7 @@ platform::OSStatus statusOfRefusal(const std::vector<std::string>& arguments) {
                                           platform::kSecCSCheckNestedCode | platform::kSecCSStrictValidate;
   const auto validity =
       platform::SecStaticCodeCheckValidityWithErrors(object.code, kFlags, requirement.requirement);
-  // Valid code was refused for its identifier or its team.
+  // Valid code is refused for its identifier or team.
   return validity.status == platform::errSecSuccess ? platform::errSecCSReqFailed : validity.status;
 }
 

@@ -7,7 +7,7 @@
 #include "platform/foundation/error.hpp"
 #include "platform/hdiutil/child_program.hpp"
 
-namespace quorin_tools {
+namespace make_disk_image {
 namespace {
 
 using platform::Error;
@@ -21,7 +21,7 @@ FileDescriptor runXorriso(const platform::URL& folder, const std::string& volume
   const FileDescriptor input = FileDescriptor::open(platform::URL::fileURLWithPath("/dev/null"), O_RDONLY);
   FileDescriptor output = platform::hdiutil::namelessFile(directory);
   const FileDescriptor messages = platform::hdiutil::namelessFile(directory);
-  // Deep folders stay where they are, names stay as they are, and large files are allowed.
+  // Deep directories are not relocated, names are not changed, and files may exceed 4 GiB.
   platform::hdiutil::ChildProgram program("/usr/bin/xorriso",
                                           {"-as", "mkisofs", "-quiet", "-hfsplus", "-D", "-U", "-iso-level",
                                            "3", "-V", volumeName, folder.path()},
@@ -45,8 +45,8 @@ MadeVolume makeHfsPlusVolume(const platform::URL& folder, const std::string& vol
   const auto volume = std::find_if(partitions.begin(), partitions.end(),
                                    [](const Partition& partition) { return partition.type == "Apple_HFS"; });
   if (volume == partitions.end())
-    throw Error("xorriso made no HFS Plus volume.");
+    throw Error("xorriso did not make an HFS Plus volume.");
   return {std::move(disk), *volume};
 }
 
-}  // namespace quorin_tools
+}  // namespace make_disk_image

@@ -8,17 +8,17 @@
 #include "platform/hdiutil/disk.hpp"
 #include "platform/hdiutil/partition_map.hpp"
 
-namespace quorin_tools {
+namespace make_disk_image {
 
-/// A volume and the disk that it lies on.
+/// A volume and the disk that contains it.
 struct MadeVolume {
   std::unique_ptr<platform::hdiutil::Disk> disk;
   platform::hdiutil::Partition partition;
 };
 
-/// Makes an HFS Plus volume of a folder's content, with its modes, times and links, by the program xorriso.
-/// What it writes lies in `directory` without a name. Throws `platform::Error` when it fails.
+/// Makes an HFS Plus volume of a folder's content, including modes, times and links, with xorriso. The disk
+/// is an unlinked file on the file system of `directory`. Throws `platform::Error`.
 MadeVolume makeHfsPlusVolume(const platform::URL& folder, const std::string& volumeName,
                              const platform::FileDescriptor& directory);
 
-}  // namespace quorin_tools
+}  // namespace make_disk_image

@@ -13,23 +13,20 @@
 #include "tools/make_disk_image/hfs_plus_maker.hpp"
 #include "tools/make_disk_image/udif_writer.hpp"
 
+namespace make_disk_image {
 namespace {
 
 using platform::FileDescriptor;
 using platform::NSFileManager;
 using platform::URL;
 
-std::string hiddenName() {
-  std::string name(".");
-  return name.append(platform::UUID().uuidString());
-}
-
-/// A file beside the image, which takes the image's name when it is complete and else is gone.
+/// A temporary file beside the image, renamed to it on `commit` and removed otherwise.
 class UnfinishedImage {
  public:
   explicit UnfinishedImage(const URL& image)
       : image_(image),
-        place_(image.deletingLastPathComponent().appendingPathComponent(hiddenName())),
+        place_(image.deletingLastPathComponent().appendingPathComponent(
+            std::string(".").append(platform::UUID().uuidString()))),
         file_(FileDescriptor::open(place_, O_WRONLY | O_CREAT | O_EXCL, 0666)) {}
   UnfinishedImage(const UnfinishedImage&) = delete;
   UnfinishedImage& operator=(const UnfinishedImage&) = delete;
@@ -55,24 +52,22 @@ void makeDiskImage(const URL& folder, const std::string& volumeName, const URL& 
   UnfinishedImage unfinished(image);
   const FileDescriptor directory =
       FileDescriptor::open(image.deletingLastPathComponent(), O_RDONLY | O_DIRECTORY);
-  const quorin_tools::MadeVolume volume = quorin_tools::makeHfsPlusVolume(folder, volumeName, directory);
-  quorin_tools::UdifWriter writer(unfinished.file());
+  const MadeVolume volume = makeHfsPlusVolume(folder, volumeName, directory);
+  UdifWriter writer(unfinished.file());
   writer.addTable(
       {"whole disk (Apple_HFS : 0)", *volume.disk, volume.partition.offset, volume.partition.length, 0},
-      quorin_tools::zlibEncoding());
+      zlibEncoding());
   writer.finish();
   unfinished.commit();
 }
 
 int fail(const std::string& sentence) {
-  // Without anybody to read it, the exit status still tells.
+  // If stderr cannot be written, the exit status still reports the failure.
   static_cast<void>(std::fputs((sentence + "\n").c_str(), stderr));
   return 1;
 }
 
-}  // namespace
-
-int main() {
+int run() {
   try {
     platform::ProcessInfo::secureStandardStreams();
     const std::vector<std::string> arguments = platform::ProcessInfo::arguments();
@@ -84,4 +79,11 @@ int main() {
   } catch (const std::exception& error) {
     return fail(error.what());
   }
+}
+
+}  // namespace
+}  // namespace make_disk_image
+
+int main() {
+  return make_disk_image::run();
 }

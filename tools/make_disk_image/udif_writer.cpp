@@ -5,11 +5,13 @@
 #include <algorithm>
 
 #include "platform/foundation/error.hpp"
+#include "tools/byte_writer.hpp"
 
-namespace quorin_tools {
+namespace make_disk_image {
 namespace {
 
 using platform::PropertyList;
+using tools::ByteWriter;
 
 constexpr std::uint64_t kSector = 512;
 constexpr std::uint64_t kBlockSize = 1U << 20U;
@@ -19,42 +21,14 @@ constexpr std::uint32_t kTerminator = 0xFFFFFFFF;
 constexpr std::uint32_t kChecksumCrc32 = 2;
 constexpr int kCompressionLevel = 6;
 
-/// Numbers in big-endian order, one behind the other.
-class BigEndian {
- public:
-  BigEndian& text(std::string_view text) {
-    bytes_ += text;
-    return *this;
-  }
-  BigEndian& u32(std::uint32_t value) { return number(value, 4); }
-  BigEndian& u64(std::uint64_t value) { return number(value, 8); }
-  BigEndian& zeros(std::size_t count) {
-    bytes_.append(count, '\0');
-    return *this;
-  }
-  /// Type, size in bits and 128 bytes of value.
-  BigEndian& checksum(std::uint32_t value) { return u32(kChecksumCrc32).u32(32).u32(value).zeros(124); }
-
-  std::string take() { return std::move(bytes_); }
-
- private:
-  BigEndian& number(std::uint64_t value, unsigned size) {
-    for (unsigned place = size; place-- > 0;)
-      bytes_ += static_cast<char>(value >> (8U * place) & 0xFFU);
-    return *this;
-  }
-
-  std::string bytes_;
-};
-
 std::uint32_t crc(std::uint32_t checksum, std::string_view bytes) {
   return static_cast<std::uint32_t>(
       ::crc32(checksum, reinterpret_cast<const Bytef*>(bytes.data()), static_cast<uInt>(bytes.size())));
 }
 
-void appendRun(BigEndian& runs, std::uint32_t type, std::uint64_t sector, std::uint64_t sectors,
-               std::uint64_t position, std::uint64_t stored) {
-  runs.u32(type).u32(0).u64(sector).u64(sectors).u64(position).u64(stored);
+/// Type, size in bits and 128 bytes of value.
+std::string checksumField(std::uint32_t value) {
+  return ByteWriter().u32(kChecksumCrc32).u32(32).u32(value).zeros(124).bytes();
 }
 
 }  // namespace
@@ -73,7 +47,7 @@ BlockEncoding zlibEncoding() {
 }
 
 void UdifWriter::addTable(const TableContent& content, const BlockEncoding& encoding) {
-  BigEndian runs;
+  ByteWriter runs;
   std::uint32_t runCount = 0;
   std::uint32_t checksum = 0;
   std::vector<char> buffer(kBlockSize);
@@ -81,29 +55,29 @@ void UdifWriter::addTable(const TableContent& content, const BlockEncoding& enco
     const auto block = std::span(buffer).first(std::min(kBlockSize, content.length - done));
     content.source.take(content.offset + done, block);
     const bool isZero = std::all_of(block.begin(), block.end(), [](char byte) { return byte == 0; });
-    // What is not stored is no part of the checksum.
+    // The checksum covers stored blocks only.
     if (!isZero)
       checksum = crc(checksum, {block.data(), block.size()});
     const std::string stored = isZero ? std::string() : encoding.encode(block);
-    appendRun(runs, isZero ? kIgnoredRun : encoding.runType, done / kSector, block.size() / kSector, written_,
-              stored.size());
+    runs.u32(isZero ? kIgnoredRun : encoding.runType).u32(0).u64(done / kSector);
+    runs.u64(block.size() / kSector).u64(written_).u64(stored.size());
     append(stored);
     dataChecksum_ = crc(dataChecksum_, stored);
     done += block.size();
   }
-  appendRun(runs, kTerminator, content.length / kSector, 0, written_, 0);
+  runs.u32(kTerminator).u32(0).u64(content.length / kSector).u64(0).u64(written_).u64(0);
 
-  BigEndian table;
-  table.text("mish").u32(1).u64(content.firstSector).u64(content.length / kSector).u64(0);
+  ByteWriter table;
+  table.raw("mish").u32(1).u64(content.firstSector).u64(content.length / kSector).u64(0);
   table.u32(kBlockSize / kSector + 8).u32(static_cast<std::uint32_t>(tables_.size())).zeros(24);
-  table.checksum(checksum).u32(runCount + 1).text(runs.take());
-  masterChecksum_ = crc(masterChecksum_, BigEndian().u32(checksum).take());
+  table.raw(checksumField(checksum)).u32(runCount + 1).raw(runs.bytes());
+  masterChecksum_ = crc(masterChecksum_, ByteWriter().u32(checksum).bytes());
   sectorCount_ = content.firstSector + content.length / kSector;
 
   PropertyList::Dictionary entry;
   entry.emplace("Attributes", "0x0050");
   entry.emplace("CFName", content.name);
-  entry.emplace("Data", PropertyList(platform::Data(table.take())));
+  entry.emplace("Data", PropertyList(platform::Data(table.bytes())));
   entry.emplace("ID", std::to_string(tables_.size()));
   entry.emplace("Name", content.name);
   tables_.emplace_back(std::move(entry));
@@ -123,12 +97,20 @@ void UdifWriter::finish() {
   constexpr std::uint32_t kTrailerSize = 512;
   constexpr std::uint32_t kFlattened = 1;
   constexpr std::uint32_t kPartitionImage = 2;
-  BigEndian trailer;
-  trailer.text("koly").u32(kVersion).u32(kTrailerSize).u32(kFlattened);
-  trailer.u64(0).u64(0).u64(dataLength).u64(0).u64(0).u32(1).u32(1).zeros(16).checksum(dataChecksum_);
-  trailer.u64(dataLength).u64(list.size()).zeros(120).checksum(masterChecksum_);
+  ByteWriter trailer;
+  trailer.raw("koly").u32(kVersion).u32(kTrailerSize).u32(kFlattened);
+  trailer.u64(0)
+      .u64(0)
+      .u64(dataLength)
+      .u64(0)
+      .u64(0)
+      .u32(1)
+      .u32(1)
+      .zeros(16)
+      .raw(checksumField(dataChecksum_));
+  trailer.u64(dataLength).u64(list.size()).zeros(120).raw(checksumField(masterChecksum_));
   trailer.u32(kPartitionImage).u64(sectorCount_).zeros(12);
-  append(trailer.take());
+  append(trailer.bytes());
 }
 
 void UdifWriter::append(std::string_view bytes) {
@@ -136,4 +118,4 @@ void UdifWriter::append(std::string_view bytes) {
   written_ += bytes.size();
 }
 
-}  // namespace quorin_tools
+}  // namespace make_disk_image

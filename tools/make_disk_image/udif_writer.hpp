@@ -10,9 +10,9 @@
 #include "platform/formats/property_list.hpp"
 #include "platform/hdiutil/disk.hpp"
 
-namespace quorin_tools {
+namespace make_disk_image {
 
-/// How blocks are stored: the number that the format has for it, and what turns a block into its stored form.
+/// How blocks are stored: the type of their runs and the encoder.
 struct BlockEncoding {
   std::uint32_t runType;
   std::function<std::string(std::span<const char>)> encode;
@@ -21,8 +21,8 @@ struct BlockEncoding {
 /// zlib streams (RFC 1950).
 BlockEncoding zlibEncoding();
 
-/// What a block table covers: `length` bytes of `source` from `offset` on, which come to stand at
-/// `firstSector` of the disk. A length is a multiple of 512.
+/// The content of a block table: `length` bytes of `source` from `offset` on, at `firstSector` of the disk.
+/// `length` is a multiple of 512.
 struct TableContent {
   std::string name;
   platform::hdiutil::Disk& source;
@@ -31,17 +31,17 @@ struct TableContent {
   std::uint64_t firstSector;
 };
 
-/// Writes a disk image in the universal format: the stored blocks, a property list with the block tables, a
-/// trailer, each with its checksum. Failures to write are thrown as `SystemError`.
+/// Writes a disk image in the universal format: stored blocks, a property list with the block tables, and a
+/// trailer, with checksums. Throws `SystemError` when writing fails.
 class UdifWriter {
  public:
-  /// `output` is empty, and outlives the writer.
+  /// `output` is empty and outlives the writer.
   explicit UdifWriter(const platform::FileDescriptor& output) : output_(output) {}
 
-  /// Adds a part of the disk. Parts come in the order of the disk.
+  /// Adds a part of the disk. Parts are added in disk order.
   void addTable(const TableContent& content, const BlockEncoding& encoding);
 
-  /// Writes what stands behind the blocks. Without it there is no image.
+  /// Writes the block tables and the trailer, which complete the image.
   void finish();
 
  private:
@@ -55,4 +55,4 @@ class UdifWriter {
   platform::PropertyList::Array tables_;
 };
 
-}  // namespace quorin_tools
+}  // namespace make_disk_image

@@ -1,9 +1,11 @@
 #include "tools/sign_bundle/blob_writer.hpp"
 
-#include "tools/sign_bundle/byte_writer.hpp"
+#include "tools/byte_writer.hpp"
 
 namespace sign_bundle {
 namespace {
+
+using tools::ByteWriter;
 
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kCountSize = 4;

@@ -5,8 +5,8 @@
 
 #include "platform/foundation/error.hpp"
 #include "platform/security/code_signature_format.hpp"
+#include "tools/byte_writer.hpp"
 #include "tools/sign_bundle/blob_writer.hpp"
-#include "tools/sign_bundle/byte_writer.hpp"
 
 namespace sign_bundle {
 namespace {
@@ -14,6 +14,7 @@ namespace {
 namespace code_directory_version = platform::code_directory_version;
 using platform::DigestAlgorithm;
 using platform::digestSize;
+using tools::ByteWriter;
 
 constexpr std::size_t kHeaderSize = 88;
 constexpr std::size_t kHeaderSizeWithRuntime = 96;
@@ -46,7 +47,8 @@ Layout layoutOf(const CodeDescription& code, DigestAlgorithm algorithm) {
     end += code.team.size() + 1;
   }
   layout.specialSlots = code.specialSlots.empty() ? 0 : code.specialSlots.rbegin()->first;
-  layout.codeSlots = code.code.empty() ? 0 : alignedUp(code.code.size(), pageSize(code)) / pageSize(code);
+  layout.codeSlots =
+      code.code.empty() ? 0 : tools::alignedUp(code.code.size(), pageSize(code)) / pageSize(code);
   layout.hashOffset = end + layout.specialSlots * digestSize(algorithm);
   layout.size = layout.hashOffset + layout.codeSlots * digestSize(algorithm);
   return layout;

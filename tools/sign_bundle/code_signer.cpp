@@ -8,7 +8,7 @@
 #include "platform/foundation/error.hpp"
 #include "platform/security/code_signature_format.hpp"
 #include "platform/security/mach_o_format.hpp"
-#include "tools/sign_bundle/byte_writer.hpp"
+#include "tools/byte_writer.hpp"
 #include "tools/sign_bundle/mach_o_image.hpp"
 #include "tools/sign_bundle/requirement_writer.hpp"
 #include "tools/sign_bundle/universal_file.hpp"
@@ -149,8 +149,8 @@ SealedCode CodeSigner::signMachO(const URL& file, const Data& content, const Cod
     description.executableSegmentLimit = image.textFileSize();
     description.executableSegmentFlags = image.isMainProgram() ? kMainBinary : 0;
     description.code = image.code();
-    const std::size_t room = alignedUp(largestSignatureSize(description, identity_, options_.signature),
-                                       MachOImage::kSignatureAlignment);
+    const std::size_t room = tools::alignedUp(
+        largestSignatureSize(description, identity_, options_.signature), MachOImage::kSignatureAlignment);
     image.announceSignature(room);
     description.code = image.code();
     const CodeSignature signature = signCode(description, identity_, options_.signature);

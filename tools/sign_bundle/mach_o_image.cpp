@@ -6,12 +6,13 @@
 #include "platform/formats/bytes.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/security/mach_o_format.hpp"
-#include "tools/sign_bundle/byte_writer.hpp"
+#include "tools/byte_writer.hpp"
 
 namespace sign_bundle {
 namespace {
 
 namespace mach_o = platform::mach_o;
+using tools::alignedUp;
 
 constexpr std::size_t kSignatureCommandSize = 16;
 constexpr std::size_t kCommandCountOffset = 16;
@@ -86,12 +87,12 @@ std::uint64_t MachOImage::word(std::size_t offset) const {
 }
 
 void MachOImage::setNumber(std::size_t offset, std::uint32_t value) {
-  putNumber(bytes_, offset, value, order_);
+  tools::putNumber(bytes_, offset, value, order_);
 }
 
 void MachOImage::setWord(std::size_t offset, std::uint64_t value) {
   if (wide_)
-    putNumber(bytes_, offset, value, order_);
+    tools::putNumber(bytes_, offset, value, order_);
   else if (value > std::numeric_limits<std::uint32_t>::max())
     refuse("is too large to be signed");
   else

@@ -7,13 +7,15 @@
 
 #include "platform/crypto/digest.hpp"
 #include "platform/security/mach_o_format.hpp"
-#include "tools/sign_bundle/byte_writer.hpp"
+#include "tools/byte_writer.hpp"
 #include "tools/sign_bundle/universal_file.hpp"
 
 namespace sign_bundle {
 namespace {
 
 namespace mach_o = platform::mach_o;
+using tools::alignedUp;
+using tools::ByteWriter;
 
 using namespace std::string_view_literals;
 

@@ -4,11 +4,13 @@
 
 #include "platform/formats/bytes.hpp"
 #include "platform/security/code_signature_format.hpp"
+#include "tools/byte_writer.hpp"
 #include "tools/sign_bundle/blob_writer.hpp"
-#include "tools/sign_bundle/byte_writer.hpp"
 
 namespace sign_bundle {
 namespace {
+
+using tools::ByteWriter;
 
 /// What a later version of the code must satisfy.
 constexpr std::uint32_t kDesignatedRequirement = 3;
@@ -38,7 +40,7 @@ class ExpressionWriter {
   }
   ExpressionWriter& data(std::string_view bytes) {
     writer_.u32(static_cast<std::uint32_t>(bytes.size())).raw(bytes);
-    writer_.zerosUpTo(alignedUp(writer_.size(), 4));
+    writer_.zerosUpTo(tools::alignedUp(writer_.size(), 4));
     return *this;
   }
   ExpressionWriter& extensionExists(std::uint32_t certificate, const char* identifier) {

@@ -5,12 +5,13 @@
 #include "platform/formats/bytes.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/security/mach_o_format.hpp"
-#include "tools/sign_bundle/byte_writer.hpp"
+#include "tools/byte_writer.hpp"
 
 namespace sign_bundle {
 namespace {
 
 namespace mach_o = platform::mach_o;
+using tools::ByteWriter;
 
 constexpr std::uint32_t kLargestAlignment = 15;
 
@@ -74,7 +75,7 @@ std::string UniversalFile::bytes() const {
   content.zerosUpTo(mach_o::kFatHeaderSize +
                     slices.size() * (wide ? mach_o::kFatEntrySize64 : mach_o::kFatEntrySize32));
   for (const Slice& slice : slices) {
-    content.zerosUpTo(alignedUp(content.size(), std::uint64_t{1} << slice.alignment));
+    content.zerosUpTo(tools::alignedUp(content.size(), std::uint64_t{1} << slice.alignment));
     header.u32(slice.cpuType).u32(slice.cpuSubtype);
     if (wide)
       header.u64(content.size()).u64(slice.bytes.size()).u32(slice.alignment).u32(0);

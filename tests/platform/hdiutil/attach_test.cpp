@@ -145,7 +145,7 @@ std::string decmpfs(std::uint32_t kind, std::uint64_t size, const std::string& c
 }
 
 std::string deflated(const std::string& content) {
-  return quorin_tools::zlibEncoding().encode(content);
+  return make_disk_image::zlibEncoding().encode(content);
 }
 
 /// A resource fork with blocks of 64 KiB.

@@ -58,8 +58,8 @@ class DamageTest : public testing::Test {
     EXPECT_THAT(judge(content), testing::AnyOf("refused", "right")) << place;
   }
 
-  std::string compressed(const std::string& disk,
-                         const quorin_tools::BlockEncoding& encoding = quorin_tools::zlibEncoding()) const {
+  std::string compressed(const std::string& disk, const make_disk_image::BlockEncoding& encoding =
+                                                      make_disk_image::zlibEncoding()) const {
     test::writeUdif(image(), {{"whole disk", disk}}, encoding);
     return test::readFile(image());
   }
@@ -84,9 +84,9 @@ TEST_F(DamageTest, ADiskThatIsEmptyAlmostWithoutEndIsRefusedAtOnce) {
       platform::URL::fileURLWithPath((directory_ / "volume").native()), O_RDONLY));
   const auto output = platform::FileDescriptor::open(platform::URL::fileURLWithPath(image().native()),
                                                      O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  quorin_tools::UdifWriter writer(output);
-  writer.addTable({"volume", disk, 0, volume_.size(), 0}, quorin_tools::zlibEncoding());
-  writer.addTable({"far away", disk, 0, 512, std::uint64_t{1} << 30U}, quorin_tools::zlibEncoding());
+  make_disk_image::UdifWriter writer(output);
+  writer.addTable({"volume", disk, 0, volume_.size(), 0}, make_disk_image::zlibEncoding());
+  writer.addTable({"far away", disk, 0, 512, std::uint64_t{1} << 30U}, make_disk_image::zlibEncoding());
   writer.finish();
   EXPECT_THAT(images_.attach(image()).failure, HasSubstr("64 GiB"));
 }

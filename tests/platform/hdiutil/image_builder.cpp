@@ -63,20 +63,20 @@ std::string padded(std::string text, std::size_t size) {
 
 }  // namespace
 
-std::vector<std::pair<std::string, quorin_tools::BlockEncoding>> blockEncodings() {
-  return {{"zlib", quorin_tools::zlibEncoding()},
+std::vector<std::pair<std::string, make_disk_image::BlockEncoding>> blockEncodings() {
+  return {{"zlib", make_disk_image::zlibEncoding()},
           {"lzma", {0x80000008, lzma}},
           {"adc", {0x80000004, adc}},
           {"none", {1, [](auto block) { return std::string(block.begin(), block.end()); }}}};
 }
 
 void writeUdif(const fs::path& image, const std::vector<DiskPart>& parts,
-               const quorin_tools::BlockEncoding& encoding) {
+               const make_disk_image::BlockEncoding& encoding) {
   const TemporaryDirectory directory;
   fs::remove(image);
   const FileDescriptor output =
       FileDescriptor::open(URL::fileURLWithPath(image.native()), O_WRONLY | O_CREAT, 0644);
-  quorin_tools::UdifWriter writer(output);
+  make_disk_image::UdifWriter writer(output);
   std::uint64_t sector = 0;
   for (const DiskPart& part : parts) {
     writeFile(directory / "part", part.content);
@@ -90,7 +90,7 @@ void writeUdif(const fs::path& image, const std::vector<DiskPart>& parts,
 
 std::string hfsVolumeOf(const fs::path& folder) {
   const TemporaryDirectory directory;
-  const auto volume = quorin_tools::makeHfsPlusVolume(
+  const auto volume = make_disk_image::makeHfsPlusVolume(
       URL::fileURLWithPath(folder.native()), "Volume",
       FileDescriptor::open(URL::fileURLWithPath(directory.path().native()), O_RDONLY | O_DIRECTORY));
   return volume.disk->read(volume.partition.offset, volume.partition.length);

@@ -13,7 +13,7 @@ namespace test {
 
 /// Ways in which a block can be stored, by their names in the field; among them are those of the lowest and
 /// of the highest number.
-std::vector<std::pair<std::string, quorin_tools::BlockEncoding>> blockEncodings();
+std::vector<std::pair<std::string, make_disk_image::BlockEncoding>> blockEncodings();
 
 /// A part of a disk: its name in a block table and its content.
 struct DiskPart {
@@ -23,7 +23,7 @@ struct DiskPart {
 
 /// Writes a disk image with one block table for each part, one behind the other.
 void writeUdif(const std::filesystem::path& image, const std::vector<DiskPart>& parts,
-               const quorin_tools::BlockEncoding& encoding = quorin_tools::zlibEncoding());
+               const make_disk_image::BlockEncoding& encoding = make_disk_image::zlibEncoding());
 
 /// The HFS Plus volume that the disk image tool for developers makes of a folder.
 std::string hfsVolumeOf(const std::filesystem::path& folder);

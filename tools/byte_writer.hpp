@@ -6,10 +6,11 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
-namespace sign_bundle {
+namespace tools {
 
-/// Puts `value` at `offset` of `bytes`, which reach that far.
+/// Overwrites the bytes from `offset` on with `value`; throws `std::out_of_range` past the end.
 template <std::unsigned_integral Number>
 void putNumber(std::string& bytes, std::size_t offset, Number value, std::endian order) {
   for (std::size_t index = 0; index < sizeof(Number); ++index) {
@@ -27,12 +28,6 @@ class ByteWriter {
  public:
   explicit ByteWriter(std::endian order = std::endian::big) : order_(order) {}
 
-  template <std::unsigned_integral Number>
-  ByteWriter& number(Number value) {
-    bytes_.resize(bytes_.size() + sizeof(Number));
-    putNumber(bytes_, bytes_.size() - sizeof(Number), value, order_);
-    return *this;
-  }
   ByteWriter& u8(std::uint8_t value) { return number(value); }
   ByteWriter& u32(std::uint32_t value) { return number(value); }
   ByteWriter& u64(std::uint64_t value) { return number(value); }
@@ -42,17 +37,18 @@ class ByteWriter {
     return *this;
   }
 
-  /// The bytes, cut or filled with zeros to `width`.
-  ByteWriter& field(std::string_view bytes, std::size_t width) {
-    const std::string_view kept = bytes.substr(0, width);
-    bytes_.append(kept).append(width - kept.size(), '\0');
+  ByteWriter& zeros(std::size_t count) {
+    bytes_.append(count, '\0');
     return *this;
   }
-
   ByteWriter& zerosUpTo(std::size_t size) {
-    if (bytes_.size() < size)
-      bytes_.resize(size, '\0');
-    return *this;
+    return size > bytes_.size() ? zeros(size - bytes_.size()) : *this;
+  }
+
+  /// The bytes, truncated or padded with zeros to `width`.
+  ByteWriter& field(std::string_view bytes, std::size_t width) {
+    const std::string_view kept = bytes.substr(0, width);
+    return raw(kept).zeros(width - kept.size());
   }
 
   std::size_t size() const { return bytes_.size(); }
@@ -60,8 +56,15 @@ class ByteWriter {
   std::string bytes() && { return std::move(bytes_); }
 
  private:
+  template <std::unsigned_integral Number>
+  ByteWriter& number(Number value) {
+    zeros(sizeof(Number));
+    putNumber(bytes_, bytes_.size() - sizeof(Number), value, order_);
+    return *this;
+  }
+
   std::endian order_;
   std::string bytes_;
 };
 
-}  // namespace sign_bundle
+}  // namespace tools
