@@ -7,13 +7,13 @@
 
 namespace sign_bundle {
 
-/// A signature's components by their slot, each a whole blob.
+/// The components of a signature by slot, each a complete blob.
 using Components = std::map<std::uint32_t, std::string>;
 
-/// A blob: magic, length of the whole, payload.
+/// A blob: magic, total length, payload.
 std::string makeBlob(std::uint32_t magic, std::string_view payload);
 
-/// A blob that holds others, with a table of their types and places.
+/// A blob that contains others behind an index of their types and offsets.
 std::string makeSuperBlob(std::uint32_t magic, const Components& blobs);
 
 }  // namespace sign_bundle

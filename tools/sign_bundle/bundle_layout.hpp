@@ -9,21 +9,21 @@
 
 namespace sign_bundle {
 
-/// Where the parts of one bundle, or of one version of a framework, lie.
+/// The parts of a bundle, or of one version of a framework.
 struct BundleLayout {
-  /// The directory that paths of the resource seal are relative to.
+  /// Paths in the resource seal are relative to this directory.
   platform::URL content;
   platform::URL infoPlist;
-  platform::URL mainExecutable;  ///< the property list itself where it names none
-  /// From the property list; empty where it has none.
+  platform::URL mainExecutable;  ///< the property list itself if it does not name one
+  /// From the property list; may be empty.
   std::string identifier;
 };
 
-/// True for a directory that has the shape of a bundle.
+/// Whether the directory is structured as a bundle.
 bool isBundle(const platform::URL& directory);
 
-/// The bundle's layouts: one, or for a framework one for every version, with the current one last.
-/// Throws `platform::Error` naming what the bundle lacks.
+/// One layout, or for a framework one for each version with the current version last. Throws
+/// `platform::Error` naming what is missing.
 std::vector<BundleLayout> layoutsOf(const platform::URL& bundle);
 
 }  // namespace sign_bundle

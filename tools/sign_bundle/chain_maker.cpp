@@ -46,7 +46,7 @@ struct CertificateRequest {
   Subject subject;
   Validity validity = kPresent;
   std::vector<ExtensionText> extensions;
-  /// Private extensions, all critical, with the null value that such markers have.
+  /// Private extensions, critical, with a null value.
   std::vector<const char*> markers = {};
 };
 
@@ -117,7 +117,7 @@ void addMarker(X509& certificate, const char* identifier) {
   succeeded(::X509_add_ext(&certificate, extension.get(), -1), "Adding an extension");
 }
 
-/// A certificate for `key`, signed by `issuer`, or by itself without one.
+/// A certificate for `key`, signed by `issuer`; self-signed if that is null.
 openssl::Certificate certify(const CertificateRequest& request, const openssl::Key& key,
                              const Authority* issuer) {
   auto certificate = checked<openssl::Certificate>(::X509_new(), "Making a certificate");
@@ -150,7 +150,7 @@ CertificateRequest intermediateRequest(ChainDefect defect) {
   CertificateRequest request{.subject = {"Throw-away Developer ID Certification Authority"},
                              .validity = defect == ChainDefect::expired ? kPast : kPresent,
                              .extensions = authorityExtensions()};
-  // Further up than right above the leaf, the private extension would be out of place.
+  // Only the certificate that issues the leaf has the marker.
   if (defect == ChainDefect::pathTooLong) {
     request.subject.commonName = "Throw-away Authority for Leaves";
     request.extensions.front().value = "critical,CA:TRUE,pathlen:0";
@@ -198,7 +198,7 @@ CertificateRequest leafRequest(const ChainOptions& options, ChainDefect defect) 
   return request;
 }
 
-/// The one that signs the leaf; none for a leaf that signs itself.
+/// The issuer of the leaf; null for a self-signed leaf.
 const Authority* issuerOfLeaf(ChainDefect defect, const Authority& root, const Authority& intermediate) {
   if (defect == ChainDefect::selfSignedLeaf)
     return nullptr;
@@ -235,7 +235,7 @@ void makeChain(const platform::URL& directory, const ChainOptions& options) {
   std::vector<X509*> above = {intermediate.certificate.get(), root.certificate.get()};
   std::optional<Authority> between;
   if (options.defect == ChainDefect::leafAsIssuer || options.defect == ChainDefect::pathTooLong) {
-    // Without its private extension nothing but its being a leaf keeps a leaf from issuing.
+    // Without the marker, only its basic constraints keep a leaf from issuing certificates.
     between = makeAuthority(options.defect == ChainDefect::pathTooLong
                                 ? intermediateRequest(ChainDefect::none)
                                 : leafRequest(options, ChainDefect::leafWithoutExtension),

@@ -14,36 +14,36 @@ enum class KeyKind {
   weak,
 };
 
-/// One way in which a chain differs from a good one, for tests of what judges it.
+/// A single defect of an otherwise good chain, for tests.
 enum class ChainDefect {
   none,
   intermediateWithoutExtension,
   leafWithoutExtension,
   leafWithoutCodeSigningUsage,
-  /// The leaf says of no usage that it is meant for it.
+  /// The leaf has no extended key usage.
   leafWithoutUsage,
   leafKeyNotForSigning,
   leafWithWeakKey,
-  /// The leaf names another team behind the first.
+  /// The leaf's subject has a second organizational unit.
   leafWithTwoTeams,
   unknownCriticalExtensionInLeaf,
   unknownCriticalExtensionInIntermediate,
-  /// The leaf signs itself; intermediate and root travel along as if they belonged to it.
+  /// The leaf is self-signed, but the chain file contains intermediate and root.
   selfSignedLeaf,
-  /// Another leaf, good as one, signs the leaf.
+  /// The leaf is issued by another leaf.
   leafAsIssuer,
-  /// An authority whose certificate allows none below it certifies the intermediate.
+  /// The certificate above the leaf's issuer does not allow another authority below it.
   pathTooLong,
-  /// The root signs the leaf, with the intermediate left out.
+  /// The leaf is issued by the root.
   withoutIntermediate,
-  /// Leaf and intermediate ended years ago.
+  /// Leaf and intermediate expired years ago.
   expired,
 };
 
-/// What a leaf is for, by the private extensions that mark it.
+/// The purpose of a leaf, which private extensions mark.
 enum class LeafKind {
   developerID,
-  /// A Developer ID whose owner may sign kernel extensions as well.
+  /// A Developer ID that may sign kernel extensions as well.
   kernelExtensions,
   store,
   development,
@@ -57,11 +57,10 @@ struct ChainOptions {
   ChainDefect defect = ChainDefect::none;
 };
 
-/// Makes a throw-away chain of Developer ID shape in `directory`, which need not exist: `root.pem` (the
+/// Creates a throw-away Developer ID chain in `directory`, which is created if needed: `root.pem` (the
 /// anchor), `chain.pem` (the certificates above the leaf, lowest first), `leaf.pem`, `leaf_key.pem`, and for
 /// time stamps `time_stamp.pem`, `time_stamp_chain.pem` and `time_stamp_key.pem`. Keys are readable by their
-/// owner only; those of the authorities are not kept. Nothing that is there is overwritten. Throws
-/// `platform::Error`.
+/// owner only; those of the authorities are discarded. Never overwrites a file. Throws `platform::Error`.
 void makeChain(const platform::URL& directory, const ChainOptions& options);
 
 }  // namespace sign_bundle

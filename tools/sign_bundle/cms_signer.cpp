@@ -22,7 +22,7 @@ constexpr std::time_t kDay{86'400};
 
 using Time = openssl::Handle<ASN1_TIME, &::ASN1_TIME_free>;
 
-/// The property list of the code directories' hashes.
+/// A property list of the code directory hashes.
 std::string hashList(const std::vector<SignedCodeDirectory>& directories) {
   using platform::PropertyList;
   PropertyList::Array hashes;
@@ -130,7 +130,7 @@ std::string setHeader(std::size_t length) {
   return {bytes.data(), end};
 }
 
-/// A signature value of exactly that length; those of elliptic curves vary by a few bytes.
+/// Retries until the signature has `length` bytes: the length of an ECDSA signature varies.
 std::string signatureOfLength(std::size_t length, std::string_view bytes, EVP_PKEY* key) {
   std::string value;
   do {
@@ -149,12 +149,12 @@ std::string signatureOfLength(std::size_t length, std::string_view bytes, EVP_PK
 void replaceOnce(std::string& text, const std::string& part, const std::string& replacement) {
   const std::size_t place = text.find(part);
   if (place == std::string::npos)
-    throw platform::Error("The signature's attributes are not where they were expected.");
+    throw platform::Error("The signature's attributes were not found in the message.");
   text.replace(place, part.size(), replacement);
 }
 
-/// The encoded message with the values of the digests' attribute in descending order, signed again. The
-/// library cannot write it: it sorts them.
+/// The encoded message with the values of the digest attribute in descending order, signed again. OpenSSL
+/// always sorts them in ascending order.
 std::string withUnsortedDigests(std::string message, CMS_SignerInfo& signer, EVP_PKEY* key,
                                 const std::vector<SignedCodeDirectory>& directories) {
   std::multiset<std::string> encodings;
@@ -205,7 +205,7 @@ std::string signCodeDirectories(const std::vector<SignedCodeDirectory>& director
   if (options.timeStamp)
     addTimeStamp(*signer, value, identity.timeStampAuthority, moment, 1);
   if (defect == SignatureDefect::otherTimeStamp)
-    // The longer attribute comes to stand behind a good one.
+    // DER sorts the longer attribute behind a good one.
     addTimeStamp(*signer, value + "other", identity.timeStampAuthority, moment, 2);
   std::string result = encoded(*message, ::i2d_CMS_ContentInfo, kStep);
   return defect == SignatureDefect::unsortedDigests

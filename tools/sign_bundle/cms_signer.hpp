@@ -13,10 +13,10 @@ struct SignedCodeDirectory {
   std::string blob;
 };
 
-/// Which of the two signed attributes, each of which names every code directory, a signature has.
+/// The signed attributes that list all code directories: property list of hashes, set of digests.
 enum class DirectoryBinding { both, list, digests, none };
 
-/// One way in which a signature differs from a good one, for tests of what judges it.
+/// A single defect of an otherwise good signature, for tests.
 enum class SignatureDefect {
   none,
   /// The time stamp authority signs as well.
@@ -25,12 +25,12 @@ enum class SignatureDefect {
   withoutSignedAttributes,
   /// The signer's digest is SHA-1.
   weakDigest,
-  /// The signer says that what it signed is no data.
+  /// The content type of the signed content is not data.
   otherContentType,
-  /// A time stamp, the second if there is one already, is over something else.
+  /// A time stamp, the second if there is one already, is for other bytes.
   otherTimeStamp,
-  /// The attribute of digests has its values in descending order, as signing tools wrote it from 2018 to
-  /// 2020. Not together with a time stamp.
+  /// The values of the digest attribute are in descending order, as signing tools wrote them from 2018 to
+  /// 2020. Cannot be combined with a time stamp.
   unsortedDigests,
 };
 
@@ -40,11 +40,10 @@ struct MessageOptions {
   SignatureDefect defect = SignatureDefect::none;
 };
 
-/// A detached CMS signature (RFC 5652) over the first of the code directories, in DER. Its signed attributes
-/// of the kind of binding name every code directory, which binds the others to the first. The signer's
-/// certificates travel along. With a time stamp, the signer's signature value is stamped by the identity's
-/// own authority (RFC 3161). The stated time is the present, or for an expired certificate the last day on
-/// which it was valid.
+/// A detached CMS signature (RFC 5652) of the first code directory, in DER. Signed attributes list all code
+/// directories and so bind the others. The message contains the signer's certificates. A time stamp (RFC
+/// 3161) is made by the identity's own authority. The signing time is the present, or for an expired
+/// certificate the last day on which it was valid.
 std::string signCodeDirectories(const std::vector<SignedCodeDirectory>& directories,
                                 const SigningIdentity& identity, const MessageOptions& options);
 

@@ -54,7 +54,7 @@ Layout layoutOf(const CodeDescription& code, DigestAlgorithm algorithm) {
   return layout;
 }
 
-/// The fields behind the blob's header.
+/// The fields after the blob's header.
 ByteWriter fixedFields(const CodeDescription& code, DigestAlgorithm algorithm, const Layout& layout) {
   const auto number = [](std::size_t value) { return static_cast<std::uint32_t>(value); };
   const bool large = code.code.size() > std::numeric_limits<std::uint32_t>::max();
@@ -84,7 +84,7 @@ std::size_t codeDirectorySize(const CodeDescription& code, DigestAlgorithm algor
 std::string makeCodeDirectory(const CodeDescription& code, DigestAlgorithm algorithm) {
   const std::string nul(1, '\0');
   if ((code.identifier + code.team).find('\0') != std::string::npos)
-    throw platform::Error("An identifier or team may not hold a null character.");
+    throw platform::Error("An identifier or team must not contain a null character.");
   const Layout layout = layoutOf(code, algorithm);
   ByteWriter directory = fixedFields(code, algorithm, layout);
   directory.raw(code.identifier).raw(nul);

@@ -10,22 +10,22 @@
 
 namespace sign_bundle {
 
-/// What a code directory says of code and binds.
+/// The content of a code directory.
 struct CodeDescription {
   std::string identifier;
-  /// Empty: no team.
+  /// Empty for no team.
   std::string team;
   std::uint32_t flags = 0;
-  /// All the code that is bound.
+  /// The code that the page digests cover.
   std::string_view code;
-  /// The power of two that is a page's size; 0 for one page that is as long as the code.
+  /// Binary logarithm of the page size; 0 for a single page.
   unsigned pageSizeExponent = 12;
   std::uint64_t executableSegmentBase = 0;
   std::uint64_t executableSegmentLimit = 0;
   std::uint64_t executableSegmentFlags = 0;
-  /// The version of the hardened runtime, for code that has it.
+  /// Version of the hardened runtime, if enabled.
   std::optional<std::uint32_t> runtimeVersion;
-  /// The whole content of each special slot that is in use.
+  /// The content of each special slot in use.
   std::map<std::uint32_t, std::string> specialSlots;
 };
 
@@ -34,8 +34,7 @@ std::size_t codeDirectorySize(const CodeDescription& code, platform::DigestAlgor
 /// The code directory as a blob.
 std::string makeCodeDirectory(const CodeDescription& code, platform::DigestAlgorithm algorithm);
 
-/// The name under which the system knows the code: the directory's digest by its own algorithm, cut to 20
-/// bytes.
+/// Identifies the code: the directory's digest by its own algorithm, truncated to 20 bytes.
 std::string codeDirectoryHash(std::string_view codeDirectory, platform::DigestAlgorithm algorithm);
 
 }  // namespace sign_bundle

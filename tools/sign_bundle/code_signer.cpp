@@ -35,7 +35,7 @@ constexpr std::uint64_t kMainBinary = 1;
 constexpr std::uint32_t kLaterMagic = 0xFADE9999;
 constexpr const char* kSignatureDirectory = "_CodeSignature";
 
-/// The files that hold a signature's components where the main executable cannot.
+/// The files for a signature's components if the main executable is not a Mach-O file.
 std::map<std::uint32_t, std::string> componentFiles() {
   return {{slot::kCodeDirectory, "CodeDirectory"},
           {slot::kRequirements, "CodeRequirements"},
@@ -48,7 +48,7 @@ void writeFile(const URL& file, std::string content) {
   Data(std::move(content)).write(file, platform::DataWritingOptions::atomic);
 }
 
-/// A fresh directory for what the signature keeps in files; a signature that was there is gone.
+/// Creates the directory for the signature's files; removes an existing signature.
 URL emptySignatureDirectory(const BundleLayout& bundle) {
   const auto& files = platform::NSFileManager::defaultManager();
   URL directory = bundle.content.appendingPathComponent(kSignatureDirectory);
@@ -63,14 +63,14 @@ void writeComponentFiles(const URL& directory, const Components& components) {
   for (const auto& [slot, blob] : components) {
     const auto name = files.find(slot);
     if (name == files.end())
-      throw platform::Error("Only a Mach-O file can be signed like this.");
-    // The message has a file of its own without the header that it needs among other components.
+      throw platform::Error("Only a Mach-O file can have this component.");
+    // The file contains the bare CMS message.
     const std::size_t header = slot == slot::kSignature ? platform::kBlobHeaderSize : 0;
     writeFile(directory.appendingPathComponent(name->second), blob.substr(header));
   }
 }
 
-/// A name for bare code: that of the file, without the extension of a library.
+/// The default identifier of a bare file: its name, without the extension of a library.
 std::string identifierOf(const URL& file) {
   fs::path name = file.lastPathComponent();
   return name.extension() == ".dylib" ? name.stem() : name;
@@ -133,7 +133,7 @@ SealedCode CodeSigner::signBareFile(const URL& file, const std::string& identifi
   const Data content = Data::contentsOf(file);
   if (!MachOImage::isMachO(content.bytes()))
     throw platform::Error(platform::quoted(file.path()) +
-                          " lies where only code may lie, and is no Mach-O file.");
+                          " is in a place for code but is not a Mach-O file.");
   return signMachO(file, content, describe(identifier, role));
 }
 
@@ -151,24 +151,24 @@ SealedCode CodeSigner::signMachO(const URL& file, const Data& content, const Cod
     description.code = image.code();
     const std::size_t room = tools::alignedUp(
         largestSignatureSize(description, identity_, options_.signature), MachOImage::kSignatureAlignment);
-    image.announceSignature(room);
+    image.reserveSignature(room);
     description.code = image.code();
     const CodeSignature signature = signCode(description, identity_, options_.signature);
     const std::string blob = makeSuperBlob(magic::kEmbeddedSignature, signature.components);
     if (blob.size() > room)
       throw platform::Error("The signature of " + platform::quoted(file.path()) +
-                            " is larger than its place.");
+                            " exceeds the space reserved for it.");
     slice.bytes = image.code();
     slice.bytes += blob;
     slice.bytes.append(room - blob.size(), '\0');
     if (!sealed)
       sealed = signature.sealed;
     else if (identity_ == nullptr)
-      // Without a certificate only its hash names a slice, and each has its own.
+      // Without a certificate a slice is identified by its hash only.
       sealed->requirementText += " or " + signature.sealed.requirementText;
   }
   if (!sealed)
-    throw platform::Error(platform::quoted(file.path()) + " holds no code.");
+    throw platform::Error(platform::quoted(file.path()) + " contains no code.");
   writeFile(file, universal.bytes());
   return *sealed;
 }

@@ -12,29 +12,28 @@ namespace sign_bundle {
 struct SigningOptions {
   SignatureOptions signature;
   SealedDigests sealedDigests = SealedDigests::sha256;
-  /// The team that code directories state; by default the one in the leaf, and none without an identity.
+  /// The team in the code directories; by default that of the identity, if any.
   std::optional<std::string> team;
   bool hardenedRuntime = false;
-  /// Nested code is sealed by its hash alone, which fits one architecture of one version.
+  /// Seal nested code by its hash only, which matches one architecture of one version.
   bool withoutRequirements = false;
-  /// A property list, for main executables only.
+  /// A property list for the outermost code.
   std::optional<platform::Data> entitlements;
-  /// The payload of a component in a slot that is not known, as later systems have them. For Mach-O files.
+  /// The payload of a component in an unknown slot, as of a later system. Mach-O files only.
   std::optional<platform::Data> laterComponent;
-  /// The power of two that is a page's size. By default 14 for arm64 slices and 12 for everything else.
+  /// Binary logarithm of the page size; by default 14 for arm64 slices, 12 otherwise.
   std::optional<unsigned> pageSizeExponent;
 };
 
-/// Signs code on disk in the platform's format: application bundles, frameworks with versions, other bundles,
-/// and bare Mach-O files.
+/// Signs bundles, versioned frameworks and bare Mach-O files in the platform's format.
 class CodeSigner {
  public:
-  /// Without an identity signatures are ad hoc. `identity` outlives the signer.
+  /// Signatures are ad hoc if `identity` is null. It outlives the signer.
   CodeSigner(const SigningIdentity* identity, SigningOptions options);
 
-  /// Signs `code`, and before it all code nested in it. A signature that is there is replaced. `identifier`
-  /// stands for the outermost code; without it, and for nested code, the one in the property list does, or a
-  /// bare file's name. Throws `platform::Error`; what was signed by then stays signed.
+  /// Signs all code nested in `code`, then `code`; replaces existing signatures. `identifier` is that of the
+  /// outermost code. The default, also for nested code, comes from the property list or the name of a bare
+  /// file. Throws `platform::Error`; nested code may then have been signed.
   SealedCode sign(const platform::URL& code, const std::optional<std::string>& identifier) const;
 
  private:

@@ -29,7 +29,7 @@ std::uint64_t read(std::string_view bytes, std::size_t offset, std::size_t size,
   return order == std::endian::big ? platform::bigEndian(*number) : platform::littleEndian(*number);
 }
 
-/// Where the fields of a segment command lie, and of the sections behind it.
+/// Offsets of the fields in a segment command and in its sections.
 struct SegmentFields {
   std::size_t virtualSize, fileOffset, fileSize, sectionCount, sections, sectionSize, sectionFileOffset;
 };
@@ -40,7 +40,7 @@ constexpr SegmentFields kFields64{32, 40, 48, 64, 72, 80, 48};
 
 MachOImage::MachOImage(std::string bytes) : bytes_(std::move(bytes)), firstSection_(bytes_.size()) {
   if (!isMachO(bytes_))
-    refuse("has no header that is known");
+    refuse("has an unknown header");
   const auto magic = [&](std::endian order) { return read(bytes_, 0, 4, order); };
   order_ = magic(std::endian::big) == mach_o::kMagic32 || magic(std::endian::big) == mach_o::kMagic64
                ? std::endian::big
@@ -57,7 +57,7 @@ MachOImage::MachOImage(std::string bytes) : bytes_(std::move(bytes)), firstSecti
     offset += size;
   }
   if (offset != commandsEnd_)
-    refuse("has load commands of another size than it states");
+    refuse("has load commands of an unexpected total size");
   cutSignatureOff();
 }
 
@@ -105,7 +105,7 @@ void MachOImage::readCommand(std::size_t offset, std::size_t size) {
     readSegment(offset);
   } else if (command == mach_o::command::kCodeSignature) {
     if (size != kSignatureCommandSize || signatureCommand_ != 0)
-      refuse("announces a signature in an unusual way");
+      refuse("has an unusual signature command");
     signatureCommand_ = offset;
   }
 }
@@ -156,7 +156,7 @@ void MachOImage::appendSignatureCommand() {
   setNumber(kCommandsSizeOffset, number(kCommandsSizeOffset) + kSignatureCommandSize);
 }
 
-void MachOImage::announceSignature(std::size_t size) {
+void MachOImage::reserveSignature(std::size_t size) {
   if (signatureCommand_ == 0)
     appendSignatureCommand();
   if (bytes_.size() > std::numeric_limits<std::uint32_t>::max() - size)

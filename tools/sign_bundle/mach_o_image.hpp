@@ -8,16 +8,16 @@
 
 namespace sign_bundle {
 
-/// One architecture's Mach-O image, and the place for a signature at its end.
+/// The Mach-O image of one architecture, prepared for a signature at its end.
 class MachOImage {
  public:
   static constexpr std::size_t kSignatureAlignment = 16;
 
-  /// `bytes` are one slice. A signature that is there is cut off. Throws `platform::Error` for an image that
-  /// is damaged, or that has something behind its link edit segment.
+  /// `bytes` is one slice. Removes an existing signature. Throws `platform::Error` for an image that is
+  /// damaged or does not end with its link edit segment.
   explicit MachOImage(std::string bytes);
 
-  /// True when a file begins like an image or a universal file.
+  /// Whether the bytes begin with the header of an image or of a universal file.
   static bool isMachO(std::string_view bytes);
 
   std::uint32_t cpuType() const { return number(4); }
@@ -25,15 +25,15 @@ class MachOImage {
   std::uint64_t textFileOffset() const { return text_.fileOffset; }
   std::uint64_t textFileSize() const { return text_.fileSize; }
 
-  /// Everything in front of the signature; aligned as one has to be.
+  /// Everything before the signature, padded to its alignment.
   std::string_view code() const { return bytes_; }
 
-  /// Announces a signature of `size` bytes behind the code: in its load command and in the link edit segment.
-  void announceSignature(std::size_t size);
+  /// Reserves `size` bytes after the code for a signature, in its load command and the link edit segment.
+  void reserveSignature(std::size_t size);
 
  private:
   struct Segment {
-    /// Of the load command; 0 when there is no such segment.
+    /// Offset of the load command; 0 if there is no such segment.
     std::size_t command = 0;
     std::uint64_t fileOffset = 0;
     std::uint64_t fileSize = 0;

@@ -25,7 +25,7 @@ struct Traits {
   bool wide;
   std::endian order;
   unsigned pageExponent;
-  /// Returns 0.
+  /// Machine code that returns 0.
   std::string_view program;
 };
 
@@ -50,7 +50,7 @@ std::uint32_t fileTypeOf(MachOKind kind) {
 
 constexpr std::uint32_t kReadAndExecute = 5;
 constexpr std::uint32_t kReadOnly = 1;
-/// No undefined symbols, dynamically linked, two-level name space.
+/// No undefined symbols, dynamically linked, two-level namespace.
 constexpr std::uint32_t kHeaderFlags = 0x85;
 constexpr std::uint32_t kPositionIndependent = 0x200000;
 constexpr std::uint32_t kSectionOfInstructions = 0x80000400;
@@ -145,7 +145,7 @@ class ImageWriter {
   ByteWriter body() const { return ByteWriter(traits_.order); }
   static std::uint32_t lower(std::uint64_t value) { return static_cast<std::uint32_t>(value); }
 
-  /// An address or size in the image's own width.
+  /// An address or size in the word size of the image.
   void word(ByteWriter& writer, std::uint64_t value) const {
     if (traits_.wide)
       writer.u64(value);

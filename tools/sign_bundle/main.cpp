@@ -41,7 +41,7 @@ sign_bundle sign BUNDLE-OR-MACH-O (--chain DIRECTORY | --ad-hoc) [--identifier I
 
 sign_bundle make-mach-o FILE --arch ARCHITECTURES [--kind executable|library|bundle] [--text TEXT] [--least-size BYTES]
     [--wide]
-    ARCHITECTURES: one or several, with commas between them, of x86_64, arm64, i386, ppc; "both" is x86_64,arm64
+    ARCHITECTURES: a comma-separated list of x86_64, arm64, i386, ppc; "both" is x86_64,arm64
 )";
 
 platform::URL location(const std::string& path) {
@@ -84,7 +84,7 @@ void runMakeChain(const std::vector<std::string>& words) {
   makeChain(location(directory), options);
 }
 
-/// The options of `sign` that change what the signature says.
+/// The options of `sign` that change the content of the signature.
 std::vector<Option> signingOptions(SigningOptions& options) {
   using enum SignatureDefect;
   using platform::DigestAlgorithm;

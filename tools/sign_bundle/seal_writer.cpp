@@ -28,7 +28,7 @@ bool isNeverSealed(const BundleLayout& bundle, const std::string& path) {
 class Survey {
  public:
   explicit Survey(const BundleLayout& bundle)
-      : bundle_(bundle), rules_(usualRules()), olderRules_(olderUsualRules()) {}
+      : bundle_(bundle), rules_(currentRules()), olderRules_(olderRules()) {}
 
   std::vector<ContentItem> run() {
     walk({});
@@ -79,7 +79,7 @@ struct FileDigests {
   std::string sha256;
 };
 
-/// SHA-1 is left out where it is not needed.
+/// Computes SHA-1 only if it is needed.
 FileDigests digestFile(const platform::URL& file, bool withSha1) {
   constexpr std::size_t kPieceSize = std::size_t{256} * 1024;
   const auto descriptor = platform::FileDescriptor::open(file, O_RDONLY | O_NOCTTY | O_NOFOLLOW);
@@ -173,8 +173,8 @@ Data makeResourceSeal(const BundleLayout& bundle, const std::vector<ContentItem>
   return platform::NSPropertyListSerialization::dataWithPropertyList(
       PropertyList(PropertyList::Dictionary{{"files", PropertyList(std::move(olderSealed))},
                                             {"files2", PropertyList(std::move(sealed))},
-                                            {"rules", propertyListOf(olderUsualRules())},
-                                            {"rules2", propertyListOf(usualRules())}}));
+                                            {"rules", propertyListOf(olderRules())},
+                                            {"rules2", propertyListOf(currentRules())}}));
 }
 
 }  // namespace sign_bundle

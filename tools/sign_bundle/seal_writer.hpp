@@ -9,13 +9,13 @@
 
 namespace sign_bundle {
 
-/// What a seal says of nested code.
+/// The entry for nested code in a seal.
 struct SealedCode {
   std::string codeDirectoryHash;
-  std::string requirementText;  ///< empty: the hash alone names the code
+  std::string requirementText;  ///< if empty, the hash alone identifies the code
 };
 
-/// How a seal states the content of a file.
+/// The digests of a sealed file.
 enum class SealedDigests {
   sha256,
   sha1AndSha256,
@@ -25,24 +25,24 @@ enum class SealedDigests {
 
 enum class ItemKind { file, link, nestedCode };
 
-/// One thing in a bundle that is not a plain directory.
+/// An item in a bundle other than a plain directory.
 struct ContentItem {
   /// Relative to the content directory.
   std::string path;
   ItemKind kind = ItemKind::file;
   bool sealed = false;
   bool optional = false;
-  /// The same by the older rules, which know files only.
+  /// The same by the older rules, which apply to files only.
   bool sealedByOlderRules = false;
   bool optionalByOlderRules = false;
 };
 
-/// Everything that the rules decide on, sorted by path. The signature's own files and the main executable,
-/// which are never part of the seal, are left out. Nested code is not descended into.
+/// All items that the rules apply to, sorted by path. Leaves out the signature's own files and the main
+/// executable, which are never sealed. Does not descend into nested code.
 std::vector<ContentItem> surveyContent(const BundleLayout& bundle);
 
-/// The resource seal as a property list: both generations of rules, and what they seal. `nestedCode` has an
-/// entry for every item of that kind.
+/// The resource seal as a property list: both generations of rules and the items they seal. `nestedCode` has
+/// an entry for each item of that kind.
 platform::Data makeResourceSeal(const BundleLayout& bundle, const std::vector<ContentItem>& items,
                                 const std::map<std::string, SealedCode>& nestedCode, SealedDigests digests);
 

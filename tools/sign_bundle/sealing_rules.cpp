@@ -18,7 +18,7 @@ using Expression = std::unique_ptr<regex_t, ReleaseExpression>;
 Expression compile(const std::string& pattern) {
   auto expression = std::make_unique<regex_t>();
   if (::regcomp(expression.get(), pattern.c_str(), REG_EXTENDED | REG_ICASE | REG_NOSUB) != 0)
-    throw platform::Error("The rule " + platform::quoted(pattern) + " is no regular expression.");
+    throw platform::Error("The rule " + platform::quoted(pattern) + " is not a regular expression.");
   return Expression(expression.release());
 }
 
@@ -29,7 +29,7 @@ struct RuleMatcher::Compiled {
   Expression expression;
 };
 
-const std::vector<ResourceRule>& usualRules() {
+const std::vector<ResourceRule>& currentRules() {
   static const std::vector<ResourceRule> rules = {
       {.pattern = "^.*"},
       {.pattern = R"(.*\.dSYM($|/))", .weight = 11},
@@ -51,7 +51,7 @@ const std::vector<ResourceRule>& usualRules() {
   return rules;
 }
 
-const std::vector<ResourceRule>& olderUsualRules() {
+const std::vector<ResourceRule>& olderRules() {
   static const std::vector<ResourceRule> rules = {
       {.pattern = "^Resources/"},
       {.pattern = R"(^Resources/.*\.lproj/)", .weight = 1000, .optional = true},

@@ -8,7 +8,7 @@
 
 namespace sign_bundle {
 
-/// One rule of a resource seal: what happens to the paths that an extended regular expression is found in.
+/// A rule of a resource seal, for paths that contain a match of an extended regular expression.
 struct ResourceRule {
   std::string pattern;
   double weight = 1;
@@ -17,23 +17,23 @@ struct ResourceRule {
   bool nested = false;
 };
 
-/// The usual rules of the seal in use, and of the older one beside it.
-const std::vector<ResourceRule>& usualRules();
-const std::vector<ResourceRule>& olderUsualRules();
+/// The default rules of the current and of the older seal.
+const std::vector<ResourceRule>& currentRules();
+const std::vector<ResourceRule>& olderRules();
 
-/// The rules as the seal states them.
+/// The rules in the form of the seal.
 platform::PropertyList propertyListOf(const std::vector<ResourceRule>& rules);
 
-/// Decides by the matching rule of the largest weight.
+/// Finds the matching rule of the largest weight.
 class RuleMatcher {
  public:
-  /// Throws `platform::Error` for a pattern that is no regular expression.
+  /// Throws `platform::Error` for a malformed pattern.
   explicit RuleMatcher(const std::vector<ResourceRule>& rules);
   RuleMatcher(const RuleMatcher&) = delete;
   RuleMatcher& operator=(const RuleMatcher&) = delete;
   ~RuleMatcher();
 
-  /// The rule for a path relative to the content directory; null when none matches.
+  /// The rule for a path relative to the content directory; null if none matches.
   const ResourceRule* ruleFor(const std::string& path) const;
 
  private:

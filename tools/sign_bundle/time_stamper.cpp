@@ -5,7 +5,7 @@
 namespace sign_bundle {
 namespace {
 
-/// Of no registered meaning.
+/// Unregistered.
 constexpr const char* kPolicy = "1.3.6.1.4.1.55555.2.1";
 constexpr const char* kStep = "Making a time stamp";
 

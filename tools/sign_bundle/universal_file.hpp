@@ -7,13 +7,13 @@
 
 namespace sign_bundle {
 
-/// A file with images for several architectures, or one image alone.
+/// A Mach-O file with images for several architectures, or a single one.
 struct UniversalFile {
   enum class Form { thin, fat, fat64 };
   struct Slice {
     std::uint32_t cpuType = 0;
     std::uint32_t cpuSubtype = 0;
-    /// The power of two that the slice's offset is a multiple of.
+    /// Binary logarithm of the alignment of the slice's offset.
     std::uint32_t alignment = 0;
     std::string bytes;
   };
@@ -21,10 +21,10 @@ struct UniversalFile {
   Form form = Form::thin;
   std::vector<Slice> slices;
 
-  /// Throws `platform::Error` where a slice does not lie within the file.
+  /// Throws `platform::Error` if a slice exceeds the file.
   static UniversalFile parse(std::string_view bytes);
 
-  /// The file with its slices in their order, each at the next aligned place.
+  /// The file with its slices in order, each at the next aligned offset.
   std::string bytes() const;
 };
 
