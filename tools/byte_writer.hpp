@@ -31,6 +31,10 @@ class ByteWriter {
   ByteWriter& u8(std::uint8_t value) { return number(value); }
   ByteWriter& u32(std::uint32_t value) { return number(value); }
   ByteWriter& u64(std::uint64_t value) { return number(value); }
+  /// 64 bits if `wide`, otherwise the lower 32.
+  ByteWriter& word(std::uint64_t value, bool wide) {
+    return wide ? u64(value) : u32(static_cast<std::uint32_t>(value));
+  }
 
   ByteWriter& raw(std::string_view bytes) {
     bytes_ += bytes;

@@ -5,7 +5,6 @@
 #include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 
-#include <array>
 #include <optional>
 
 #include "platform/files/file_manager.hpp"
@@ -37,8 +36,9 @@ struct Subject {
   std::vector<std::string> organizationalUnits = {};
 };
 
+/// In the syntax of OpenSSL's configuration files.
 struct ExtensionText {
-  int identifier;
+  const char* name;
   const char* value;
 };
 
@@ -46,8 +46,6 @@ struct CertificateRequest {
   Subject subject;
   Validity validity = kPresent;
   std::vector<ExtensionText> extensions;
-  /// Private extensions, critical, with a null value.
-  std::vector<const char*> markers = {};
 };
 
 struct Authority {
@@ -55,8 +53,13 @@ struct Authority {
   openssl::Key key;
 };
 
+/// A critical private extension with a null value.
+ExtensionText marker(const char* identifier) {
+  return {identifier, "critical,DER:05:00"};
+}
+
 std::vector<ExtensionText> authorityExtensions() {
-  return {{NID_basic_constraints, "critical,CA:TRUE"}, {NID_key_usage, "critical,keyCertSign,cRLSign"}};
+  return {{"basicConstraints", "critical,CA:TRUE"}, {"keyUsage", "critical,keyCertSign,cRLSign"}};
 }
 
 openssl::Key makeKey(KeyKind kind) {
@@ -83,11 +86,9 @@ void setSubject(X509& certificate, const Subject& subject) {
 }
 
 void setSerialNumber(X509& certificate) {
-  std::array<unsigned char, 8> random{};
-  succeeded(::RAND_bytes(random.data(), random.size()), "Drawing a serial number");
   std::uint64_t number = 0;
-  for (const unsigned char byte : random)
-    number = number << 8U | byte;
+  succeeded(::RAND_bytes(reinterpret_cast<unsigned char*>(&number), sizeof number),
+            "Drawing a serial number");
   succeeded(::ASN1_INTEGER_set_uint64(::X509_get_serialNumber(&certificate), number >> 1U),
             "Setting a serial number");
 }
@@ -103,17 +104,7 @@ void addExtension(X509& certificate, X509& issuer, const ExtensionText& text) {
   X509V3_CTX context;
   X509V3_set_ctx(&context, &issuer, &certificate, nullptr, nullptr, 0);
   const auto extension = checked<openssl::Extension>(
-      ::X509V3_EXT_conf_nid(nullptr, &context, text.identifier, text.value), "Making an extension");
-  succeeded(::X509_add_ext(&certificate, extension.get(), -1), "Adding an extension");
-}
-
-void addMarker(X509& certificate, const char* identifier) {
-  constexpr std::array<unsigned char, 2> kNull = {V_ASN1_NULL, 0};
-  const auto value = checked<openssl::OctetString>(::ASN1_OCTET_STRING_new(), "Making an extension");
-  succeeded(::ASN1_OCTET_STRING_set(value.get(), kNull.data(), kNull.size()), "Making an extension");
-  const auto extension = checked<openssl::Extension>(
-      ::X509_EXTENSION_create_by_OBJ(nullptr, objectIdentifier(identifier).get(), 1, value.get()),
-      "Making an extension");
+      ::X509V3_EXT_nconf(nullptr, &context, text.name, text.value), "Making an extension");
   succeeded(::X509_add_ext(&certificate, extension.get(), -1), "Adding an extension");
 }
 
@@ -129,12 +120,10 @@ openssl::Certificate certify(const CertificateRequest& request, const openssl::K
   X509& issuing = issuer == nullptr ? *certificate : *issuer->certificate;
   succeeded(::X509_set_issuer_name(certificate.get(), ::X509_get_subject_name(&issuing)),
             "Making a certificate");
-  addExtension(*certificate, issuing, {NID_subject_key_identifier, "hash"});
-  addExtension(*certificate, issuing, {NID_authority_key_identifier, "keyid"});
+  addExtension(*certificate, issuing, {"subjectKeyIdentifier", "hash"});
+  addExtension(*certificate, issuing, {"authorityKeyIdentifier", "keyid"});
   for (const ExtensionText& extension : request.extensions)
     addExtension(*certificate, issuing, extension);
-  for (const char* marker : request.markers)
-    addMarker(*certificate, marker);
   succeeded(::X509_sign(certificate.get(), issuer == nullptr ? key.get() : issuer->key.get(), ::EVP_sha256()),
             "Signing a certificate");
   return certificate;
@@ -155,10 +144,10 @@ CertificateRequest intermediateRequest(ChainDefect defect) {
     request.subject.commonName = "Throw-away Authority for Leaves";
     request.extensions.front().value = "critical,CA:TRUE,pathlen:0";
   } else if (defect != ChainDefect::intermediateWithoutExtension) {
-    request.markers.push_back(kIntermediateMarker);
+    request.extensions.push_back(marker(kIntermediateMarker));
   }
   if (defect == ChainDefect::unknownCriticalExtensionInIntermediate)
-    request.markers.push_back(kUnknownExtension);
+    request.extensions.push_back(marker(kUnknownExtension));
   return request;
 }
 
@@ -182,19 +171,20 @@ CertificateRequest leafRequest(const ChainOptions& options, ChainDefect defect) 
                   {options.team}},
       .validity = defect == ChainDefect::expired ? kPast : kPresent,
       .extensions = {
-          {NID_basic_constraints, "critical,CA:FALSE"},
-          {NID_key_usage, defect == ChainDefect::leafKeyNotForSigning ? "critical,keyAgreement"
-                                                                      : "critical,digitalSignature"}}};
+          {"basicConstraints", "critical,CA:FALSE"},
+          {"keyUsage", defect == ChainDefect::leafKeyNotForSigning ? "critical,keyAgreement"
+                                                                   : "critical,digitalSignature"}}};
   if (defect == ChainDefect::leafWithTwoTeams)
     request.subject.organizationalUnits.emplace_back("OTHERTEAM1");
   if (defect != ChainDefect::leafWithoutUsage)
-    request.extensions.push_back({NID_ext_key_usage, defect == ChainDefect::leafWithoutCodeSigningUsage
-                                                         ? "critical,emailProtection"
-                                                         : "critical,codeSigning"});
+    request.extensions.push_back({"extendedKeyUsage", defect == ChainDefect::leafWithoutCodeSigningUsage
+                                                          ? "critical,emailProtection"
+                                                          : "critical,codeSigning"});
   if (defect != ChainDefect::leafWithoutExtension)
-    request.markers = leafMarkers(options.leaf);
+    for (const char* identifier : leafMarkers(options.leaf))
+      request.extensions.push_back(marker(identifier));
   if (defect == ChainDefect::unknownCriticalExtensionInLeaf)
-    request.markers.push_back(kUnknownExtension);
+    request.extensions.push_back(marker(kUnknownExtension));
   return request;
 }
 
@@ -211,7 +201,7 @@ void makeTimeStampAuthority(const platform::URL& directory, const Authority& roo
   const Authority signer = makeAuthority(
       {{"Throw-away Time Stamp Signer"},
        kPresent,
-       {{NID_key_usage, "critical,digitalSignature"}, {NID_ext_key_usage, "critical,timeStamping"}}},
+       {{"keyUsage", "critical,digitalSignature"}, {"extendedKeyUsage", "critical,timeStamping"}}},
       kind, &authority);
   writeCertificates(directory.appendingPathComponent("time_stamp.pem"), {signer.certificate.get()});
   writeCertificates(directory.appendingPathComponent("time_stamp_chain.pem"),

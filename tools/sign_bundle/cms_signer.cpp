@@ -1,7 +1,5 @@
 #include "tools/sign_bundle/cms_signer.hpp"
 
-#include <openssl/asn1t.h>
-
 #include <array>
 #include <ctime>
 #include <numeric>
@@ -37,22 +35,17 @@ ASN1_OBJECT* objectOf(DigestAlgorithm algorithm) {
   return ::OBJ_nid2obj(kObjects.at(static_cast<std::size_t>(algorithm)));
 }
 
-/// SEQUENCE { algorithm, OCTET STRING } in DER.
+/// SEQUENCE { algorithm, OCTET STRING } in DER, the form of an algorithm identifier (RFC 5280, 4.1.1.2).
 std::string namedDigest(const SignedCodeDirectory& directory) {
-  const auto values = checked<openssl::Elements>(sk_ASN1_TYPE_new_null(), kStep);
-  const auto append = [&](int kind, void* value) {
-    ASN1_TYPE* item = ::ASN1_TYPE_new();
-    if (item == nullptr || sk_ASN1_TYPE_push(values.get(), item) <= 0)
-      throw CryptographyError(kStep);
-    ::ASN1_TYPE_set(item, kind, value);
-  };
-  append(V_ASN1_OBJECT, objectOf(directory.algorithm));
   const std::string digest = digestOf(directory.algorithm, directory.blob);
   auto octets = checked<openssl::OctetString>(::ASN1_OCTET_STRING_new(), kStep);
   succeeded(::ASN1_OCTET_STRING_set(octets.get(), unsignedBytes(digest), static_cast<int>(digest.size())),
             kStep);
-  append(V_ASN1_OCTET_STRING, octets.release());
-  return encoded(*values, ::i2d_ASN1_SEQUENCE_ANY, kStep);
+  const auto pair = checked<openssl::AlgorithmIdentifier>(::X509_ALGOR_new(), kStep);
+  succeeded(::X509_ALGOR_set0(pair.get(), objectOf(directory.algorithm), V_ASN1_OCTET_STRING, octets.get()),
+            kStep);
+  static_cast<void>(octets.release());  // owned by the pair
+  return encoded(*pair, ::i2d_X509_ALGOR, kStep);
 }
 
 openssl::Attribute attribute(const ASN1_OBJECT* type, int kind, const std::vector<std::string>& values) {

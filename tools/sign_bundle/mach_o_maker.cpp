@@ -145,14 +145,6 @@ class ImageWriter {
   ByteWriter body() const { return ByteWriter(traits_.order); }
   static std::uint32_t lower(std::uint64_t value) { return static_cast<std::uint32_t>(value); }
 
-  /// An address or size in the word size of the image.
-  void word(ByteWriter& writer, std::uint64_t value) const {
-    if (traits_.wide)
-      writer.u64(value);
-    else
-      writer.u32(lower(value));
-  }
-
   void command(std::uint32_t kind, const ByteWriter& content) {
     const std::size_t size = alignedUp(8 + content.size(), traits_.wide ? 8 : 4);
     ByteWriter writer(traits_.order);
@@ -166,7 +158,7 @@ class ImageWriter {
     ByteWriter writer(traits_.order);
     writer.field(name, mach_o::kNameSize);
     for (const std::uint64_t value : {memory.offset, memory.size, file.offset, file.size})
-      word(writer, value);
+      writer.word(value, traits_.wide);
     writer.u32(protection).u32(protection).u32(lower(sections.size())).u32(0);
     for (const std::string& bytes : sections)
       writer.raw(bytes);
@@ -176,8 +168,8 @@ class ImageWriter {
   std::string section(std::string_view name, const Span& span, std::uint32_t flags) const {
     ByteWriter writer(traits_.order);
     writer.field(name, mach_o::kNameSize).field("__TEXT", mach_o::kNameSize);
-    word(writer, imageBase() + span.offset);
-    word(writer, span.size);
+    writer.word(imageBase() + span.offset, traits_.wide);
+    writer.word(span.size, traits_.wide);
     writer.u32(lower(span.offset)).u32(0).u32(0).u32(0).u32(flags).u32(0).u32(0);
     if (traits_.wide)
       writer.u32(0);

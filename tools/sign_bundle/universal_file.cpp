@@ -76,15 +76,12 @@ std::string UniversalFile::bytes() const {
                     slices.size() * (wide ? mach_o::kFatEntrySize64 : mach_o::kFatEntrySize32));
   for (const Slice& slice : slices) {
     content.zerosUpTo(tools::alignedUp(content.size(), std::uint64_t{1} << slice.alignment));
-    header.u32(slice.cpuType).u32(slice.cpuSubtype);
-    if (wide)
-      header.u64(content.size()).u64(slice.bytes.size()).u32(slice.alignment).u32(0);
-    else if (content.size() + slice.bytes.size() > std::numeric_limits<std::uint32_t>::max())
+    if (!wide && content.size() + slice.bytes.size() > std::numeric_limits<std::uint32_t>::max())
       refuse("is too large for its form");
-    else
-      header.u32(static_cast<std::uint32_t>(content.size()))
-          .u32(static_cast<std::uint32_t>(slice.bytes.size()))
-          .u32(slice.alignment);
+    header.u32(slice.cpuType).u32(slice.cpuSubtype);
+    header.word(content.size(), wide).word(slice.bytes.size(), wide).u32(slice.alignment);
+    if (wide)
+      header.u32(0);
     content.raw(slice.bytes);
   }
   std::string file = std::move(content).bytes();
