@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "platform/files/file_manager.hpp"
-#include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/error.hpp"
+#include "platform/foundation/scope_exit.hpp"
 #include "platform/foundation/uuid.hpp"
 #include "platform/processes/process_info.hpp"
 #include "tools/make_disk_image/hfs_plus_maker.hpp"
@@ -20,45 +20,22 @@ using platform::FileDescriptor;
 using platform::NSFileManager;
 using platform::URL;
 
-/// A temporary file beside the image, renamed to it on `commit` and removed otherwise.
-class UnfinishedImage {
- public:
-  explicit UnfinishedImage(const URL& image)
-      : image_(image),
-        place_(image.deletingLastPathComponent().appendingPathComponent(
-            std::string(".").append(platform::UUID().uuidString()))),
-        file_(FileDescriptor::open(place_, O_WRONLY | O_CREAT | O_EXCL, 0666)) {}
-  UnfinishedImage(const UnfinishedImage&) = delete;
-  UnfinishedImage& operator=(const UnfinishedImage&) = delete;
-  ~UnfinishedImage() {
-    if (file_.isOpen())
-      platform::bestEffort([this] { NSFileManager::defaultManager().removeItemAtURL(place_); });
-  }
-
-  const FileDescriptor& file() const { return file_; }
-
-  void commit() {
-    NSFileManager::defaultManager().moveItemAtURL(place_, image_);
-    file_.close(image_.path());
-  }
-
- private:
-  URL image_;
-  URL place_;
-  FileDescriptor file_;
-};
-
 void makeDiskImage(const URL& folder, const std::string& volumeName, const URL& image) {
-  UnfinishedImage unfinished(image);
-  const FileDescriptor directory =
-      FileDescriptor::open(image.deletingLastPathComponent(), O_RDONLY | O_DIRECTORY);
+  const auto& files = NSFileManager::defaultManager();
+  const URL parent = image.deletingLastPathComponent();
+  const URL temporary = parent.appendingPathComponent(std::string(".").append(platform::UUID().uuidString()));
+  FileDescriptor file = FileDescriptor::open(temporary, O_WRONLY | O_CREAT | O_EXCL, 0666);
+  // Has no effect after the rename.
+  const platform::ScopeExit removal([&] { files.removeItemAtURL(temporary); });
+  const FileDescriptor directory = FileDescriptor::open(parent, O_RDONLY | O_DIRECTORY);
   const MadeVolume volume = makeHfsPlusVolume(folder, volumeName, directory);
-  UdifWriter writer(unfinished.file());
+  UdifWriter writer(file);
   writer.addTable(
       {"whole disk (Apple_HFS : 0)", *volume.disk, volume.partition.offset, volume.partition.length, 0},
       zlibEncoding());
   writer.finish();
-  unfinished.commit();
+  file.close(image.path());
+  files.moveItemAtURL(temporary, image);
 }
 
 int fail(const std::string& sentence) {
