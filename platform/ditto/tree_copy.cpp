@@ -13,9 +13,9 @@
 #include "platform/ditto/directory_reader.hpp"
 #include "platform/ditto/file_copy.hpp"
 #include "platform/ditto/hard_link_table.hpp"
-#include "platform/ditto/worker_pool.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/system_call.hpp"
+#include "platform/processes/worker_pool.hpp"
 
 namespace platform::ditto {
 namespace {
@@ -104,7 +104,7 @@ class TreeCopy {
       path_ += '/' + next.name;
       descend(above->source(next.name), above->copy(next.name), next.copy, length);
     }
-    pool_.wait();
+    pool_.finish();
   }
 
  private:
@@ -175,7 +175,7 @@ class TreeCopy {
 
   void addJob(const std::string& name) {
     current_->enter();
-    pool_.add([directory = current_, name] {
+    pool_.submit([directory = current_, name] {
       copyFile(directory->source(name), directory->copy(name));
       directory->leave();
     });

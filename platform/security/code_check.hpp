@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/processes/worker_pool.hpp"
 #include "platform/security/bundle.hpp"
 #include "platform/security/check_work.hpp"
-#include "platform/security/hashing_pool.hpp"
 #include "platform/security/resource_seal.hpp"
 #include "platform/security/security_error.hpp"
 #include "platform/security/slice_verification.hpp"
@@ -53,7 +53,7 @@ class CodeCheck {
 
   AnchorSource anchors_;
   CheckWork work_;
-  HashingPool pool_;
+  WorkerPool pool_;
 };
 
 /// Throws `SecurityError` of the status for code that fails the requirement, naming the clause.

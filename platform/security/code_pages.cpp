@@ -59,7 +59,7 @@ void checkLargePage(const ByteSource& file, const SignedSlice& slice, std::uint3
 }  // namespace
 
 void submitPageChecks(const std::shared_ptr<const SignedCode>& code, const SignedSlice& slice,
-                      CheckWork& work, HashingPool& pool) {
+                      CheckWork& work, WorkerPool& pool) {
   const CodeDirectory& directory = slice.strongestDirectory();
   const CheckWork::Comparison comparison = work.ofPages(*code->file, slice.code, directory);
   if (comparison == CheckWork::Comparison::made)

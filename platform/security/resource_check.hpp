@@ -3,9 +3,9 @@
 #include <functional>
 #include <unordered_set>
 
+#include "platform/processes/worker_pool.hpp"
 #include "platform/security/bundle.hpp"
 #include "platform/security/check_work.hpp"
-#include "platform/security/hashing_pool.hpp"
 #include "platform/security/resource_seal.hpp"
 
 namespace platform {
@@ -20,7 +20,7 @@ class ResourceCheck {
 
   /// Everything outlives the check, and the seal the steps too.
   ResourceCheck(const Bundle& bundle, std::shared_ptr<const ResourceSeal> seal, NestedCheck checkNested,
-                CheckWork& work, HashingPool& pool)
+                CheckWork& work, WorkerPool& pool)
       : bundle_(bundle),
         seal_(std::move(seal)),
         checkNested_(std::move(checkNested)),
@@ -44,7 +44,7 @@ class ResourceCheck {
   std::shared_ptr<const ResourceSeal> seal_;
   NestedCheck checkNested_;
   CheckWork& work_;
-  HashingPool& pool_;
+  WorkerPool& pool_;
   std::unordered_set<const SealedItem*> seen_;
 };
 

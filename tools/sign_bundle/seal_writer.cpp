@@ -8,7 +8,7 @@
 #include "platform/crypto/digest.hpp"
 #include "platform/files/file_descriptor.hpp"
 #include "platform/foundation/error.hpp"
-#include "tools/sign_bundle/parallel.hpp"
+#include "platform/processes/worker_pool.hpp"
 #include "tools/sign_bundle/sealing_rules.hpp"
 
 namespace fs = std::filesystem;
@@ -97,13 +97,17 @@ FileDigests digestFile(const platform::URL& file, bool withSha1) {
 std::vector<FileDigests> digestFiles(const BundleLayout& bundle, const std::vector<ContentItem>& items,
                                      SealedDigests digests) {
   std::vector<FileDigests> results(items.size());
-  forEachIndexInParallel(items.size(), [&](std::size_t index) {
+  platform::WorkerPool pool;
+  for (std::size_t index = 0; index < items.size(); ++index) {
     const ContentItem& item = items[index];
     if (item.kind != ItemKind::file || !(item.sealed || item.sealedByOlderRules))
-      return;
-    results[index] = digestFile(bundle.content.appendingPathComponent(item.path),
-                                item.sealedByOlderRules || digests != SealedDigests::sha256);
-  });
+      continue;
+    pool.submit([&bundle, &item, &result = results[index], digests] {
+      result = digestFile(bundle.content.appendingPathComponent(item.path),
+                          item.sealedByOlderRules || digests != SealedDigests::sha256);
+    });
+  }
+  pool.finish();
   return results;
 }
 
