@@ -1,95 +1,157 @@
-#include <spawn.h>
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 
+#include "platform/files/file_descriptor.hpp"
 #include "platform/foundation/error.hpp"
+#include "platform/foundation/system_call.hpp"
 #include "platform/processes/environment.hpp"
 #include "platform/processes/spawn.hpp"
+
+// posix_spawn() cannot request the parent's death signal, which only the child itself can set. Hence a fork,
+// and a close-on-exec pipe through which the child reports why it could not execute the program.
 
 namespace platform {
 namespace {
 
-/// Throws for the error number that a function of the posix_spawn family returned.
-void require(int errorNumber) {
-  if (errorNumber != 0)
-    throw SystemError("The start of a program could not be prepared", errorNumber);
+constexpr int kReportDescriptor = 3;
+constexpr int kExitStatusWithoutProgram = 127;
+
+/// The memory that exec reads. It is allocated before the fork.
+struct ExecArguments {
+  const char* path;
+  char* const* arguments;
+  char* const* environment;
+};
+
+/// No handler of the caller runs in the child: signals are blocked until their dispositions are reset.
+class AllSignalsBlocked {
+ public:
+  // With valid arguments neither call can fail.
+  AllSignalsBlocked() noexcept {
+    sigset_t all;
+    ::sigfillset(&all);
+    static_cast<void>(::pthread_sigmask(SIG_SETMASK, &all, &previous_));
+  }
+  AllSignalsBlocked(const AllSignalsBlocked&) = delete;
+  AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
+  ~AllSignalsBlocked() { static_cast<void>(::pthread_sigmask(SIG_SETMASK, &previous_, nullptr)); }
+
+ private:
+  sigset_t previous_{};
+};
+
+bool dieWithParent(pid_t parent) noexcept {
+  if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0)
+    return false;
+  // The parent may have ended before the call took effect.
+  if (::getppid() == parent)
+    return true;
+  errno = ESRCH;
+  return false;
 }
 
-class FileActions {
- public:
-  FileActions() { require(::posix_spawn_file_actions_init(&actions_)); }
-  FileActions(const FileActions&) = delete;
-  FileActions& operator=(const FileActions&) = delete;
-  ~FileActions() { ::posix_spawn_file_actions_destroy(&actions_); }
-
-  posix_spawn_file_actions_t* get() { return &actions_; }
-
- private:
-  posix_spawn_file_actions_t actions_{};
-};
-
-class Attributes {
- public:
-  Attributes() { require(::posix_spawnattr_init(&attributes_)); }
-  Attributes(const Attributes&) = delete;
-  Attributes& operator=(const Attributes&) = delete;
-  ~Attributes() { ::posix_spawnattr_destroy(&attributes_); }
-
-  posix_spawnattr_t* get() { return &attributes_; }
-
- private:
-  posix_spawnattr_t attributes_{};
-};
-
-void setSignalsToDefault(Attributes& attributes, Session session) {
+bool resetSignals() noexcept {
+  // Fails for SIGKILL and SIGSTOP, which cannot be ignored, and for the C library's own signals.
+  for (int signal = 1; signal < NSIG; ++signal)
+    static_cast<void>(::signal(signal, SIG_DFL));
   sigset_t none;
-  sigset_t all;
   ::sigemptyset(&none);
-  ::sigfillset(&all);
-  require(::posix_spawnattr_setsigmask(attributes.get(), &none));
-  require(::posix_spawnattr_setsigdefault(attributes.get(), &all));
-  const int flags =
-      POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | (session == Session::own ? POSIX_SPAWN_SETSID : 0);
-  require(::posix_spawnattr_setflags(attributes.get(), static_cast<short>(flags)));
+  return ::sigprocmask(SIG_SETMASK, &none, nullptr) == 0;
 }
 
-void setStreams(FileActions& actions, const std::array<int, 3>& streams) {
-  for (int number = 0; number < 3; ++number)
-    require(::posix_spawn_file_actions_adddup2(actions.get(), streams.at(static_cast<std::size_t>(number)),
-                                               number));
-  require(::posix_spawn_file_actions_addclosefrom_np(actions.get(), 3));
+/// Closes everything but the standard streams and `report`, which changes its number.
+bool setDescriptors(const std::array<int, 3>& streams, int& report) noexcept {
+  for (int number = 0; number < 3; ++number) {
+    const int descriptor = streams[static_cast<std::size_t>(number)];
+    // dup2() of a descriptor to itself would not clear its close-on-exec flag.
+    if ((descriptor == number ? ::fcntl(number, F_SETFD, 0) : ::dup2(descriptor, number)) < 0)
+      return false;
+  }
+  if (report != kReportDescriptor && ::dup3(report, kReportDescriptor, O_CLOEXEC) < 0)
+    return false;
+  report = kReportDescriptor;
+  ::closefrom(kReportDescriptor + 1);
+  return true;
+}
+
+/// Runs in the child. Other threads of the parent may have held locks at the fork, so only async-signal-safe
+/// functions are called.
+[[noreturn]] void become(const SpawnRequest& request, const ExecArguments& program, pid_t parent,
+                         int report) noexcept {
+  if ((!request.diesWithParent || dieWithParent(parent)) &&
+      (request.session == Session::inherited || ::setsid() >= 0) &&
+      (request.workingDirectory.empty() || ::chdir(request.workingDirectory.c_str()) == 0) &&
+      setDescriptors(request.standardStreams, report) && resetSignals())
+    ::execve(program.path, program.arguments, program.environment);
+  const int reason = errno;
+  // Without the report, the exit status still is not that of a success.
+  static_cast<void>(::write(report, &reason, sizeof reason));
+  ::_exit(kExitStatusWithoutProgram);
+}
+
+[[noreturn]] void fail(const SpawnRequest& request, int errorNumber) {
+  throw SystemError(quoted(request.executable.path()) + " could not be started", errorNumber);
+}
+
+pid_t forkChild(const SpawnRequest& request, const ExecArguments& program, int report) {
+  const pid_t parent = ::getpid();
+  const AllSignalsBlocked blocked;
+  // Not fork(): the child has no use for the libraries' fork handlers.
+  const pid_t child = ::_Fork();
+  if (child == 0)
+    become(request, program, parent, report);
+  if (child < 0)
+    fail(request, errno);
+  return child;
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& strings) {
+  std::vector<char*> pointers;
+  pointers.reserve(strings.size() + 1);
+  for (std::string& string : strings)
+    pointers.push_back(string.data());
+  pointers.push_back(nullptr);
+  return pointers;
 }
 
 }  // namespace
 
 std::int32_t spawn(const SpawnRequest& request) {
   const char* path = systemPath(request.executable);
-  std::vector<std::string> texts{request.executable.path()};
-  texts.insert(texts.end(), request.arguments.begin(), request.arguments.end());
-  std::vector<char*> argumentVector;
-  for (std::string& text : texts) {
-    if (text.find('\0') != std::string::npos)
+  std::vector<std::string> words{request.executable.path()};
+  words.insert(words.end(), request.arguments.begin(), request.arguments.end());
+  for (const std::string& word : words) {
+    if (word.find('\0') != std::string::npos)
       throw SystemError("An argument for " + quoted(request.executable.path()) + " holds a null character",
                         EINVAL);
-    argumentVector.push_back(text.data());
   }
-  argumentVector.push_back(nullptr);
+  const std::vector<char*> arguments = pointersTo(words);
+  auto variables = request.environment.value_or(std::vector<std::string>());
+  const std::vector<char*> environment = request.environment ? pointersTo(variables) : inheritedEnvironment();
 
-  FileActions actions;
-  if (!request.workingDirectory.empty())
-    require(::posix_spawn_file_actions_addchdir_np(actions.get(), request.workingDirectory.c_str()));
-  setStreams(actions, request.standardStreams);
-  Attributes attributes;
-  setSignalsToDefault(attributes, request.session);
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0)
+    fail(request, errno);
+  const FileDescriptor reader(ends[0]);
+  FileDescriptor writer(ends[1]);
+  const pid_t child = forkChild(request, {path, arguments.data(), environment.data()}, writer.get());
+  writer = FileDescriptor();
 
-  const std::vector<char*> environment = inheritedEnvironment();
-  pid_t child = 0;
-  const int failure =
-      ::posix_spawn(&child, path, actions.get(), attributes.get(), argumentVector.data(), environment.data());
-  if (failure != 0)
-    throw SystemError(quoted(request.executable.path()) + " could not be started", failure);
-  return child;
+  int reason = 0;
+  const auto length = uninterrupted([&] { return ::read(reader.get(), &reason, sizeof reason); });
+  if (length == 0)
+    return child;
+  if (length < 0) {
+    reason = errno;
+    ::kill(child, SIGKILL);
+  }
+  // Where SIGCHLD is ignored, the child is collected by the system and this fails after its end.
+  static_cast<void>(uninterrupted([child] { return ::waitpid(child, nullptr, 0); }));
+  fail(request, reason);
 }
 
 }  // namespace platform

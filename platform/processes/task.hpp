@@ -8,58 +8,48 @@
 
 #include "platform/files/file_handle.hpp"
 #include "platform/files/url.hpp"
+#include "platform/processes/spawn.hpp"
 
 namespace platform {
 
 /// A child process. It starts with the caller's environment and working directory, default signal
-/// dispositions, no blocked signal, and no descriptor but the three standard streams. It belongs to this
-/// object: one that still runs at the end of the object's life is killed and collected.
+/// dispositions, no blocked signal, and no descriptor but the three standard streams. If it still runs at the
+/// end of the object's life, it is killed and collected.
 ///
 /// The platform's tools "/usr/bin/hdiutil", "/usr/bin/ditto" and "/usr/bin/open" are those of the
-/// installation that the program belongs to, in its libexec/quorin; what the host has under those names is
+/// installation that the program belongs to, in its libexec/quorin; the host's programs of those names are
 /// never run.
 class NSTask {
  public:
-  NSTask() = default;
-  NSTask(const NSTask&) = delete;
-  NSTask& operator=(const NSTask&) = delete;
-  ~NSTask();
-
   void setExecutableURL(const URL& url) { executable_ = url; }
   void setArguments(std::vector<std::string> arguments) { arguments_ = std::move(arguments); }
-  /// The handles stay the caller's; they are open at the launch. All three are set before it.
+  /// The caller keeps the handles, which must be open at the launch. All three must be set before it.
   void setStandardInput(const NSFileHandle& handle) { standardStreams_[0] = &handle; }
   void setStandardOutput(const NSFileHandle& handle) { standardStreams_[1] = &handle; }
   void setStandardError(const NSFileHandle& handle) { standardStreams_[2] = &handle; }
 
-  /// The program executes when this returns. Throws `SystemError` when it cannot be started; once per object.
+  /// Returns once the program executes. Throws `SystemError` when it cannot be started. Once per object.
   void launchAndReturnError();
 
   /// True until the process has ended.
-  bool isRunning();
+  bool isRunning() { return process_ && process_->isRunning(); }
 
-  /// Asks the process to end, by SIGTERM; does nothing when it has.
+  /// Sends SIGTERM to the process unless it has ended.
   void terminate();
 
   void waitUntilExit();
 
-  /// The system's identifier of the process; its own until the process has been found ended.
-  std::int32_t processIdentifier() const noexcept { return processIdentifier_; }
+  /// The process identifier; refers to this process until it has been found ended.
+  std::int32_t processIdentifier() const { return process_.value().identifier(); }
 
   /// The exit status, or the number of the signal that ended the process. Valid once it has been found ended.
-  std::int32_t terminationStatus() const noexcept { return terminationStatus_; }
+  std::int32_t terminationStatus() const { return process_.value().status(); }
 
  private:
-  enum class State { notLaunched, running, ended };
-
-  bool collect(int waitOptions);
-
   std::optional<URL> executable_;
   std::vector<std::string> arguments_;
   std::array<const NSFileHandle*, 3> standardStreams_{};
-  State state_ = State::notLaunched;
-  std::int32_t processIdentifier_ = 0;
-  std::int32_t terminationStatus_ = 0;
+  std::optional<ChildProcess> process_;
 };
 
 }  // namespace platform
