@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/processes/installation_prefix.hpp"
+#include "platform/processes/process.hpp"
 
 namespace fs = std::filesystem;
 

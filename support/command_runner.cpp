@@ -8,9 +8,8 @@
 #include "platform/foundation/date.hpp"
 #include "platform/foundation/uuid.hpp"
 #include "platform/processes/cancellation.hpp"
-#include "platform/processes/process_control.hpp"
+#include "platform/processes/process.hpp"
 #include "platform/processes/task.hpp"
-#include "platform/processes/thread.hpp"
 
 namespace QuorinSupport::CommandRunner {
 namespace {

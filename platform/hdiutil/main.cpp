@@ -11,7 +11,7 @@
 #include "platform/foundation/error.hpp"
 #include "platform/hdiutil/attach.hpp"
 #include "platform/hdiutil/image_registry.hpp"
-#include "platform/processes/process_info.hpp"
+#include "platform/processes/process.hpp"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "platform/foundation/error.hpp"
 #include "platform/open/application_launch.hpp"
-#include "platform/processes/process_info.hpp"
+#include "platform/processes/process.hpp"
 
 namespace {
 

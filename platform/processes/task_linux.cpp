@@ -1,6 +1,6 @@
 #include <csignal>
 
-#include "platform/processes/installation_prefix.hpp"
+#include "platform/processes/process.hpp"
 #include "platform/processes/task.hpp"
 
 namespace platform {

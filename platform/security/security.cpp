@@ -1,6 +1,6 @@
 #include "platform/security/security.hpp"
 
-#include "platform/processes/installation_prefix.hpp"
+#include "platform/processes/process.hpp"
 #include "platform/security/requirement.hpp"
 #include "platform/security/static_code.hpp"
 

@@ -7,7 +7,7 @@
 #include <csignal>
 #include <stdexcept>
 
-#include "platform/processes/installation_prefix.hpp"
+#include "platform/processes/process.hpp"
 #include "tests/helpers/files.hpp"
 
 namespace test {

@@ -7,7 +7,7 @@
 // accepted code, 1 for refused code, 2 for a usage error.
 #include <iostream>
 
-#include "platform/processes/process_info.hpp"
+#include "platform/processes/process.hpp"
 #include "platform/security/security.hpp"
 #include "support/code_signature.hpp"
 

@@ -9,7 +9,7 @@
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/scope_exit.hpp"
 #include "platform/foundation/uuid.hpp"
-#include "platform/processes/process_info.hpp"
+#include "platform/processes/process.hpp"
 #include "tools/make_disk_image/hfs_plus_maker.hpp"
 #include "tools/make_disk_image/udif_writer.hpp"
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "platform/processes/process_info.hpp"
+#include "platform/processes/process.hpp"
 #include "updater/records/installer_error.hpp"
 
 namespace QuorinOstrevalUpdater {

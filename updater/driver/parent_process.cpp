@@ -1,8 +1,7 @@
 #include "updater/driver/parent_process.hpp"
 
 #include "platform/foundation/date.hpp"
-#include "platform/processes/process_control.hpp"
-#include "platform/processes/thread.hpp"
+#include "platform/processes/process.hpp"
 #include "updater/records/installer_error.hpp"
 #include "updater/time_limits.hpp"
 

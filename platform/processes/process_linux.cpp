@@ -1,10 +1,14 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <array>
+#include <climits>
 #include <csignal>
 
 #include "platform/files/data.hpp"
-#include "platform/processes/process_info.hpp"
+#include "platform/foundation/error.hpp"
+#include "platform/foundation/system_call.hpp"
+#include "platform/processes/process.hpp"
 
 namespace platform {
 
@@ -24,14 +28,23 @@ void ProcessInfo::secureStandardStreams() {
   for (int stream = 0; stream < 3; ++stream) {
     if (::fcntl(stream, F_GETFD) >= 0)
       continue;
-    // The lowest free number is the stream's own. Without a null device, anything that cannot be read or
-    // written does; and where even that fails, there is nothing left to try.
+    // open() returns the lowest free descriptor, the stream's own. Without /dev/null, an O_PATH descriptor
+    // holds its place; if that fails too, nothing is left to try.
     if (::open("/dev/null", O_RDWR | O_NOCTTY) < 0)
       static_cast<void>(::open("/", O_PATH | O_DIRECTORY));
   }
-  // Both are known signals, so that this cannot fail.
+  // Cannot fail for these signals.
   static_cast<void>(::signal(SIGPIPE, SIG_IGN));
   static_cast<void>(::signal(SIGXFSZ, SIG_IGN));
+}
+
+URL installationPrefix() {
+  std::array<char, PATH_MAX> path{};
+  const auto length = uninterrupted([&] { return ::readlink("/proc/self/exe", path.data(), path.size()); });
+  if (length < 0)
+    throw SystemError("The program's own executable could not be found", errno);
+  const std::string_view executable(path.data(), static_cast<std::size_t>(length));
+  return URL::fileURLWithPath(executable).deletingLastPathComponent().deletingLastPathComponent();
 }
 
 }  // namespace platform
