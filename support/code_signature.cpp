@@ -52,7 +52,7 @@ std::optional<std::string> text(const PropertyList& information, const char* key
   return *value->string();
 }
 
-/// Equality of a text that may be missing with one that is expected.
+/// True for a string that is present and canonically equivalent to the expected one.
 bool matches(const std::optional<std::string>& text, const std::string& expected) {
   return text && platform::canonicallyEquivalent(*text, expected);
 }

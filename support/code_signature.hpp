@@ -6,11 +6,11 @@
 #include "platform/files/url.hpp"
 #include "platform/foundation/error.hpp"
 
-/// Judges code on disk: is it validly signed with a Developer ID of the expected team, under the expected
+/// Verifies code on disk: is it validly signed with a Developer ID of the expected team, under the expected
 /// identifier? Nothing on disk changes. Every failure is thrown as `Failure`.
 namespace QuorinSupport::CodeSignature {
 
-/// What a signature says about itself; nothing where it says nothing, or no text.
+/// What a signature states about itself; absent where it is missing or not a string.
 struct Info {
   std::optional<std::string> identifier;
   std::optional<std::string> teamIdentifier;
@@ -22,9 +22,9 @@ class Failure : public platform::LocalizedError {
 
   /// The code or its signature is not valid, as `message` says.
   static Failure invalid(std::string message);
-  /// The code is not signed by whom, or as what, was expected. `message` says in what it differs.
+  /// The signer or the identifier is not the expected one. `message` names the difference.
   static Failure untrusted(std::string message);
-  /// There is no code.
+  /// There is no code at the path.
   static Failure unreadable();
 
   /// Same case and same message.
@@ -38,9 +38,9 @@ class Failure : public platform::LocalizedError {
   std::string message_;
 };
 
-/// The requirement that code with this identifier is signed with a Developer ID of this team. Nothing unless
-/// `team` consists of upper-case letters and decimal digits, `identifier` of ASCII letters, digits and ".-_",
-/// neither empty.
+/// The requirement that code with this identifier is signed with a Developer ID of this team. Absent unless
+/// `team` consists of upper-case letters and decimal digits and `identifier` of ASCII letters, digits and
+/// ".-_", and neither is empty.
 std::optional<std::string> developerIDRequirement(const std::string& identifier, const std::string& team);
 
 /// Checks that the code is validly signed as a whole, with all architectures and nested code, and that it

@@ -30,7 +30,7 @@ using platform::UUID;
 constexpr double kPollInterval = 0.02;
 constexpr double kGracePeriod = 1.0;
 
-/// A private directory for one run, which is removed at the end of its life.
+/// A private directory for one run; its destructor removes it.
 class CaptureDirectory {
  public:
   CaptureDirectory()
@@ -50,8 +50,7 @@ class CaptureDirectory {
   URL url_;
 };
 
-/// The files that take a tool's output. The handles are closed and then the directory is removed at the end
-/// of its life.
+/// The files for a tool's output. The destructor closes them and removes their directory.
 class Capture {
  public:
   Capture()
@@ -62,7 +61,7 @@ class Capture {
   Capture(const Capture&) = delete;
   Capture& operator=(const Capture&) = delete;
   ~Capture() {
-    // The tool's output has been read, or is thrown away.
+    // The output has been read or is not needed.
     bestEffort([this] { output_.closeAndReturnError(); });
     bestEffort([this] { error_.closeAndReturnError(); });
   }
@@ -80,7 +79,7 @@ class Capture {
  private:
   URL newFile(std::string_view name) const {
     URL url = directory_.url().appendingPathComponent(name);
-    // A file that could not be created shows when it is opened.
+    // If this fails, opening the file reports it.
     static_cast<void>(NSFileManager::defaultManager().createFileAtPath(url.path()));
     return url;
   }
@@ -106,7 +105,7 @@ void stop(NSTask& task) {
   const Date endOfGrace = Date().addingTimeInterval(kGracePeriod);
   while (task.isRunning() && Date() < endOfGrace)
     NSThread::sleepForTimeInterval(kPollInterval);
-  // A kill that fails finds the process ended already.
+  // Fails only when the process has ended already.
   if (task.isRunning())
     static_cast<void>(platform::kill(task.processIdentifier(), platform::kSignalKill));
   task.waitUntilExit();

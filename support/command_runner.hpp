@@ -7,7 +7,7 @@
 #include "platform/files/data.hpp"
 #include "platform/foundation/error.hpp"
 
-/// The module that runs external tools and judges code signatures.
+/// Runs external tools and verifies code signatures.
 namespace QuorinSupport {
 
 /// The outcome of a tool that ran to its end.
@@ -19,7 +19,7 @@ struct CommandResult {
 
 namespace CommandRunner {
 
-/// The tool overran its time and was stopped.
+/// The tool exceeded its time limit and was stopped.
 class Failure : public platform::LocalizedError {
  public:
   static Failure timedOut(const std::string& toolName);
@@ -29,13 +29,13 @@ class Failure : public platform::LocalizedError {
 };
 
 /// Runs a tool from launch to exit, with end of file on its standard input and the caller's environment and
-/// working directory, and blocks the calling thread meanwhile. Any status is a result and no failure.
+/// working directory; blocks the calling thread meanwhile. Any status is a result, not a failure.
 ///
-/// `timeout` is in seconds, from the launch on. A tool that is still running then is asked to end, killed a
-/// second later, and `Failure` is thrown; the same happens with `platform::CancellationError` when the
-/// calling task is cancelled. Failures of the system, among them that of a tool that cannot be started, are
-/// thrown as they are. Whichever way the call ends, the tool's process has ended too and nothing stays in the
-/// temporary directory.
+/// `timeout` is in seconds from the launch. A tool that still runs then receives SIGTERM, a second later
+/// SIGKILL, and `Failure` is thrown. When the calling task is cancelled, the tool is stopped in the same way
+/// and `platform::CancellationError` is thrown. Failures of the system, such as that of a tool that cannot be
+/// started, are thrown unchanged. In every case the tool's process has ended when the call ends, and nothing
+/// remains in the temporary directory.
 CommandResult run(const std::string& executable, const std::vector<std::string>& arguments, double timeout);
 
 }  // namespace CommandRunner

@@ -2,7 +2,7 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// How long a run waits for others, in seconds: for the application to end, and for each external tool.
+/// The longest waits, in seconds: for the end of the application, and for each external tool.
 inline constexpr double kParentTimeLimit = 60;
 inline constexpr double kToolTimeLimit = 120;
 

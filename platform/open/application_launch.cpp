@@ -27,12 +27,12 @@ PropertyList readInfo(const URL& bundle) {
   }
 }
 
-/// What may not be looked at is tried, and the reason told.
+/// False for an item that cannot be examined: using it fails with the reason.
 bool isAbsent(const URL& item) {
   return NSFileManager::defaultManager().presenceOfItemAtPath(item.path()) == ItemPresence::absent;
 }
 
-/// True for a path of plain names only, which cannot lead out of the directory that it is taken against.
+/// True for a path of plain names only, which cannot leave the directory that it is relative to.
 bool staysBelow(std::string_view path) {
   while (true) {
     const auto slash = path.find('/');
@@ -74,7 +74,7 @@ void launchApplication(const URL& bundle) {
            .session = Session::own,
            .workingDirectory = "/"});
   } catch (const SystemError& error) {
-    // The executable is there: what is missing is the interpreter that a script names, or a program's loader.
+    // The executable exists, so what is missing is a script's interpreter or a program's loader.
     if (error.errorNumber() == ENOENT)
       fail(bundle, "The interpreter that its executable names is missing.");
     fail(bundle, error.localizedDescription());

@@ -6,24 +6,24 @@
 
 namespace platform {
 
-/// Thrown where a cancelled task is to stop.
+/// Thrown where a cancelled task stops.
 class CancellationError : public Error {
  public:
   CancellationError();
 };
 
-/// A unit of work that can be cancelled. It is the calling thread's task for the life of a `Scope`; a thread
-/// outside every scope has none and is never cancelled.
+/// A unit of work that can be cancelled. During the life of a `Scope` it is the calling thread's task;
+/// outside every scope, a thread has no task and is never cancelled.
 class Task {
  public:
   Task() = default;
   Task(const Task&) = delete;
   Task& operator=(const Task&) = delete;
 
-  /// Cancels the task, for good; callable from any thread.
+  /// Cancels the task permanently; callable from any thread.
   void cancel() noexcept { cancelled_.store(true); }
 
-  /// Makes a task the calling thread's task until the end of the scope. The task outlives the scope.
+  /// Makes a task the calling thread's task until the end of the scope. The task must outlive the scope.
   class Scope {
    public:
     explicit Scope(const Task& task) noexcept;

@@ -1,5 +1,5 @@
-// Part of each program that is installed: no variable of the caller's reaches a library. Some read theirs in
-// their constructors, so that main would be too late.
+// Linked into each installed program, so that no library sees the caller's variables. Some read theirs in
+// constructors, for which main would be too late.
 
 #include "platform/processes/environment.hpp"
 
@@ -11,7 +11,7 @@ __attribute__((no_sanitize("address", "undefined"))) void begin(int, char**, cha
 
 using Beginning = void (*)(int, char**, char**);
 
-// The loader runs it before the constructors of the shared libraries.
+// The loader calls it before the constructors of the shared libraries.
 __attribute__((section(".preinit_array"), used)) const Beginning kBeginning = begin;
 
 }  // namespace

@@ -5,7 +5,7 @@
 namespace platform {
 namespace {
 
-/// The variables where they were, with a null pointer in the place of the first, which is kept beside.
+/// The environment moved aside: a null pointer replaces its first variable, which is kept in `first`.
 char** variables = nullptr;
 char* first = nullptr;
 
@@ -22,7 +22,7 @@ std::vector<char*> inheritedEnvironment() {
   return result;
 }
 
-// The sanitizers have not begun when this runs.
+// Runs before the sanitizers are initialised.
 __attribute__((no_sanitize("address", "undefined"))) void moveEnvironmentAside(char** environment) noexcept {
   variables = environment;
   first = *environment;

@@ -16,7 +16,7 @@ constexpr std::size_t kChunkSize = 1048576;
 std::string sha256(const platform::URL& file) {
   auto handle = platform::NSFileHandle::fileHandleForReadingFromURL(file);
   platform::Digest state(platform::DigestAlgorithm::sha256);
-  // NOLINTNEXTLINE(modernize-avoid-c-arrays): memory that reading fills and nothing clears before
+  // NOLINTNEXTLINE(modernize-avoid-c-arrays): reading fills it, so it is not cleared first
   const auto chunk = std::make_unique_for_overwrite<char[]>(kChunkSize);
   while (true) {
     const std::string_view bytes = handle.readInto({chunk.get(), kChunkSize});

@@ -13,8 +13,7 @@ namespace {
 
 using platform::URL;
 
-/// The element behind the first occurrence of `option`; nothing when the option is missing or the last
-/// element.
+/// The element after the first occurrence of `option`; absent when the option is missing or the last element.
 std::optional<std::string> valueOf(std::string_view option, const std::vector<std::string>& argumentVector) {
   const auto found = std::find(argumentVector.begin(), argumentVector.end(), option);
   if (found == argumentVector.end() || found + 1 == argumentVector.end())

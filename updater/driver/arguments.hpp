@@ -9,15 +9,15 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// What the command line says.
+/// The options of the command line.
 struct Arguments {
   platform::URL planURL;
   std::int32_t parentPID = 0;             ///< the process to wait for, 2 or greater
   std::optional<platform::URL> readyURL;  ///< absent when the caller asked for no ready file
 };
 
-/// Reads "--plan PATH", "--parent-pid NUMBER" and "--ready-file PATH" out of an argument vector, the
-/// program's name included. The first occurrence of an option counts, in any order; everything else is
+/// Reads "--plan PATH", "--parent-pid NUMBER" and "--ready-file PATH" from an argument vector, including the
+/// program's name. The first occurrence of an option counts, in any order; everything else is
 /// ignored. Throws `InstallerError::invalidArguments`.
 Arguments parseArguments(const std::vector<std::string>& argumentVector);
 

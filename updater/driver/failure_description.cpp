@@ -18,7 +18,7 @@ FailureDescription::FailureDescription() noexcept : fallback_("An unexpected err
   } catch (const std::exception& error) {
     platform::bestEffort([&] { text_ = error.what(); });
   } catch (...) {
-    // Nothing is known of it.
+    // Not an exception of a known type.
   }
 }
 

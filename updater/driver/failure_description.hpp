@@ -6,8 +6,8 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// The sentence of whatever was thrown, to be made inside a handler. Making it and reading it never fail, not
-/// even when memory has run out.
+/// The sentence of an exception, to be constructed inside its handler. Constructing and reading it never
+/// fails, not even when memory has run out.
 class FailureDescription {
  public:
   /// Describes the exception that is being handled.

@@ -4,8 +4,8 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// Starts the application, and returns when the system's `open` says that it has. Throws
-/// `InstallerError::installationFailed` with the tool's message otherwise, or what the command runner threw.
+/// Starts the application; returns once the system's `open` reports success. Otherwise throws
+/// `InstallerError::installationFailed` with the tool's message, or what the command runner throws.
 void launch(const platform::URL& application);
 
 }  // namespace QuorinOstrevalUpdater

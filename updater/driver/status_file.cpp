@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t kLargestStatus = 1U << 20U;
 
-/// An older status would tell of what is no longer so.
+/// An older status would be taken for the result of this run.
 void removeOlderStatus(const URL& url, const InstallStatus& status) {
   const auto text = platform::Data::contentsOf(url, platform::DataReadingOptions::none, kLargestStatus);
   if (platform::JSONDecoder().decode<InstallStatus>(text) != status)

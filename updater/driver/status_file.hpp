@@ -6,9 +6,8 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// Writes the status file as a whole, with the directories that are missing on the way. Best effort: a
-/// failure reaches nobody. It leaves no older status there, which would tell of what is no longer so;
-/// anything else stays.
+/// Writes the status file atomically and creates missing parent directories. Best effort: failures are
+/// ignored. After a failure, an older and thus wrong status is removed; any other file is kept.
 void writeStatus(const InstallStatus& status, const std::string& statusPath) noexcept;
 
 }  // namespace QuorinOstrevalUpdater

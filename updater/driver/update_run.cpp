@@ -31,7 +31,7 @@ using platform::URL;
 [[noreturn]] void endEarly(const FailureDescription& description) noexcept {
   bestEffort([&] {
     const std::string line = "QuorinOstrevalUpdater: " + std::string(description.text()) + "\n";
-    // Where standard error takes nothing, the status file and the exit status remain.
+    // If standard error cannot be written, the status file and the exit status still report the failure.
     static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
   });
   std::exit(EXIT_FAILURE);  // NOLINT(concurrency-mt-unsafe): there is one thread
@@ -69,8 +69,8 @@ std::string successMessage(const InstallPlan& plan) {
          plan.expectedBuild + ").";
 }
 
-/// Reads the plan, with its paths made absolute: the working directory may lie in the application, whose
-/// place changes in the exchange.
+/// Reads the plan and makes its paths absolute: the working directory may be inside the application, whose
+/// path changes in the exchange.
 InstallPlan readPlan(const URL& planURL) {
   auto plan = platform::JSONDecoder().decode<InstallPlan>(Data::contentsOf(planURL));
   for (std::string* path : {&plan.dmgPath, &plan.targetAppPath, &plan.statusPath})
@@ -78,7 +78,7 @@ InstallPlan readPlan(const URL& planURL) {
   return plan;
 }
 
-/// Tells the caller that the updater goes on alone, and goes on once the caller has ended.
+/// Writes the ready file, waits for the end of the caller, and installs.
 URL takeOverAndInstall(const InstallPlan& plan, const Arguments& arguments) {
   if (arguments.readyURL)
     Data("ready").write(*arguments.readyURL, DataWritingOptions::atomic);

@@ -13,8 +13,7 @@ using platform::NSPropertyListSerialization;
 using platform::PropertyList;
 using platform::URL;
 
-/// The code check takes no larger one either. What is read here is not verified yet, and may be a link to
-/// something without an end.
+/// The code check has the same limit. The file is not verified yet and may be a link to an endless device.
 constexpr std::size_t kLargestInformation = 1U << 20U;
 
 InstallerError missingOrInvalid() {

@@ -7,17 +7,17 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// The identity of an application bundle, as its Info.plist states it. Values stand as they are in the file.
+/// The identity of an application bundle, with the values exactly as in its Info.plist.
 struct Metadata {
   std::string identifier;  ///< CFBundleIdentifier
   std::string version;     ///< CFBundleShortVersionString
   std::string build;       ///< CFBundleVersion
 };
 
-/// Reads the Info.plist of `bundle` anew. Throws `InstallerError::invalidApplication` when it cannot be read,
-/// is no dictionary or lacks one of the three values as a text.
+/// Reads the Info.plist of `bundle`; nothing is cached. Throws `InstallerError::invalidApplication` when it
+/// cannot be read, is not a dictionary or does not contain the three values as strings.
 Metadata metadata(const platform::URL& bundle);
-/// The same from the Info.plist's content.
+/// The same for the content of an Info.plist.
 Metadata metadata(const platform::Data& information);
 
 }  // namespace QuorinOstrevalUpdater

@@ -68,8 +68,8 @@ HeldItem hold(const URL& application) {
   }
 }
 
-/// Puts the previous application back. What did not pass its last verification goes, whether that works or
-/// not.
+/// Restores the previous application. If that fails, the one that failed its last verification is removed all
+/// the same, so that it is not started.
 void revert(const NSFileManager& manager, const URL& target, const URL& backup, const HeldItem& previous) {
   bool isRestored = false;
   bestEffort([&] {

@@ -28,11 +28,11 @@ bool exchanges(const NSFileManager& manager, const URL& target, const URL& backu
     manager.exchangeItems(target, backup);
     isReported = true;
   });
-  // A file system may report an outcome that is not the one.
+  // FUSE and network file systems may exchange the names and still report an error, or the reverse.
   return isCertainlyAt(target, previous) || (isReported && !isCertainlyAt(backup, previous));
 }
 
-/// The staged copy of the transaction that the backup belongs to. Its name is free since the swap.
+/// The path of the staged copy in the transaction that made the backup. It is unused since the swap.
 URL stagedCopyBeside(const URL& backup) {
   constexpr std::string_view kBackupPrefix = ".quorin-backup-";
   std::string name = backup.lastPathComponent();
@@ -41,13 +41,13 @@ URL stagedCopyBeside(const URL& backup) {
   return backup.deletingLastPathComponent().appendingPathComponent(".quorin-update-" + name);
 }
 
-/// The way for a file system that cannot exchange names. Returns where the rejected application is.
+/// For file systems that cannot exchange names. Returns the path of the rejected application.
 URL exchangeByMoves(const NSFileManager& manager, const URL& target, const URL& backup,
                     const HeldItem& previous) {
   const URL aside = stagedCopyBeside(backup);
   URL rejected = aside;
   bool isAside = false;
-  // A failure shows in the next move, if it matters.
+  // If this fails and matters, the next move fails too.
   bestEffort([&] {
     manager.moveItemAtURL(target, aside);
     isAside = true;
@@ -74,7 +74,7 @@ URL exchangeByMoves(const NSFileManager& manager, const URL& target, const URL& 
 void restore(const URL& target, const URL& backup, const HeldItem& previous) {
   const NSFileManager& manager = NSFileManager::defaultManager();
   URL rejected = backup;
-  // A second attempt, since the other way has an instant without an application.
+  // The exchange is tried twice, because between the moves the target is empty.
   if (!isCertainlyAt(target, previous) && !exchanges(manager, target, backup, previous) &&
       !exchanges(manager, target, backup, previous))
     rejected = exchangeByMoves(manager, target, backup, previous);

@@ -5,17 +5,17 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// Puts the application at `backup` in the place of the rejected one at `target`, which is removed.
-/// `previous` is the previous application, held since it was known to be that; nothing is moved when it is at
-/// `target` already. The two change places in one step, so that `target` is a complete application at every
-/// instant. Only where that step is refused, or nothing is at `target`, moves take its place, with the name
-/// of the transaction's staged copy between them.
+/// Puts the application at `backup` back to `target` and removes the rejected one there. `previous` is the
+/// previous application, held since before the swap, or in a rollback since its beginning; if it is at
+/// `target` already, nothing is moved. The two names are exchanged in one step, so that `target` is a
+/// complete application at every instant. Where the exchange fails or nothing is at `target`, they are moved
+/// instead, by way of the staged copy's name.
 ///
 /// The rejected application is removed last, and only while `previous` is seen at `target` and is not what is
-/// removed. If it cannot be removed it stays at `backup`.
+/// removed. If it cannot be removed, it remains at `backup`.
 ///
 /// Throws `platform::Error` when the previous application cannot be moved; it is then still at `backup`, and
-/// `target` is as it was, or empty where that was refused too.
+/// `target` is as it was, or empty if undoing the first move failed too.
 void restore(const platform::URL& target, const platform::URL& backup, const platform::HeldItem& previous);
 
 }  // namespace QuorinOstrevalUpdater

@@ -13,7 +13,7 @@ void rollback(const platform::URL& target, const std::optional<platform::URL>& b
       manager.leadToOneItem(target, *backup))
     return;
   try {
-    // Without it the previous application still comes back, and the rejected one stays.
+    // If it cannot be held, it is restored all the same, but the rejected application is not removed.
     platform::HeldItem previous;
     platform::bestEffort([&] { previous = platform::HeldItem(*backup); });
     restore(target, *backup, previous);

@@ -6,9 +6,9 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// Puts the previous application back in the place of one that did not start. Without a backup, or with
-/// nothing at its place, or when both lead to one item, nothing is touched. Throws
-/// `InstallerError::installationFailed` when it cannot be moved back; it then still lies at `backup`.
+/// Restores the previous application after a new one that did not start. Does nothing without a backup, when
+/// nothing exists at its path, or when both paths lead to the same item. Throws
+/// `InstallerError::installationFailed` when it cannot be moved back; it is then still at `backup`.
 void rollback(const platform::URL& target, const std::optional<platform::URL>& backup);
 
 }  // namespace QuorinOstrevalUpdater

@@ -6,8 +6,8 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// The message of a failed tool: its output as text without white space at both ends, or `fallback` unchanged
-/// when that is empty or no valid UTF-8.
+/// The message of a failed tool: its output without leading and trailing white space, or `fallback` when that
+/// is empty or not valid UTF-8.
 std::string text(const platform::Data& output, const std::string& fallback);
 
 }  // namespace QuorinOstrevalUpdater

@@ -7,13 +7,12 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// What to install, as the application wrote it: a JSON object with these eight members, all of them texts,
-/// whose names are the fields' names. Further members are ignored. No value is examined or changed in
-/// decoding.
+/// What to install, written by the application: a JSON object with these eight members, all strings, named
+/// like the fields. Further members are ignored. Decoding neither checks nor changes a value.
 struct InstallPlan {
   std::string dmgPath;                   ///< the downloaded disk image
   std::string targetAppPath;             ///< the installed application bundle, which is replaced
-  std::string expectedBundleIdentifier;  ///< what the installed application and the new one both are
+  std::string expectedBundleIdentifier;  ///< of the installed application and of the new one
   std::string expectedTeamIdentifier;    ///< the team that signed both
   std::string expectedVersion;           ///< the new application's version
   std::string expectedBuild;             ///< the new application's build
@@ -34,7 +33,7 @@ struct InstallPlan {
       {"dmgPath", "targetAppPath", "expectedBundleIdentifier", "expectedTeamIdentifier", "expectedVersion",
        "expectedBuild", "expectedSHA256", "statusPath"}};
 
-  /// Throws `platform::DecodingError` for the first member that is missing or no text.
+  /// Throws `platform::DecodingError` for the first member that is missing or not a string.
   static InstallPlan decode(const platform::KeyedDecodingContainer& container);
   void encode(platform::KeyedEncodingContainer& container) const;
 

@@ -6,8 +6,8 @@
 
 namespace QuorinOstrevalUpdater {
 
-/// Every failure that the updater itself detects. Payloads are whole sentences or a tool's message, taken as
-/// they come.
+/// The failures that the updater itself detects. Payloads are whole sentences or a tool's message and are not
+/// changed.
 class InstallerError : public platform::LocalizedError {
  public:
   static InstallerError invalidDiskImage(const std::string& payload);
