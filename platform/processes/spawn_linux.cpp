@@ -60,7 +60,8 @@ bool resetSignals() noexcept {
     static_cast<void>(::signal(signal, SIG_DFL));
   sigset_t none;
   ::sigemptyset(&none);
-  return ::sigprocmask(SIG_SETMASK, &none, nullptr) == 0;
+  errno = ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
+  return errno == 0;
 }
 
 /// Closes everything but the standard streams and `report`, which changes its number.

@@ -98,11 +98,12 @@ std::vector<FileDigests> digestFiles(const BundleLayout& bundle, const std::vect
                                      SealedDigests digests) {
   std::vector<FileDigests> results(items.size());
   platform::WorkerPool pool;
-  for (std::size_t index = 0; index < items.size(); ++index) {
-    const ContentItem& item = items[index];
+  auto place = results.begin();
+  for (const ContentItem& item : items) {
+    FileDigests& result = *place++;
     if (item.kind != ItemKind::file || !(item.sealed || item.sealedByOlderRules))
       continue;
-    pool.submit([&bundle, &item, &result = results[index], digests] {
+    pool.submit([&bundle, &item, &result, digests] {
       result = digestFile(bundle.content.appendingPathComponent(item.path),
                           item.sealedByOlderRules || digests != SealedDigests::sha256);
     });
