@@ -4,9 +4,13 @@
 
 #include <string>
 
-#include "platform/ditto/item.hpp"
+#include "platform/files/directory.hpp"
 
 namespace platform::ditto {
+
+/// Throws `Error` when the file or directory, `before` being its status when its copy was begun, has changed
+/// since then.
+void requireUnchanged(const FileDescriptor& file, const struct stat& before, const std::string& path);
 
 /// Gives an open copy what belongs to the file or directory besides its content; `status` is the source's
 /// from before its content was read. Owner and group follow where the system permits it, otherwise the copy
@@ -19,6 +23,6 @@ void copyAttributes(const FileDescriptor& source, const std::string& sourcePath,
                     const FileDescriptor& copy, const std::string& copyPath);
 
 /// Gives a copied link the owner, group and times of the source. Throws `SystemError`.
-void copyLinkAttributes(const struct stat& status, const Item& copy);
+void copyLinkAttributes(const struct stat& status, const Entry& copy);
 
 }  // namespace platform::ditto

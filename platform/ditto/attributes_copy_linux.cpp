@@ -113,7 +113,17 @@ bool sameOwner(const struct stat& left, const struct stat& right) {
   return left.st_uid == right.st_uid && left.st_gid == right.st_gid;
 }
 
+bool sameTime(const timespec& left, const timespec& right) {
+  return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+}
+
 }  // namespace
+
+void requireUnchanged(const FileDescriptor& file, const struct stat& before, const std::string& path) {
+  const struct stat after = statusOf(file, path);
+  if (after.st_size != before.st_size || !sameTime(after.st_mtim, before.st_mtim))
+    throw Error(quoted(path) + " changed while it was being copied.");
+}
 
 void copyAttributes(const FileDescriptor& source, const std::string& sourcePath, const struct stat& status,
                     const FileDescriptor& copy, const std::string& copyPath) {
@@ -131,14 +141,14 @@ void copyAttributes(const FileDescriptor& source, const std::string& sourcePath,
     throw SystemError("The modification time of " + quoted(copyPath) + " could not be set", errno);
 }
 
-void copyLinkAttributes(const struct stat& status, const Item& copy) {
-  if (!sameOwner(status, statusOf(copy)))
+void copyLinkAttributes(const struct stat& status, const Entry& copy) {
+  if (!sameOwner(status, copy.status()))
     changeOwner(status, [&](uid_t user, gid_t group) {
       return ::fchownat(copy.directory.get(), copy.name.c_str(), user, group, AT_SYMLINK_NOFOLLOW);
     });
   const std::array times = {status.st_atim, status.st_mtim};
   if (::utimensat(copy.directory.get(), copy.name.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0)
-    throw SystemError("The modification time of " + quoted(copy.path) + " could not be set", errno);
+    throw SystemError("The modification time of " + quoted(copy.path()) + " could not be set", errno);
 }
 
 }  // namespace platform::ditto

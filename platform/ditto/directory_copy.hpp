@@ -1,43 +1,42 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <atomic>
 #include <string>
+#include <vector>
 
-#include "platform/ditto/item.hpp"
+#include "platform/files/directory.hpp"
+#include "platform/files/directory_reader.hpp"
 
 namespace platform::ditto {
 
-/// A directory and its copy, both open. Those who fill the copy enter it before and leave it after; when the
-/// last one has left, the copy gets the directory's attributes. Whoever makes it has entered it.
+/// A directory and its copy, both open. Who fills the copy enters it before and leaves it after, the creator
+/// having entered it; when the last one has left, the copy gets the directory's attributes.
 class DirectoryCopy {
  public:
-  struct Directory {
-    FileDescriptor descriptor;
-    std::string path;  ///< as it stands in messages
-  };
-
   /// Throws `SystemError`.
   DirectoryCopy(Directory source, Directory copy);
 
-  Item source(const std::string& name) const { return item(source_, name); }
-  Item copy(const std::string& name) const { return item(copy_, name); }
-  Identity sourceIdentity() const { return identityOf(status_); }
-  Identity copyIdentity() const { return copyIdentity_; }
+  Entry source(const std::string& name) const { return source_.entry(name); }
+  Entry copy(const std::string& name) const { return copy_.entry(name); }
+  FileIdentity sourceIdentity() const { return identityOf(status_); }
+  FileIdentity copyIdentity() const { return copyIdentity_; }
 
   void enter() noexcept { ++users_; }
   /// Throws `Error`, also when the directory is seen to have changed since it was opened.
   void leave();
 
  private:
-  static Item item(const Directory& directory, const std::string& name) {
-    return {directory.descriptor, name, directory.path + '/' + name};
-  }
-
   Directory source_;
   Directory copy_;
   struct stat status_;
-  Identity copyIdentity_;
+  FileIdentity copyIdentity_;
   std::atomic<unsigned> users_ = 1;
 };
+
+/// The next names in a directory, a bounded number, in the order in which the files are on the disk as far as
+/// their inode numbers tell; none at the end. Throws `SystemError` naming `path`.
+std::vector<std::string> nextNames(DirectoryReader& reader, const std::string& path);
 
 }  // namespace platform::ditto

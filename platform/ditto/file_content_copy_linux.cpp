@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <array>
-#include <string_view>
+#include <cstdint>
+#include <optional>
+#include <span>
 
 #include "platform/ditto/file_content_copy.hpp"
 #include "platform/foundation/error.hpp"
@@ -20,13 +22,13 @@ class ContentCopy {
  public:
   ContentCopy(const FileDescriptor& source, const std::string& sourcePath, const FileDescriptor& copy,
               const std::string& copyPath)
-      : source_(source.get()), copy_(copy.get()), sourcePath_(sourcePath), copyPath_(copyPath) {}
+      : source_(source), copy_(copy), sourcePath_(sourcePath), copyPath_(copyPath) {}
 
-  bool shareBlocks() const { return ::ioctl(copy_, FICLONE, source_) == 0; }
+  bool shareBlocks() const { return ::ioctl(copy_.get(), FICLONE, source_.get()) == 0; }
 
   void copyRange(off_t begin, off_t end) {
     off_t position = copyInKernel(begin, end);
-    // Whatever kept the kernel from it, copying byte by byte either manages or tells the reason.
+    // Where the kernel cannot copy, copying through a buffer either succeeds or tells the reason.
     while (position < end)
       position += copyThroughBuffer(position, end);
   }
@@ -35,17 +37,17 @@ class ContentCopy {
   void copyDataRanges(off_t size) {
     off_t position = 0;
     while (position < size) {
-      const off_t begin = ::lseek(source_, position, SEEK_DATA);
+      const off_t begin = ::lseek(source_.get(), position, SEEK_DATA);
       if (begin < 0 && errno == ENXIO)
         break;  // only a hole is left
       if (begin < 0 || begin < position)
         return copyRange(position, size);  // a file system that does not tell
-      const off_t hole = ::lseek(source_, begin, SEEK_HOLE);
+      const off_t hole = ::lseek(source_.get(), begin, SEEK_HOLE);
       const off_t end = hole < begin ? size : std::min(hole, size);
       copyRange(begin, end);
       position = std::max(begin, end);
     }
-    if (::ftruncate(copy_, size) != 0)
+    if (::ftruncate(copy_.get(), size) != 0)
       throw SystemError(quoted(copyPath_) + " could not be written", errno);
   }
 
@@ -55,8 +57,8 @@ class ContentCopy {
     off_t written = position;
     while (position < end) {
       const auto remaining = static_cast<std::size_t>(end - position);
-      const auto count =
-          uninterrupted([&] { return ::copy_file_range(source_, &position, copy_, &written, remaining, 0); });
+      const auto count = uninterrupted(
+          [&] { return ::copy_file_range(source_.get(), &position, copy_.get(), &written, remaining, 0); });
       if (count <= 0)
         break;
     }
@@ -66,28 +68,21 @@ class ContentCopy {
   off_t copyThroughBuffer(off_t position, off_t end) const {
     // Left as it is: only what a read has filled is used.
     std::array<char, kBufferSize> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init)
-    const std::size_t wanted = std::min(kBufferSize, static_cast<std::size_t>(end - position));
-    const auto count = uninterrupted([&] { return ::pread(source_, buffer.data(), wanted, position); });
-    if (count < 0)
+    const auto wanted =
+        std::span(buffer).first(std::min(kBufferSize, static_cast<std::size_t>(end - position)));
+    const auto offset = static_cast<std::uint64_t>(position);
+    const std::optional<std::size_t> count = source_.readAt(offset, wanted);
+    if (!count)
       throw SystemError(quoted(sourcePath_) + " could not be read", errno);
-    if (count == 0)
+    if (*count < wanted.size())
       throw Error(quoted(sourcePath_) + " changed while it was being copied.");
-    writeAll({buffer.data(), static_cast<std::size_t>(count)}, position);
-    return count;
+    if (!copy_.writeAt(offset, wanted))
+      throw SystemError(quoted(copyPath_) + " could not be written", errno);
+    return static_cast<off_t>(*count);
   }
 
-  void writeAll(std::string_view bytes, off_t position) const {
-    while (!bytes.empty()) {
-      const auto count = uninterrupted([&] { return ::pwrite(copy_, bytes.data(), bytes.size(), position); });
-      if (count < 0)
-        throw SystemError(quoted(copyPath_) + " could not be written", errno);
-      bytes.remove_prefix(static_cast<std::size_t>(count));
-      position += count;
-    }
-  }
-
-  int source_;
-  int copy_;
+  const FileDescriptor& source_;
+  const FileDescriptor& copy_;
   const std::string& sourcePath_;
   const std::string& copyPath_;
 };

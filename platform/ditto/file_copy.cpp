@@ -11,11 +11,11 @@
 namespace platform::ditto {
 namespace {
 
-[[noreturn]] void failToCreate(const Item& copy, int reason) {
-  throw SystemError(quoted(copy.path) + " could not be created", reason);
+[[noreturn]] void failToCreate(const Entry& copy, int reason) {
+  throw SystemError(quoted(copy.path()) + " could not be created", reason);
 }
 
-FileDescriptor createFile(const Item& copy) {
+FileDescriptor createFile(const Entry& copy) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   FileDescriptor created(uninterrupted(
       [&] { return ::openat(copy.directory.get(), copy.name.c_str(), kFlags, S_IRUSR | S_IWUSR); }));
@@ -24,12 +24,12 @@ FileDescriptor createFile(const Item& copy) {
   return created;
 }
 
-std::string textOf(const Item& link, const struct stat& status) {
+std::string textOf(const Entry& link, const struct stat& status) {
   std::string text(static_cast<std::size_t>(status.st_size) + 1, '\0');
   while (true) {
     const ssize_t length = ::readlinkat(link.directory.get(), link.name.c_str(), text.data(), text.size());
     if (length < 0)
-      throw SystemError("The symbolic link " + quoted(link.path) + " could not be read", errno);
+      throw SystemError("The symbolic link " + quoted(link.path()) + " could not be read", errno);
     if (static_cast<std::size_t>(length) < text.size()) {
       text.resize(static_cast<std::size_t>(length));
       return text;
@@ -40,19 +40,21 @@ std::string textOf(const Item& link, const struct stat& status) {
 
 }  // namespace
 
-void copyFile(const Item& source, const Item& copy) {
-  const FileDescriptor input = openItem(source, O_RDONLY);
-  const struct stat status = statusOf(input, source.path);
+void copyFile(const Entry& source, const Entry& copy) {
+  const std::string sourcePath = source.path();
+  const std::string copyPath = copy.path();
+  const FileDescriptor input = source.open(O_RDONLY);
+  const struct stat status = statusOf(input, sourcePath);
   if (!S_ISREG(status.st_mode))
-    throw Error(quoted(source.path) + " changed while it was being copied.");
+    throw Error(quoted(sourcePath) + " changed while it was being copied.");
   FileDescriptor output = createFile(copy);
-  copyContent(input, source.path, status, output, copy.path);
-  requireUnchanged(input, status, source.path);
-  copyAttributes(input, source.path, status, output, copy.path);
-  output.close(copy.path);
+  copyContent(input, sourcePath, status, output, copyPath);
+  requireUnchanged(input, status, sourcePath);
+  copyAttributes(input, sourcePath, status, output, copyPath);
+  output.close(copyPath);
 }
 
-void copyLink(const Item& source, const struct stat& status, const Item& copy) {
+void copyLink(const Entry& source, const struct stat& status, const Entry& copy) {
   const std::string text = textOf(source, status);
   if (::symlinkat(text.c_str(), copy.directory.get(), copy.name.c_str()) != 0)
     failToCreate(copy, errno);

@@ -9,11 +9,11 @@
 
 namespace platform::ditto {
 
-void HardLinkTable::add(const Identity& source, nlink_t names, Copy copy) {
+void HardLinkTable::add(const FileIdentity& source, nlink_t names, Copy copy) {
   files_.insert_or_assign(source, File{std::move(copy), names - 1});
 }
 
-HardLinkTable::Copy HardLinkTable::take(const Identity& source) {
+HardLinkTable::Copy HardLinkTable::take(const FileIdentity& source) {
   const auto file = files_.find(source);
   if (--file->second.remainingNames > 0)
     return file->second.copy;
@@ -22,20 +22,20 @@ HardLinkTable::Copy HardLinkTable::take(const Identity& source) {
   return last;
 }
 
-void linkCopy(const Item& root, const HardLinkTable::Copy& copy, const Item& newName) {
+void linkCopy(const Entry& root, const HardLinkTable::Copy& copy, const Entry& newName) {
   constexpr int kFlags = O_PATH | O_DIRECTORY;
-  FileDescriptor directory = openItem(root, kFlags);
+  Directory directory(root.open(kFlags), root.path());
   std::size_t begin = 0;
   // Name by name: no link is followed on the way, and the path may be longer than the system takes at once.
   for (std::size_t end = 0; (end = copy.path.find('/', begin)) != std::string::npos; begin = end + 1) {
-    FileDescriptor next = openItem({directory, copy.path.substr(begin, end - begin), root.path}, kFlags);
-    directory = std::move(next);
+    const Entry next = directory.entry(copy.path.substr(begin, end - begin));
+    directory = Directory(next.open(kFlags), root.path());
   }
   const std::string name = copy.path.substr(begin);
   if (::linkat(directory.get(), name.c_str(), newName.directory.get(), newName.name.c_str(), 0) != 0)
-    throw SystemError(quoted(newName.path) + " could not be created", errno);
-  if (identityOf(statusOf(newName)) != copy.identity)
-    throw Error("The copy in " + quoted(root.path) + " was changed while it was being made.");
+    throw SystemError(quoted(newName.path()) + " could not be created", errno);
+  if (identityOf(newName.status()) != copy.identity)
+    throw Error("The copy in " + quoted(root.path()) + " was changed while it was being made.");
 }
 
 }  // namespace platform::ditto

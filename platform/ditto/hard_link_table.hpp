@@ -3,7 +3,7 @@
 #include <map>
 #include <string>
 
-#include "platform/ditto/item.hpp"
+#include "platform/files/directory.hpp"
 
 namespace platform::ditto {
 
@@ -13,28 +13,28 @@ class HardLinkTable {
  public:
   struct Copy {
     std::string path;  ///< below the root of the copy, without a slash at its beginning
-    Identity identity;
+    FileIdentity identity;
   };
 
   /// Notes the first copy of a file with `names` names, at least two.
-  void add(const Identity& source, nlink_t names, Copy copy);
+  void add(const FileIdentity& source, nlink_t names, Copy copy);
 
   /// Whether a copy of the file has been noted and not all its names been met.
-  bool holds(const Identity& source) const { return files_.contains(source); }
+  bool holds(const FileIdentity& source) const { return files_.contains(source); }
 
   /// The noted copy, for one more name. Only for a file that the table holds.
-  Copy take(const Identity& source);
+  Copy take(const FileIdentity& source);
 
  private:
   struct File {
     Copy copy;
     nlink_t remainingNames;
   };
-  std::map<Identity, File> files_;
+  std::map<FileIdentity, File> files_;
 };
 
 /// Gives a copy below `root` one more name. Throws `SystemError`, and `Error` when what is found is not that
 /// copy.
-void linkCopy(const Item& root, const HardLinkTable::Copy& copy, const Item& newName);
+void linkCopy(const Entry& root, const HardLinkTable::Copy& copy, const Entry& newName);
 
 }  // namespace platform::ditto

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "platform/ditto/directory_copy.hpp"
-#include "platform/ditto/directory_reader.hpp"
 #include "platform/ditto/file_copy.hpp"
 #include "platform/ditto/hard_link_table.hpp"
 #include "platform/foundation/error.hpp"
@@ -30,37 +29,37 @@ constexpr std::size_t kLongestPathInMessages = 4096;
 /// A directory whose copy exists, empty, and is still to be filled.
 struct PendingDirectory {
   std::string name;
-  Identity copy;
+  FileIdentity copy;
 };
 
 /// A directory between the root and the place of work.
 struct Level {
-  Identity source;
-  Identity copy;
+  FileIdentity source;
+  FileIdentity copy;
   std::size_t pathLength;  ///< of the directory above it
   std::vector<PendingDirectory> directories;
 };
 
-Identity createDirectory(const Item& copy) {
+FileIdentity createDirectory(const Entry& copy) {
   if (::mkdirat(copy.directory.get(), copy.name.c_str(), S_IRWXU) != 0)
-    throw SystemError(quoted(copy.path) + " could not be created", errno);
-  return identityOf(statusOf(copy));
+    throw SystemError(quoted(copy.path()) + " could not be created", errno);
+  return identityOf(copy.status());
 }
 
-[[noreturn]] void refuseInside(const Item& source, const Item& copy) {
-  throw Error(quoted(copy.path) + " lies inside " + quoted(source.path) + " and cannot be its copy.");
+[[noreturn]] void refuseInside(const Entry& source, const Entry& copy) {
+  throw Error(quoted(copy.path()) + " lies inside " + quoted(source.path()) + " and cannot be its copy.");
 }
 
 /// Refuses a destination below the source before anything is made.
-void requireOutside(const Item& source, const struct stat& status, const Item& copy) {
-  FileDescriptor directory = openItem({copy.directory, ".", copy.path}, O_PATH | O_DIRECTORY);
-  Identity place = identityOf(statusOf(directory, copy.path));
+void requireOutside(const Entry& source, const struct stat& status, const Entry& copy) {
+  FileDescriptor directory = copy.directory.entry(".").open(O_PATH | O_DIRECTORY);
+  FileIdentity place = identityOf(statusOf(directory, copy.path()));
   while (place != identityOf(status)) {
     FileDescriptor above(::openat(directory.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!above.isOpen())
       return;  // out of reach; the walk would still notice the destination when it came by
     directory = std::move(above);
-    const Identity next = identityOf(statusOf(directory, copy.path));
+    const FileIdentity next = identityOf(statusOf(directory, copy.path()));
     if (next == place)
       return;
     place = next;
@@ -69,13 +68,13 @@ void requireOutside(const Item& source, const struct stat& status, const Item& c
 }
 
 /// Copies anything but a directory.
-void copySingle(const Item& source, const struct stat& status, const Item& copy) {
+void copySingle(const Entry& source, const struct stat& status, const Entry& copy) {
   if (S_ISREG(status.st_mode))
     copyFile(source, copy);
   else if (S_ISLNK(status.st_mode))
     copyLink(source, status, copy);
   else
-    throw Error(quoted(source.path) +
+    throw Error(quoted(source.path()) +
                 " is neither a file, a directory nor a symbolic link and cannot be copied.");
 }
 
@@ -84,12 +83,12 @@ void copySingle(const Item& source, const struct stat& status, const Item& copy)
 /// it is done early.
 class TreeCopy {
  public:
-  TreeCopy(const Item& source, const Item& copy)
+  TreeCopy(const Entry& source, const Entry& copy)
       : source_(source), copy_(copy), pool_(kThreads, kLongestQueue) {}
 
   void run() {
     // An unreadable source is noticed before anything is made.
-    static_cast<void>(openItem(source_, O_RDONLY | O_DIRECTORY));
+    static_cast<void>(source_.open(O_RDONLY | O_DIRECTORY));
     copyIdentity_ = createDirectory(copy_);
     descend(source_, copy_, copyIdentity_, 0);
     while (!levels_.empty()) {
@@ -108,23 +107,24 @@ class TreeCopy {
   }
 
  private:
-  std::string pathInMessages(const Item& root) const {
+  std::string pathInMessages(const Entry& root) const {
     if (path_.size() <= kLongestPathInMessages)
-      return root.path + path_;
-    return root.path + "/..." + path_.substr(path_.find('/', path_.size() - kLongestPathInMessages));
+      return root.path() + path_;
+    return root.path() + "/..." + path_.substr(path_.find('/', path_.size() - kLongestPathInMessages));
   }
 
-  std::shared_ptr<DirectoryCopy> open(const Item& source, const Item& copy, int flags) const {
+  std::shared_ptr<DirectoryCopy> open(const Entry& source, const Entry& copy, int flags) const {
     return std::make_shared<DirectoryCopy>(
-        DirectoryCopy::Directory{openItem(source, flags | O_DIRECTORY), pathInMessages(source_)},
-        DirectoryCopy::Directory{openItem(copy, flags | O_DIRECTORY), pathInMessages(copy_)});
+        Directory(source.open(flags | O_DIRECTORY), pathInMessages(source_)),
+        Directory(copy.open(flags | O_DIRECTORY), pathInMessages(copy_)));
   }
 
   [[noreturn]] void failMoved() const {
     throw Error(quoted(pathInMessages(source_)) + " or its copy was moved while it was being copied.");
   }
 
-  void descend(const Item& source, const Item& copy, const Identity& createdCopy, std::size_t lengthAbove) {
+  void descend(const Entry& source, const Entry& copy, const FileIdentity& createdCopy,
+               std::size_t lengthAbove) {
     current_ = open(source, copy, O_RDONLY);
     if (current_->copyIdentity() != createdCopy)
       failMoved();
@@ -144,8 +144,10 @@ class TreeCopy {
   }
 
   void copyEntries() {
-    DirectoryReader reader(current_->source("."));
-    for (auto names = reader.nextNames(); !names.empty(); names = reader.nextNames()) {
+    const Entry source = current_->source(".");
+    DirectoryReader reader(source.open(O_RDONLY | O_DIRECTORY));
+    for (auto names = nextNames(reader, source.path()); !names.empty();
+         names = nextNames(reader, source.path())) {
       for (const std::string& name : names)
         copyEntry(name);
     }
@@ -154,9 +156,9 @@ class TreeCopy {
   }
 
   void copyEntry(const std::string& name) {
-    const Item source = current_->source(name);
-    const Item copy = current_->copy(name);
-    const struct stat status = statusOf(source);
+    const Entry source = current_->source(name);
+    const Entry copy = current_->copy(name);
+    const struct stat status = source.status();
     if (S_ISDIR(status.st_mode))
       addDirectory(source, status, copy);
     else if (status.st_nlink > 1)
@@ -167,7 +169,7 @@ class TreeCopy {
       copySingle(source, status, copy);
   }
 
-  void addDirectory(const Item& source, const struct stat& status, const Item& copy) {
+  void addDirectory(const Entry& source, const struct stat& status, const Entry& copy) {
     if (identityOf(status) == copyIdentity_)
       refuseInside(source_, copy_);
     levels_.back().directories.push_back({source.name, createDirectory(copy)});
@@ -182,20 +184,20 @@ class TreeCopy {
   }
 
   /// In turn with all others of its kind: the first copy must be there for the others to be linked to.
-  void copyFileWithSeveralNames(const Item& source, const struct stat& status, const Item& copy) {
-    const Identity identity = identityOf(status);
+  void copyFileWithSeveralNames(const Entry& source, const struct stat& status, const Entry& copy) {
+    const FileIdentity identity = identityOf(status);
     if (links_.holds(identity)) {
       linkCopy(copy_, links_.take(identity), copy);
     } else {
       copySingle(source, status, copy);
       links_.add(identity, status.st_nlink,
-                 {(path_ + '/' + source.name).substr(1), identityOf(statusOf(copy))});
+                 {(path_ + '/' + source.name).substr(1), identityOf(copy.status())});
     }
   }
 
-  const Item& source_;
-  const Item& copy_;
-  Identity copyIdentity_;
+  const Entry& source_;
+  const Entry& copy_;
+  FileIdentity copyIdentity_;
   std::string path_;  ///< of the place of work below the root: empty, or a slash before each name
   std::vector<Level> levels_;
   std::shared_ptr<DirectoryCopy> current_;
@@ -217,19 +219,19 @@ URL resolved(const URL& url) {
   return URL::fileURLWithPath(path.get());
 }
 
-FileDescriptor openParent(const URL& url) {
-  return FileDescriptor::open(url.deletingLastPathComponent(), O_PATH | O_DIRECTORY);
+Entry entryAt(const URL& url) {
+  const URL parent = url.deletingLastPathComponent();
+  return {Directory(FileDescriptor::open(parent, O_PATH | O_DIRECTORY), parent.path()),
+          url.lastPathComponent()};
 }
 
 }  // namespace
 
 void copyTree(const URL& source, const URL& destination) {
   const URL origin = resolved(source);
-  const FileDescriptor sourceParent = openParent(origin);
-  const FileDescriptor destinationParent = openParent(destination);
-  const Item from{sourceParent, origin.lastPathComponent(), origin.path()};
-  const Item to{destinationParent, destination.lastPathComponent(), destination.path()};
-  const struct stat status = statusOf(from);
+  const Entry from = entryAt(origin);
+  const Entry to = entryAt(destination);
+  const struct stat status = from.status();
   if (S_ISLNK(status.st_mode))
     throw Error(quoted(origin.path()) + " changed while it was being copied.");
   if (!S_ISDIR(status.st_mode))

@@ -8,9 +8,7 @@
 #include <array>
 #include <utility>
 
-#include "platform/files/file_descriptor.hpp"
-#include "platform/files/file_sync.hpp"
-#include "platform/files/item_place.hpp"
+#include "platform/files/directory.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/system_call.hpp"
 #include "platform/foundation/uuid.hpp"
@@ -85,15 +83,15 @@ void Data::write(const URL& to, DataWritingOptions) const {
     throw SystemError(quoted(to.path()) + " could not be replaced",
                       S_ISDIR(existing.st_mode) ? EISDIR : EEXIST);
 
-  const ItemPlace place = placeOf(to);
-  TemporarySibling sibling(place.directory, to.path());
+  const Entry entry = Entry::at(to);
+  TemporarySibling sibling(entry.directory.descriptor(), to.path());
   if (exists && S_ISREG(existing.st_mode) && ::fchmod(sibling.file().get(), existing.st_mode & 0777U) != 0)
     throw SystemError(quoted(to.path()) + " could not be given its permissions", errno);
   sibling.file().writeAll(bytes_, to.path());
   syncFile(sibling.file(), to.path());
   sibling.file().close(to.path());
-  sibling.takeNameOf(place.name);
-  syncDirectory(place.directory, to.path());
+  sibling.takeNameOf(entry.name);
+  syncDirectory(entry.directory.descriptor(), to.path());
 }
 
 }  // namespace platform

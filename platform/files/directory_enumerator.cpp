@@ -1,12 +1,11 @@
 #include "platform/files/directory_enumerator.hpp"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <memory>
 #include <utility>
 
+#include "platform/files/directory_reader.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/system_call.hpp"
 #include "platform/foundation/text.hpp"
@@ -15,10 +14,6 @@ namespace platform {
 namespace {
 
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY;
-
-struct CloseDirectory {
-  void operator()(DIR* stream) const noexcept { ::closedir(stream); }
-};
 
 bool isDirectory(const FileDescriptor& directory, const dirent& entry) {
   if (entry.d_type != DT_UNKNOWN)
@@ -39,7 +34,7 @@ NSDirectoryEnumerator::NSDirectoryEnumerator(const URL& root, DirectoryEnumerati
 std::optional<URL> NSDirectoryEnumerator::nextObject() {
   if (std::exchange(descends_, false)) {
     const Level& level = levels_.back();
-    const std::string name = level.entries[level.next - 1].name;
+    const std::string name = level.items[level.next - 1].name;
     try {
       descend(FileDescriptor::openAt(current_, name, kDirectoryFlags | O_NOFOLLOW),
               level.url.appendingPathComponent(name), name);
@@ -47,14 +42,14 @@ std::optional<URL> NSDirectoryEnumerator::nextObject() {
       // What cannot be read is passed over.
     }
   }
-  while (!levels_.empty() && levels_.back().next == levels_.back().entries.size())
+  while (!levels_.empty() && levels_.back().next == levels_.back().items.size())
     ascend();
   if (levels_.empty())
     return std::nullopt;
   Level& level = levels_.back();
-  const Entry& entry = level.entries[level.next++];
-  descends_ = entry.entered;
-  return level.url.appendingPathComponent(entry.name);
+  const Item& item = level.items[level.next++];
+  descends_ = item.entered;
+  return level.url.appendingPathComponent(item.name);
 }
 
 bool NSDirectoryEnumerator::has(DirectoryEnumerationOptions option) const {
@@ -62,33 +57,28 @@ bool NSDirectoryEnumerator::has(DirectoryEnumerationOptions option) const {
 }
 
 void NSDirectoryEnumerator::descend(FileDescriptor directory, const URL& url, const std::string& name) {
-  struct stat status {};
-  if (::fstat(directory.get(), &status) != 0)
-    throw SystemError(quoted(url.path()) + " could not be examined", errno);
-  levels_.push_back({url, name, status.st_dev, status.st_ino, entriesOf(directory, url), 0});
+  const FileIdentity identity = identityOf(statusOf(directory, url.path()));
+  levels_.push_back({url, name, identity, itemsOf(directory, url), 0});
   current_ = std::move(directory);
 }
 
-std::vector<NSDirectoryEnumerator::Entry> NSDirectoryEnumerator::entriesOf(const FileDescriptor& directory,
-                                                                           const URL& url) const {
-  // Not opened anew, which takes more than the right to read.
-  FileDescriptor duplicate(::fcntl(directory.get(), F_DUPFD_CLOEXEC, 0));
-  const std::unique_ptr<DIR, CloseDirectory> stream(::fdopendir(duplicate.get()));
-  if (stream == nullptr)
-    throw SystemError(quoted(url.path()) + " could not be read", errno);
-  static_cast<void>(duplicate.release());  // the stream closes it
-  std::vector<Entry> entries;
+std::vector<NSDirectoryEnumerator::Item> NSDirectoryEnumerator::itemsOf(const FileDescriptor& directory,
+                                                                        const URL& url) const {
+  // Not opened again, which takes more than read permission.
+  DirectoryReader reader(FileDescriptor(::fcntl(directory.get(), F_DUPFD_CLOEXEC, 0)));
+  if (!reader.isOpen())
+    throw SystemError(quoted(url.path()) + " could not be read", reader.failure());
+  std::vector<Item> items;
   // A failure half-way ends the directory as its end does: what was read is delivered.
-  while (const dirent* entry =
-             ::readdir(stream.get())) {  // NOLINT(concurrency-mt-unsafe): a stream of our own
+  while (const dirent* entry = reader.next()) {
     std::string name = static_cast<const char*>(entry->d_name);
-    if (name == "." || name == ".." || (has(DirectoryEnumerationOptions::skipsHiddenFiles) && name[0] == '.'))
+    if (has(DirectoryEnumerationOptions::skipsHiddenFiles) && name[0] == '.')
       continue;
     const bool entered = !has(DirectoryEnumerationOptions::skipsSubdirectoryDescendants) &&
                          isDirectory(directory, *entry) && !isSkippedPackage(name);
-    entries.push_back({std::move(name), entered});
+    items.push_back({std::move(name), entered});
   }
-  return entries;
+  return items;
 }
 
 bool NSDirectoryEnumerator::isSkippedPackage(const std::string& name) const {
@@ -123,9 +113,7 @@ void NSDirectoryEnumerator::reopen() {
 }
 
 bool NSDirectoryEnumerator::take(FileDescriptor directory) {
-  struct stat status {};
-  if (!directory.isOpen() || ::fstat(directory.get(), &status) != 0 ||
-      status.st_dev != levels_.back().device || status.st_ino != levels_.back().inode)
+  if (!directory.isOpen() || identityOf(directory) != levels_.back().identity)
     return false;
   current_ = std::move(directory);
   return true;

@@ -1,12 +1,11 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "platform/files/file_descriptor.hpp"
+#include "platform/files/directory.hpp"
 #include "platform/files/url.hpp"
 
 namespace platform {
@@ -35,31 +34,30 @@ constexpr DirectoryEnumerationOptions operator|(DirectoryEnumerationOptions one,
 /// descriptors at most.
 class NSDirectoryEnumerator {
  public:
-  /// Throws `SystemError` when `root` is no directory that can be read.
+  /// Throws `SystemError` when `root` is not a directory that can be read.
   NSDirectoryEnumerator(const URL& root, DirectoryEnumerationOptions options);
 
   /// The next entry; nothing at the end.
   std::optional<URL> nextObject();
 
  private:
-  struct Entry {
+  struct Item {
     std::string name;
     bool entered;
   };
-  /// A directory that is being delivered: its entries, and what tells it from any other.
+  /// A directory that is being delivered.
   struct Level {
     URL url;
     std::string name;
-    std::uint64_t device;
-    std::uint64_t inode;
-    std::vector<Entry> entries;
+    FileIdentity identity;
+    std::vector<Item> items;
     std::size_t next;
   };
 
   bool has(DirectoryEnumerationOptions option) const;
   bool isSkippedPackage(const std::string& name) const;
   void descend(FileDescriptor directory, const URL& url, const std::string& name);
-  std::vector<Entry> entriesOf(const FileDescriptor& directory, const URL& url) const;
+  std::vector<Item> itemsOf(const FileDescriptor& directory, const URL& url) const;
   void ascend();
   bool stepUp();
   void reopen();

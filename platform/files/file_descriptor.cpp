@@ -17,7 +17,7 @@ FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
 }
 
 FileDescriptor::~FileDescriptor() {
-  // Whoever wrote through the descriptor has called close(); a failure on the way out loses nothing.
+  // Writers call close() and see its errors; a failure here loses nothing.
   if (isOpen())
     ::close(descriptor_);
 }
@@ -54,7 +54,7 @@ int FileDescriptor::release() noexcept {
 }
 
 void FileDescriptor::close(std::string_view item) {
-  // An interrupted close has let go of the descriptor all the same.
+  // Linux releases the descriptor even when close() fails with EINTR.
   if (::close(release()) != 0 && errno != EINTR)
     throw SystemError(quoted(item) + " could not be closed", errno);
 }
@@ -73,6 +73,35 @@ void FileDescriptor::writeAll(std::string_view bytes, std::string_view item) con
       throw SystemError(quoted(item) + " could not be written", errno);
     bytes.remove_prefix(static_cast<std::size_t>(count));
   }
+}
+
+std::optional<std::size_t> FileDescriptor::readAt(std::uint64_t offset,
+                                                  std::span<char> buffer) const noexcept {
+  std::size_t filled = 0;
+  while (filled < buffer.size()) {
+    const auto count = uninterrupted([&] {
+      return ::pread(descriptor_, &buffer[filled], buffer.size() - filled,
+                     static_cast<off_t>(offset + filled));
+    });
+    if (count < 0)
+      return std::nullopt;
+    if (count == 0)
+      break;
+    filled += static_cast<std::size_t>(count);
+  }
+  return filled;
+}
+
+bool FileDescriptor::writeAt(std::uint64_t offset, std::span<const char> bytes) const noexcept {
+  while (!bytes.empty()) {
+    const auto count = uninterrupted(
+        [&] { return ::pwrite(descriptor_, bytes.data(), bytes.size(), static_cast<off_t>(offset)); });
+    if (count < 0)
+      return false;
+    bytes = bytes.subspan(static_cast<std::size_t>(count));
+    offset += static_cast<std::uint64_t>(count);
+  }
+  return true;
 }
 
 const char* systemPath(const URL& url) {

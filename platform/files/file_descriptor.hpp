@@ -1,6 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -21,8 +24,8 @@ class FileDescriptor {
 
   /// Opens `path` with the flags of `open(2)` and close-on-exec; throws `SystemError` naming the item.
   static FileDescriptor open(const URL& url, int flags, unsigned mode = 0);
-  /// Opens a file for reading, without waiting for anybody. What is neither a file nor a directory is
-  /// refused: a pipe or a device might never come to its end.
+  /// Opens for reading without blocking. Rejects anything but files and directories: a FIFO or device may
+  /// never reach its end.
   static FileDescriptor openForReading(const URL& url);
   /// The same as `open` for `name` below `directory`.
   static FileDescriptor openAt(const FileDescriptor& directory, const std::string& name, int flags,
@@ -43,12 +46,28 @@ class FileDescriptor {
   /// Writes all of `bytes` at the current position.
   void writeAll(std::string_view bytes, std::string_view item) const;
 
+  /// Fills `buffer` from `offset` on and returns the number of bytes, fewer only at the end of the file.
+  /// Nothing, with `errno`, on failure.
+  [[nodiscard]] std::optional<std::size_t> readAt(std::uint64_t offset,
+                                                  std::span<char> buffer) const noexcept;
+  /// Writes all of `bytes` from `offset` on. False, with `errno`, on failure.
+  [[nodiscard]] bool writeAt(std::uint64_t offset, std::span<const char> bytes) const noexcept;
+
  private:
   int descriptor_ = -1;
 };
 
-/// The path of `url` for a system call. Throws `SystemError` for a path that holds a null character, which
-/// the system would silently cut there.
+/// What was written through `file` is on stable storage afterwards. Throws `SystemError` naming `item`.
+void syncFile(const FileDescriptor& file, std::string_view item);
+
+/// The names in `directory` are on stable storage afterwards, as far as its file system offers that.
+void syncDirectory(const FileDescriptor& directory, std::string_view item);
+
+/// Everything on the file system that contains `anyFileOnIt` is on stable storage afterwards.
+void syncFileSystem(const FileDescriptor& anyFileOnIt, std::string_view item);
+
+/// The path of `url` for a system call. Throws `SystemError` for a path that contains a null character, where
+/// the system would silently cut it.
 const char* systemPath(const URL& url);
 
 }  // namespace platform

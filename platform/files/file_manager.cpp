@@ -5,10 +5,6 @@
 #include <unistd.h>
 
 #include "platform/files/file_descriptor.hpp"
-#include "platform/files/file_removal.hpp"
-#include "platform/files/file_rename.hpp"
-#include "platform/files/file_sync.hpp"
-#include "platform/files/item_place.hpp"
 #include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/error.hpp"
 
@@ -60,7 +56,7 @@ bool NSFileManager::leadToOneItem(const URL& one, const URL& other) const {
   struct stat first {};
   struct stat second {};
   return ::stat(systemPath(one), &first) == 0 && ::stat(systemPath(other), &second) == 0 &&
-         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+         identityOf(first) == identityOf(second);
 }
 
 void NSFileManager::createDirectoryAtURL(const URL& url, IntermediateDirectories intermediates,
@@ -83,13 +79,11 @@ bool NSFileManager::createFileAtPath(const std::string& path) const {
 }
 
 void NSFileManager::removeItemAtURL(const URL& url) const {
-  const ItemPlace place = placeOf(url);
-  removeTree(place.directory, place.name, url.path());
+  removeTree(Entry::at(url));
 }
 
 void NSFileManager::removeItemAtURL(const URL& url, const HeldItem& spared) const {
-  const ItemPlace place = placeOf(url);
-  removeTree(place.directory, place.name, url.path(), &spared);
+  removeTree(Entry::at(url), &spared);
 }
 
 std::optional<NSDirectoryEnumerator> NSFileManager::enumeratorAtURL(
@@ -102,26 +96,22 @@ std::optional<NSDirectoryEnumerator> NSFileManager::enumeratorAtURL(
 }
 
 void NSFileManager::moveItemAtURL(const URL& from, const URL& to) const {
-  const ItemPlace oldPlace = placeOf(from);
-  const ItemPlace newPlace = placeOf(to);
-  const int failure =
-      renameExclusively({oldPlace.directory, oldPlace.name}, {newPlace.directory, newPlace.name});
-  if (failure != 0)
+  const Entry oldEntry = Entry::at(from);
+  const Entry newEntry = Entry::at(to);
+  if (const int failure = renameExclusively(oldEntry, newEntry); failure != 0)
     throw SystemError(quoted(from.path()) + " could not be moved to " + quoted(to.path()), failure);
   // The item has moved: a failure here would say that it has not.
-  bestEffort([&] { syncDirectory(newPlace.directory, to.path()); });
+  bestEffort([&] { syncDirectory(newEntry.directory.descriptor(), to.path()); });
 }
 
 void NSFileManager::exchangeItems(const URL& one, const URL& other) const {
-  const ItemPlace onePlace = placeOf(one);
-  const ItemPlace otherPlace = placeOf(other);
-  const int failure =
-      exchangeNames({onePlace.directory, onePlace.name}, {otherPlace.directory, otherPlace.name});
-  if (failure != 0)
+  const Entry oneEntry = Entry::at(one);
+  const Entry otherEntry = Entry::at(other);
+  if (const int failure = exchangeNames(oneEntry, otherEntry); failure != 0)
     throw SystemError(quoted(one.path()) + " could not be exchanged with " + quoted(other.path()), failure);
   // The items have changed places: a failure here would say that they have not.
-  bestEffort([&] { syncDirectory(onePlace.directory, one.path()); });
-  bestEffort([&] { syncDirectory(otherPlace.directory, other.path()); });
+  bestEffort([&] { syncDirectory(oneEntry.directory.descriptor(), one.path()); });
+  bestEffort([&] { syncDirectory(otherEntry.directory.descriptor(), other.path()); });
 }
 
 }  // namespace platform

@@ -1,13 +1,11 @@
-#include "platform/files/file_removal.hpp"
-
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <memory>
 #include <vector>
 
+#include "platform/files/directory_reader.hpp"
+#include "platform/files/held_item.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/system_call.hpp"
 
@@ -16,25 +14,22 @@ namespace {
 
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 
-struct CloseDirectory {
-  void operator()(DIR* stream) const noexcept { ::closedir(stream); }
-};
-
-/// A directory between the item and the place of work: its name in the one above, what tells it from any
-/// other, and the directories in it that are still to be removed.
+/// A directory between the item and the place of work: its name in the one above, and the directories in it
+/// that are still to be removed.
 struct Level {
   std::string name;
-  dev_t device;
-  ino_t inode;
+  FileIdentity identity;
   std::vector<std::string> directories;
 };
 
 class TreeRemoval {
  public:
-  TreeRemoval(std::string_view item, const HeldItem* spared) : item_(item), spared_(spared) {}
+  TreeRemoval(const Entry& item, const HeldItem* spared) : item_(item), spared_(spared) {}
 
-  void run(const FileDescriptor& parent, const std::string& name) {
-    if (spared_ != nullptr && spared_->isAt(parent, name))
+  void run() {
+    const auto& [directory, name] = item_;
+    const FileDescriptor& parent = directory.descriptor();
+    if (spared_ != nullptr && spared_->isAt(item_))
       fail(name, EBUSY);
     if (removeUnlessDirectory(parent, name))
       return;
@@ -53,10 +48,10 @@ class TreeRemoval {
  private:
   [[noreturn]] void fail(const std::string& name, int reason) const {
     const std::string place = levels_.empty() ? std::string() : " because of " + quoted(name) + " in it";
-    throw SystemError(quoted(item_) + " could not be removed" + place, reason);
+    throw SystemError(quoted(item_.path()) + " could not be removed" + place, reason);
   }
 
-  /// False when `name` is a directory, which then still stands.
+  /// False when `name` is a directory, which is then still there.
   bool removeUnlessDirectory(const FileDescriptor& directory, const std::string& name) const {
     if (tryUnlink(directory, name, 0))
       return true;
@@ -81,36 +76,28 @@ class TreeRemoval {
     if (!opened.isOpen() || ::fstat(opened.get(), &status) != 0)
       fail(name, errno);
     // The name may have become another item's since it was looked at.
-    if (spared_ != nullptr && spared_->is(status))
+    if (spared_ != nullptr && spared_->is(identityOf(status)))
       fail(name, EBUSY);
-    // What somebody has mounted in the tree is not part of it.
-    if (!levels_.empty() && status.st_dev != levels_.back().device)
+    // A file system that is mounted in the tree is not part of it.
+    if (!levels_.empty() && status.st_dev != levels_.back().identity.device)
       fail(name, EBUSY);
     // Where that is not allowed, removing what is in it says so.
     if ((status.st_mode & S_IRWXU) != S_IRWXU)
       static_cast<void>(::fchmod(opened.get(), S_IRWXU));
-    levels_.push_back({name, status.st_dev, status.st_ino, {}});
+    levels_.push_back({name, identityOf(status), {}});
     current_ = std::move(opened);
     removeFiles();
   }
 
   void removeFiles() {
-    FileDescriptor duplicate(::fcntl(current_.get(), F_DUPFD_CLOEXEC, 0));
-    const std::unique_ptr<DIR, CloseDirectory> stream(::fdopendir(duplicate.get()));
-    if (stream == nullptr)
-      fail(levels_.back().name, errno);
-    static_cast<void>(duplicate.release());  // the stream closes it
-    while (true) {
-      errno = 0;
-      const dirent* entry = ::readdir(stream.get());  // NOLINT(concurrency-mt-unsafe): a stream of our own
-      if (entry == nullptr)
-        break;
-      const std::string name = static_cast<const char*>(entry->d_name);
-      if (name != "." && name != ".." && !removeUnlessDirectory(current_, name))
-        levels_.back().directories.push_back(name);
+    DirectoryReader reader(FileDescriptor(::fcntl(current_.get(), F_DUPFD_CLOEXEC, 0)));
+    while (const dirent* entry = reader.next()) {
+      std::string name = static_cast<const char*>(entry->d_name);
+      if (!removeUnlessDirectory(current_, name))
+        levels_.back().directories.push_back(std::move(name));
     }
-    if (errno != 0)
-      fail(levels_.back().name, errno);
+    if (reader.failure() != 0)
+      fail(levels_.back().name, reader.failure());
   }
 
   void ascend(const FileDescriptor& parent) {
@@ -120,12 +107,12 @@ class TreeRemoval {
     if (!levels_.empty()) {
       above = FileDescriptor(
           uninterrupted([&] { return ::openat(current_.get(), "..", kDirectoryFlags | O_CLOEXEC); }));
-      struct stat status {};
-      if (!above.isOpen() || ::fstat(above.get(), &status) != 0)
+      const std::optional<FileIdentity> identity =
+          above.isOpen() ? identityOf(above) : std::optional<FileIdentity>();
+      if (!identity)
         fail(name, errno);
-      // Somebody moved the directory while it was being emptied: what lies above it now is not ours to
-      // remove.
-      if (status.st_dev != levels_.back().device || status.st_ino != levels_.back().inode)
+      // The directory was moved while it was being emptied: what is above it now is not ours to remove.
+      if (*identity != levels_.back().identity)
         fail(name, ESTALE);
     }
     const FileDescriptor& holder = levels_.empty() ? parent : above;
@@ -134,7 +121,7 @@ class TreeRemoval {
     current_ = std::move(above);
   }
 
-  std::string_view item_;
+  const Entry& item_;
   const HeldItem* spared_;
   FileDescriptor current_;
   std::vector<Level> levels_;
@@ -142,9 +129,8 @@ class TreeRemoval {
 
 }  // namespace
 
-void removeTree(const FileDescriptor& directory, const std::string& name, std::string_view item,
-                const HeldItem* spared) {
-  TreeRemoval(item, spared).run(directory, name);
+void removeTree(const Entry& entry, const HeldItem* spared) {
+  TreeRemoval(entry, spared).run();
 }
 
 }  // namespace platform

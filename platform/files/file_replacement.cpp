@@ -2,11 +2,7 @@
 #include <cerrno>
 #include <string_view>
 
-#include "platform/files/file_descriptor.hpp"
 #include "platform/files/file_manager.hpp"
-#include "platform/files/file_rename.hpp"
-#include "platform/files/file_sync.hpp"
-#include "platform/files/item_place.hpp"
 #include "platform/foundation/error.hpp"
 
 namespace platform {
@@ -22,11 +18,11 @@ class ReversibleSteps {
   ReversibleSteps& operator=(const ReversibleSteps&) = delete;
   ~ReversibleSteps() { takeBack(); }
 
-  int rename(const DirectoryEntryName& from, const DirectoryEntryName& to) {
+  int rename(const Entry& from, const Entry& to) {
     return record(renameExclusively(from, to), {renameExclusively, &to, &from});
   }
 
-  int exchange(const DirectoryEntryName& one, const DirectoryEntryName& other) {
+  int exchange(const Entry& one, const Entry& other) {
     return record(exchangeNames(one, other), {exchangeNames, &one, &other});
   }
 
@@ -41,9 +37,9 @@ class ReversibleSteps {
 
  private:
   struct Inverse {
-    int (*step)(const DirectoryEntryName&, const DirectoryEntryName&) = nullptr;
-    const DirectoryEntryName* from = nullptr;
-    const DirectoryEntryName* to = nullptr;
+    int (*step)(const Entry&, const Entry&) = nullptr;
+    const Entry* from = nullptr;
+    const Entry* to = nullptr;
 
     int run() const noexcept { return step(*from, *to); }
   };
@@ -69,13 +65,11 @@ void requirePlainName(const std::string& name) {
 void NSFileManager::replaceItemAt(const URL& target, const URL& replacement,
                                   const std::string& backupItemName, ItemReplacementOptions) const {
   requirePlainName(backupItemName);
-  const ItemPlace targetPlace = placeOf(target);
-  const ItemPlace replacementPlace = placeOf(replacement);
-  const DirectoryEntryName targetName{targetPlace.directory, targetPlace.name};
-  const DirectoryEntryName replacementName{replacementPlace.directory, replacementPlace.name};
-  const DirectoryEntryName backupName{targetPlace.directory, backupItemName};
+  const Entry targetName = Entry::at(target);
+  const Entry replacementName = Entry::at(replacement);
+  const Entry backupName = targetName.directory.entry(backupItemName);
 
-  syncFileSystem(replacementPlace.directory, replacement.path());
+  syncFileSystem(replacementName.directory.descriptor(), replacement.path());
 
   ReversibleSteps steps;
   int failure = steps.rename(replacementName, backupName);
@@ -90,8 +84,8 @@ void NSFileManager::replaceItemAt(const URL& target, const URL& replacement,
   if (failure != 0)
     throw SystemError(quoted(target.path()) + " could not be replaced by " + quoted(replacement.path()),
                       failure);
-  syncDirectory(targetPlace.directory, target.path());
-  syncDirectory(replacementPlace.directory, replacement.path());
+  syncDirectory(targetName.directory.descriptor(), target.path());
+  syncDirectory(replacementName.directory.descriptor(), replacement.path());
   steps.commit();
 }
 

@@ -1,16 +1,12 @@
 #pragma once
 
-#include <string>
-
-#include "platform/files/file_descriptor.hpp"
+#include "platform/files/directory.hpp"
 #include "platform/files/url.hpp"
-
-struct stat;
 
 namespace platform {
 
-/// An item that is held open, without a right to its content, so that it can be told from any other whatever
-/// names it is given: its device and inode number are not used anew while it is held.
+/// An item that is held open, without access to its content, so that its identity is not reused: it can be
+/// told from any other under whatever name.
 class HeldItem {
  public:
   /// Holds nothing; every comparison fails.
@@ -20,10 +16,8 @@ class HeldItem {
 
   /// Whether this is the item at `url`. Throws `SystemError` where the system does not tell.
   bool isAt(const URL& url) const;
-  /// The same for a name in an open directory.
-  bool isAt(const FileDescriptor& directory, const std::string& name) const;
-  /// The same for an item of which the system has told this.
-  bool is(const struct stat& status) const;
+  bool isAt(const Entry& entry) const;
+  bool is(const FileIdentity& identity) const;
 
  private:
   FileDescriptor item_;

@@ -130,7 +130,7 @@ struct Slice {
 class AttachedImage {
  public:
   AttachedImage(const URL& url, ImageRegistry::Attachment& attachment)
-      : attachment_(attachment), image_(open(url, attachment.directory())) {
+      : attachment_(attachment), image_(open(url, attachment.directory().descriptor())) {
     slices_.resize(image_.partitions.size());
   }
 

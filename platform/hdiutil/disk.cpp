@@ -102,29 +102,15 @@ bool isZero(std::span<const char> bytes) {
 }
 
 void readAt(const FileDescriptor& file, std::uint64_t offset, std::span<char> buffer) {
-  while (!buffer.empty()) {
-    const auto count = uninterrupted(
-        [&] { return ::pread(file.get(), buffer.data(), buffer.size(), static_cast<off_t>(offset)); });
-    if (count < 0)
-      throw SystemError("The disk image could not be read", errno);
-    if (count == 0) {
-      std::fill(buffer.begin(), buffer.end(), '\0');
-      return;
-    }
-    buffer = buffer.subspan(static_cast<std::size_t>(count));
-    offset += static_cast<std::uint64_t>(count);
-  }
+  const std::optional<std::size_t> count = file.readAt(offset, buffer);
+  if (!count)
+    throw SystemError("The disk image could not be read", errno);
+  std::ranges::fill(buffer.subspan(*count), '\0');
 }
 
 void writeAt(const FileDescriptor& file, std::uint64_t offset, std::span<const char> bytes) {
-  while (!bytes.empty()) {
-    const auto count = uninterrupted(
-        [&] { return ::pwrite(file.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset)); });
-    if (count < 0)
-      throw SystemError("The volume's content could not be written", errno);
-    bytes = bytes.subspan(static_cast<std::size_t>(count));
-    offset += static_cast<std::uint64_t>(count);
-  }
+  if (!file.writeAt(offset, bytes))
+    throw SystemError("The volume's content could not be written", errno);
 }
 
 }  // namespace platform::hdiutil

@@ -75,7 +75,8 @@ void requireSpace(const FileDescriptor& directory, std::uint64_t length, std::ui
 
 bool isZero(std::span<const char> bytes);
 
-/// Reads or writes the whole buffer at an offset. A file that ends earlier gives zeros.
+/// Reads or writes the whole buffer at an offset, what is beyond the end of the file as zeros. Throws
+/// `SystemError`.
 void readAt(const FileDescriptor& file, std::uint64_t offset, std::span<char> buffer);
 void writeAt(const FileDescriptor& file, std::uint64_t offset, std::span<const char> bytes);
 

@@ -27,18 +27,19 @@ std::uint64_t sumOf(std::uint64_t one, std::uint64_t other) {
 
 class TreeCopy {
  public:
-  TreeCopy(HfsPlusVolume& volume, const FileDescriptor& tree, const FileDescriptor& work)
+  TreeCopy(HfsPlusVolume& volume, const Directory& tree, const Directory& work)
       : volume_(volume),
         catalog_(readHfsCatalog(volume)),
         writer_(tree),
         staged_(work),
-        forks_(namelessFile(work)),
+        forks_(namelessFile(work.descriptor())),
         chunk_(kChunkSize) {}
 
-  std::string run(const FileDescriptor& tree) {
+  std::string run(const Directory& tree) {
     attributes_ = readCompressionAttributes(volume_, catalog_.entries);
     plan();
-    requireSpace(tree, sumOf(unpackedSize(), forksSize_), catalog_.entries.size() - hardLinks_.size());
+    requireSpace(tree.descriptor(), sumOf(unpackedSize(), forksSize_),
+                 catalog_.entries.size() - hardLinks_.size());
     copyContent();
     unpackCompressed();
     placeEntries();
@@ -215,7 +216,7 @@ class TreeCopy {
       staged_.write(source, 0, {});
       staged_.close();
     }
-    writer_.linkFile(staged_.directory(), StagedFiles::nameOf(source), path);
+    writer_.linkFile(staged_.file(source), path);
   }
 
   /// Folders last and the innermost first: their times change with what is made in them, and their
@@ -248,7 +249,7 @@ class TreeCopy {
 
 }  // namespace
 
-std::string writeHfsPlusTree(HfsPlusVolume& volume, const FileDescriptor& tree, const FileDescriptor& work) {
+std::string writeHfsPlusTree(HfsPlusVolume& volume, const Directory& tree, const Directory& work) {
   return TreeCopy(volume, tree, work).run(tree);
 }
 

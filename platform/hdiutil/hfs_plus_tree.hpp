@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/files/file_descriptor.hpp"
+#include "platform/files/directory.hpp"
 #include "platform/hdiutil/hfs_plus_volume.hpp"
 
 namespace platform::hdiutil {
@@ -13,6 +13,6 @@ namespace platform::hdiutil {
 /// anew, and content is written outside of the tree, so that nothing is ever written through a link. `work`
 /// is on the same file system and takes temporary files. Returns the volume's name. Throws `ImageError` for
 /// what cannot be written as it is; the tree is then incomplete.
-std::string writeHfsPlusTree(HfsPlusVolume& volume, const FileDescriptor& tree, const FileDescriptor& work);
+std::string writeHfsPlusTree(HfsPlusVolume& volume, const Directory& tree, const Directory& work);
 
 }  // namespace platform::hdiutil

@@ -1,19 +1,15 @@
 #include "platform/hdiutil/image_registry.hpp"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
 #include <utility>
 #include <vector>
 
 #include "platform/files/file_manager.hpp"
-#include "platform/files/file_removal.hpp"
-#include "platform/files/file_rename.hpp"
 #include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/system_call.hpp"
@@ -23,7 +19,6 @@
 namespace platform::hdiutil {
 namespace {
 
-constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 constexpr unsigned kMostDevices = 100'000;
 constexpr std::size_t kMostLeftovers = 64;
 /// In the directory of an image that is attached, but not yet announced.
@@ -37,7 +32,7 @@ constexpr std::size_t kLongestName = 255;
 /// Holds a directory's lock, which the system gives back at the latest when the process ends.
 class Lock {
  public:
-  explicit Lock(const FileDescriptor& directory) : directory_(directory) {
+  explicit Lock(const Directory& directory) : directory_(directory) {
     if (uninterrupted([&] { return ::flock(directory.get(), LOCK_EX); }) != 0)
       throw SystemError("The attached images could not be locked", errno);
   }
@@ -49,31 +44,11 @@ class Lock {
   }
 
  private:
-  const FileDescriptor& directory_;
+  const Directory& directory_;
 };
 
-bool tryLock(const FileDescriptor& directory) {
+bool tryLock(const Directory& directory) {
   return uninterrupted([&] { return ::flock(directory.get(), LOCK_EX | LOCK_NB); }) == 0;
-}
-
-struct CloseDirectory {
-  void operator()(DIR* stream) const noexcept { ::closedir(stream); }
-};
-
-std::vector<std::string> namesIn(const FileDescriptor& directory) {
-  FileDescriptor duplicate = FileDescriptor::openAt(directory, ".", kDirectoryFlags);
-  const std::unique_ptr<DIR, CloseDirectory> stream(::fdopendir(duplicate.get()));
-  if (stream == nullptr)
-    throw SystemError("The attached images could not be listed", errno);
-  static_cast<void>(duplicate.release());  // the stream closes it
-  std::vector<std::string> names;
-  while (const dirent* entry =
-             ::readdir(stream.get())) {  // NOLINT(concurrency-mt-unsafe): a stream of our own
-    std::string name = static_cast<const char*>(entry->d_name);
-    if (name != "." && name != "..")
-      names.push_back(std::move(name));
-  }
-  return names;
 }
 
 bool isNumbered(std::string_view prefix, std::string_view name) {
@@ -97,31 +72,28 @@ std::string detachingName() {
   return std::string(kDetachingPrefix) + UUID().uuidString();
 }
 
-/// Whether `name` is still the directory that was opened by it.
-bool isStillNamed(const FileDescriptor& registry, const std::string& name, const FileDescriptor& image) {
-  struct stat named {};
-  struct stat opened {};
-  return ::fstatat(registry.get(), name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-         ::fstat(image.get(), &opened) == 0 && named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+/// Whether the entry is still the directory that was opened by it.
+bool isStillNamed(const Entry& entry, const Directory& image) {
+  const std::optional<FileIdentity> named = entry.identity();
+  return named && named == identityOf(image.descriptor());
 }
 
 /// Removes a directory that another process may be removing too: what the other was faster with is gone, as
 /// it should be.
-void removeTogether(const FileDescriptor& registry, const std::string& name, std::string_view item) {
+void removeTogether(const Entry& entry) {
   while (true) {
     try {
-      return removeTree(registry, name, item);
+      return removeTree(entry);
     } catch (const SystemError& failure) {
-      struct stat status {};
       if (failure.errorNumber() != ENOENT)
         throw;
-      if (::fstatat(registry.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+      if (!entry.identity())
         return;
     }
   }
 }
 
-bool isUnannounced(const FileDescriptor& image) {
+bool isUnannounced(const Directory& image) {
   return ::faccessat(image.get(), kUnannounced, F_OK, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
@@ -136,16 +108,29 @@ bool isTaken(const URL& location) {
   return ::lstat(systemPath(location), &status) == 0 && !isPrivateDirectory(status);
 }
 
-FileDescriptor openPrivateDirectory(const URL& location) {
+Directory openPrivateDirectory(const URL& location) {
   if (::mkdir(systemPath(location), 0700) != 0 && errno != EEXIST)
     throw SystemError("The directory " + quoted(location.path()) + " could not be created", errno);
-  FileDescriptor directory = FileDescriptor::open(location, kDirectoryFlags);
-  struct stat status {};
-  if (::fstat(directory.get(), &status) != 0)
-    throw SystemError(quoted(location.path()) + " could not be examined", errno);
-  if (!isPrivateDirectory(status))
+  Directory directory = Directory::open(location, Directory::Links::refused);
+  if (!isPrivateDirectory(statusOf(directory.descriptor(), directory.path())))
     throw ImageError("the directory " + quoted(location.path()) + " does not belong to this user alone.");
   return directory;
+}
+
+Directory makeLockedDirectory(const Entry& entry) {
+  const Lock lock(entry.directory);
+  if (::mkdirat(entry.directory.get(), entry.name.c_str(), 0700) != 0)
+    throw SystemError("A directory for the image could not be created", errno);
+  try {
+    Directory directory = entry.directory.subdirectory(entry.name);
+    if (!tryLock(directory))
+      throw SystemError("A directory for the image could not be locked", errno);
+    return directory;
+  } catch (...) {
+    // What remains is removed by the next call.
+    static_cast<void>(::unlinkat(entry.directory.get(), entry.name.c_str(), AT_REMOVEDIR));
+    throw;
+  }
 }
 
 }  // namespace
@@ -157,10 +142,10 @@ ImageRegistry::ImageRegistry(const URL& location)
 
 /// What cannot be removed now is tried again by the next call.
 void ImageRegistry::removeLeftovers() {
-  std::vector<std::pair<std::string, FileDescriptor>> leftovers;
+  std::vector<std::pair<Entry, Directory>> leftovers;
   {
     const Lock lock(directory_);
-    for (const std::string& name : namesIn(directory_)) {
+    for (const std::string& name : directory_.names()) {
       // Each takes a descriptor; the rest is left to the next call.
       if (leftovers.size() == kMostLeftovers)
         break;
@@ -168,46 +153,35 @@ void ImageRegistry::removeLeftovers() {
       if (!isAttached && !name.starts_with(kAttachingPrefix) && !name.starts_with(kDetachingPrefix))
         continue;
       bestEffort([&] {
-        FileDescriptor leftover = FileDescriptor::openAt(directory_, name, kDirectoryFlags);
+        Entry entry = directory_.entry(name);
+        Directory leftover = directory_.subdirectory(name);
         // A lock that can be had belonged to a process that is gone, or that has attached the image and
         // released it since the directory was opened; then the directory has another name.
-        if (!tryLock(leftover) || !isStillNamed(directory_, name, leftover) ||
-            (isAttached && !isUnannounced(leftover)))
+        if (!tryLock(leftover) || !isStillNamed(entry, leftover) || (isAttached && !isUnannounced(leftover)))
           return;
-        std::string leaving = name;
         if (isAttached) {
-          leaving = detachingName();
-          if (renameExclusively({directory_, name}, {directory_, leaving}) != 0)
+          Entry leaving = directory_.entry(detachingName());
+          if (renameExclusively(entry, leaving) != 0)
             return;
+          entry = std::move(leaving);
         }
-        leftovers.emplace_back(std::move(leaving), std::move(leftover));
+        leftovers.emplace_back(std::move(entry), std::move(leftover));
       });
     }
   }
-  for (const auto& [name, lock] : leftovers)
-    bestEffort([&, &leftover = name] { removeTree(directory_, leftover, leftover); });
+  for (const auto& leftover : leftovers)
+    bestEffort([&] { removeTree(leftover.first); });
 }
 
 ImageRegistry::Attachment::Attachment(ImageRegistry& registry)
-    : registry_(registry), name_(std::string(kAttachingPrefix) + UUID().uuidString()) {
-  const Lock lock(registry_.directory_);
-  if (::mkdirat(registry_.directory_.get(), name_.c_str(), 0700) != 0)
-    throw SystemError("A directory for the image could not be created", errno);
-  try {
-    directory_ = FileDescriptor::openAt(registry_.directory_, name_, kDirectoryFlags);
-    if (!tryLock(directory_))
-      throw SystemError("A directory for the image could not be locked", errno);
-  } catch (...) {
-    // What stays is removed by the next call.
-    static_cast<void>(::unlinkat(registry_.directory_.get(), name_.c_str(), AT_REMOVEDIR));
-    throw;
-  }
-}
+    : registry_(registry),
+      entry_(registry.directory_.entry(std::string(kAttachingPrefix) + UUID().uuidString())),
+      directory_(makeLockedDirectory(entry_)) {}
 
 ImageRegistry::Attachment::~Attachment() {
   if (!isCommitted_) {
-    // What stays is removed by the next call.
-    bestEffort([this] { removeTree(registry_.directory_, name_, name_); });
+    // What remains is removed by the next call.
+    bestEffort([this] { removeTree(entry_); });
   }
 }
 
@@ -220,7 +194,7 @@ std::string ImageRegistry::Attachment::makeTree() {
 }
 
 URL ImageRegistry::Attachment::location(const std::string& tree) const {
-  return registry_.location_.appendingPathComponent(name_).appendingPathComponent(tree);
+  return registry_.location_.appendingPathComponent(entry_.name).appendingPathComponent(tree);
 }
 
 std::string ImageRegistry::Attachment::mount(const std::string& tree, const std::string& volumeName) {
@@ -236,7 +210,7 @@ std::string ImageRegistry::Attachment::mount(const std::string& tree, const std:
 
 void ImageRegistry::Attachment::discard(const std::string& tree) {
   trees_.erase(tree);
-  removeTree(directory_, tree, tree);
+  removeTree(directory_.entry(tree));
 }
 
 void ImageRegistry::Attachment::discardTrees() {
@@ -245,10 +219,10 @@ void ImageRegistry::Attachment::discardTrees() {
 }
 
 void ImageRegistry::Attachment::commit(const std::function<void(unsigned)>& announce) {
-  FileDescriptor::openAt(directory_, kUnannounced, O_WRONLY | O_CREAT | O_EXCL, 0600).close(kUnannounced);
+  directory_.entry(kUnannounced).open(O_WRONLY | O_CREAT | O_EXCL, 0600).close(kUnannounced);
   for (unsigned device = 1; device < kMostDevices; ++device) {
-    const std::string attached = "disk" + std::to_string(device);
-    const int failure = renameExclusively({registry_.directory_, name_}, {registry_.directory_, attached});
+    const Entry attached = registry_.directory_.entry("disk" + std::to_string(device));
+    const int failure = renameExclusively(entry_, attached);
     if (failure == 0) {
       try {
         announce(device);
@@ -257,7 +231,7 @@ void ImageRegistry::Attachment::commit(const std::function<void(unsigned)>& anno
           throw SystemError("The image could not be attached", errno);
       } catch (...) {
         // Somebody may have detached it already; then there is nothing left to take back.
-        static_cast<void>(renameExclusively({registry_.directory_, attached}, {registry_.directory_, name_}));
+        static_cast<void>(renameExclusively(attached, entry_));
         throw;
       }
       isCommitted_ = true;
@@ -274,23 +248,24 @@ URL ImageRegistry::mountPoint(unsigned device, const std::string& mountName) con
 }
 
 void ImageRegistry::detach(const std::string& deviceOrMountPoint) {
-  const std::string name = nameOf(deviceOrMountPoint);
-  const std::string leaving = detachingName();
-  FileDescriptor image;
+  const Entry attached = directory_.entry(nameOf(deviceOrMountPoint));
+  const Entry leaving = directory_.entry(detachingName());
+  // Open, and so locked, until the end.
+  std::optional<Directory> image;
   {
     const Lock lock(directory_);
     try {
-      image = FileDescriptor::openAt(directory_, name, kDirectoryFlags);
+      image = directory_.subdirectory(attached.name);
     } catch (const SystemError&) {
       throw ImageError("no such image is attached.");
     }
     // The process that attached the image may still hold the lock; when it ends, another may find a leftover
     // here.
-    static_cast<void>(tryLock(image));
-    if (const int failure = renameExclusively({directory_, name}, {directory_, leaving}); failure != 0)
+    static_cast<void>(tryLock(*image));
+    if (const int failure = renameExclusively(attached, leaving); failure != 0)
       throw SystemError("The image could not be detached", failure);
   }
-  removeTogether(directory_, leaving, location_.appendingPathComponent(leaving).path());
+  removeTogether(leaving);
 }
 
 std::string ImageRegistry::nameOf(const std::string& deviceOrMountPoint) const {
@@ -302,10 +277,8 @@ std::string ImageRegistry::nameOf(const std::string& deviceOrMountPoint) const {
   } else {
     const URL place = URL::fileURLWithPath(deviceOrMountPoint);
     const URL disk = place.deletingLastPathComponent();
-    struct stat status {};
     if (disk.deletingLastPathComponent() == location_ && isDeviceName(disk.lastPathComponent()) &&
-        ::fstatat(directory_.get(), (disk.lastPathComponent() + "/" + place.lastPathComponent()).c_str(),
-                  &status, AT_SYMLINK_NOFOLLOW) == 0)
+        directory_.entry(disk.lastPathComponent() + "/" + place.lastPathComponent()).identity())
       return disk.lastPathComponent();
   }
   throw ImageError("no such image is attached.");
@@ -341,7 +314,7 @@ URL registryLocation(const URL& temporaryDirectory) {
   if (!isTaken(usual))
     return usual;
   // Somebody else may take any name, but can make nothing that belongs to this user.
-  std::vector<std::string> others = namesIn(FileDescriptor::open(temporaryDirectory, O_RDONLY | O_DIRECTORY));
+  std::vector<std::string> others = Directory::open(temporaryDirectory, Directory::Links::followed).names();
   std::erase_if(others, [&](const std::string& other) {
     return !other.starts_with(name + "-") || isTaken(temporaryDirectory.appendingPathComponent(other));
   });

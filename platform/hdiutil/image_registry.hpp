@@ -4,7 +4,7 @@
 #include <set>
 #include <string>
 
-#include "platform/files/file_descriptor.hpp"
+#include "platform/files/directory.hpp"
 #include "platform/files/url.hpp"
 
 namespace platform::hdiutil {
@@ -29,7 +29,7 @@ class ImageRegistry {
     ~Attachment();
 
     /// For temporary files without names.
-    const FileDescriptor& directory() const noexcept { return directory_; }
+    const Directory& directory() const noexcept { return directory_; }
     /// A new, empty directory in `directory()` with a name that no volume has, and that name.
     std::string makeTree();
     URL location(const std::string& tree) const;
@@ -46,8 +46,8 @@ class ImageRegistry {
 
    private:
     ImageRegistry& registry_;
-    std::string name_;
-    FileDescriptor directory_;
+    Entry entry_;
+    Directory directory_;
     std::set<std::string> trees_;
     std::set<std::string> mountNames_;
     bool isCommitted_ = false;
@@ -65,7 +65,7 @@ class ImageRegistry {
   void removeLeftovers();
 
   URL location_;
-  FileDescriptor directory_;
+  Directory directory_;
 };
 
 /// The name of a volume, with a short ending, as the last component of a path.

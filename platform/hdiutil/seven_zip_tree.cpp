@@ -66,8 +66,9 @@ std::vector<std::string> extraction(const char* type, const VolumeListing& listi
 
 void compare(TreeWriter& tree, const ListedEntry& entry) {
   struct stat status {};
-  const TreeWriter::Place place = tree.find(entry.path);
-  const bool exists = ::fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  const Entry unpacked = tree.find(entry.path);
+  const bool exists =
+      ::fstatat(unpacked.directory.get(), unpacked.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
   const bool agrees =
       entry.kind == ListedEntry::Kind::folder
           ? S_ISDIR(status.st_mode)
@@ -106,8 +107,8 @@ void requireShortPaths(const VolumeListing& listing, const URL& tree) {
 void unpack(const FileDescriptor& volume, const char* type, VolumeListing& listing,
             const std::vector<std::string>& excluded, const URL& tree) {
   requireShortPaths(listing, tree);
-  const FileDescriptor root = FileDescriptor::open(tree, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
-  requireSpace(root, totalSize(listing), listing.entries.size());
+  const Directory root = Directory::open(tree, Directory::Links::refused);
+  requireSpace(root.descriptor(), totalSize(listing), listing.entries.size());
   runOn(volume, extraction(type, listing, excluded, tree));
 
   std::vector<ListedEntry>& entries = listing.entries;
@@ -144,7 +145,7 @@ void unpack(const FileDescriptor& volume, const char* type, VolumeListing& listi
 }
 
 void setPermissions(const URL& tree, const std::string& folder, mode_t permissions) {
-  const FileDescriptor root = FileDescriptor::open(tree, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+  const Directory root = Directory::open(tree, Directory::Links::refused);
   if (::fchmodat(root.get(), folder.empty() ? "." : folder.c_str(), permissions, 0) != 0)
     throw SystemError("The volume's root folder could not be written", errno);
 }

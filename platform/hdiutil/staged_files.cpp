@@ -5,30 +5,34 @@
 
 #include <cerrno>
 
-#include "platform/files/file_removal.hpp"
 #include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/uuid.hpp"
 #include "platform/hdiutil/disk.hpp"
 
 namespace platform::hdiutil {
+namespace {
 
-StagedFiles::StagedFiles(const FileDescriptor& parent)
-    : parent_(parent), name_("files-" + UUID().uuidString()) {
-  if (::mkdirat(parent.get(), name_.c_str(), 0700) != 0)
+Directory makeDirectory(const Entry& entry) {
+  if (::mkdirat(entry.directory.get(), entry.name.c_str(), 0700) != 0)
     throw SystemError("A directory for the files of the volume could not be created", errno);
-  directory_ = FileDescriptor::openAt(parent, name_, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+  return entry.directory.subdirectory(entry.name);
 }
 
+}  // namespace
+
+StagedFiles::StagedFiles(const Directory& parent)
+    : entry_(parent.entry("files-" + UUID().uuidString())), directory_(makeDirectory(entry_)) {}
+
 StagedFiles::~StagedFiles() {
-  // What stays goes with its parent.
-  bestEffort([this] { removeTree(parent_, name_, name_); });
+  // What remains is removed with its parent.
+  bestEffort([this] { removeTree(entry_); });
 }
 
 void StagedFiles::write(std::size_t number, std::uint64_t offset, std::span<const char> bytes) {
   if (!open_.isOpen() || openNumber_ != number) {
     close();
-    open_ = FileDescriptor::openAt(directory_, nameOf(number), O_WRONLY | O_CREAT | O_NOFOLLOW, 0600);
+    open_ = file(number).open(O_WRONLY | O_CREAT, 0600);
     openNumber_ = number;
   }
   writeAt(open_, offset, bytes);
@@ -36,7 +40,7 @@ void StagedFiles::write(std::size_t number, std::uint64_t offset, std::span<cons
 
 void StagedFiles::close() {
   if (open_.isOpen())
-    open_.close(nameOf(openNumber_));
+    open_.close(file(openNumber_).path());
 }
 
 }  // namespace platform::hdiutil

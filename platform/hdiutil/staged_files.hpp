@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-#include "platform/files/file_descriptor.hpp"
+#include "platform/files/directory.hpp"
 
 namespace platform::hdiutil {
 
@@ -14,8 +14,8 @@ namespace platform::hdiutil {
 /// content is written where the names are those of an image.
 class StagedFiles {
  public:
-  /// Makes the directory in `parent`, which outlives this object, and removes it in the end.
-  explicit StagedFiles(const FileDescriptor& parent);
+  /// Makes the directory in `parent`, and removes it in the end.
+  explicit StagedFiles(const Directory& parent);
   StagedFiles(const StagedFiles&) = delete;
   StagedFiles& operator=(const StagedFiles&) = delete;
   ~StagedFiles();
@@ -27,13 +27,11 @@ class StagedFiles {
   /// Closes the file that is open. Throws `SystemError` where the system reports that written data was lost.
   void close();
 
-  const FileDescriptor& directory() const noexcept { return directory_; }
-  static std::string nameOf(std::size_t number) { return std::to_string(number); }
+  Entry file(std::size_t number) const { return directory_.entry(std::to_string(number)); }
 
  private:
-  const FileDescriptor& parent_;
-  std::string name_;
-  FileDescriptor directory_;
+  Entry entry_;
+  Directory directory_;
   FileDescriptor open_;
   std::size_t openNumber_ = 0;
 };

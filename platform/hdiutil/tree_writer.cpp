@@ -24,8 +24,6 @@ void require(int result, const std::string& path) {
   throw SystemError(quoted(path) + " could not be written", reason);
 }
 
-constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
-
 /// How much of two paths is the path of a folder that both begin with.
 std::size_t commonFolder(std::string_view one, std::string_view other) {
   const auto common = static_cast<std::size_t>(
@@ -65,37 +63,41 @@ std::vector<std::string> namesInPath(std::string_view path) {
   return names;
 }
 
-TreeWriter::Place TreeWriter::find(const std::string& path) {
+Entry TreeWriter::find(const std::string& path) {
   if (path == ".")
-    return {root_, path};
+    return root_.entry(path);
   const auto slash = path.rfind('/');
   const bool isInRoot = slash == std::string::npos;
   std::string name = isInRoot ? path : path.substr(slash + 1);
   requireEntryName(name);
   if (isInRoot)
-    return {root_, std::move(name)};
+    return root_.entry(std::move(name));
   enter(std::string_view(path).substr(0, slash));
-  return {folder_, std::move(name)};
+  return folder_.entry(std::move(name));
 }
 
 void TreeWriter::enter(std::string_view folder) {
   if (folder == folderPath_)
     return;
   const std::string previous = std::exchange(folderPath_, {});
-  FileDescriptor current = std::move(folder_);
+  Directory current = std::exchange(folder_, root_);
+  // Without paths, which would cost more the deeper the folder is.
+  const auto open = [](const Directory& from, const std::string& name) {
+    return Directory(from.entry(name).open(O_RDONLY | O_DIRECTORY), {});
+  };
   const std::size_t common = commonFolder(previous, folder);
   if (common == 0)
-    current = FileDescriptor();
+    current = root_;
   // No other process changes the tree, and no folder was entered through a link.
   else
     for (auto up = std::count(previous.begin() + static_cast<std::ptrdiff_t>(common), previous.end(), '/');
          up > 0; --up)
-      current = FileDescriptor::openAt(current, "..", kFolderFlags);
+      current = open(current, "..");
 
   for (std::size_t begin = common == 0 ? 0 : common + 1; begin < folder.size();) {
     const std::string name(folder.substr(begin, folder.find('/', begin) - begin));
     requireEntryName(name);
-    current = FileDescriptor::openAt(current.isOpen() ? current : root_, name, kFolderFlags);
+    current = open(current, name);
     begin += name.size() + 1;
   }
   folder_ = std::move(current);
@@ -103,14 +105,14 @@ void TreeWriter::enter(std::string_view folder) {
 }
 
 void TreeWriter::makeDirectory(const std::string& path) {
-  const Place place = find(path);
-  require(::mkdirat(place.folder.get(), place.name.c_str(), 0700), path);
+  const Entry entry = find(path);
+  require(::mkdirat(entry.directory.get(), entry.name.c_str(), 0700), path);
 }
 
 void TreeWriter::makeEmptyFile(const std::string& path) {
-  const Place place = find(path);
+  const Entry entry = find(path);
   FileDescriptor file(uninterrupted([&] {
-    return ::openat(place.folder.get(), place.name.c_str(),
+    return ::openat(entry.directory.get(), entry.name.c_str(),
                     O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
   }));
   require(file.isOpen() ? 0 : -1, path);
@@ -120,26 +122,27 @@ void TreeWriter::makeEmptyFile(const std::string& path) {
 void TreeWriter::makeSymbolicLink(const std::string& path, const std::string& text) {
   if (text.find('\0') != std::string::npos)
     throw ImageError("a link in its volume is damaged.");
-  const Place place = find(path);
-  require(::symlinkat(text.c_str(), place.folder.get(), place.name.c_str()), path);
+  const Entry entry = find(path);
+  require(::symlinkat(text.c_str(), entry.directory.get(), entry.name.c_str()), path);
 }
 
-void TreeWriter::linkFile(const FileDescriptor& directory, const std::string& name, const std::string& path) {
-  const Place place = find(path);
-  require(::linkat(directory.get(), name.c_str(), place.folder.get(), place.name.c_str(), 0), path);
+void TreeWriter::linkFile(const Entry& file, const std::string& path) {
+  const Entry entry = find(path);
+  require(::linkat(file.directory.get(), file.name.c_str(), entry.directory.get(), entry.name.c_str(), 0),
+          path);
 }
 
 void TreeWriter::setMetadata(const std::string& path, const EntryMetadata& metadata) {
-  const Place place = find(path);
+  const Entry entry = find(path);
   // Links are not changed by permissions, and no other entry of ours leads anywhere.
   // Everything here is this user's: what is meant to run as its owner would run as this user, for anybody.
   const mode_t permissions = metadata.permissions & (S_IRWXU | S_IRWXG | S_IRWXO);
   if (!metadata.isSymbolicLink)
-    require(::fchmodat(place.folder.get(), place.name.c_str(), permissions, 0), path);
+    require(::fchmodat(entry.directory.get(), entry.name.c_str(), permissions, 0), path);
   const std::array<timespec, 2> times{
       timespec{.tv_sec = 0, .tv_nsec = UTIME_OMIT},
       timespec{.tv_sec = metadata.modified.seconds, .tv_nsec = metadata.modified.nanoseconds}};
-  require(::utimensat(place.folder.get(), place.name.c_str(), times.data(), AT_SYMLINK_NOFOLLOW), path);
+  require(::utimensat(entry.directory.get(), entry.name.c_str(), times.data(), AT_SYMLINK_NOFOLLOW), path);
 }
 
 }  // namespace platform::hdiutil

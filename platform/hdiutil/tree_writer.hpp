@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/files/file_descriptor.hpp"
+#include "platform/files/directory.hpp"
 
 namespace platform::hdiutil {
 
@@ -33,30 +33,25 @@ std::vector<std::string> namesInPath(std::string_view path);
 /// each entry, however deep it is.
 class TreeWriter {
  public:
-  /// `root` outlives the writer.
-  explicit TreeWriter(const FileDescriptor& root) : root_(root) {}
+  explicit TreeWriter(const Directory& root) : root_(root), folder_(root) {}
 
   void makeDirectory(const std::string& path);
   void makeEmptyFile(const std::string& path);
   void makeSymbolicLink(const std::string& path, const std::string& text);
-  /// Makes a hard link in the tree to the file `name` in `directory`.
-  void linkFile(const FileDescriptor& directory, const std::string& name, const std::string& path);
+  /// Makes a hard link in the tree.
+  void linkFile(const Entry& file, const std::string& path);
 
   /// The root itself has the path ".". Bits that would give away a user's or group's rights are not set.
   void setMetadata(const std::string& path, const EntryMetadata& metadata);
 
-  /// Where an entry is: the folder that holds it, open until the next call, and its name in there.
-  struct Place {
-    const FileDescriptor& folder;
-    std::string name;
-  };
-  Place find(const std::string& path);
+  /// Opens the folder that contains an entry.
+  Entry find(const std::string& path);
 
  private:
   void enter(std::string_view folder);
 
-  const FileDescriptor& root_;
-  FileDescriptor folder_;   ///< not open for the root
+  Directory root_;
+  Directory folder_;
   std::string folderPath_;  ///< empty for the root
 };
 

@@ -38,13 +38,13 @@ constexpr std::array<Signature, 8> kUnsupported{{
 }};
 
 std::vector<VolumeTree> writeInto(const URL& tree, Disk& disk, const Partition& partition,
-                                  FileSystem fileSystem, const FileDescriptor& work) {
+                                  FileSystem fileSystem, const Directory& work) {
   if (fileSystem == FileSystem::hfsPlus) {
     HfsPlusVolume volume(disk, partition.offset, partition.length);
-    const FileDescriptor root = FileDescriptor::open(tree, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+    const Directory root = Directory::open(tree, Directory::Links::refused);
     return {{writeHfsPlusTree(volume, root, work), std::string()}};
   }
-  const FileDescriptor volume = disk.file(partition.offset, partition.length, work);
+  const FileDescriptor volume = disk.file(partition.offset, partition.length, work.descriptor());
   if (fileSystem == FileSystem::apfs)
     return writeApfsTrees(volume, tree);
   return {{writeFatTree(volume, tree), std::string()}};

@@ -85,7 +85,7 @@ Bundle readBundle(const Directory& root, const Directory& content, const std::st
   const Directory information = inResources ? content.subdirectory(kResources) : content;
   if (!information.kindOf(kInformation))
     throw Error(quoted(information.pathOf(kInformation)) + " is missing.");
-  std::string bytes = information.readFile(kInformation, kLargestInformation);
+  std::string bytes = CodeFile(information.entry(kInformation)).content(kLargestInformation);
   PropertyList list = readingPropertyList(information.pathOf(kInformation), [&] {
     return NSPropertyListSerialization::propertyListWithData(Data(bytes));
   });
@@ -166,8 +166,9 @@ std::vector<Bundle> openVersions(const Directory& root) {
 CodeFile Bundle::openExecutable() const {
   const std::size_t slash = executablePath.find('/');
   if (slash == std::string::npos)
-    return content.openFile(executablePath);
-  return content.subdirectory(executablePath.substr(0, slash)).openFile(executablePath.substr(slash + 1));
+    return CodeFile(content.entry(executablePath));
+  return CodeFile(
+      content.subdirectory(executablePath.substr(0, slash)).entry(executablePath.substr(slash + 1)));
 }
 
 bool hasBundleShape(const Directory& directory) {

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "platform/formats/property_list.hpp"
-#include "platform/security/directory.hpp"
+#include "platform/security/code_file.hpp"
 
 namespace platform {
 

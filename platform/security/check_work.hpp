@@ -7,7 +7,7 @@
 #include <tuple>
 
 #include "platform/security/code_directory.hpp"
-#include "platform/security/directory.hpp"
+#include "platform/security/code_file.hpp"
 
 namespace platform {
 

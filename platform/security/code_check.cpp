@@ -45,7 +45,7 @@ void CodeCheck::check(const Directory& parent, const std::string& name, const Ac
     throw SecurityError(errSecCSBadResource, place + " is code nested too deeply.");
   atPlace(place, errSecCSSignatureFailed, [&] {
     if (parent.kindOf(name) != ItemKind::directory) {
-      checkFile(parent.openFile(name), accept, depth);
+      checkFile(CodeFile(parent.entry(name)), accept, depth);
       return;
     }
     for (Bundle& bundle : openBundles(parent.subdirectory(name)))
@@ -75,7 +75,7 @@ void CodeCheck::checkBundle(Bundle bundle, const Acceptance& accept, unsigned de
     if (!signatures || !signatures->kindOf("CodeResources"))
       throw SecurityError(errSecCSBadResource, quoted(path) + " has no resource seal.");
     const BoundFiles files{.information = std::move(bundle.informationBytes),
-                           .resources = signatures->readFile("CodeResources", kLargestSeal)};
+                           .resources = CodeFile(signatures->entry("CodeResources")).content(kLargestSeal)};
     // Each architecture's signature binds the files by a digest of its own.
     work_.parse(path,
                 code->bytesRead + (files.information.size() + files.resources.size()) * code->slices.size());

@@ -69,7 +69,7 @@ bool ResourceCheck::isOmitted(const Directory& directory, const DirectoryEntry& 
   constexpr std::uint64_t kStepsOfAByte = 32;  // that take as long as parsing it
   work_.parse(bundle_.content.path(), path.size() * seal_->rules.size() / kStepsOfAByte);
   return seal_->rules.omits(path) &&
-         !(entry.kind == ItemKind::file && beginsLikeMachO(directory.openFile(entry.name)));
+         !(entry.kind == ItemKind::file && beginsLikeMachO(CodeFile(directory.entry(entry.name))));
 }
 
 void ResourceCheck::checkItem(const Directory& directory, const DirectoryEntry& entry,
@@ -112,7 +112,7 @@ void ResourceCheck::checkFile(const Directory& directory, const DirectoryEntry& 
     if (hopeless)
       refuse(directory.pathOf(name), "was changed after signing");
     atPlace(quoted(directory.pathOf(name)), errSecCSBadResource, [&] {
-      const CodeFile file = directory.openFile(name);
+      const CodeFile file(directory.entry(name));
       if (digestOfRange(file, {0, file.size()}, sealed.algorithm) != sealed.digest)
         refuse(file.path(), "was changed after signing");
     });

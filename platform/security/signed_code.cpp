@@ -118,7 +118,7 @@ SignedSlice readDetached(const CodeFile& file, const Directory& signatures) {
   for (const ComponentFile& component : kComponentFiles) {
     if (!signatures.kindOf(component.name))
       continue;
-    std::string blob = signatures.readFile(component.name, largestSignature(file.size()));
+    std::string blob = CodeFile(signatures.entry(component.name)).content(largestSignature(file.size()));
     if (component.slot != slot::kSignature)  // whose file has no header
       requireBlobForSlot(component.slot, blob);
     slice.components.emplace(component.slot, std::move(blob));

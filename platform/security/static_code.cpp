@@ -33,7 +33,7 @@ Directory parentOf(const URL& location) {
 SigningInformation readInformation(const Directory& parent, const std::string& name) {
   const auto read = [&] {
     if (parent.kindOf(name) != ItemKind::directory)
-      return readSignedCode(parent.openFile(name), std::nullopt);
+      return readSignedCode(CodeFile(parent.entry(name)), std::nullopt);
     const Bundle bundle = openBundles(parent.subdirectory(name)).front();
     std::optional<Directory> signatures;
     if (bundle.content.kindOf("_CodeSignature"))

@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "platform/foundation/error.hpp"
-#include "platform/security/directory.hpp"
+#include "platform/security/code_file.hpp"
 #include "platform/security/security_error.hpp"
 
 namespace platform {
@@ -31,7 +31,7 @@ void requirePrivate(const FileDescriptor& item, const std::string& path) {
 
 void readRoots(const Directory& directory, const std::string& name, std::vector<Certificate>& roots) {
   const std::string path = directory.pathOf(name);
-  const CodeFile file = directory.openFile(name);
+  const CodeFile file(directory.entry(name));
   requirePrivate(file.descriptor(), path);
   if (file.size() > kLargestFile)
     refuse(path, "the file is too large");

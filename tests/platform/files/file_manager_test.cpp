@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "platform/files/item_place.hpp"
+#include "platform/files/directory.hpp"
 #include "platform/foundation/error.hpp"
 #include "tests/helpers/files.hpp"
 #include "tests/helpers/private_mounts.hpp"
@@ -153,7 +153,7 @@ TEST_F(FileManagerTest, APathThatEndsInDotsMeansTheItemAndNothingAboveIt) {
   EXPECT_TRUE(fs::is_directory(directory / "a/to"));
   // Looked at where nothing is removed yet.
   for (const char* path : {"/", "/..", "/a/.."})
-    EXPECT_EQ(failureOf([&] { platform::placeOf(URL::fileURLWithPath(path)); }), EINVAL) << path;
+    EXPECT_EQ(failureOf([&] { platform::Entry::at(URL::fileURLWithPath(path)); }), EINVAL) << path;
 }
 
 TEST_F(FileManagerTest, RemovesWhatTheOwnerHadClosedToHimself) {

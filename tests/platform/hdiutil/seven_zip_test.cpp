@@ -113,10 +113,13 @@ TEST(TreeWriterTest, NeverLeavesItsDirectory) {
   test::writeFile(directory / "outside/file", "content");
   fs::create_directory(directory / "tree");
   fs::create_symlink("../outside", directory / "tree/link");
-  const auto root = platform::FileDescriptor::open(
-      platform::URL::fileURLWithPath((directory / "tree").native()), O_RDONLY | O_DIRECTORY);
-  const auto outside = platform::FileDescriptor::open(
-      platform::URL::fileURLWithPath((directory / "outside").native()), O_RDONLY | O_DIRECTORY);
+  using platform::Directory;
+  const auto open = [&](const char* name) {
+    return Directory::open(platform::URL::fileURLWithPath((directory / name).native()),
+                           Directory::Links::refused);
+  };
+  const Directory root = open("tree");
+  const Directory outside = open("outside");
   const auto before = test::inventory(directory.path());
   for (const std::string where : {"link/", "../outside/", "./", "/tmp/"}) {
     platform::hdiutil::TreeWriter writer(root);
@@ -124,7 +127,7 @@ TEST(TreeWriterTest, NeverLeavesItsDirectory) {
     EXPECT_THROW(writer.makeDirectory(where + "new"), platform::Error) << where;
     EXPECT_THROW(writer.makeEmptyFile(where + "new"), platform::Error) << where;
     EXPECT_THROW(writer.makeSymbolicLink(where + "new", "text"), platform::Error) << where;
-    EXPECT_THROW(writer.linkFile(outside, "file", where + "new"), platform::Error) << where;
+    EXPECT_THROW(writer.linkFile(outside.entry("file"), where + "new"), platform::Error) << where;
     EXPECT_THROW(writer.setMetadata(file, {false, 0, {0, 0}}), platform::Error) << where;
   }
   EXPECT_EQ(test::inventory(directory.path()), before);

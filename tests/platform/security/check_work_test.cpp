@@ -141,7 +141,7 @@ TEST(CheckWork, codeIsNotDividedIntoPagesInManyWays) {
   const fs::path path = workshop() / "divided";
   test::writeFile(path, std::string(kMebibyte, 'x'));
   fs::create_hard_link(path, workshop() / "divided too");
-  const platform::CodeFile file = directoryAt(path.parent_path()).openFile(path.filename());
+  const platform::CodeFile file(directoryAt(path.parent_path()).entry(path.filename()));
   CheckWork work;
   for (const unsigned exponent : {0U, 12U, 13U, 14U})
     EXPECT_EQ(comparePages(work, file, exponent), CheckWork::Comparison::needed);

@@ -213,7 +213,7 @@ TEST(SignedAttributes, areReadFromTheBytesThatWereSigned) {
   const auto folder = platform::Directory::open(location(application / "Contents/MacOS"),
                                                 platform::Directory::Links::followed);
   const platform::SignedCode code =
-      platform::readSignedCode(folder.openFile(application.stem().native()), std::nullopt);
+      platform::readSignedCode(platform::CodeFile(folder.entry(application.stem().native())), std::nullopt);
   const platform::SignedSlice& slice = code.slices.front();
   ASSERT_EQ(slice.directories.size(), 2U);
   const auto anchors = platform::TrustAnchors::inDirectory(location(workshop().anchors()));

@@ -1,6 +1,6 @@
 #include <unistd.h>
 
-#include "platform/files/file_sync.hpp"
+#include "platform/files/file_descriptor.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/system_call.hpp"
 
@@ -19,7 +19,7 @@ void syncFile(const FileDescriptor& file, std::string_view item) {
 }
 
 void syncDirectory(const FileDescriptor& directory, std::string_view item) {
-  // EINVAL: the file system keeps no directory that could be synced by itself.
+  // EINVAL: this file system cannot sync a directory by itself.
   if (uninterrupted([&] { return ::fsync(directory.get()); }) != 0 && errno != EINVAL)
     throwNotSaved(item, errno);
 }
