@@ -6,7 +6,6 @@
 #include "platform/ditto/attributes_copy.hpp"
 #include "platform/ditto/file_content_copy.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 
 namespace platform::ditto {
 namespace {
@@ -16,9 +15,9 @@ namespace {
 }
 
 FileDescriptor createFile(const Entry& copy) {
-  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-  FileDescriptor created(uninterrupted(
-      [&] { return ::openat(copy.directory.get(), copy.name.c_str(), kFlags, S_IRUSR | S_IWUSR); }));
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
+  FileDescriptor created =
+      FileDescriptor::tryOpenAt(copy.directory.descriptor(), copy.name, kFlags, S_IRUSR | S_IWUSR);
   if (!created.isOpen())
     failToCreate(copy, errno);
   return created;

@@ -13,7 +13,6 @@
 #include "platform/ditto/file_copy.hpp"
 #include "platform/ditto/hard_link_table.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 #include "platform/processes/worker_pool.hpp"
 
 namespace platform::ditto {
@@ -55,7 +54,7 @@ void requireOutside(const Entry& source, const struct stat& status, const Entry&
   FileDescriptor directory = copy.directory.entry(".").open(O_PATH | O_DIRECTORY);
   FileIdentity place = identityOf(statusOf(directory, copy.path()));
   while (place != identityOf(status)) {
-    FileDescriptor above(::openat(directory.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    FileDescriptor above = FileDescriptor::tryOpenAt(directory, "..", O_PATH | O_DIRECTORY);
     if (!above.isOpen())
       return;  // out of reach; the walk would still notice the destination when it came by
     directory = std::move(above);

@@ -21,9 +21,7 @@ class TemporarySibling {
  public:
   TemporarySibling(const FileDescriptor& directory, std::string_view item)
       : directory_(directory), name_(".quorin-write-" + UUID().uuidString()), item_(item) {
-    file_ = FileDescriptor(uninterrupted([&] {
-      return ::openat(directory_.get(), name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    }));
+    file_ = FileDescriptor::tryOpenAt(directory_, name_, O_WRONLY | O_CREAT | O_EXCL, 0666);
     if (!file_.isOpen())
       throw SystemError(quoted(item) + " could not be created", errno);
   }

@@ -11,7 +11,6 @@
 
 #include "platform/files/directory_reader.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 
 namespace platform {
 namespace {
@@ -149,9 +148,8 @@ std::optional<FileIdentity> Entry::identity() const {
 }
 
 FileDescriptor Entry::open(int flags, unsigned mode) const {
-  FileDescriptor opened(uninterrupted([&] {
-    return ::openat(directory.get(), name.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode);
-  }));
+  FileDescriptor opened =
+      FileDescriptor::tryOpenAt(directory.descriptor(), name, flags | O_NOFOLLOW | O_NONBLOCK, mode);
   if (!opened.isOpen())
     throw SystemError(quoted(path()) + " could not be opened", errno);
   return opened;

@@ -7,7 +7,6 @@
 
 #include "platform/files/directory_reader.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 #include "platform/foundation/text.hpp"
 
 namespace platform {
@@ -96,18 +95,13 @@ void NSDirectoryEnumerator::ascend() {
 bool NSDirectoryEnumerator::stepUp() {
   if (!current_.isOpen())
     return false;
-  return take(FileDescriptor(
-      uninterrupted([&] { return ::openat(current_.get(), "..", kDirectoryFlags | O_CLOEXEC); })));
+  return take(FileDescriptor::tryOpenAt(current_, "..", kDirectoryFlags));
 }
 
 void NSDirectoryEnumerator::reopen() {
-  FileDescriptor place(
-      uninterrupted([&] { return ::openat(root_.get(), ".", kDirectoryFlags | O_CLOEXEC); }));
-  for (std::size_t depth = 1; depth < levels_.size(); ++depth) {
-    place = FileDescriptor(uninterrupted([&] {
-      return ::openat(place.get(), levels_[depth].name.c_str(), kDirectoryFlags | O_NOFOLLOW | O_CLOEXEC);
-    }));
-  }
+  FileDescriptor place = FileDescriptor::tryOpenAt(root_, ".", kDirectoryFlags);
+  for (std::size_t depth = 1; depth < levels_.size(); ++depth)
+    place = FileDescriptor::tryOpenAt(place, levels_[depth].name, kDirectoryFlags | O_NOFOLLOW);
   current_ = FileDescriptor();
   take(std::move(place));
 }

@@ -42,11 +42,16 @@ FileDescriptor FileDescriptor::openForReading(const URL& url) {
 
 FileDescriptor FileDescriptor::openAt(const FileDescriptor& directory, const std::string& name, int flags,
                                       unsigned mode) {
-  FileDescriptor opened(
-      uninterrupted([&] { return ::openat(directory.get(), name.c_str(), flags | O_CLOEXEC, mode); }));
+  FileDescriptor opened = tryOpenAt(directory, name, flags, mode);
   if (!opened.isOpen())
     throw SystemError(quoted(name) + " could not be opened", errno);
   return opened;
+}
+
+FileDescriptor FileDescriptor::tryOpenAt(const FileDescriptor& directory, const std::string& name, int flags,
+                                         unsigned mode) noexcept {
+  return FileDescriptor(
+      uninterrupted([&] { return ::openat(directory.get(), name.c_str(), flags | O_CLOEXEC, mode); }));
 }
 
 int FileDescriptor::release() noexcept {

@@ -31,6 +31,10 @@ class FileDescriptor {
   static FileDescriptor openAt(const FileDescriptor& directory, const std::string& name, int flags,
                                unsigned mode = 0);
 
+  /// The same without throwing: not open, with `errno`, on failure.
+  static FileDescriptor tryOpenAt(const FileDescriptor& directory, const std::string& name, int flags,
+                                  unsigned mode = 0) noexcept;
+
   int get() const noexcept { return descriptor_; }
   bool isOpen() const noexcept { return descriptor_ >= 0; }
 

@@ -67,11 +67,10 @@ class TreeRemoval {
 
   /// Goes into a directory of the tree, opening it up where it forbids changes.
   void descend(const FileDescriptor& directory, const std::string& name) {
-    const auto open = [&] { return ::openat(directory.get(), name.c_str(), kDirectoryFlags | O_CLOEXEC); };
-    FileDescriptor opened(uninterrupted(open));
+    FileDescriptor opened = FileDescriptor::tryOpenAt(directory, name, kDirectoryFlags);
     if (!opened.isOpen() && errno == EACCES &&
         ::fchmodat(directory.get(), name.c_str(), S_IRWXU, AT_SYMLINK_NOFOLLOW) == 0)
-      opened = FileDescriptor(uninterrupted(open));
+      opened = FileDescriptor::tryOpenAt(directory, name, kDirectoryFlags);
     struct stat status {};
     if (!opened.isOpen() || ::fstat(opened.get(), &status) != 0)
       fail(name, errno);
@@ -105,8 +104,7 @@ class TreeRemoval {
     levels_.pop_back();
     FileDescriptor above;
     if (!levels_.empty()) {
-      above = FileDescriptor(
-          uninterrupted([&] { return ::openat(current_.get(), "..", kDirectoryFlags | O_CLOEXEC); }));
+      above = FileDescriptor::tryOpenAt(current_, "..", kDirectoryFlags);
       const std::optional<FileIdentity> identity =
           above.isOpen() ? identityOf(above) : std::optional<FileIdentity>();
       if (!identity)

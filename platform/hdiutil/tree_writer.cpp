@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 #include "platform/hdiutil/image_error.hpp"
 
 namespace platform::hdiutil {
@@ -111,10 +110,8 @@ void TreeWriter::makeDirectory(const std::string& path) {
 
 void TreeWriter::makeEmptyFile(const std::string& path) {
   const Entry entry = find(path);
-  FileDescriptor file(uninterrupted([&] {
-    return ::openat(entry.directory.get(), entry.name.c_str(),
-                    O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-  }));
+  FileDescriptor file = FileDescriptor::tryOpenAt(entry.directory.descriptor(), entry.name,
+                                                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
   require(file.isOpen() ? 0 : -1, path);
   file.close(path);
 }
