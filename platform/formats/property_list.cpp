@@ -118,7 +118,7 @@ class XMLWriter {
 }  // namespace
 
 void refusePropertyList(std::string_view reason) {
-  throw PropertyListError("The data is no valid property list: " + std::string(reason) + ".");
+  throw PropertyListError(sentence("The data is no valid property list", reason));
 }
 
 void refuseDeepPropertyList() {

@@ -29,7 +29,21 @@ Error::Error(std::string description)
     : description_(std::make_shared<const std::string>(std::move(description))) {}
 
 SystemError::SystemError(std::string_view what, int errorNumber)
-    : Error(std::string(what) + ": " + reasonOf(errorNumber) + "."), errorNumber_(errorNumber) {}
+    : Error(sentence(what, reasonOf(errorNumber))), errorNumber_(errorNumber) {}
+
+ItemError::ItemError(std::string reason)
+    : Error(sentence("The item cannot be used", reason)),
+      reason_(std::make_shared<const std::string>(std::move(reason))) {}
+
+std::string sentence(std::string_view what, std::string_view reason) {
+  return std::string(what).append(": ").append(reason) += '.';
+}
+
+std::string sentence(std::string_view what, const Error& cause) {
+  if (const auto* item = dynamic_cast<const ItemError*>(&cause))
+    return sentence(what, item->reason());
+  return std::string(what).append(": ").append(cause.what());
+}
 
 std::string quoted(std::string_view name) {
   std::string text = "\"";

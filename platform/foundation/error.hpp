@@ -8,7 +8,7 @@
 
 namespace platform {
 
-/// The common base of every failure of this system: a thrown value that knows its sentence for a person.
+/// The common base of every failure in this system: a thrown value with a sentence for a person.
 /// Copying it never fails.
 class Error : public std::exception {
  public:
@@ -22,7 +22,7 @@ class Error : public std::exception {
   std::shared_ptr<const std::string> description_;
 };
 
-/// A failure that one of this system's modules has found itself.
+/// A failure that a module of this system detects itself.
 class LocalizedError : public Error {
  public:
   using Error::Error;
@@ -31,10 +31,10 @@ class LocalizedError : public Error {
   std::optional<std::string> errorDescription() const { return localizedDescription(); }
 };
 
-/// A call to the operating system that failed. The sentence reads: `what`, a colon, the system's reason.
+/// A failed call to the operating system; `what` names the operation, the system gives the reason.
 class SystemError : public Error {
  public:
-  /// `errorNumber` is a value of `errno`, saved before any other call.
+  /// `errorNumber` is the value of `errno`, saved before any other call.
   SystemError(std::string_view what, int errorNumber);
 
   int errorNumber() const noexcept { return errorNumber_; }
@@ -43,8 +43,26 @@ class SystemError : public Error {
   int errorNumber_;
 };
 
-/// A path or name as it stands in a sentence: in double quotes. Whatever could break the line, act on a
-/// terminal, turn the direction of writing or be no text is written as its bytes, such as "\x0A".
+/// A failure that does not name the item that it is about. Its reason is a clause, such as "the code
+/// directory ends too early", from which a caller that knows the item makes a sentence.
+class ItemError : public Error {
+ public:
+  explicit ItemError(std::string reason);
+
+  const std::string& reason() const noexcept { return *reason_; }
+
+ private:
+  std::shared_ptr<const std::string> reason_;
+};
+
+/// What failed and why, as one sentence: "`what`: `reason`." The reason is a clause.
+std::string sentence(std::string_view what, std::string_view reason);
+
+/// The same for a cause with a clause. A cause with a sentence follows the colon as it is.
+std::string sentence(std::string_view what, const Error& cause);
+
+/// A path or name in double quotes, for a sentence. Control characters, directional formatting characters,
+/// and bytes that are not UTF-8 are escaped, such as "\x0A".
 std::string quoted(std::string_view name);
 
 /// The system's text for an error number, without a full stop.

@@ -27,7 +27,7 @@ FileDescriptor openImage(const URL& url) {
   if (::fstat(image.get(), &status) != 0)
     throw SystemError("The disk image could not be examined", errno);
   if (!S_ISREG(status.st_mode))
-    throw ImageError("it is not a file.");
+    throw ImageError("it is not a file");
   return image;
 }
 
@@ -222,7 +222,7 @@ class AttachedImage {
       throw UnsupportedImageError("its file system (" + *unsupported_ + ")");
     if (image_.isDescribed || !image_.partitions.empty())
       throw UnsupportedImageError("the file system of its volumes");
-    throw ImageError("it is not a disk image.");
+    throw ImageError("it is not a disk image");
   }
 
   ImageRegistry::Attachment& attachment_;

@@ -49,7 +49,7 @@ FileDescriptor Disk::file(std::uint64_t offset, std::uint64_t length, const File
 
 void Disk::requireInside(std::uint64_t offset, std::uint64_t length) const {
   if (offset > size() || length > size() - offset)
-    throw ImageError("it is damaged: a volume reaches beyond the end of its disk.");
+    throw ImageError("it is damaged: a volume reaches beyond the end of its disk");
 }
 
 RawDisk::RawDisk(FileDescriptor image) : image_(std::move(image)), size_(sizeOf(image_)) {}
@@ -94,7 +94,7 @@ void requireSpace(const FileDescriptor& directory, std::uint64_t length, std::ui
   if (needed > available)
     throw ImageLimitError("it needs " + std::to_string(std::max(length, needed * status.f_frsize)) +
                           " bytes in the temporary directory, where " +
-                          std::to_string(available * status.f_frsize) + " are available.");
+                          std::to_string(available * status.f_frsize) + " are available");
 }
 
 bool isZero(std::span<const char> bytes) {

@@ -75,7 +75,7 @@ std::string readName(const ImageBytes& key, std::uint64_t offset) {
         unit(index + 1) < 0xE000)
       character = 0x10000 + ((character - 0xD800) << 10U) + (unit(++index) - 0xDC00);
     else if (character >= 0xD800 && character < 0xE000)
-      throw ImageError("the name of a file in its volume is not valid text.");
+      throw ImageError("the name of a file in its volume is not valid text");
     appendUtf8(name, character == '/' ? ':' : character);
   }
   return name;
@@ -115,7 +115,7 @@ class CatalogReader {
     if (type != kFolderRecord && type != kFileRecord)
       return;
     if (entries_.size() == kMostEntries)
-      throw ImageLimitError("its volume has more than " + std::to_string(kMostEntries) + " entries.");
+      throw ImageLimitError("its volume has more than " + std::to_string(kMostEntries) + " entries");
     HfsEntry entry = readEntry(data, type == kFolderRecord);
     entry.parent = key.u32(0);
     entry.name = readName(key, 4);
@@ -127,7 +127,7 @@ class CatalogReader {
     const auto root = std::find_if(entries_.begin(), entries_.end(),
                                    [](const HfsEntry& entry) { return entry.parent == kRootParent; });
     if (root == entries_.end() || root->identifier != kRoot || root->kind != HfsEntry::Kind::folder)
-      throw ImageError("its volume is damaged: it has no root folder.");
+      throw ImageError("its volume is damaged: it has no root folder");
     HfsCatalog catalog{root->name, *root, {}, {}};
     linkDates_.insert(root->created);
     readHardLinks();
@@ -145,7 +145,7 @@ class CatalogReader {
           continue;
         }
         if (!isEntryName(entry.name))
-          throw ImageError("the name of a file in its volume cannot occur in a path.");
+          throw ImageError("the name of a file in its volume cannot occur in a path");
         resolve(entry);
         std::string place = path.empty() ? entry.name : path + "/" + entry.name;
         pathBytes += place.size();
@@ -165,7 +165,7 @@ class CatalogReader {
     }
     // What hangs below no folder would be missing from the tree.
     if (reached != entries_.size())
-      throw ImageError("its volume's catalog is damaged.");
+      throw ImageError("its volume's catalog is damaged");
     return catalog;
   }
 
@@ -173,18 +173,17 @@ class CatalogReader {
   /// Otherwise folders in folders would take memory with the square of their number.
   static void requireUsualPaths(std::size_t length, std::size_t sum) {
     if (length > kLongestPath)
-      throw ImageLimitError("a path in its volume is longer than " + std::to_string(kLongestPath) +
-                            " bytes.");
+      throw ImageLimitError("a path in its volume is longer than " + std::to_string(kLongestPath) + " bytes");
     if (sum > kMostPathBytes)
       throw ImageLimitError("the paths in its volume together are longer than " +
-                            std::to_string(kMostPathBytes) + " bytes.");
+                            std::to_string(kMostPathBytes) + " bytes");
   }
 
   void indexFolders() {
     for (std::size_t index = 0; index < entries_.size(); ++index) {
       const HfsEntry& entry = entries_[index];
       if (entry.kind == HfsEntry::Kind::folder && !folders_.insert(entry.identifier).second)
-        throw ImageError("its volume's catalog is damaged.");
+        throw ImageError("its volume's catalog is damaged");
       children_[entry.parent].push_back(index);
     }
   }
@@ -223,7 +222,7 @@ class CatalogReader {
     const auto target = linkTargets_.find("iNode" + std::to_string(entry.linkTarget));
     if (target == linkTargets_.end() || target->second.linkTarget != 0 ||
         target->second.kind == HfsEntry::Kind::folder)
-      throw ImageError("its volume is damaged: a hard link leads nowhere.");
+      throw ImageError("its volume is damaged: a hard link leads nowhere");
     HfsEntry resolved = target->second;
     resolved.name = entry.name;
     resolved.parent = entry.parent;

@@ -100,11 +100,11 @@ class TreeCopy {
   void planLink(std::size_t index) {
     const HfsEntry& entry = catalog_.entries[index];
     if (entry.data.size == 0 || entry.data.size > kLongestLink)
-      throw ImageError("a link in its volume is damaged.");
+      throw ImageError("a link in its volume is damaged");
     linkBytes_ += entry.data.size;
     if (linkBytes_ > kMostLinkBytes)
       throw ImageLimitError("the links in its volume together are longer than " +
-                            std::to_string(kMostLinkBytes) + " bytes.");
+                            std::to_string(kMostLinkBytes) + " bytes");
     linkTexts_.emplace(index, std::string(entry.data.size, '\0'));
     addParts(index, entry.data, HfsForkKind::data);
   }
@@ -113,7 +113,7 @@ class TreeCopy {
     const HfsEntry& entry = catalog_.entries[index];
     const CompressedFile* file = compressed(entry);
     if (entry.isCompressed && file == nullptr)
-      throw ImageError("a compressed file in its volume is damaged: it has no content.");
+      throw ImageError("a compressed file in its volume is damaged: it has no content");
     if (file == nullptr) {
       addParts(index, entry.data, HfsForkKind::data);
     } else if (file->usesResourceFork()) {
@@ -128,7 +128,7 @@ class TreeCopy {
     for (const HfsPiece& piece : volume_.pieces(fork, catalog_.entries[index].identifier, kind)) {
       if (parts_.size() == kMostParts)
         throw ImageLimitError("the files in its volume are in more than " + std::to_string(kMostParts) +
-                              " pieces.");
+                              " pieces");
       parts_.push_back({piece, index, fileOffset});
       fileOffset += piece.length;
     }

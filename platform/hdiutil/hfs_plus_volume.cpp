@@ -96,11 +96,11 @@ std::vector<HfsPiece> HfsPlusVolume::pieces(const HfsFork& fork, std::uint32_t f
       if (left == 0 || extent.count == 0)
         break;
       if (extent.start > blockCount_ || extent.count > blockCount_ - extent.start)
-        throw ImageError("its volume is damaged: a file reaches beyond its end.");
+        throw ImageError("its volume is damaged: a file reaches beyond its end");
       const std::uint64_t length = std::min(left, std::uint64_t{extent.count} * blockSize_);
       if (result.size() == kMostPieces)
         throw ImageLimitError("a file in its volume is in more than " + std::to_string(kMostPieces) +
-                              " pieces.");
+                              " pieces");
       result.push_back({offset_ + std::uint64_t{extent.start} * blockSize_, length});
       left -= length;
       block += extent.count;
@@ -109,7 +109,7 @@ std::vector<HfsPiece> HfsPlusVolume::pieces(const HfsFork& fork, std::uint32_t f
       break;
     const auto more = overflowExtents_.find({fileIdentifier, kind, block});
     if (more == overflowExtents_.end() || more->second[0].count == 0)
-      throw ImageError("its volume is damaged: a part of a file is missing.");
+      throw ImageError("its volume is damaged: a part of a file is missing");
     extents = &more->second;
   }
   return result;
@@ -118,7 +118,7 @@ std::vector<HfsPiece> HfsPlusVolume::pieces(const HfsFork& fork, std::uint32_t f
 std::string HfsPlusVolume::content(const HfsFork& fork, std::uint32_t fileIdentifier) const {
   if (fork.size > kLargestTree)
     throw ImageLimitError("the catalog of its volume is larger than " + std::to_string(kLargestTree) +
-                          " bytes.");
+                          " bytes");
   if (fork.size > length_)
     ImageBytes({}, kTreeItem).damaged();
   std::string bytes(fork.size, '\0');

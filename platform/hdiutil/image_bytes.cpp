@@ -16,7 +16,7 @@ bool ImageBytes::startsWith(std::uint64_t offset, std::string_view text) const {
 }
 
 void ImageBytes::damaged() const {
-  throw ImageError(std::string(item_) + " is damaged.");
+  throw ImageError(std::string(item_) + " is damaged");
 }
 
 }  // namespace platform::hdiutil

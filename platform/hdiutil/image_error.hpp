@@ -6,20 +6,19 @@
 
 namespace platform::hdiutil {
 
-/// An image that cannot be attached, or an attached one that does not exist. The text is the reason alone,
-/// as it follows a colon in a sentence, with a full stop.
-class ImageError : public Error {
+/// An image that cannot be attached, or an attached image that does not exist.
+class ImageError : public ItemError {
  public:
-  using Error::Error;
+  using ItemError::ItemError;
 };
 
-/// An image that may well be intact, but of a kind that cannot be read. `what` is the item.
+/// An image that may be intact, but needs something that cannot be read; `what` names it.
 class UnsupportedImageError : public ImageError {
  public:
-  explicit UnsupportedImageError(const std::string& what) : ImageError(what + " is not supported.") {}
+  explicit UnsupportedImageError(const std::string& what) : ImageError(what + " is not supported") {}
 };
 
-/// An image that needs more of something than there is or than is allowed. The text names the limit.
+/// An image that exceeds a limit, which the reason names.
 class ImageLimitError : public ImageError {
  public:
   using ImageError::ImageError;

@@ -113,7 +113,7 @@ Directory openPrivateDirectory(const URL& location) {
     throw SystemError("The directory " + quoted(location.path()) + " could not be created", errno);
   Directory directory = Directory::open(location, Directory::Links::refused);
   if (!isPrivateDirectory(statusOf(directory.descriptor(), directory.path())))
-    throw ImageError("the directory " + quoted(location.path()) + " does not belong to this user alone.");
+    throw ImageError("the directory " + quoted(location.path()) + " does not belong to this user alone");
   return directory;
 }
 
@@ -240,7 +240,7 @@ void ImageRegistry::Attachment::commit(const std::function<void(unsigned)>& anno
     if (failure != EEXIST && failure != ENOTEMPTY)
       throw SystemError("The image could not be attached", failure);
   }
-  throw ImageError("too many images are attached.");
+  throw ImageError("too many images are attached");
 }
 
 URL ImageRegistry::mountPoint(unsigned device, const std::string& mountName) const {
@@ -257,7 +257,7 @@ void ImageRegistry::detach(const std::string& deviceOrMountPoint) {
     try {
       image = directory_.subdirectory(attached.name);
     } catch (const SystemError&) {
-      throw ImageError("no such image is attached.");
+      throw ImageError("no such image is attached");
     }
     // The process that attached the image may still hold the lock; when it ends, another may find a leftover
     // here.
@@ -281,7 +281,7 @@ std::string ImageRegistry::nameOf(const std::string& deviceOrMountPoint) const {
         directory_.entry(disk.lastPathComponent() + "/" + place.lastPathComponent()).identity())
       return disk.lastPathComponent();
   }
-  throw ImageError("no such image is attached.");
+  throw ImageError("no such image is attached");
 }
 
 std::string mountName(const std::string& volumeName, const std::string& suffix) {

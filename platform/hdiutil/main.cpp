@@ -16,6 +16,7 @@
 namespace {
 
 using platform::quoted;
+using platform::sentence;
 using platform::URL;
 
 void write(int stream, std::string_view text) {
@@ -43,7 +44,7 @@ int attach(const std::string& path) {
     });
     return 0;
   } catch (const platform::Error& error) {
-    return fail(quoted(path) + " could not be attached: " + error.localizedDescription());
+    return fail(sentence(quoted(path) + " could not be attached", error));
   }
 }
 
@@ -52,7 +53,7 @@ int detach(const std::string& deviceOrMountPoint) {
     platform::hdiutil::ImageRegistry(platform::hdiutil::registryLocation()).detach(deviceOrMountPoint);
     return 0;
   } catch (const platform::Error& error) {
-    return fail(quoted(deviceOrMountPoint) + " could not be detached: " + error.localizedDescription());
+    return fail(sentence(quoted(deviceOrMountPoint) + " could not be detached", error));
   }
 }
 

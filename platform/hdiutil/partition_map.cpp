@@ -23,7 +23,7 @@ void add(std::vector<Partition>& partitions, const Disk& disk, std::string type,
          std::uint64_t count, std::uint64_t sector) {
   if (first > kMostSectors || count > kMostSectors || first * sector > disk.size() ||
       count * sector > disk.size() - first * sector)
-    throw ImageError("it is truncated, or its partition map is damaged.");
+    throw ImageError("it is truncated, or its partition map is damaged");
   partitions.push_back({std::move(type), first * sector, count * sector});
 }
 

@@ -19,7 +19,7 @@ constexpr std::size_t kMostEntries = 1'000'000;
 using Fields = std::map<std::string, std::string, std::less<>>;
 
 [[noreturn]] void misunderstood() {
-  throw ImageError("the list of its volume's entries cannot be read.");
+  throw ImageError("the list of its volume's entries cannot be read");
 }
 
 std::string_view nextLine(std::string_view& rest) {
@@ -128,7 +128,7 @@ void add(VolumeListing& listing, const Fields& fields) {
   if (std::find(kHousekeepingNames.begin(), kHousekeepingNames.end(), inRoot) != kHousekeepingNames.end())
     return;
   if (listing.entries.size() == kMostEntries)
-    throw ImageLimitError("its volume has more than " + std::to_string(kMostEntries) + " entries.");
+    throw ImageLimitError("its volume has more than " + std::to_string(kMostEntries) + " entries");
   listing.entries.push_back(std::move(entry));
 }
 

@@ -62,7 +62,7 @@ std::string suitableSevenZip(const std::vector<std::string>& programs) {
     tried += (tried.empty() ? "" : " or ") + quoted(program);
   }
   throw ImageError("unpacking it needs 7-Zip " + std::to_string(kOldestRelease) +
-                   " or newer, which is not installed as " + tried + ".");
+                   " or newer, which is not installed as " + tried);
 }
 
 const std::string& sevenZip() {

@@ -27,7 +27,7 @@ constexpr const char* kFat = "-tfat";
 std::string content(const FileDescriptor& file) {
   const std::uint64_t size = sizeOf(file);
   if (size > kLongestListing)
-    throw ImageLimitError("the list of its volume's entries takes more than 512 MiB.");
+    throw ImageLimitError("the list of its volume's entries takes more than 512 MiB");
   std::string bytes(size, '\0');
   readAt(file, 0, bytes);
   return bytes;
@@ -44,7 +44,7 @@ std::string runOn(const FileDescriptor& volume, const std::vector<std::string>& 
       throw SystemError("Its volume could not be unpacked", ENOSPC);
     if (reasons.find("Unsupported Method") != std::string::npos)
       throw UnsupportedImageError("the compression of a file in its volume");
-    throw ImageError("its volume is damaged.");
+    throw ImageError("its volume is damaged");
   }
   return content(output);
 }
@@ -74,7 +74,7 @@ void compare(TreeWriter& tree, const ListedEntry& entry) {
           ? S_ISDIR(status.st_mode)
           : S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) == entry.size;
   if (!exists || !agrees)
-    throw ImageError("its entry " + quoted(entry.path) + " could not be unpacked as it is.");
+    throw ImageError("its entry " + quoted(entry.path) + " could not be unpacked as it is");
 }
 
 std::size_t countEntries(const URL& tree) {
@@ -100,7 +100,7 @@ void requireShortPaths(const VolumeListing& listing, const URL& tree) {
   const std::size_t most = PATH_MAX - 1 - std::min<std::size_t>(PATH_MAX - 1, tree.path().size() + 1);
   for (const ListedEntry& entry : listing.entries)
     if (entry.path.size() > most)
-      throw ImageLimitError("a path in its volume is longer than " + std::to_string(most) + " bytes.");
+      throw ImageLimitError("a path in its volume is longer than " + std::to_string(most) + " bytes");
 }
 
 /// Writes what is listed, and nothing of the folders in `excluded`.
@@ -133,7 +133,7 @@ void unpack(const FileDescriptor& volume, const char* type, VolumeListing& listi
   }
   // One entry less than listed means that two had the same name, one more that something was added.
   if (countEntries(tree) != expected)
-    throw ImageError("its entries could not be unpacked as they are.");
+    throw ImageError("its entries could not be unpacked as they are");
 
   for (const ListedEntry& entry : entries) {
     if (entry.kind == ListedEntry::Kind::symbolicLink)

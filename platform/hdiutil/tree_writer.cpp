@@ -19,7 +19,7 @@ void require(int result, const std::string& path) {
     return;
   const int reason = errno;
   if (reason == EEXIST)
-    throw ImageError("its volume is damaged: it contains " + quoted(path) + " more than once.");
+    throw ImageError("its volume is damaged: it contains " + quoted(path) + " more than once");
   throw SystemError(quoted(path) + " could not be written", reason);
 }
 
@@ -38,7 +38,7 @@ std::size_t commonFolder(std::string_view one, std::string_view other) {
 
 void requireEntryName(std::string_view name) {
   if (!isEntryName(name))
-    throw ImageError("the name of a file in its volume cannot occur in a path.");
+    throw ImageError("the name of a file in its volume cannot occur in a path");
 }
 
 }  // namespace
@@ -118,7 +118,7 @@ void TreeWriter::makeEmptyFile(const std::string& path) {
 
 void TreeWriter::makeSymbolicLink(const std::string& path, const std::string& text) {
   if (text.find('\0') != std::string::npos)
-    throw ImageError("a link in its volume is damaged.");
+    throw ImageError("a link in its volume is damaged");
   const Entry entry = find(path);
   require(::symlinkat(text.c_str(), entry.directory.get(), entry.name.c_str()), path);
 }

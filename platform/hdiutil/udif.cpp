@@ -77,7 +77,7 @@ Trailer readTrailer(const ImageBytes& bytes, std::uint64_t bytesBefore) {
   };
   if (!isInside(trailer.image.dataOffset, trailer.image.dataLength) ||
       !isInside(trailer.listOffset, trailer.listLength) || trailer.sectorCount > kMostSectors)
-    throw ImageError("it is truncated, or its trailer is damaged.");
+    throw ImageError("it is truncated, or its trailer is damaged");
   if (trailer.listLength == 0 || trailer.listLength > kLongestList)
     bytes.damaged();
   return trailer;
@@ -120,7 +120,7 @@ const PropertyList::Array& blockTables(const PropertyList& list) {
   const PropertyList* resources = list.valueForKey("resource-fork");
   const PropertyList* tables = resources == nullptr ? nullptr : resources->valueForKey("blkx");
   if (tables == nullptr || tables->array() == nullptr || tables->array()->empty())
-    throw ImageError("it is damaged: it has no block table.");
+    throw ImageError("it is damaged: it has no block table");
   return *tables->array();
 }
 
@@ -130,7 +130,7 @@ PropertyList readList(const FileDescriptor& image, const Trailer& trailer) {
   try {
     return NSPropertyListSerialization::propertyListWithData(Data(std::move(bytes)));
   } catch (const PropertyListError&) {
-    throw ImageError("its list of block tables is damaged.");
+    throw ImageError("its list of block tables is damaged");
   }
 }
 
@@ -138,7 +138,7 @@ void addTable(UdifImage& image, const PropertyList& entry, std::uint32_t& master
   const PropertyList* data = entry.valueForKey("Data");
   const PropertyList* name = entry.valueForKey("Name");
   if (data == nullptr || data->data() == nullptr)
-    throw ImageError("its list of block tables is damaged.");
+    throw ImageError("its list of block tables is damaged");
   const ImageBytes bytes(data->data()->bytes(), "its block table");
   const bool isNamed = name != nullptr && name->string() != nullptr;
   UdifTable table = readTable(isNamed ? *name->string() : std::string(), bytes, image);
@@ -159,7 +159,7 @@ void requireEnd(const UdifImage& image) {
       unstored -= run.isStored ? run.length : 0;
   if (unstored > kMostUnstored)
     throw ImageLimitError(std::to_string(unstored) + " bytes of its disk are empty; at most " +
-                          std::to_string(kMostUnstored) + " (64 GiB) are allowed.");
+                          std::to_string(kMostUnstored) + " (64 GiB) are allowed");
 }
 
 }  // namespace
@@ -179,7 +179,7 @@ std::optional<UdifImage> readUdif(const FileDescriptor& image) {
   for (const PropertyList& entry : blockTables(list))
     addTable(trailer.image, entry, master);
   if (trailer.masterChecksum && *trailer.masterChecksum != master)
-    throw ImageError("it is damaged: its block tables do not match their checksum.");
+    throw ImageError("it is damaged: its block tables do not match their checksum");
   if (trailer.sectorCount * kSectorSize < trailer.image.diskSize)
     bytes.damaged();
   requireEnd(trailer.image);

@@ -103,10 +103,10 @@ void UdifDisk::finish() {
   skip(size());
   char surplus = 0;
   if (pipe_.reader.read(&surplus, 1, "the disk image") != 0 || !unpacker_.succeeds())
-    throw ImageError("its stored blocks are damaged.");
+    throw ImageError("its stored blocks are damaged");
   checkStoredBytes(description_.dataLength);
   if (description_.dataChecksum && *description_.dataChecksum != dataChecksum_)
-    throw ImageError("it is damaged: its stored blocks do not match their checksum.");
+    throw ImageError("it is damaged: its stored blocks do not match their checksum");
 }
 
 void UdifDisk::skip(std::uint64_t offset) {
@@ -183,7 +183,7 @@ void UdifDisk::unpack(std::span<char> buffer) {
   while (!buffer.empty()) {
     const std::size_t count = pipe_.reader.read(buffer.data(), buffer.size(), "the disk image");
     if (count == 0)
-      damaged("its stored blocks are damaged.");
+      damaged("its stored blocks are damaged");
     buffer = buffer.subspan(count);
   }
 }
@@ -200,7 +200,7 @@ void UdifDisk::endStretch() {
   const Stretch& stretch = stretches_[stretch_];
   if (stretch.endedTable != nullptr && stretch.endedTable->checksum &&
       *stretch.endedTable->checksum != tableChecksum_)
-    damaged("it is damaged: the content of its blocks does not match their checksum.");
+    damaged("it is damaged: the content of its blocks does not match their checksum");
   ++stretch_;
   stretchDone_ = 0;
 }
@@ -222,7 +222,7 @@ void UdifDisk::requireKept(std::uint64_t begin, std::uint64_t end) const {
       std::upper_bound(taken_.begin(), taken_.end(), begin,
                        [](std::uint64_t place, const Interval& taken) { return place < taken.end; });
   if (begin < end && after != taken_.end() && after->begin < end)
-    throw ImageError("its volume is damaged: two of its files overlap.");
+    throw ImageError("its volume is damaged: two of its files overlap");
 }
 
 }  // namespace platform::hdiutil

@@ -4,7 +4,7 @@
 #include <array>
 #include <span>
 
-#include "platform/security/refusal.hpp"
+#include "platform/security/at_place.hpp"
 #include "platform/security/resource_seal.hpp"
 #include "platform/security/security_error.hpp"
 

@@ -1,7 +1,7 @@
 #include "platform/security/code_check.hpp"
 
+#include "platform/security/at_place.hpp"
 #include "platform/security/code_pages.hpp"
-#include "platform/security/refusal.hpp"
 #include "platform/security/resource_check.hpp"
 
 namespace platform {
@@ -32,7 +32,7 @@ Requirement sealedRequirement(const std::string& path, const std::string& text) 
     return Requirement::parse(text);
   } catch (const SecurityError& error) {
     throw SecurityError(errSecCSBadResource,
-                        quoted(path) + " is sealed with a bad requirement: " + error.localizedDescription());
+                        sentence(quoted(path) + " is sealed with a bad requirement", error));
   }
 }
 
@@ -137,7 +137,7 @@ void requireSatisfied(const CheckedCode& code, const Requirement& requirement, O
   const PropertyList* information = code.information ? &*code.information : nullptr;
   for (const CodeIdentity& identity : code.identities) {
     if (const auto clause = requirement.failingClause(identity, information))
-      throw SecurityError(status, identity.place + " does not satisfy the requirement: " + *clause + ".");
+      throw SecurityError(status, sentence(identity.place + " does not satisfy the requirement", *clause));
   }
 }
 

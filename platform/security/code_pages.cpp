@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/security/refusal.hpp"
+#include "platform/security/at_place.hpp"
 
 namespace platform {
 namespace {

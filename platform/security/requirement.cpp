@@ -87,8 +87,7 @@ Requirement Requirement::parse(std::string_view text) {
   try {
     return Requirement(RequirementParser(text).parse());
   } catch (const FormatError& error) {
-    throw SecurityError(errSecCSReqInvalid,
-                        "The code requirement is invalid: " + error.localizedDescription() + ".");
+    throw SecurityError(errSecCSReqInvalid, sentence("The code requirement is invalid", error));
   }
 }
 

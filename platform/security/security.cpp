@@ -54,7 +54,7 @@ SecValidityResult SecStaticCodeCheckValidityWithErrors(const SecStaticCode& code
     return {.status = errSecCSSignatureFailed, .error = error};
   } catch (const std::exception& error) {
     return {.status = errSecCSSignatureFailed,
-            .error = Error("The code could not be checked: " + std::string(error.what()) + ".")};
+            .error = Error(sentence("The code could not be checked", error.what()))};
   }
 }
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "platform/security/at_place.hpp"
 #include "platform/security/mach_o.hpp"
-#include "platform/security/refusal.hpp"
 
 namespace platform {
 namespace {

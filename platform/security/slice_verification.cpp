@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <set>
 
+#include "platform/security/at_place.hpp"
 #include "platform/security/cms_signature.hpp"
-#include "platform/security/refusal.hpp"
 
 namespace platform {
 namespace {

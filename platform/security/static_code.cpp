@@ -3,15 +3,15 @@
 #include <climits>
 #include <cstdlib>
 
+#include "platform/security/at_place.hpp"
 #include "platform/security/code_check.hpp"
-#include "platform/security/refusal.hpp"
 
 namespace platform {
 namespace {
 
 [[noreturn]] void refuseLocation(const URL& location, const std::string& reason) {
   throw SecurityError(errSecCSStaticCodeNotFound,
-                      "There is no code at " + quoted(location.path()) + ": " + reason + ".");
+                      sentence("There is no code at " + quoted(location.path()), reason));
 }
 
 struct Free {

@@ -13,12 +13,13 @@ namespace {
 
 constexpr std::uint64_t kLargestFile = 1U << 20U;
 
-[[noreturn]] void refuse(const std::string& path, const std::string& reason) {
+template <typename Reason>
+[[noreturn]] void refuse(const std::string& path, const Reason& reason) {
   throw SecurityError(errSecCSSignatureFailed,
-                      "The trusted roots in " + quoted(path) + " cannot be used: " + reason + ".");
+                      sentence("The trusted roots in " + quoted(path) + " cannot be used", reason));
 }
 
-/// Refuses what someone else may have written.
+/// Refuses an item that another user may have written.
 void requirePrivate(const FileDescriptor& item, const std::string& path) {
   struct stat status {};
   if (::fstat(item.get(), &status) != 0)
@@ -57,13 +58,8 @@ TrustAnchors TrustAnchors::inDirectory(const URL& url) {
     }
   } catch (const SecurityError&) {
     throw;
-  } catch (const FormatError& error) {
-    refuse(url.path(), error.localizedDescription());
   } catch (const Error& error) {
-    std::string reason = error.localizedDescription();
-    if (reason.ends_with('.'))
-      reason.pop_back();
-    refuse(url.path(), reason);
+    refuse(url.path(), error);
   }
   return TrustAnchors(std::move(roots));
 }

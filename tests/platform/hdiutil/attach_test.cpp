@@ -301,8 +301,8 @@ TEST_F(HfsPlusTest, AnAliasIsNotALink) {
   EXPECT_EQ(attachFile({.type = "fdrpMACS"}), "");
   EXPECT_EQ(attachFile({.recordFlags = 0x20, .type = "fdrpMACS", .created = 7}), "");
   EXPECT_EQ(attachFile({.hardLinkTarget = 77, .created = 7}), "");
-  EXPECT_EQ(attachFile({.recordFlags = 0x20, .type = "fdrpMACS"}),
-            "a hard link to a folder in its volume is not supported.");
+  EXPECT_THAT(attachFile({.recordFlags = 0x20, .type = "fdrpMACS"}),
+              HasSubstr("a hard link to a folder in its volume is not supported."));
 }
 
 TEST_F(HfsPlusTest, NothingIsWrittenThroughALink) {

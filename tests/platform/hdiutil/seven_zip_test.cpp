@@ -45,9 +45,8 @@ TEST(SevenZipProgramTest, IsTheFirstThatIsNewEnough) {
   try {
     ADD_FAILURE() << suitableSevenZip({missing, old, foreign});
   } catch (const platform::hdiutil::ImageError& error) {
-    EXPECT_EQ(error.localizedDescription(),
-              "unpacking it needs 7-Zip 22 or newer, which is not installed as \"" + missing + "\" or \"" +
-                  old + "\" or \"" + foreign + "\".");
+    EXPECT_EQ(error.reason(), "unpacking it needs 7-Zip 22 or newer, which is not installed as \"" + missing +
+                                  "\" or \"" + old + "\" or \"" + foreign + "\"");
   }
 }
 

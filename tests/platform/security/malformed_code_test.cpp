@@ -49,7 +49,7 @@ std::string refusalOf(Read&& read) {
     read();
     return {};
   } catch (const FormatError& error) {
-    return error.localizedDescription();
+    return error.reason();
   }
 }
 

@@ -26,7 +26,7 @@ std::string reasonOf(const std::string& seal) {
     ResourceSeal::read(platform::Data(seal));
     return {};
   } catch (const platform::FormatError& error) {
-    return error.localizedDescription();
+    return error.reason();
   }
 }
 

@@ -227,7 +227,7 @@ TEST(SignedAttributes, areReadFromTheBytesThatWereSigned) {
     try {
       platform::verifyCMSSignature(encode(message.root), slice.directories, anchors);
     } catch (const platform::FormatError& error) {
-      refusal = error.localizedDescription();
+      refusal = error.reason();
     }
     EXPECT_THAT(refusal, testing::HasSubstr(variant.refusal)) << variant.name;
     EXPECT_EQ(refusal.empty(), *variant.refusal == '\0') << variant.name << ": " << refusal;

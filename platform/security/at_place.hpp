@@ -8,8 +8,8 @@
 
 namespace platform {
 
-/// Runs a part of a check. A failure that does not say where it happened becomes a `SecurityError` of the
-/// status, with a sentence that begins with `place`; other failures keep their sentences.
+/// Runs a part of a check. Its failures become `SecurityError`s with the status: a `FormatError` in a
+/// sentence that begins with `place`, other failures with their own sentences.
 template <typename Part>
 auto atPlace(const std::string& place, OSStatus status, Part&& part) {
   try {
@@ -17,7 +17,7 @@ auto atPlace(const std::string& place, OSStatus status, Part&& part) {
   } catch (const SecurityError&) {
     throw;
   } catch (const FormatError& error) {
-    throw SecurityError(status, place + " is not validly signed: " + error.localizedDescription() + ".");
+    throw SecurityError(status, sentence(place + " is not validly signed", error));
   } catch (const Error& error) {
     throw SecurityError(status, error.localizedDescription());
   } catch (const std::bad_alloc&) {
@@ -25,13 +25,14 @@ auto atPlace(const std::string& place, OSStatus status, Part&& part) {
   }
 }
 
-/// Runs a part of a check that reads the property list at `path`, which a failure to read it then names.
+/// Runs a part of a check that reads the property list at `path`, so that a failure to read it names the
+/// path.
 template <typename Part>
 auto readingPropertyList(const std::string& path, Part&& part) {
   try {
     return std::forward<Part>(part)();
   } catch (const PropertyListError& error) {
-    throw Error(quoted(path) + " cannot be read: " + error.localizedDescription());
+    throw Error(sentence(quoted(path) + " cannot be read", error));
   }
 }
 
