@@ -4,9 +4,12 @@
 #include <span>
 #include <string>
 
+#include "platform/formats/bytes.hpp"
+#include "platform/foundation/error.hpp"
+
 namespace platform {
 
-/// Bytes of a known number that are read in pieces.
+/// Bytes of a known size that are read in pieces.
 class ByteSource {
  public:
   ByteSource() = default;
@@ -22,19 +25,14 @@ class ByteSource {
   /// threads.
   virtual void readAt(std::uint64_t offset, std::span<char> buffer) const = 0;
 
-  /// `length` bytes from `offset` on; the memory is taken only when the source holds them.
-  std::string read(std::uint64_t offset, std::uint64_t length) const;
-};
-
-/// A range of bytes, from `offset` on.
-struct ByteRange {
-  std::uint64_t offset = 0;
-  std::uint64_t length = 0;
-
-  /// True when the range lies within the first `size` bytes.
-  bool within(std::uint64_t size) const noexcept { return offset <= size && length <= size - offset; }
-
-  bool operator==(const ByteRange&) const = default;
+  /// `length` bytes from `offset` on. Throws `FormatError` where there are fewer, before it takes the memory.
+  std::string read(std::uint64_t offset, std::uint64_t length) const {
+    if (!ByteRange{offset, length}.within(size()))
+      throw FormatError::truncated("the file");
+    std::string bytes(length, '\0');
+    readAt(offset, bytes);
+    return bytes;
+  }
 };
 
 }  // namespace platform

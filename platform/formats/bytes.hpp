@@ -1,19 +1,21 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 
 namespace platform {
 
-/// The `length` bytes from `offset` on; nothing where not all of them lie within `bytes`.
-inline std::optional<std::string_view> partOf(std::string_view bytes, std::uint64_t offset,
-                                              std::uint64_t length) noexcept {
-  if (offset > bytes.size() || length > bytes.size() - offset)
-    return std::nullopt;
-  return bytes.substr(offset, length);
-}
+/// A range of bytes, or of other units, from `offset` on.
+struct ByteRange {
+  std::uint64_t offset = 0;
+  std::uint64_t length = 0;
+
+  /// True when the range is within the first `size` bytes.
+  bool within(std::uint64_t size) const noexcept { return offset <= size && length <= size - offset; }
+
+  bool operator==(const ByteRange&) const = default;
+};
 
 inline constexpr std::string_view kLowerCaseDigits = "0123456789abcdef";
 inline constexpr std::string_view kUpperCaseDigits = "0123456789ABCDEF";

@@ -117,8 +117,12 @@ class XMLWriter {
 
 }  // namespace
 
+PropertyListError PropertyListError::invalid(std::string_view reason) {
+  return PropertyListError(sentence("The data is no valid property list", reason));
+}
+
 void refusePropertyList(std::string_view reason) {
-  throw PropertyListError(sentence("The data is no valid property list", reason));
+  throw PropertyListError::invalid(reason);
 }
 
 void refuseDeepPropertyList() {

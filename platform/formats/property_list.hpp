@@ -15,10 +15,16 @@
 
 namespace platform {
 
-/// Bytes that are no property list.
+/// Data that is not a valid property list, or a property list that cannot be written.
 class PropertyListError : public Error {
  public:
   using Error::Error;
+
+  /// For data that breaks the rules of its format; `reason` is a clause.
+  static PropertyListError invalid(std::string_view reason);
+  static PropertyListError damaged(std::string_view item) {
+    return invalid(std::string(item) + " is damaged");
+  }
 };
 
 /// A value of a property list. It does not change; copies share their content.

@@ -55,6 +55,16 @@ class ItemError : public Error {
   std::shared_ptr<const std::string> reason_;
 };
 
+/// Bytes that break the rules of their format.
+class FormatError : public ItemError {
+ public:
+  using ItemError::ItemError;
+
+  static FormatError truncated(std::string_view item) {
+    return FormatError(std::string(item) + " ends too early");
+  }
+};
+
 /// What failed and why, as one sentence: "`what`: `reason`." The reason is a clause.
 std::string sentence(std::string_view what, std::string_view reason);
 

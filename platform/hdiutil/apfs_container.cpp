@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "platform/hdiutil/disk.hpp"
-#include "platform/hdiutil/image_bytes.hpp"
 #include "platform/hdiutil/image_error.hpp"
 
 namespace platform::hdiutil {
@@ -24,25 +23,29 @@ constexpr std::string_view kItem = "its APFS container";
 
 enum Role : std::uint16_t { kRecovery = 0x0004, kVM = 0x0008, kPreboot = 0x0010 };
 
+ImageBytes reader(std::string_view bytes) {
+  return {bytes, kItem, ByteOrder::little};
+}
+
 class Container {
  public:
   explicit Container(const FileDescriptor& file) : file_(file), size_(sizeOf(file)) {
     blockSize_ = kSmallestBlock;
     const std::string first = block(0);
-    blockSize_ = ImageBytes(first, kItem).littleU32(36);
+    blockSize_ = reader(first).u32(36);
     if (blockSize_ < kSmallestBlock || blockSize_ > kLargestBlock)
-      ImageBytes(first, kItem).damaged();
+      throw ImageError::damaged(kItem);
   }
 
   std::unordered_map<std::string, ApfsVolume> volumes() {
     const std::string bytes = newestSuperblock();
-    const ImageBytes superblock(bytes, kItem);
-    const std::string map = block(superblock.littleU64(160));
-    readObjects(ImageBytes(map, kItem).littleU64(48));
+    const ImageBytes superblock = reader(bytes);
+    const std::string map = block(superblock.u64(160));
+    readObjects(reader(map).u64(48));
     std::unordered_map<std::string, ApfsVolume> volumes;
-    const std::uint32_t count = std::min(superblock.littleU32(180), kMostVolumes);
+    const std::uint32_t count = std::min(superblock.u32(180), kMostVolumes);
     for (std::uint32_t index = 0; index < count; ++index) {
-      const auto found = objects_.find(superblock.littleU64(184 + 8 * std::uint64_t{index}));
+      const auto found = objects_.find(superblock.u64(184 + 8 * std::uint64_t{index}));
       if (found != objects_.end())
         addVolume(volumes, block(found->second.address));
     }
@@ -57,7 +60,7 @@ class Container {
 
   std::string block(std::uint64_t address) const {
     if (address >= size_ / blockSize_)
-      ImageBytes({}, kItem).damaged();
+      throw ImageError::damaged(kItem);
     std::string bytes(blockSize_, '\0');
     readAt(file_, address * blockSize_, bytes);
     return bytes;
@@ -66,16 +69,16 @@ class Container {
   /// The first block is a copy, which is older than the newest one after a crash.
   std::string newestSuperblock() const {
     std::string newest = block(0);
-    const ImageBytes first(newest, kItem);
-    const std::uint32_t count = first.littleU32(104);
-    const std::uint64_t base = first.littleU64(112);
-    std::uint64_t transaction = first.littleU64(16);
+    const ImageBytes first = reader(newest);
+    const std::uint32_t count = first.u32(104);
+    const std::uint64_t base = first.u64(112);
+    std::uint64_t transaction = first.u64(16);
     // With the highest bit the checkpoints are in a tree of their own.
     for (std::uint64_t index = 0; count <= kMostCheckpointBlocks && index < count; ++index) {
       std::string bytes = block(base + index);
-      const ImageBytes candidate(bytes, kItem);
-      if (candidate.startsWith(32, "NXSB") && candidate.littleU64(16) > transaction) {
-        transaction = candidate.littleU64(16);
+      const ImageBytes candidate = reader(bytes);
+      if (candidate.startsWith(32, "NXSB") && candidate.u64(16) > transaction) {
+        transaction = candidate.u64(16);
         newest = std::move(bytes);
       }
     }
@@ -87,38 +90,38 @@ class Container {
     std::vector<std::uint64_t> nodes{root};
     for (std::size_t next = 0; next < nodes.size() && next < kMostNodes; ++next) {
       const std::string bytes = block(nodes[next]);
-      readNode(ImageBytes(bytes, kItem), nodes);
+      readNode(reader(bytes), nodes);
     }
   }
 
   void readNode(const ImageBytes& node, std::vector<std::uint64_t>& nodes) {
     constexpr std::uint64_t kHeaderSize = 56;
-    const std::uint32_t flags = node.littleU16(32);
-    const std::uint32_t count = node.littleU32(36);
-    const std::uint64_t table = kHeaderSize + node.littleU16(40);
-    const std::uint64_t keys = table + node.littleU16(42);
+    const std::uint32_t flags = node.u16(32);
+    const std::uint32_t count = node.u32(36);
+    const std::uint64_t table = kHeaderSize + node.u16(40);
+    const std::uint64_t keys = table + node.u16(42);
     const std::uint64_t end = node.size() - ((flags & kRootNode) != 0 ? kRootInfoSize : 0);
     for (std::uint64_t index = 0; index < count; ++index) {
-      const std::uint64_t key = keys + node.littleU16(table + 4 * index);
-      const std::uint64_t back = node.littleU16(table + 4 * index + 2);
+      const std::uint64_t key = keys + node.u16(table + 4 * index);
+      const std::uint64_t back = node.u16(table + 4 * index + 2);
       if (back > end)
-        node.damaged();
+        node.refuse();
       if ((flags & kLeafNode) == 0) {
-        nodes.push_back(node.littleU64(end - back));
+        nodes.push_back(node.u64(end - back));
         continue;
       }
-      const Object object{node.littleU64(key + 8), node.littleU64(end - back + 8)};
-      Object& newest = objects_.try_emplace(node.littleU64(key), object).first->second;
+      const Object object{node.u64(key + 8), node.u64(end - back + 8)};
+      Object& newest = objects_.try_emplace(node.u64(key), object).first->second;
       if (object.transaction > newest.transaction)
         newest = object;
     }
   }
 
   static void addVolume(std::unordered_map<std::string, ApfsVolume>& volumes, const std::string& bytes) {
-    const ImageBytes superblock(bytes, kItem);
+    const ImageBytes superblock = reader(bytes);
     if (superblock.startsWith(32, "APSB"))
-      volumes.emplace(hexadecimal(superblock.span(240, 16)),
-                      ApfsVolume{superblock.littleU16(964), (superblock.littleU64(264) & kUnencrypted) == 0});
+      volumes.emplace(hexadecimal(superblock.bytes(240, 16)),
+                      ApfsVolume{superblock.u16(964), (superblock.u64(264) & kUnencrypted) == 0});
   }
 
   const FileDescriptor& file_;

@@ -48,7 +48,7 @@ FileDescriptor Disk::file(std::uint64_t offset, std::uint64_t length, const File
 }
 
 void Disk::requireInside(std::uint64_t offset, std::uint64_t length) const {
-  if (offset > size() || length > size() - offset)
+  if (!ByteRange{offset, length}.within(size()))
     throw ImageError("it is damaged: a volume reaches beyond the end of its disk");
 }
 

@@ -38,7 +38,7 @@ CompressionAttributes readCompressionAttributes(HfsPlusVolume& volume, const std
       return;
     if (data.u32(0) != kInlineRecord)
       throw UnsupportedImageError("the compression of a file in its volume (in an attribute of its own)");
-    const std::string_view content = data.span(kInlineHeaderSize, data.u32(12));
+    const std::string_view content = data.bytes(kInlineHeaderSize, data.u32(12));
     attributes.emplace(file, CompressedFile(std::string(content)));
   });
   return attributes;

@@ -40,7 +40,7 @@ HfsFork readHfsFork(const ImageBytes& bytes) {
 }
 
 bool HfsPlusVolume::isAt(Disk& disk, std::uint64_t offset) {
-  if (offset > disk.size() || disk.size() - offset < kHeaderOffset + kHeaderSize)
+  if (!ByteRange{offset, kHeaderOffset + kHeaderSize}.within(disk.size()))
     return false;
   const std::string signature = disk.read(offset + kHeaderOffset, 4);
   return signature == std::string_view("H+\0\x04", 4) || signature == std::string_view("HX\0\x05", 4);
@@ -57,7 +57,7 @@ HfsPlusVolume::HfsPlusVolume(Disk& disk, std::uint64_t offset, std::uint64_t len
   blockSize_ = header.u32(40);
   blockCount_ = header.u32(44);
   if (blockSize_ < 512 || (blockSize_ & (blockSize_ - 1)) != 0 || blockCount_ > length_ / blockSize_)
-    header.damaged();
+    header.refuse();
   overflow_ = readHfsFork(header.part(192, kForkSize));
   catalog_ = readHfsFork(header.part(272, kForkSize));
   attributes_ = readHfsFork(header.part(352, kForkSize));
@@ -80,7 +80,7 @@ void HfsPlusVolume::readOverflow() {
     const std::uint8_t kind = key.u8(0);
     if (kind != static_cast<std::uint8_t>(HfsForkKind::data) &&
         kind != static_cast<std::uint8_t>(HfsForkKind::resource))
-      key.damaged();
+      key.refuse();
     overflowExtents_.emplace(OverflowKey{key.u32(2), HfsForkKind{kind}, key.u32(6)}, readExtents(data, 0));
   });
 }
@@ -95,7 +95,7 @@ std::vector<HfsPiece> HfsPlusVolume::pieces(const HfsFork& fork, std::uint32_t f
     for (const HfsFork::Extent& extent : *extents) {
       if (left == 0 || extent.count == 0)
         break;
-      if (extent.start > blockCount_ || extent.count > blockCount_ - extent.start)
+      if (!ByteRange{extent.start, extent.count}.within(blockCount_))
         throw ImageError("its volume is damaged: a file reaches beyond its end");
       const std::uint64_t length = std::min(left, std::uint64_t{extent.count} * blockSize_);
       if (result.size() == kMostPieces)
@@ -120,7 +120,7 @@ std::string HfsPlusVolume::content(const HfsFork& fork, std::uint32_t fileIdenti
     throw ImageLimitError("the catalog of its volume is larger than " + std::to_string(kLargestTree) +
                           " bytes");
   if (fork.size > length_)
-    ImageBytes({}, kTreeItem).damaged();
+    throw ImageError::damaged(kTreeItem);
   std::string bytes(fork.size, '\0');
   std::uint64_t done = 0;
   for (const HfsPiece& piece : pieces(fork, fileIdentifier, HfsForkKind::data)) {
@@ -136,34 +136,34 @@ void HfsPlusVolume::readTree(const std::string& bytes, const RecordReader& reade
   const std::uint32_t nodeCount = tree.u32(kNodeDescriptorSize + 22);
   if (tree.u8(8) != kHeaderNode || nodeSize < 512 || (nodeSize & (nodeSize - 1)) != 0 ||
       nodeCount > tree.size() / nodeSize)
-    tree.damaged();
+    tree.refuse();
   std::uint32_t recordsLeft = tree.u32(kNodeDescriptorSize + 6);
   std::uint32_t nodesLeft = nodeCount;
   for (std::uint32_t number = tree.u32(kNodeDescriptorSize + 10); number != 0;) {
     if (number >= nodeCount || nodesLeft-- == 0)
-      tree.damaged();
+      tree.refuse();
     const ImageBytes node = tree.part(number * nodeSize, nodeSize);
     const std::uint16_t count = node.u16(10);
     if (node.u8(8) != kLeafNode || count > recordsLeft || std::uint64_t{count} * 2 + 2 > nodeSize)
-      node.damaged();
+      node.refuse();
     recordsLeft -= count;
     for (std::uint64_t index = 0; index < count; ++index) {
       const std::uint64_t begin = node.u16(nodeSize - 2 * (index + 1));
       const std::uint64_t end = node.u16(nodeSize - 2 * (index + 2));
       if (begin < kNodeDescriptorSize || end < begin)
-        node.damaged();
+        node.refuse();
       const ImageBytes record = node.part(begin, end - begin);
       const std::uint64_t keyLength = record.u16(0);
       // Data starts on an even place.
       const std::uint64_t dataBegin = (keyLength + 3) / 2 * 2;
       if (dataBegin > record.size())
-        record.damaged();
+        record.refuse();
       reader(record.part(2, keyLength), record.part(dataBegin, record.size() - dataBegin));
     }
     number = node.u32(0);
   }
   if (recordsLeft != 0)
-    tree.damaged();
+    tree.refuse();
 }
 
 }  // namespace platform::hdiutil

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/hdiutil/disk.hpp"
-#include "platform/hdiutil/image_bytes.hpp"
+#include "platform/hdiutil/image_error.hpp"
 
 namespace platform::hdiutil {
 

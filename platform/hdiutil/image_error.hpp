@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "platform/formats/byte_reader.hpp"
 #include "platform/foundation/error.hpp"
 
 namespace platform::hdiutil {
@@ -10,7 +11,12 @@ namespace platform::hdiutil {
 class ImageError : public ItemError {
  public:
   using ItemError::ItemError;
+
+  static ImageError damaged(std::string_view item) { return ImageError(std::string(item) + " is damaged"); }
 };
+
+/// Reads bytes of an image.
+using ImageBytes = BasicByteReader<&ImageError::damaged>;
 
 /// An image that may be intact, but needs something that cannot be read; `what` names it.
 class UnsupportedImageError : public ImageError {

@@ -4,7 +4,6 @@
 #include <array>
 #include <span>
 
-#include "platform/hdiutil/image_bytes.hpp"
 #include "platform/hdiutil/image_error.hpp"
 
 namespace platform::hdiutil {
@@ -21,8 +20,8 @@ std::string upToNull(std::string_view text) {
 
 void add(std::vector<Partition>& partitions, const Disk& disk, std::string type, std::uint64_t first,
          std::uint64_t count, std::uint64_t sector) {
-  if (first > kMostSectors || count > kMostSectors || first * sector > disk.size() ||
-      count * sector > disk.size() - first * sector)
+  if (first > kMostSectors || count > kMostSectors ||
+      !ByteRange{first * sector, count * sector}.within(disk.size()))
     throw ImageError("it is truncated, or its partition map is damaged");
   partitions.push_back({std::move(type), first * sector, count * sector});
 }
@@ -34,11 +33,11 @@ std::vector<Partition> readApple(Disk& disk, std::uint64_t block) {
     const std::string bytes = disk.read(index * block, kSector);
     const ImageBytes entry(bytes, kItem);
     if (!entry.startsWith(0, "PM"))
-      entry.damaged();
+      entry.refuse();
     count = entry.u32(4);
     if (count > kMostEntries)
-      entry.damaged();
-    add(partitions, disk, upToNull(entry.span(48, 32)), entry.u32(8), entry.u32(12), block);
+      entry.refuse();
+    add(partitions, disk, upToNull(entry.bytes(48, 32)), entry.u32(8), entry.u32(12), block);
   }
   return partitions;
 }
@@ -80,23 +79,24 @@ std::string nameOf(std::string type, std::span<const NamedType> names) {
 
 std::vector<Partition> readGuid(Disk& disk) {
   const std::string headerBytes = disk.read(kSector, kSector);
-  const ImageBytes header(headerBytes, kItem);
-  const std::uint64_t table = header.littleU64(72);
-  const std::uint32_t count = header.littleU32(80);
-  const std::uint32_t size = header.littleU32(84);
-  if (table > kMostSectors || count > kMostEntries || size < 128 || size > kSector)
-    header.damaged();
-  const std::string entries = disk.read(table * kSector, std::uint64_t{count} * size);
+  const ImageBytes header(headerBytes, kItem, ByteOrder::little);
+  const std::uint64_t begin = header.u64(72);
+  const std::uint32_t count = header.u32(80);
+  const std::uint32_t size = header.u32(84);
+  if (begin > kMostSectors || count > kMostEntries || size < 128 || size > kSector)
+    header.refuse();
+  const std::string entries = disk.read(begin * kSector, std::uint64_t{count} * size);
+  const ImageBytes table(entries, kItem, ByteOrder::little);
   std::vector<Partition> partitions;
   for (std::uint32_t index = 0; index < count; ++index) {
-    const ImageBytes entry(std::string_view(entries).substr(std::size_t{index} * size, size), kItem);
-    const std::string_view type = entry.span(0, 16);
-    const std::uint64_t first = entry.littleU64(32);
-    const std::uint64_t last = entry.littleU64(40);
+    const ImageBytes entry = table.part(std::uint64_t{index} * size, size);
+    const std::string_view type = entry.bytes(0, 16);
+    const std::uint64_t first = entry.u64(32);
+    const std::uint64_t last = entry.u64(40);
     if (std::all_of(type.begin(), type.end(), [](char byte) { return byte == 0; }))
       continue;
     if (last < first || last > kMostSectors)
-      entry.damaged();
+      entry.refuse();
     add(partitions, disk, nameOf(guidText(type), kGuidTypes), first, last - first + 1, kSector);
   }
   return partitions;
@@ -105,10 +105,10 @@ std::vector<Partition> readGuid(Disk& disk) {
 std::vector<Partition> readMasterBootRecord(Disk& disk, const ImageBytes& record) {
   std::vector<Partition> partitions;
   for (std::uint64_t offset = 446; offset < 510; offset += 16) {
-    const ImageBytes entry = record.part(offset, 16);
+    const ImageBytes entry(record.bytes(offset, 16), kItem, ByteOrder::little);
     if (entry.u8(4) != 0)
-      add(partitions, disk, nameOf(hexadecimal(entry.span(4, 1)), kBootRecordTypes), entry.littleU32(8),
-          entry.littleU32(12), kSector);
+      add(partitions, disk, nameOf(hexadecimal(entry.bytes(4, 1)), kBootRecordTypes), entry.u32(8),
+          entry.u32(12), kSector);
   }
   return partitions;
 }

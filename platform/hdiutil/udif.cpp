@@ -6,7 +6,6 @@
 
 #include "platform/formats/property_list.hpp"
 #include "platform/hdiutil/disk.hpp"
-#include "platform/hdiutil/image_bytes.hpp"
 #include "platform/hdiutil/image_error.hpp"
 
 namespace platform::hdiutil {
@@ -60,7 +59,7 @@ struct Trailer {
 Trailer readTrailer(const ImageBytes& bytes, std::uint64_t bytesBefore) {
   Trailer trailer{};
   if (bytes.u32(8) != kTrailerSize)
-    bytes.damaged();
+    bytes.refuse();
   if (bytes.u32(4) != 4)
     throw UnsupportedImageError("version " + std::to_string(bytes.u32(4)) + " of its format");
   if (bytes.u32(60) > 1)
@@ -72,14 +71,12 @@ Trailer readTrailer(const ImageBytes& bytes, std::uint64_t bytesBefore) {
   trailer.listLength = bytes.u64(224);
   trailer.masterChecksum = checksumAt(bytes, 352);
   trailer.sectorCount = bytes.u64(492);
-  const auto isInside = [&](std::uint64_t offset, std::uint64_t length) {
-    return offset <= bytesBefore && length <= bytesBefore - offset;
-  };
-  if (!isInside(trailer.image.dataOffset, trailer.image.dataLength) ||
-      !isInside(trailer.listOffset, trailer.listLength) || trailer.sectorCount > kMostSectors)
+  if (!ByteRange{trailer.image.dataOffset, trailer.image.dataLength}.within(bytesBefore) ||
+      !ByteRange{trailer.listOffset, trailer.listLength}.within(bytesBefore) ||
+      trailer.sectorCount > kMostSectors)
     throw ImageError("it is truncated, or its trailer is damaged");
   if (trailer.listLength == 0 || trailer.listLength > kLongestList)
-    bytes.damaged();
+    bytes.refuse();
   return trailer;
 }
 
@@ -88,7 +85,7 @@ UdifTable readTable(const std::string& name, const ImageBytes& bytes, const Udif
   const std::uint64_t sectorCount = bytes.u64(16);
   const std::uint32_t runCount = bytes.u32(200);
   if (!bytes.startsWith(0, "mish") || firstSector > kMostSectors || sectorCount > kMostSectors)
-    bytes.damaged();
+    bytes.refuse();
   UdifTable table{name, firstSector * kSectorSize, sectorCount * kSectorSize, checksumAt(bytes, 64), {}};
   std::uint64_t sector = 0;
   bool isTerminated = false;
@@ -104,15 +101,15 @@ UdifTable readTable(const std::string& name, const ImageBytes& bytes, const Udif
     if (type != kZeroFill && type != kIgnored && !isStored(type))
       throw UnsupportedImageError("its kind of block (" + std::to_string(type) + ")");
     if (run.u64(8) != sector || count > sectorCount - sector)
-      bytes.damaged();
-    if (isStored(type) && (position > image.dataLength || stored > image.dataLength - position ||
+      bytes.refuse();
+    if (isStored(type) && (!ByteRange{position, stored}.within(image.dataLength) ||
                            (type == kRaw && stored != count * kSectorSize)))
-      bytes.damaged();
+      bytes.refuse();
     sector += count;
     table.runs.push_back({count * kSectorSize, isStored(type), type != kIgnored});
   }
   if (sector != sectorCount)
-    bytes.damaged();
+    bytes.refuse();
   return table;
 }
 
@@ -145,7 +142,7 @@ void addTable(UdifImage& image, const PropertyList& entry, std::uint32_t& master
   if (table.offset < image.diskSize)
     throw UnsupportedImageError("the order of its block tables, which is not that of the disk,");
   image.diskSize = table.offset + table.length;
-  const std::string_view checksum = bytes.span(72, 4);
+  const std::string_view checksum = bytes.bytes(72, 4);
   master = static_cast<std::uint32_t>(
       ::crc32(master, reinterpret_cast<const Bytef*>(checksum.data()), static_cast<uInt>(checksum.size())));
   image.tables.push_back(std::move(table));
@@ -181,7 +178,7 @@ std::optional<UdifImage> readUdif(const FileDescriptor& image) {
   if (trailer.masterChecksum && *trailer.masterChecksum != master)
     throw ImageError("it is damaged: its block tables do not match their checksum");
   if (trailer.sectorCount * kSectorSize < trailer.image.diskSize)
-    bytes.damaged();
+    bytes.refuse();
   requireEnd(trailer.image);
   return std::move(trailer.image);
 }

@@ -7,7 +7,6 @@
 #include "platform/foundation/best_effort.hpp"
 #include "platform/hdiutil/hfs_plus_tree.hpp"
 #include "platform/hdiutil/hfs_plus_volume.hpp"
-#include "platform/hdiutil/image_bytes.hpp"
 #include "platform/hdiutil/image_error.hpp"
 #include "platform/hdiutil/seven_zip.hpp"
 
@@ -53,7 +52,7 @@ std::vector<VolumeTree> writeInto(const URL& tree, Disk& disk, const Partition& 
 }  // namespace
 
 std::optional<FileSystem> fileSystemAt(Disk& disk, std::uint64_t offset) {
-  if (offset > disk.size() || disk.size() - offset < kSector)
+  if (!ByteRange{offset, kSector}.within(disk.size()))
     return std::nullopt;
   if (HfsPlusVolume::isAt(disk, offset))
     return FileSystem::hfsPlus;
@@ -69,8 +68,7 @@ std::optional<FileSystem> fileSystemAt(Disk& disk, std::uint64_t offset) {
 
 std::optional<std::string> unsupportedFileSystemAt(Disk& disk, std::uint64_t offset) {
   for (const Signature& signature : kUnsupported) {
-    const std::uint64_t end = signature.offset + signature.mark.size();
-    if (offset <= disk.size() && end <= disk.size() - offset &&
+    if (ByteRange{offset, signature.offset + signature.mark.size()}.within(disk.size()) &&
         disk.read(offset + signature.offset, signature.mark.size()) == signature.mark)
       return signature.name;
   }

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "platform/formats/byte_reader.hpp"
-#include "platform/formats/byte_source.hpp"
 #include "platform/security/security_error.hpp"
 
 namespace platform {
@@ -40,7 +39,7 @@ using Entries = std::map<std::uint32_t, std::string_view>;
 Entries readSuperBlob(std::string_view bytes, std::string_view item) {
   ByteReader reader(bytes, item);
   reader.skip(kBlobHeaderSize);
-  const std::uint32_t count = reader.readUInt32();
+  const std::uint32_t count = reader.readU32();
   // Every entry has at least its place in the index and a header.
   if (count > bytes.size() / (2 * kBlobHeaderSize))
     throw FormatError(std::string(item) + " counts more components than it can hold");
@@ -48,14 +47,12 @@ Entries readSuperBlob(std::string_view bytes, std::string_view item) {
   Entries entries;
   std::map<std::uint64_t, std::uint64_t> ends;
   for (std::uint32_t index = 0; index < count; ++index) {
-    const std::uint32_t type = reader.readUInt32();
-    const std::uint32_t offset = reader.readUInt32();
-    ByteReader header(reader.bytesAt(offset, kBlobHeaderSize), item);
-    header.skip(4);
-    const std::uint32_t length = header.readUInt32();
+    const std::uint32_t type = reader.readU32();
+    const std::uint32_t offset = reader.readU32();
+    const std::uint32_t length = reader.u32(std::uint64_t{offset} + 4);
     if (offset < indexEnd || length < kBlobHeaderSize)
       throw FormatError(std::string(item) + " has a component at an impossible place");
-    if (!entries.emplace(type, reader.bytesAt(offset, length)).second)
+    if (!entries.emplace(type, reader.bytes(offset, length)).second)
       throw FormatError(std::string(item) + " has a component twice");
     ends.emplace(offset, std::uint64_t{offset} + length);
   }
@@ -75,9 +72,7 @@ Entries readSuperBlob(std::string_view bytes, std::string_view item) {
 }  // namespace
 
 std::string_view blobPayload(std::string_view blob) {
-  ByteReader reader(blob, "a component of its signature");
-  reader.skip(4);
-  if (reader.readUInt32() != blob.size())
+  if (ByteReader(blob, "a component of its signature").u32(4) != blob.size())
     throw FormatError("a component of its signature has a wrong length");
   return blob.substr(kBlobHeaderSize);
 }
@@ -85,23 +80,23 @@ std::string_view blobPayload(std::string_view blob) {
 void requireBlobForSlot(std::uint32_t number, std::string_view blob) {
   const std::optional<std::uint32_t> expected = magicForSlot(number);
   blobPayload(blob);
-  if (expected && ByteReader(blob, "a component of its signature").readUInt32() != *expected)
+  if (expected && ByteReader(blob, "a component of its signature").u32(0) != *expected)
     throw FormatError("its signature has a component of the wrong kind");
   if (number == slot::kRequirements) {
     for (const auto& [type, requirement] : readSuperBlob(blob, "the list of requirements")) {
-      if (ByteReader(requirement, "a requirement").readUInt32() != magic::kRequirement)
+      if (ByteReader(requirement, "a requirement").u32(0) != magic::kRequirement)
         throw FormatError("the list of requirements has a component of the wrong kind");
     }
   }
 }
 
 CodeComponents readEmbeddedSignature(std::string_view bytes) {
-  ByteReader reader(bytes, "the signature");
-  if (reader.readUInt32() != magic::kEmbeddedSignature)
+  const ByteReader reader(bytes, "the signature");
+  if (reader.u32(0) != magic::kEmbeddedSignature)
     throw FormatError("the bytes set apart for its signature hold none");
-  const std::uint32_t length = reader.readUInt32();
+  const std::uint32_t length = reader.u32(4);
   CodeComponents components;
-  for (const auto& [number, blob] : readSuperBlob(reader.bytesAt(0, length), "the signature")) {
+  for (const auto& [number, blob] : readSuperBlob(reader.bytes(0, length), "the signature")) {
     requireBlobForSlot(number, blob);
     if (number == slot::kSignature) {
       components.emplace(number, blobPayload(blob));

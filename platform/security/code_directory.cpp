@@ -39,7 +39,11 @@ const HashType& hashType(std::uint8_t number) {
 }
 
 std::string readText(const ByteReader& reader, std::uint64_t offset, std::uint64_t headerSize) {
-  std::string text(reader.textAt(offset));
+  const std::string_view rest = reader.bytesFrom(offset);
+  const std::size_t length = rest.find('\0');
+  if (length == std::string_view::npos)
+    throw FormatError("the code directory holds a text without an end");
+  std::string text(rest.substr(0, length));
   if (offset < headerSize || text.empty() || !stringFromUTF8(Data(text)))
     throw FormatError("the code directory holds no proper identifier");
   return text;
@@ -51,31 +55,31 @@ CodeDirectory CodeDirectory::read(std::string_view blob) {
   requireBlobForSlot(slot::kCodeDirectory, blob);
   ByteReader reader(blob, kItem);
   reader.skip(8);
-  const std::uint32_t version = reader.readUInt32();
+  const std::uint32_t version = reader.readU32();
   if (version < code_directory_version::kOldest || version >= code_directory_version::kFirstUnknown)
     throw FormatError("the code directory has an unknown version");
 
   CodeDirectory directory;
   directory.blob_ = blob;
-  directory.flags_ = reader.readUInt32();
-  directory.digestOffset_ = reader.readUInt32();
-  const std::uint64_t identifierOffset = reader.readUInt32();
-  directory.specialSlotCount_ = reader.readUInt32();
-  directory.pageCount_ = reader.readUInt32();
-  directory.codeLimit_ = reader.readUInt32();
-  const std::uint8_t digestLength = reader.readUInt8();
-  const HashType& type = hashType(reader.readUInt8());
+  directory.flags_ = reader.readU32();
+  directory.digestOffset_ = reader.readU32();
+  const std::uint64_t identifierOffset = reader.readU32();
+  directory.specialSlotCount_ = reader.readU32();
+  directory.pageCount_ = reader.readU32();
+  directory.codeLimit_ = reader.readU32();
+  const std::uint8_t digestLength = reader.readU8();
+  const HashType& type = hashType(reader.readU8());
   reader.skip(1);
-  const std::uint8_t pageShift = reader.readUInt8();
+  const std::uint8_t pageShift = reader.readU8();
   reader.skip(4);
   std::uint64_t teamOffset = 0;
-  if (version >= code_directory_version::kWithScatter && reader.readUInt32() != 0)
+  if (version >= code_directory_version::kWithScatter && reader.readU32() != 0)
     throw FormatError("the code directory is scattered, which is not supported");
   if (version >= code_directory_version::kWithTeam)
-    teamOffset = reader.readUInt32();
+    teamOffset = reader.readU32();
   if (version >= code_directory_version::kWithLongLimit) {
     reader.skip(4);
-    if (const std::uint64_t longLimit = reader.readUInt64(); longLimit != 0)
+    if (const std::uint64_t longLimit = reader.readU64(); longLimit != 0)
       directory.codeLimit_ = longLimit;
   }
   if (version >= code_directory_version::kWithExecutableSegment)
@@ -96,7 +100,7 @@ CodeDirectory CodeDirectory::read(std::string_view blob) {
   if (directory.digestOffset_ < reader.position() ||
       directory.digestOffset_ - reader.position() < specialBytes)
     throw FormatError("the digests of the code directory overlap its header");
-  reader.bytesAt(directory.digestOffset_, std::uint64_t{directory.pageCount_} * type.length);
+  reader.bytes(directory.digestOffset_, std::uint64_t{directory.pageCount_} * type.length);
   const std::uint64_t pages =
       directory.codeLimit_ == 0 ? 0 : (directory.codeLimit_ - 1) / directory.pageSize_ + 1;
   if (pages != directory.pageCount_)

@@ -67,8 +67,8 @@ std::string nameOf(const Architecture& architecture) {
 
 Architecture readArchitecture(ByteReader& reader) {
   constexpr std::uint32_t kCapabilities = 0xFF000000;
-  const std::uint32_t type = reader.readUInt32();
-  return {.type = type, .subtype = reader.readUInt32() & ~kCapabilities};
+  const std::uint32_t type = reader.readU32();
+  return {.type = type, .subtype = reader.readU32() & ~kCapabilities};
 }
 
 std::string_view fixedText(std::string_view bytes) {
@@ -80,14 +80,14 @@ void readSegment(ByteReader reader, bool wide, MachOSlice& slice) {
   reader.skip(8 + 16);
   reader.skip(wide ? 32 : 16);
   reader.skip(8);
-  const std::uint32_t sections = reader.readUInt32();
+  const std::uint32_t sections = reader.readU32();
   reader.skip(4);
   for (std::uint32_t index = 0; index < sections; ++index) {
     const std::string_view section = fixedText(reader.readBytes(16));
     const std::string_view segment = fixedText(reader.readBytes(16));
     reader.skip(wide ? 8 : 4);
-    const std::uint64_t size = wide ? reader.readUInt64() : reader.readUInt32();
-    const std::uint64_t offset = reader.readUInt32();
+    const std::uint64_t size = wide ? reader.readU64() : reader.readU32();
+    const std::uint64_t offset = reader.readU32();
     reader.skip(wide ? 28 : 20);
     if (section != "__info_plist" || segment != "__TEXT")
       continue;
@@ -103,18 +103,18 @@ void readSignatureCommand(ByteReader reader, MachOSlice& slice) {
   reader.skip(8);
   if (slice.signature)
     throw FormatError("it names two signatures");
-  slice.signature = ByteRange{reader.readUInt32(), reader.readUInt32()};
+  slice.signature = ByteRange{reader.readU32(), reader.readU32()};
 }
 
 void readCommands(std::string_view commands, std::uint32_t count, const Format& format, MachOSlice& slice) {
   ByteReader reader(commands, "the list of load commands", format.order);
   for (std::uint32_t index = 0; index < count; ++index) {
     const std::uint64_t start = reader.position();
-    const std::uint32_t command = reader.readUInt32();
-    const std::uint32_t size = reader.readUInt32();
+    const std::uint32_t command = reader.readU32();
+    const std::uint32_t size = reader.readU32();
     if (size < 8)
       throw FormatError("a load command is too short");
-    const ByteReader body(reader.bytesAt(start, size), kCommand, format.order);
+    const ByteReader body(reader.bytes(start, size), kCommand, format.order);
     if (command == mach_o::command::kCodeSignature)
       readSignatureCommand(body, slice);
     else if (command == (format.wide ? mach_o::command::kSegment64 : mach_o::command::kSegment32))
@@ -129,7 +129,7 @@ bool isUniversal(std::uint32_t magic) {
 
 std::uint32_t magicAt(const ByteSource& file, std::uint64_t offset) {
   const std::string bytes = file.read(offset, 4);
-  return ByteReader(bytes, kHeader).readUInt32();
+  return ByteReader(bytes, kHeader).u32(0);
 }
 
 /// Reads the slice at `range`, which lies in the file.
@@ -147,9 +147,9 @@ MachOSlice readSlice(const ByteSource& file, const ByteRange& range,
   const Architecture architecture = readArchitecture(reader);
   if (declared && architecture != *declared)
     throw FormatError("it declares an architecture that its code is not for");
-  const std::uint32_t fileType = reader.readUInt32();
-  const std::uint32_t count = reader.readUInt32();
-  const std::uint32_t commandBytes = reader.readUInt32();
+  const std::uint32_t fileType = reader.readU32();
+  const std::uint32_t count = reader.readU32();
+  const std::uint32_t commandBytes = reader.readU32();
   if (commandBytes > kMostCommandBytes || !ByteRange{headerSize, commandBytes}.within(range.length))
     throw FormatError("its load commands are too long");
 
@@ -195,8 +195,8 @@ std::vector<MachOSlice> readUniversal(const ByteSource& file, bool wide, std::ui
   std::vector<Entry> entries;
   for (std::uint32_t index = 0; index < count; ++index) {
     const Architecture architecture = readArchitecture(reader);
-    const std::uint64_t offset = wide ? reader.readUInt64() : reader.readUInt32();
-    const std::uint64_t size = wide ? reader.readUInt64() : reader.readUInt32();
+    const std::uint64_t offset = wide ? reader.readU64() : reader.readU32();
+    const std::uint64_t size = wide ? reader.readU64() : reader.readU32();
     reader.skip(wide ? 8 : 4);
     for (const Entry& other : entries) {
       if (other.architecture == architecture)

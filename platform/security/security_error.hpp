@@ -36,10 +36,4 @@ class SecurityError : public Error {
   OSStatus status_;
 };
 
-/// Bytes that break the rules of their format.
-class FormatError : public ItemError {
- public:
-  using ItemError::ItemError;
-};
-
 }  // namespace platform
