@@ -8,7 +8,6 @@ namespace QuorinSupport::CodeSignature {
 namespace {
 
 using platform::CharacterSet;
-using platform::PropertyList;
 using platform::URL;
 
 constexpr platform::SecCSFlags kValidityFlags =
@@ -43,13 +42,6 @@ void checkValidity(const platform::SecStaticCode& code, const platform::SecRequi
   if (validity.status == platform::errSecCSReqFailed)
     throw Failure::untrusted(std::move(message));
   throw Failure::invalid(std::move(message));
-}
-
-std::optional<std::string> text(const PropertyList& information, const char* key) {
-  const PropertyList* value = information.valueForKey(key);
-  if (value == nullptr || value->string() == nullptr)
-    return std::nullopt;
-  return *value->string();
 }
 
 /// True for a string that is present and canonically equivalent to the expected one.
@@ -97,8 +89,8 @@ Info validate(const URL& code, const std::optional<std::string>& requirement) {
   if (signing.status != platform::errSecSuccess || !signing.information ||
       signing.information->dictionary() == nullptr)
     throw Failure::invalid("Could not inspect signing identity.");
-  return {.identifier = text(*signing.information, platform::kSecCodeInfoIdentifier),
-          .teamIdentifier = text(*signing.information, platform::kSecCodeInfoTeamIdentifier)};
+  return {.identifier = signing.information->stringForKey(platform::kSecCodeInfoIdentifier),
+          .teamIdentifier = signing.information->stringForKey(platform::kSecCodeInfoTeamIdentifier)};
 }
 
 void validateDeveloperID(const URL& code, const std::string& identifier, const std::string& team) {

@@ -165,4 +165,11 @@ const PropertyList* PropertyList::valueForKey(std::string_view key) const {
   return member == members->end() ? nullptr : &member->second;
 }
 
+std::optional<std::string> PropertyList::stringForKey(std::string_view key) const {
+  const PropertyList* value = valueForKey(key);
+  if (value == nullptr || value->string() == nullptr)
+    return std::nullopt;
+  return *value->string();
+}
+
 }  // namespace platform

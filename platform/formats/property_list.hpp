@@ -43,7 +43,7 @@ class PropertyList {
   explicit PropertyList(Dictionary dictionary)
       : value_(std::make_shared<const Dictionary>(std::move(dictionary))) {}
 
-  /// A value of a kind that nobody here reads, such as a date.
+  /// A value of an unsupported type, such as a date.
   static PropertyList other();
 
   /// The value in one of its forms; null or nothing when it is of another kind. A pointer lives as long as
@@ -56,8 +56,11 @@ class PropertyList {
   std::optional<std::int64_t> integer() const { return scalar<std::int64_t>(); }
   std::optional<double> real() const { return scalar<double>(); }
 
-  /// The value under `key` of a dictionary; null when there is none or this is no dictionary.
+  /// The value under `key` of a dictionary; null when there is none or this is not a dictionary.
   const PropertyList* valueForKey(std::string_view key) const;
+
+  /// The string under `key` of a dictionary; nothing when there is none.
+  std::optional<std::string> stringForKey(std::string_view key) const;
 
  private:
   struct Other {};

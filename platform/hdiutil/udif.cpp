@@ -133,12 +133,10 @@ PropertyList readList(const FileDescriptor& image, const Trailer& trailer) {
 
 void addTable(UdifImage& image, const PropertyList& entry, std::uint32_t& master) {
   const PropertyList* data = entry.valueForKey("Data");
-  const PropertyList* name = entry.valueForKey("Name");
   if (data == nullptr || data->data() == nullptr)
     throw ImageError("its list of block tables is damaged");
   const ImageBytes bytes(data->data()->bytes(), "its block table");
-  const bool isNamed = name != nullptr && name->string() != nullptr;
-  UdifTable table = readTable(isNamed ? *name->string() : std::string(), bytes, image);
+  UdifTable table = readTable(entry.stringForKey("Name").value_or(std::string()), bytes, image);
   if (table.offset < image.diskSize)
     throw UnsupportedImageError("the order of its block tables, which is not that of the disk,");
   image.diskSize = table.offset + table.length;

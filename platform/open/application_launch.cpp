@@ -46,10 +46,8 @@ bool staysBelow(std::string_view path) {
 }
 
 URL mainExecutable(const URL& bundle) {
-  const PropertyList info = readInfo(bundle);
-  const PropertyList* value = info.valueForKey("CFBundleExecutable");
-  const std::string* name = value == nullptr ? nullptr : value->string();
-  if (name == nullptr)
+  const std::optional<std::string> name = readInfo(bundle).stringForKey("CFBundleExecutable");
+  if (!name)
     fail(bundle, "Its Info.plist names no executable.");
   if (!staysBelow(*name))
     fail(bundle, "The executable " + quoted(*name) + " does not lie in its Contents/MacOS.");

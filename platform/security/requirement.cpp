@@ -63,7 +63,7 @@ class Evaluation {
     const PropertyList* value = information_ == nullptr ? nullptr : information_->valueForKey(node.key);
     if (value == nullptr || !node.value)
       return value != nullptr;
-    return value->string() != nullptr && *value->string() == *node.value;
+    return information_->stringForKey(node.key) == node.value;
   }
 
   const CodeIdentity& code_;

@@ -41,14 +41,11 @@ std::optional<MountedImage> mountedImage(const Data& output) {
   });
   if (selected == entities->rend())
     return std::nullopt;
-  const std::string* mountPoint = selected->valueForKey("mount-point")->string();
-  if (mountPoint == nullptr)
+  const std::optional<std::string> mountPoint = selected->stringForKey("mount-point");
+  if (!mountPoint)
     return std::nullopt;
-  MountedImage image{.url = URL::fileURLWithPath(*mountPoint), .device = std::nullopt};
-  const PropertyList* device = selected->valueForKey("dev-entry");
-  if (device != nullptr && device->string() != nullptr)
-    image.device = *device->string();
-  return image;
+  return MountedImage{.url = URL::fileURLWithPath(*mountPoint),
+                      .device = selected->stringForKey("dev-entry")};
 }
 
 MountedImage attach(const URL& image) {

@@ -30,11 +30,10 @@ auto readingInfo(Read&& read) {
 }
 
 std::string text(const PropertyList& info, std::string_view key) {
-  const PropertyList* value = info.valueForKey(key);
-  const std::string* string = value == nullptr ? nullptr : value->string();
-  if (string == nullptr)
+  std::optional<std::string> string = info.stringForKey(key);
+  if (!string)
     throw missingOrInvalid();
-  return *string;
+  return std::move(*string);
 }
 
 }  // namespace
