@@ -8,7 +8,6 @@
 
 #include "platform/formats/binary_property_list_table.hpp"
 #include "platform/formats/bytes.hpp"
-#include "platform/formats/property_list_refusal.hpp"
 #include "platform/foundation/text.hpp"
 
 namespace platform {
@@ -32,7 +31,7 @@ std::uint64_t saturatingSum(std::uint64_t left, std::uint64_t right) {
 }
 
 [[noreturn]] void refuseText() {
-  refusePropertyList("it holds a text that is not valid");
+  throw PropertyListError::invalid("it holds a text that is not valid");
 }
 
 void requireText(const BinaryPropertyListObject& object) {
@@ -92,13 +91,13 @@ class Walk {
       return leave();
     const std::uint64_t target = table_.reference(place.container, place.nextReference);
     if (visits_[target].isOpen)
-      refusePropertyList("one of its containers contains itself");
+      throw PropertyListError::invalid("one of its containers contains itself");
     if (visits_[target].cost == 0)
       return enter(target);  // and back here once all is known about it
     const bool isKey = place.container.kind == BinaryPropertyListObject::Kind::dictionary &&
                        place.nextReference < references / 2;
     if (isKey && !table_.object(target).isText())
-      refusePropertyList("a dictionary has a key that is no text");
+      throw PropertyListError::invalid("a dictionary has a key that is no text");
     count(visits_[target], visits_[place.index]);
     ++place.nextReference;
   }
@@ -111,8 +110,8 @@ class Walk {
   static void count(const Visit& element, Visit& container) {
     container.cost = saturatingSum(container.cost, element.cost);
     container.levels = std::max(container.levels, element.levels + 1);
-    if (container.levels > kDeepestPropertyList)
-      refuseDeepPropertyList();
+    if (container.levels > PropertyList::kGreatestDepth)
+      throw PropertyListError::tooDeep();
   }
 
   const BinaryPropertyListTable& table_;
@@ -192,7 +191,7 @@ bool isBinaryPropertyList(std::string_view bytes) {
 PropertyList readBinaryPropertyList(std::string_view bytes) {
   const BinaryPropertyListTable table(bytes);
   if (Walk(table).run() > allowance(bytes.size()))
-    refusePropertyList("its objects are shared beyond reason");
+    throw PropertyListError::invalid("its objects are shared beyond reason");
   return decoded(table, table.root());
 }
 

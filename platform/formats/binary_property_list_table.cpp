@@ -2,7 +2,6 @@
 
 #include "platform/formats/byte_reader.hpp"
 #include "platform/formats/property_list.hpp"
-#include "platform/formats/property_list_refusal.hpp"
 
 namespace platform {
 namespace {
@@ -39,7 +38,7 @@ std::string_view readElements(ObjectReader& reader, std::uint64_t low, std::uint
 
 BinaryPropertyListTable::BinaryPropertyListTable(std::string_view bytes) {
   if (bytes.size() < kHeader.size() + kTrailerSize || !bytes.starts_with(kHeader))
-    refusePropertyList("it is no complete binary list of a known version");
+    throw PropertyListError::invalid("it is no complete binary list of a known version");
   const std::size_t end = bytes.size() - kTrailerSize;
   const ObjectReader trailer(bytes.substr(end), "its trailer");
   offsetSize_ = trailer.u8(6);
@@ -52,7 +51,7 @@ BinaryPropertyListTable::BinaryPropertyListTable(std::string_view bytes) {
   const bool fits = sizesAreKnown && begin >= kHeader.size() && begin <= end &&
                     count_ <= (end - begin) / offsetSize_ && root_ < count_;
   if (!fits)
-    refusePropertyList("its table of objects is damaged");
+    throw PropertyListError::invalid("its table of objects is damaged");
   bytes_ = bytes.substr(0, begin);
   offsets_ = bytes.substr(begin, count_ * offsetSize_);
 }
@@ -97,7 +96,7 @@ BinaryPropertyListObject BinaryPropertyListTable::object(std::uint64_t index) co
     case Kind::dictionary:
       return {kind, readElements(reader, low, 2 * referenceSize_)};
   }
-  refusePropertyList("it holds an object of an unknown kind");
+  throw PropertyListError::invalid("it holds an object of an unknown kind");
 }
 
 std::uint64_t BinaryPropertyListTable::reference(const BinaryPropertyListObject& container,

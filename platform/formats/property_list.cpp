@@ -7,7 +7,6 @@
 
 #include "platform/formats/binary_property_list.hpp"
 #include "platform/formats/bytes.hpp"
-#include "platform/formats/property_list_refusal.hpp"
 #include "platform/formats/xml_property_list.hpp"
 #include "platform/foundation/text.hpp"
 
@@ -119,14 +118,6 @@ class XMLWriter {
 
 PropertyListError PropertyListError::invalid(std::string_view reason) {
   return PropertyListError(sentence("The data is no valid property list", reason));
-}
-
-void refusePropertyList(std::string_view reason) {
-  throw PropertyListError::invalid(reason);
-}
-
-void refuseDeepPropertyList() {
-  refusePropertyList("it is nested too deeply");
 }
 
 PropertyList NSPropertyListSerialization::propertyListWithData(const Data& bytes) {

@@ -22,6 +22,7 @@ class PropertyListError : public Error {
 
   /// For data that breaks the rules of its format; `reason` is a clause.
   static PropertyListError invalid(std::string_view reason);
+  static PropertyListError tooDeep() { return invalid("it is nested too deeply"); }
   static PropertyListError damaged(std::string_view item) {
     return invalid(std::string(item) + " is damaged");
   }
@@ -32,6 +33,9 @@ class PropertyList {
  public:
   using Array = std::vector<PropertyList>;
   using Dictionary = std::map<std::string, PropertyList, std::less<>>;
+
+  /// Of containers that are read; deeper than any list that a person or a tool would write.
+  static constexpr std::size_t kGreatestDepth = 512;
 
   PropertyList(std::string string) : value_(std::move(string)) {}    // NOLINT(google-explicit-constructor)
   PropertyList(const char* string) : value_(std::string(string)) {}  // NOLINT(google-explicit-constructor)

@@ -8,9 +8,6 @@
 #include <optional>
 #include <utility>
 
-#include "platform/formats/property_list_refusal.hpp"
-#include "platform/formats/xml_property_list_value.hpp"
-
 namespace platform {
 namespace {
 
@@ -41,7 +38,7 @@ class Reader {
  public:
   explicit Reader(std::string_view bytes) : bytes_(bytes), parser_(::XML_ParserCreate(nullptr)) {
     if (parser_ == nullptr)
-      refusePropertyList("there is not enough memory to read it");
+      throw PropertyListError::invalid("there is not enough memory to read it");
     ::XML_SetUserData(parser_.get(), this);
     ::XML_SetElementHandler(parser_.get(), onBegin, onEnd);
     ::XML_SetCharacterDataHandler(parser_.get(), onText);
@@ -55,8 +52,9 @@ class Reader {
     if (failure_)
       std::rethrow_exception(failure_);
     if (status != XML_STATUS_OK)
-      refusePropertyList("line " + std::to_string(::XML_GetCurrentLineNumber(parser_.get())) +
-                         " is no proper XML (" + ::XML_ErrorString(::XML_GetErrorCode(parser_.get())) + ')');
+      throw PropertyListError::invalid("line " + std::to_string(::XML_GetCurrentLineNumber(parser_.get())) +
+                                       " is no proper XML (" +
+                                       ::XML_ErrorString(::XML_GetErrorCode(parser_.get())) + ')');
     return open_.front().array.front();
   }
 
@@ -85,10 +83,10 @@ class Reader {
   }
   static void onEntityDeclaration(void* self, const char*, int, const char*, int, const char*, const char*,
                                   const char*, const char*) noexcept {
-    guarded(self, [](Reader&) { refusePropertyList("it declares an entity"); });
+    guarded(self, [](Reader&) { throw PropertyListError::invalid("it declares an entity"); });
   }
   static void onSkippedEntity(void* self, const char*, int) noexcept {
-    guarded(self, [](Reader&) { refusePropertyList("it refers to an unknown entity"); });
+    guarded(self, [](Reader&) { throw PropertyListError::invalid("it refers to an unknown entity"); });
   }
 
   void begin(std::string_view name) {
@@ -98,16 +96,16 @@ class Reader {
     const bool isKnown =
         element.isLeaf() || name == "dict" || name == "array" || (name == "plist" && isOutermost);
     if (!isKnown)
-      refusePropertyList("an element of it is unknown");
+      throw PropertyListError::invalid("an element of it is unknown");
     if (parent.isLeaf())
-      refusePropertyList("a value of it has elements where text is needed");
+      throw PropertyListError::invalid("a value of it has elements where text is needed");
     if (parent.is("plist") && !parent.array.empty())
-      refusePropertyList("it holds more than one value");
+      throw PropertyListError::invalid("it holds more than one value");
     const bool isKeyPlace = parent.is("dict") && !parent.key;
     if (isKeyPlace != (name == "key"))
-      refusePropertyList("keys and values do not alternate in one of its dictionaries");
-    if (element.isContainer() && ++depth_ > kDeepestPropertyList)
-      refuseDeepPropertyList();
+      throw PropertyListError::invalid("keys and values do not alternate in one of its dictionaries");
+    if (element.isContainer() && ++depth_ > PropertyList::kGreatestDepth)
+      throw PropertyListError::tooDeep();
     open_.push_back(std::move(element));
   }
 
@@ -116,7 +114,7 @@ class Reader {
     if (element.isLeaf())
       appendAsItStands(text, element.text);
     else if (text.find_first_not_of(" \t\r\n") != std::string_view::npos)
-      refusePropertyList("it holds text where elements are needed");
+      throw PropertyListError::invalid("it holds text where elements are needed");
   }
 
   /// XML turns every line end into a line feed. A name of a file may hold a carriage return, though, and is
@@ -141,9 +139,9 @@ class Reader {
       return;
     }
     if (element.key)
-      refusePropertyList("a key in one of its dictionaries has no value");
+      throw PropertyListError::invalid("a key in one of its dictionaries has no value");
     if (element.is("plist") && element.array.empty())
-      refusePropertyList("it holds no value");
+      throw PropertyListError::invalid("it holds no value");
     PropertyList value = valueOf(std::move(element));
     if (parent.is("dict"))
       parent.dictionary.insert_or_assign(*std::exchange(parent.key, std::nullopt), std::move(value));
@@ -172,7 +170,7 @@ class Reader {
 
 PropertyList readXMLPropertyList(std::string_view bytes) {
   if (bytes.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
-    refusePropertyList("it is too large");
+    throw PropertyListError::invalid("it is too large");
   return Reader(bytes).run();
 }
 

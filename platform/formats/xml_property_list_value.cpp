@@ -1,4 +1,4 @@
-#include "platform/formats/xml_property_list_value.hpp"
+#include "platform/formats/xml_property_list.hpp"
 
 #include <algorithm>
 #include <array>
@@ -6,8 +6,6 @@
 #include <cstdint>
 #include <limits>
 #include <utility>
-
-#include "platform/formats/property_list_refusal.hpp"
 
 namespace platform {
 namespace {
@@ -20,7 +18,7 @@ std::string_view trimmed(std::string_view text) {
 }
 
 [[noreturn]] void refuse(std::string_view kind) {
-  refusePropertyList("one of its values is no " + std::string(kind));
+  throw PropertyListError::invalid("one of its values is no " + std::string(kind));
 }
 
 /// The whole of `text` as a number.
