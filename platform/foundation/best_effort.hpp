@@ -4,7 +4,7 @@
 
 namespace platform {
 
-/// Runs a step whose failure changes nothing for the caller and is dropped, whatever it is.
+/// Runs a step whose failure does not matter to the caller. Any exception is dropped.
 template <typename Step>
 void bestEffort(Step&& step) noexcept {
   try {
@@ -13,5 +13,18 @@ void bestEffort(Step&& step) noexcept {
     // What the caller is about matters more than this step.
   }
 }
+
+/// Runs a clean-up step when its scope is left, by a return or an exception, as a best effort.
+template <typename Step>
+class ScopeExit {
+ public:
+  explicit ScopeExit(Step step) : step_(std::move(step)) {}
+  ScopeExit(const ScopeExit&) = delete;
+  ScopeExit& operator=(const ScopeExit&) = delete;
+  ~ScopeExit() { bestEffort(step_); }
+
+ private:
+  Step step_;
+};
 
 }  // namespace platform

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/foundation/scope_exit.hpp"
+#include "platform/foundation/best_effort.hpp"
 #include "tests/helpers/files.hpp"
 #include "tests/prove/call_sweeps.hpp"
 #include "tests/prove/limit_sweeps.hpp"

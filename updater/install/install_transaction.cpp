@@ -5,7 +5,6 @@
 #include "platform/files/file_manager.hpp"
 #include "platform/files/held_item.hpp"
 #include "platform/foundation/best_effort.hpp"
-#include "platform/foundation/scope_exit.hpp"
 #include "platform/foundation/text.hpp"
 #include "platform/foundation/uuid.hpp"
 #include "support/command_runner.hpp"
