@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "platform/crypto/library_configuration.hpp"
+#include "platform/crypto/openssl_handles.hpp"
 #include "platform/foundation/error.hpp"
 
 namespace platform {
@@ -21,13 +21,7 @@ const Implementation& implementation(DigestAlgorithm algorithm) {
   return kImplementations.at(static_cast<std::size_t>(algorithm));
 }
 
-struct FreeMethod {
-  void operator()(EVP_MD* method) const noexcept { ::EVP_MD_free(method); }
-};
-
-struct FreeContext {
-  void operator()(EVP_MD_CTX* context) const noexcept { ::EVP_MD_CTX_free(context); }
-};
+using Method = openssl::Handle<EVP_MD, &::EVP_MD_free>;
 
 [[noreturn]] void refuse(DigestAlgorithm algorithm) {
   throw Error(std::string("The digest ") + implementation(algorithm).name + " could not be computed.");
@@ -35,8 +29,8 @@ struct FreeContext {
 
 /// Looked up once: the lookup costs more than the digest of a page.
 const EVP_MD* method(DigestAlgorithm algorithm) {
-  static const std::array<std::unique_ptr<EVP_MD, FreeMethod>, 4> kMethods = [] {
-    std::array<std::unique_ptr<EVP_MD, FreeMethod>, 4> methods;
+  static const std::array<Method, 4> kMethods = [] {
+    std::array<Method, 4> methods;
     for (std::size_t index = 0; index < methods.size(); ++index)
       methods.at(index).reset(
           ::EVP_MD_fetch(nullptr, implementation(static_cast<DigestAlgorithm>(index)).name, nullptr));
@@ -52,7 +46,7 @@ std::size_t digestSize(DigestAlgorithm algorithm) noexcept {
 }
 
 struct Digest::Context {
-  std::unique_ptr<EVP_MD_CTX, FreeContext> handle{::EVP_MD_CTX_new()};
+  openssl::DigestContext handle{::EVP_MD_CTX_new()};
 };
 
 Digest::Digest(DigestAlgorithm algorithm) : algorithm_(algorithm), context_(std::make_unique<Context>()) {

@@ -7,9 +7,8 @@
 #include <array>
 
 #include "platform/crypto/digest.hpp"
-#include "platform/crypto/library_configuration.hpp"
+#include "platform/crypto/openssl_handles.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/security/openssl_handles.hpp"
 #include "platform/security/security_error.hpp"
 
 namespace platform {

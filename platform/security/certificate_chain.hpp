@@ -2,8 +2,8 @@
 
 #include <vector>
 
+#include "platform/crypto/openssl_handles.hpp"
 #include "platform/security/certificate.hpp"
-#include "platform/security/openssl_handles.hpp"
 #include "platform/security/trust_anchors.hpp"
 
 namespace platform {

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/security/openssl_handles.hpp"
+#include "platform/crypto/openssl_handles.hpp"
 
 namespace platform {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/security/openssl_handles.hpp"
+#include "platform/crypto/openssl_handles.hpp"
 #include "platform/security/trust_anchors.hpp"
 
 namespace platform {

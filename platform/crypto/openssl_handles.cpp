@@ -1,9 +1,9 @@
-#include "platform/security/openssl_handles.hpp"
+#include "platform/crypto/openssl_handles.hpp"
 
 #include <limits>
 #include <string>
 
-#include "platform/security/security_error.hpp"
+#include "platform/foundation/error.hpp"
 
 namespace platform::openssl {
 

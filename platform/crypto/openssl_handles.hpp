@@ -2,6 +2,7 @@
 
 #include <openssl/bio.h>
 #include <openssl/cms.h>
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/objects.h>
 #include <openssl/pkcs7.h>
@@ -12,8 +13,13 @@
 #include <memory>
 #include <string_view>
 
-/// Owners of the library's objects, for the sources that use the library.
+/// Owners of the library's objects. Every source that uses the library includes this header.
 namespace platform::openssl {
+
+/// The library's configuration file is not loaded: the environment may name another file, which could replace
+/// the implementation of a digest. This is settled before the first use of the library.
+// NOLINTNEXTLINE(cert-err58-cpp): a function of C throws nothing
+inline const bool kConfigurationIsSkipped = ::OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr) == 1;
 
 template <auto release>
 struct Release {
