@@ -1,11 +1,11 @@
-#include "platform/formats/xml_property_list.hpp"
-
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdint>
 #include <limits>
 #include <utility>
+
+#include "platform/formats/xml_property_list.hpp"
 
 namespace platform {
 namespace {
