@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <string_view>
 
@@ -8,7 +9,7 @@
 
 namespace platform {
 
-enum class ByteOrder { big, little };
+using ByteOrder = std::endian;
 
 /// Reads numbers and spans of untrusted bytes, at an offset or, with the operations called `read...`, at a
 /// position that advances. Whatever is outside of the bytes throws `failure(item)`.

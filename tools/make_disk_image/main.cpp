@@ -7,7 +7,7 @@
 
 #include "platform/files/file_manager.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/scope_exit.hpp"
+#include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/uuid.hpp"
 #include "platform/processes/process.hpp"
 #include "tools/make_disk_image/hfs_plus_maker.hpp"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "platform/formats/bytes.hpp"
+#include "platform/formats/byte_reader.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/security/mach_o_format.hpp"
 #include "tools/byte_writer.hpp"
@@ -22,11 +22,9 @@ constexpr std::size_t kCommandsSizeOffset = 20;
   throw platform::Error("The Mach-O image " + reason + ".");
 }
 
+/// The number of `size` bytes at `offset`.
 std::uint64_t read(std::string_view bytes, std::size_t offset, std::size_t size, std::endian order) {
-  const auto number = platform::partOf(bytes, offset, size);
-  if (!number)
-    refuse("is cut short");
-  return order == std::endian::big ? platform::bigEndian(*number) : platform::littleEndian(*number);
+  return platform::ByteReader(bytes, "the Mach-O image", order).number(offset, size);
 }
 
 /// Offsets of the fields in a segment command and in its sections.

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "platform/foundation/error.hpp"
-#include "platform/security/openssl_handles.hpp"
+#include "platform/crypto/openssl_handles.hpp"
 
 /// Calls of OpenSSL whose failures are thrown.
 namespace sign_bundle {

@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "platform/formats/bytes.hpp"
+#include "platform/formats/byte_reader.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/security/mach_o_format.hpp"
 #include "tools/byte_writer.hpp"
@@ -19,47 +19,28 @@ constexpr std::uint32_t kLargestAlignment = 15;
   throw platform::Error("The universal file " + reason + ".");
 }
 
-/// Reads consecutive big-endian numbers.
-class Cursor {
- public:
-  explicit Cursor(std::string_view bytes) : bytes_(bytes) {}
-
-  std::uint64_t number(std::size_t size) {
-    const auto number = platform::partOf(bytes_, position_, size);
-    if (!number)
-      refuse("is cut short");
-    position_ += size;
-    return platform::bigEndian(*number);
-  }
-  std::uint32_t u32() { return static_cast<std::uint32_t>(number(4)); }
-
- private:
-  std::string_view bytes_;
-  std::size_t position_ = 0;
-};
-
 }  // namespace
 
 UniversalFile UniversalFile::parse(std::string_view bytes) {
   UniversalFile file;
-  Cursor cursor(bytes);
-  const std::uint32_t magic = cursor.u32();
+  platform::ByteReader reader(bytes, "the universal file");
+  const std::uint32_t magic = reader.readU32();
   if (magic != mach_o::kFatMagic && magic != mach_o::kFatMagic64) {
     file.slices.push_back({.bytes = std::string(bytes)});
     return file;
   }
   file.form = magic == mach_o::kFatMagic ? Form::fat : Form::fat64;
   const std::size_t placeSize = file.form == Form::fat ? 4 : 8;
-  for (std::uint32_t left = cursor.u32(); left > 0; --left) {
-    Slice slice{.cpuType = cursor.u32(), .cpuSubtype = cursor.u32(), .bytes = {}};
-    const std::uint64_t offset = cursor.number(placeSize);
-    const std::uint64_t size = cursor.number(placeSize);
-    slice.alignment = cursor.u32();
+  for (std::uint32_t left = reader.readU32(); left > 0; --left) {
+    Slice slice{.cpuType = reader.readU32(), .cpuSubtype = reader.readU32(), .bytes = {}};
+    const std::uint64_t offset = reader.readNumber(placeSize);
+    const std::uint64_t size = reader.readNumber(placeSize);
+    slice.alignment = reader.readU32();
     if (file.form == Form::fat64)
-      cursor.u32();
-    if (offset > bytes.size() || size > bytes.size() - offset || slice.alignment > kLargestAlignment)
+      reader.skip(4);
+    if (slice.alignment > kLargestAlignment)
       refuse("has a slice that does not fit");
-    slice.bytes = bytes.substr(offset, size);
+    slice.bytes = reader.bytes(offset, size);
     file.slices.push_back(std::move(slice));
   }
   return file;
