@@ -89,8 +89,8 @@ bool setDescriptors(const std::array<int, 3>& streams, int& report) noexcept {
       setDescriptors(request.standardStreams, report) && resetSignals())
     ::execve(program.path, program.arguments, program.environment);
   const int reason = errno;
-  // Without the report, the exit status still is not that of a success.
-  static_cast<void>(::write(report, &reason, sizeof reason));
+  // If the report cannot be written, the exit status still tells of the failure.
+  [[maybe_unused]] const ssize_t written = ::write(report, &reason, sizeof reason);
   ::_exit(kExitStatusWithoutProgram);
 }
 
