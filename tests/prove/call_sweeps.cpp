@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -29,15 +30,26 @@ std::size_t withMargin(std::size_t calls) {
   return calls + calls / 20 + 5;
 }
 
-/// Decides the fate of the call with this index alone, and remembers which it was.
+using CallTest = bool (*)(const SystemCall&);
+
+bool isAny(const SystemCall&) {
+  return true;
+}
+
+/// The calls on which the promise depends most.
+bool isChangeByUpdater(const SystemCall& call) {
+  return call.byTool && changesFiles(call);
+}
+
+/// Decides the fate of one call, by its index among those that `concerns` selects, and remembers the call.
 class AtIndex {
  public:
-  AtIndex(std::size_t index, std::function<Fate(const SystemCall&)> fate)
-      : index_(index), fate_(std::move(fate)) {}
+  AtIndex(std::size_t index, std::function<Fate(const SystemCall&)> fate, CallTest concerns = isAny)
+      : index_(index), fate_(std::move(fate)), concerns_(concerns) {}
 
   Watcher watcher() {
     return {.before = [this](const SystemCall& call) {
-      if (count_++ != index_)
+      if (!concerns_(call) || count_++ != index_)
         return Fate{};
       call_ = call;
       reached_ = "call " + std::to_string(index_) + ", " + kindOf(call.number).name + " by " + call.program;
@@ -51,6 +63,7 @@ class AtIndex {
  private:
   std::size_t index_;
   std::function<Fate(const SystemCall&)> fate_;
+  CallTest concerns_;
   std::size_t count_ = 0;
   std::string reached_;
   SystemCall call_;
@@ -79,23 +92,27 @@ Excuses excusesForDeathAt(const SystemCall& call) {
   return excuses;
 }
 
-Task faultTask(const Material& material, Story story, std::size_t index, std::size_t error) {
-  return [&material, story, index, error](const Place& place, const auto& report) {
+Task faultTask(const Material& material, Story story, std::size_t index, std::size_t error,
+               CallTest concerns) {
+  return [=, &material](const Place& place, const auto& report) {
     Home home(material, story, place.home, place.temporary);
     home.furnish();
     std::string errorText;
-    AtIndex fault(index, [&](const SystemCall& call) {
-      const Fate fate = failing(call, error);
-      errorText = std::strerror(fate.errorNumber);
-      return fate;
-    });
+    AtIndex fault(
+        index,
+        [&](const SystemCall& call) {
+          const Fate fate = failing(call, error);
+          errorText = std::strerror(fate.errorNumber);
+          return fate;
+        },
+        concerns);
     const Ending ending = home.run(fault.watcher());
     if (fault.reached().empty()) {
       report({"", "not reached", {}});
       return;
     }
     Excuses excuses = excusesFor(fault.call());
-    excuses.life = index < kFirstCallsOfLoader;
+    excuses.life = concerns == isAny && index < kFirstCallsOfLoader;
     Result result{nameOf(story) + ": " + fault.reached() + ": " + errorText, wordFor(home.standing()),
                   home.contradictions(ending, excuses)};
     append(result.violations, leftoversAgainst(ending, story, home));
@@ -117,6 +134,16 @@ const std::array kOfNames{
     Breakdown{"names can no longer be changed", isRename, {Kind::fail, EIO}, true},
     Breakdown{"a name is changed, and the answer is an error", isRename, {Kind::failAfter, EIO}, false},
     Breakdown{"a name is changed, and the call interrupted", isRename, {Kind::failAfter, EINTR}, false}};
+
+/// What must hold where only names cannot be changed: files can be removed, and messages written.
+std::vector<std::string> complaintsWithoutRenames(Story story, const Ending& ending, const Home& home) {
+  if (home.isDamaged())
+    return {"What failed its last verification is still at the target's path."};
+  if (story == Story::rollback && home.isNoGood() &&
+      ending.error.find("restoring the previous app failed: ") == std::string::npos)
+    return {"Standard error does not say that the rollback failed: " + ending.error};
+  return {};
+}
 
 /// `turn` counts the calls of the kind alone: how many of the others are made is not quite the same twice.
 Task breakdownTask(const Material& material, Story story, const Breakdown& breakdown, std::size_t turn) {
@@ -142,7 +169,9 @@ Task breakdownTask(const Material& material, Story story, const Breakdown& break
     if (!endedWell)
       result.violations.push_back("The run ended with " + std::to_string(ending.exitStatus) + ", signal " +
                                   std::to_string(ending.signal) + ".");
-    // What failed its last verification goes even where the previous application cannot take its place.
+    if (breakdown.concerns == isRename)
+      append(result.violations, complaintsWithoutRenames(story, ending, home));
+    // What failed its last verification is removed even where the previous application cannot take its place.
     if (story == Story::revert && !fs::exists(home.target()) && home.previousStandsBeside())
       result = {result.point, "beside", strangersIn(home)};
     else
@@ -259,13 +288,20 @@ std::vector<SystemCall> record(const Material& material, Story story, const Plac
 
 Sweep faultSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
                  std::size_t every) {
-  std::vector<Task> tasks;
-  for (std::size_t index = firstOfItsOwn(story, calls); index < withMargin(calls.size()); ++index) {
+  const std::size_t first = firstOfItsOwn(story, calls);
+  std::vector<Task> decisive;
+  std::vector<Task> others;
+  std::size_t changes = 0;
+  for (std::size_t index = 0; index < withMargin(calls.size()); ++index) {
+    const bool isDecisive = index < calls.size() && isChangeByUpdater(calls[index]);
+    const std::size_t place = isDecisive ? changes++ : index;
     const std::size_t errors = index < calls.size() ? kindOf(calls[index].number).errors.size() : 1;
-    for (std::size_t error = 0; error < errors; ++error)
-      tasks.push_back(faultTask(material, story, index, error));
+    for (std::size_t error = 0; index >= first && error < errors; ++error)
+      (isDecisive ? decisive : others)
+          .push_back(faultTask(material, story, place, error, isDecisive ? isChangeByUpdater : isAny));
   }
-  return {nameOf(story) + ", one call fails", thinned(std::move(tasks), every)};
+  std::ranges::move(thinned(std::move(others), every), std::back_inserter(decisive));
+  return {nameOf(story) + ", one call fails", std::move(decisive)};
 }
 
 std::vector<Sweep> breakdownSweeps(const Material& material, Story story,

@@ -12,7 +12,8 @@ namespace prove {
 /// not go as the story does. For a process that has settled at `place`.
 std::vector<SystemCall> record(const Material& material, Story story, const Place& place);
 
-/// One call fails, with each of the errors that it can give. `every` takes one point of so many.
+/// One call fails, with each of the errors that it can give. `every` takes one point of so many, but all of
+/// the calls by which the updater itself changes files.
 Sweep faultSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
                  std::size_t every);
 
