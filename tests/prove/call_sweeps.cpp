@@ -133,7 +133,8 @@ const Breakdown kReadOnly{"the disk turns read-only", changesFiles, {Kind::fail,
 const std::array kOfNames{
     Breakdown{"names can no longer be changed", isRename, {Kind::fail, EIO}, true},
     Breakdown{"a name is changed, and the answer is an error", isRename, {Kind::failAfter, EIO}, false},
-    Breakdown{"a name is changed, and the call interrupted", isRename, {Kind::failAfter, EINTR}, false}};
+    Breakdown{"a name is changed, and the call interrupted", isRename, {Kind::failAfter, EINTR}, false},
+    Breakdown{"a name is reported as changed", isRename, {Kind::pretend}, false}};
 
 /// What must hold where only names cannot be changed: files can be removed, and messages written.
 std::vector<std::string> complaintsWithoutRenames(Story story, const Ending& ending, const Home& home) {

@@ -211,8 +211,7 @@ std::set<std::string> Home::leftovers() const {
       continue;
     }
     for (const auto& image : fs::directory_iterator(entry.path()))
-      if (image.path().filename() != "lock")
-        names.insert(name / image.path().filename());
+      names.insert(name / image.path().filename());
   }
   for (const auto& entry : fs::directory_iterator(directory_))
     if (entry.path().filename().native().starts_with('.'))

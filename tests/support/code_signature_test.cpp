@@ -107,6 +107,19 @@ TEST(CodeSignature, verdictsThroughTheInstallation) {
             "refused: \"" + code + "/Contents/Resources/added\" was added after signing.\n");
 }
 
+TEST(CodeSignature, everyClauseAboutTheCertificatesIsAsked) {
+  for (const auto& [defect, clause] :
+       {std::pair("intermediate-without-extension", "certificate 1[field.1.2.840.113635.100.6.2.6] exists"),
+        {"leaf-without-extension", "certificate leaf[field.1.2.840.113635.100.6.1.13] exists"}}) {
+    const test::SigningWorkshop workshop({"--defect", defect});
+    const InstalledJudge installed(workshop.chain());
+    EXPECT_THAT(
+        installed.judge({workshop.signedPlainApplication().native(), kIdentifier, SampleChain::kTeam}),
+        testing::AllOf(StartsWith(kUntrusted), HasSubstr(clause)))
+        << defect;
+  }
+}
+
 TEST(CodeSignature, codeWithoutAProperTeamIsNotOfADeveloper) {
   const test::TemporaryDirectory directory;
   const SampleChain chain(directory / "chain", "lowercase1");

@@ -47,12 +47,6 @@ class CommandRunnerTest : public testing::Test {
     EXPECT_FALSE(fs::exists(file.parent_path())) << file;
   }
 
-  static double secondsOf(const std::function<void()>& body) {
-    const auto start = std::chrono::steady_clock::now();
-    body();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  }
-
   test::TemporaryDirectory directory;
   const fs::path capture = directory / "capture";
   const std::string noteCapture = "printf %s \"$(readlink /proc/$$/fd/1)\" > '" + capture.native() + "'; ";
@@ -71,12 +65,6 @@ TEST_F(CommandRunnerTest, AnyStatusAndAllOutputComeBack) {
   EXPECT_EQ(result.stdout.bytes(), "0\n" + std::string(3 << 20, 'o')) << "standard input was not at its end";
   EXPECT_EQ(result.stderr.bytes(), std::string(5 << 20, 'e'));
   expectCaptureGone();
-}
-
-TEST_F(CommandRunnerTest, ArgumentsArriveAsTheyAre) {
-  const CommandResult result =
-      CommandRunner::run("/usr/bin/printf", {"%s\n", "a b", "", "$HOME", "caf\xC3\xA9", "\xFF"}, 60);
-  EXPECT_EQ(result.stdout.bytes(), "a b\n\n$HOME\ncaf\xC3\xA9\n\xFF\n");
 }
 
 TEST_F(CommandRunnerTest, AToolInheritsNothingButItsStreams) {
@@ -119,7 +107,8 @@ TEST_F(CommandRunnerTest, AToolThatCannotBeStartedIsAFailureOfTheLaunch) {
 }
 
 TEST_F(CommandRunnerTest, AGrandchildThatKeepsTheStreamsDelaysNothing) {
-  EXPECT_LT(secondsOf([&] { EXPECT_EQ(run("sleep 3 & printf left").stdout.bytes(), "left"); }), 2.0);
+  const pid_t grandchild = std::stoi(std::string(run("sleep 60 & printf $!").stdout.bytes()));
+  EXPECT_EQ(::kill(grandchild, SIGKILL), 0) << "the call returned only after its end";
 }
 
 TEST_F(CommandRunnerTest, NobodyElseGetsAtTheOutputWhateverTheMask) {
@@ -131,40 +120,17 @@ TEST_F(CommandRunnerTest, NobodyElseGetsAtTheOutputWhateverTheMask) {
 
 TEST_F(CommandRunnerTest, AnOverrunningToolIsStopped) {
   for (const double timeout : {0.3, 0.0, -1e300})
-    EXPECT_LT(secondsOf([&] { EXPECT_EQ(failureOf(overrun, timeout), timedOut); }), 1.0);
+    EXPECT_EQ(failureOf(overrun, timeout), timedOut);
   expectCaptureGone();
-  // It may take a while over its end, but not for ever.
-  const std::string ended = (directory / "ended").native();
-  EXPECT_LT(secondsOf([&] {
-              failureOf("trap 'sleep 0.2; touch \"" + ended + "\"; exit' TERM; while :; do sleep 0.02; done",
-                        0.3);
-            }),
-            1.2);
+  // It is asked to end and may take a while over it; one that ignores that is killed.
+  const fs::path ended = directory / "ended";
+  failureOf("trap 'sleep 0.2; touch \"" + ended.native() + "\"; exit' TERM; while :; do sleep 0.02; done",
+            0.3);
   EXPECT_TRUE(fs::exists(ended));
-  const double seconds = secondsOf([&] { EXPECT_EQ(failureOf(ignoreTermination, 0.3), timedOut); });
-  EXPECT_GT(seconds, 1.2);
-  EXPECT_LT(seconds, 10);
+  const fs::path went = directory / "went on";
+  EXPECT_EQ(failureOf(noteCapture + "trap '' TERM; sleep 20; touch '" + went.native() + "'", 0.3), timedOut);
+  EXPECT_FALSE(fs::exists(went));
   expectCaptureGone();
-}
-
-TEST_F(CommandRunnerTest, NoDescriptorIsLeftOpenOnAnyWayOut) {
-  EXPECT_EQ(test::inChild([&] {
-              const auto countDescriptors = [] {
-                return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-              };
-              const auto before = countDescriptors();
-              run("exit 0");
-              const bool isMissed =
-                  failureOf(removeCapture, 60).find("could not be opened: No such file") != std::string::npos;
-              failureOf(overrun, 0);
-              try {
-                CommandRunner::run("/no/such/tool", {}, 60);
-                return 2;
-              } catch (const platform::Error&) {
-                return isMissed && countDescriptors() == before ? 0 : 1;
-              }
-            }),
-            0);
 }
 
 TEST_F(CommandRunnerTest, ACancelledTaskStartsNoTool) {

@@ -19,12 +19,14 @@ class CompleteUpdateTest : public test::WholeUpdateTest {
 TEST_F(CompleteUpdateTest, TheNewApplicationStandsAndRuns) {
   // An icon that the user gave the installed application.
   test::writeFile(target / "Icon\r", "");
+  // The image is detached by its device: others may mount something at its mount point.
+  wrapTool("hdiutil", "case $1$2 in detach/tmp/*) exit 1; esac\nexec \"$0.real\" \"$@\"\n");
   expectUpdated(run());
 }
 
 /// The libraries' own configuration files, debugging output and choice of instructions are such variables.
 TEST_F(CompleteUpdateTest, NoVariableIsReadAndAllArePassedOn) {
-  // As with the meddler, the build tree may be hidden from the updater, or have a blank in its path.
+  // The build tree may be below "/tmp", which is hidden from the updater, or have a blank in its path.
   const fs::path recorder = home / "librecorder.so";
   fs::copy_file(test::buildPrefix() / "tests/libenvironment_recorder.so", recorder);
   std::set<std::string> variables;
@@ -82,14 +84,6 @@ TEST_F(CompleteUpdateTest, ARelativeTargetAndADigestInUpperCase) {
   }));
 }
 
-TEST_F(CompleteUpdateTest, ATargetWithDotsAndASlashAtItsEnd) {
-  fs::create_directories(home / "elsewhere/inner");
-  fs::create_directory_symlink(home / "elsewhere/inner", home / "link");
-  plan.targetAppPath = (home / "link/../..").native() + "//./" + applications.filename().native() + "/" +
-                       target.filename().native() + "/";
-  expectUpdated(run());
-}
-
 TEST_F(CompleteUpdateTest, ATargetThatIsALinkIsReplacedByTheApplicationItself) {
   const fs::path real = home / "real" / target.filename();
   fs::create_directory(home / "real");
@@ -110,15 +104,6 @@ TEST_F(CompleteUpdateTest, AnApplicationThatIsALinkInTheImageIsInstalledAsItself
   offer(home / "links" / target.filename());
   expectUpdated(run());
   EXPECT_FALSE(fs::is_symlink(target));
-}
-
-TEST_F(CompleteUpdateTest, WhereNamesCannotBeExchangedAnUpdateAndItsRollbackGoTheOtherWay) {
-  expectUpdated(runMeddling({{"MEDDLER_KNOWS_NO_EXCHANGE", "yes"}}));
-  installed = test::inventory(applications);
-  offer(sample("broken"));
-  const test::Outcome outcome = runMeddling({{"MEDDLER_KNOWS_NO_EXCHANGE", "yes"}});
-  expectRefused(outcome, "The application could not be replaced: The application \"" + target.native() +
-                             "\" cannot be opened: The interpreter that its executable names is missing.");
 }
 
 TEST_F(CompleteUpdateTest, AnImageThatCannotBeDetachedChangesNothing) {

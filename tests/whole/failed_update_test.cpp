@@ -26,19 +26,6 @@ class FailedUpdateTest : public test::WholeUpdateTest {
     EXPECT_THAT(line, testing::StartsWith(prefix + beginning));
     expectRefused(outcome, line.substr(std::min(prefix.size(), line.size())));
   }
-
-  void expectPreviousBeside() const {
-    for (const auto& entry : fs::directory_iterator(applications)) {
-      if (entry.path() != target) {
-        EXPECT_TRUE(entry.path().filename().native().starts_with(".quorin-backup-")) << entry.path();
-        expectStands("1.0", entry.path());
-        return;
-      }
-    }
-    ADD_FAILURE() << "there is nothing";
-  }
-
-  const std::string justSwapped = (target / "Contents/Info.plist").native();
 };
 
 TEST_F(FailedUpdateTest, UnusablePaths) {
@@ -119,18 +106,6 @@ TEST_F(FailedUpdateTest, ACopyThatFails) {
   expectRefused(run(), kNotReplaced + "ditto failed.");
 }
 
-TEST_F(FailedUpdateTest, AFileSystemThatCannotBeWritten) {
-  offerUpdate();
-  const Outcome outcome = run([this] {
-    const char* place = applications.c_str();
-    if (::mount(place, place, nullptr, MS_BIND, nullptr) != 0 ||
-        ::mount(nullptr, place, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0)
-      ::_exit(98);
-  });
-  EXPECT_THAT(outcome.error, testing::HasSubstr("Read-only file system"));
-  expectRefusedBeginning(outcome, kNotReplaced);
-}
-
 TEST_F(FailedUpdateTest, ADirectoryThatCannotBeWritten) {
   offerUpdate();
   fs::permissions(applications, fs::perms(0555));
@@ -145,23 +120,6 @@ TEST_F(FailedUpdateTest, ADirectoryThatCannotBeWritten) {
   });
   EXPECT_THAT(outcome.error, testing::HasSubstr("Permission denied"));
   expectRefusedBeginning(outcome, kNotReplaced);
-}
-
-TEST_F(FailedUpdateTest, AFullDiskLeavesAWholeApplication) {
-  offerUpdate();
-  // The disk goes away with the updater, so that what stands on it is kept when the application is started.
-  const fs::path kept = home / "kept.app";
-  wrapTool("open", "rm -rf '" + kept.native() + "'; cp -a \"$2\" '" + kept.native() + "'\n");
-  for (const char* size : {"size=900k", "size=1200k", "size=1500k"}) {
-    const Outcome outcome = run([&] {
-      if (::mount("none", applications.c_str(), "tmpfs", 0, size) != 0)
-        ::_exit(98);
-      test::copyTree(sample("1.0"), target);
-    });
-    EXPECT_EQ(outcome.exitStatus, 1) << size;
-    EXPECT_THAT(outcome.error, testing::HasSubstr("o space left"));
-    expectStands("1.0", kept);
-  }
 }
 
 TEST_F(FailedUpdateTest, ACopyThatWasTamperedWith) {
@@ -184,44 +142,6 @@ TEST_F(FailedUpdateTest, AReplacementThatFails) {
       ::_exit(98);
   });
   expectRefusedBeginning(outcome, kNotReplaced + "\"" + target.native() + "\" could not be replaced by ");
-}
-
-TEST_F(FailedUpdateTest, ANewApplicationThatIsChangedBehindTheSwapIsTakenBack) {
-  offerUpdate();
-  expectRefusedBeginning(runMeddling({{"MEDDLER_CHANGES", justSwapped}}), kInvalid);
-}
-
-TEST_F(FailedUpdateTest, WhereTakingBackFailsThePreviousApplicationStaysHidden) {
-  offerUpdate();
-  const Outcome outcome = runMeddling({{"MEDDLER_CHANGES", justSwapped}, {"MEDDLER_FAILS_RENAMES", "yes"}});
-  EXPECT_EQ(outcome.exitStatus, 1);
-  EXPECT_THAT(status().message, testing::StartsWith("Quorin Ostreval update failed: " + kInvalid));
-  EXPECT_FALSE(fs::exists(target));
-  expectPreviousBeside();
-}
-
-TEST_F(FailedUpdateTest, ASwapThatIsReportedAndNotMadeLosesNothing) {
-  offerUpdate();
-  expectRefused(runMeddling({{"MEDDLER_PRETENDS_EXCHANGE", "yes"}}),
-                kInvalid + "Version does not match the update feed.");
-}
-
-TEST_F(FailedUpdateTest, ANewApplicationThatDoesNotStart) {
-  offer(sample("broken"));
-  expectRefused(run(), kNotReplaced + "The application \"" + target.native() +
-                           "\" cannot be opened: The interpreter that its executable names is missing.");
-  EXPECT_EQ(starts(1), std::vector<std::string>{"1.0"});
-}
-
-TEST_F(FailedUpdateTest, AFailedRollbackIsReportedInsteadOfTheLaunch) {
-  offer(sample("broken"));
-  const Outcome outcome = runMeddling({{"MEDDLER_FAILS_RENAMES", "yes"}});
-  EXPECT_EQ(outcome.exitStatus, 1);
-  EXPECT_THAT(status().message,
-              testing::StartsWith("Quorin Ostreval update failed: " + kNotReplaced +
-                                  "The new app did not launch and restoring the previous app failed: "));
-  expectStands("broken");
-  expectPreviousBeside();
 }
 
 TEST_F(FailedUpdateTest, ARelativeTargetIsTheSameAfterTheWorkingDirectoryHasMovedWithTheApplication) {

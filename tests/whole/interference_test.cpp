@@ -12,14 +12,6 @@ class InterferenceTest : public test::WholeUpdateTest {
   InterferenceTest() { offer(sample("2.0")); }
 };
 
-TEST_F(InterferenceTest, AClockThatIsSetWhileItWaitsChangesNothing) {
-  for (const char* jump : {"3600", "-3600"}) {
-    offer(sample("2.0"));
-    expectUpdated(runMeddling({{"MEDDLER_SETS_CLOCK", jump}}));
-    fs::remove_all(home / "starts");
-  }
-}
-
 TEST_F(InterferenceTest, TwoUpdatersAtOnceLeaveOneWholeApplication) {
   const fs::path secondImage = home / "second.dmg";
   fs::copy_file(image, secondImage);

@@ -35,8 +35,6 @@ class WholeUpdateTest : public testing::Test {
 
   /// Runs the updater on the plan; `prepare` runs in its process, before it.
   Outcome run(const std::function<void()>& prepare = {});
-  /// Runs it with the meddler preloaded, which `settings` tell what to do.
-  Outcome runMeddling(const std::map<std::string, std::string>& settings);
 
   /// This sample stands at the target, or at `place`.
   void expectStands(const std::string& which) const { expectStands(which, target); }

@@ -129,6 +129,9 @@ TEST(TreeWriterTest, NeverLeavesItsDirectory) {
     EXPECT_THROW(writer.linkFile(outside.entry("file"), where + "new"), platform::Error) << where;
     EXPECT_THROW(writer.setMetadata(file, {false, 0, {0, 0}}), platform::Error) << where;
   }
+  fs::create_symlink("../outside/made", directory / "tree/file");
+  EXPECT_THROW(platform::hdiutil::TreeWriter(root).makeEmptyFile("file"), platform::hdiutil::ImageError);
+  fs::remove(directory / "tree/file");
   EXPECT_EQ(test::inventory(directory.path()), before);
 }
 
