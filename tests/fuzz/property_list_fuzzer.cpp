@@ -1,5 +1,7 @@
 #include "platform/formats/property_list.hpp"
 #include "tests/fuzz/fuzz_input.hpp"
+#include "updater/diskimage/mounted_image.hpp"
+#include "updater/install/bundle_metadata.hpp"
 
 using platform::Data;
 using platform::NSPropertyListSerialization;
@@ -28,9 +30,12 @@ Data write(const PropertyList& list) {
 
 }  // namespace
 
-// What is read holds valid text, and what can be written again reads back as the same.
+// What is read holds valid text, and what can be written again reads back as the same. The two look-ups in
+// lists from outside refuse with their own errors.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::run([&] { QuorinOstrevalUpdater::metadata(fuzz::dataOf(data, size)); });
   return fuzz::run([&] {
+    QuorinOstrevalUpdater::mountedImage(fuzz::dataOf(data, size));
     const PropertyList list = NSPropertyListSerialization::propertyListWithData(fuzz::dataOf(data, size));
     requireSound(list);
     const Data written = write(list);

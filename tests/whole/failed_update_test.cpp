@@ -106,22 +106,6 @@ TEST_F(FailedUpdateTest, ACopyThatFails) {
   expectRefused(run(), kNotReplaced + "ditto failed.");
 }
 
-TEST_F(FailedUpdateTest, ADirectoryThatCannotBeWritten) {
-  offerUpdate();
-  fs::permissions(applications, fs::perms(0555));
-  installed = test::inventory(applications);
-  constexpr unsigned kOrdinaryUser = 65534;
-  const bool isAdministrator = ::getuid() == 0;
-  const Outcome outcome = run([&] {
-    if (isAdministrator &&
-        (::chown(home.path().c_str(), kOrdinaryUser, kOrdinaryUser) != 0 ||
-         ::chown(temporary.c_str(), kOrdinaryUser, kOrdinaryUser) != 0 || ::setuid(kOrdinaryUser) != 0))
-      ::_exit(98);
-  });
-  EXPECT_THAT(outcome.error, testing::HasSubstr("Permission denied"));
-  expectRefusedBeginning(outcome, kNotReplaced);
-}
-
 TEST_F(FailedUpdateTest, ACopyThatWasTamperedWith) {
   offerUpdate();
   wrapTool("ditto", "");

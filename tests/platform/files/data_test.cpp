@@ -3,14 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 
 #include <cerrno>
 
 #include "platform/foundation/error.hpp"
 #include "tests/helpers/files.hpp"
-#include "tests/helpers/program.hpp"
-#include "tests/helpers/syscall_fault.hpp"
 
 namespace fs = std::filesystem;
 using platform::Data;
@@ -69,12 +66,6 @@ TEST(DataTest, AFailureLeavesTheOldFileAndNoOther) {
   EXPECT_EQ(write(directory / "link", "x"), EISDIR);
   EXPECT_EQ(write(directory / "fifo", "x"), EEXIST);
   EXPECT_EQ(write(directory / "missing/file", "x"), ENOENT);
-  for (const long call : {SYS_write, SYS_fsync, SYS_renameat, SYS_fchmod})
-    EXPECT_EQ(test::inChild([&] {
-                return test::inject({call, EIO}) ? write(directory / "file", "new") : 1;
-              }),
-              EIO)
-        << call;
   EXPECT_EQ(test::inventory(directory.path()), before);
 }
 

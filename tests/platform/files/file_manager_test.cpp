@@ -230,17 +230,6 @@ class ReplacementTest : public FileManagerTest {
                             ItemReplacementOptions::withoutDeletingBackupItem);
   }
 
-  /// The result of the replacement in a process whose system calls fail as `faults` say.
-  int replaceWith(const std::vector<test::SyscallFault>& faults) const {
-    return test::inChild([&] {
-      for (const auto& fault : faults) {
-        if (!test::inject(fault))
-          return 124;
-      }
-      return failureOf([&] { replace(); });
-    });
-  }
-
   void expectReplaced() const {
     EXPECT_EQ(test::readFile(directory / "Target.app/version"), "new");
     EXPECT_EQ(test::readFile(directory / ".backup.app/version"), "old");
@@ -250,23 +239,11 @@ class ReplacementTest : public FileManagerTest {
   std::map<std::string, std::string> before;
 };
 
-const test::SyscallFault kNoExchange{SYS_renameat2, EINVAL, test::SyscallFault::Argument{4, RENAME_EXCHANGE}};
-const test::SyscallFault kNamesNotSaved{SYS_fsync, EIO};
-
-TEST_F(ReplacementTest, AnyFailureLeavesEverythingAsItWas) {
-  using Faults = std::vector<test::SyscallFault>;
-  for (const Faults& faults :
-       {Faults{{SYS_syncfs, EIO}}, Faults{kNamesNotSaved}, Faults{kNoExchange, kNamesNotSaved}}) {
-    EXPECT_EQ(replaceWith(faults), EIO);
-    EXPECT_EQ(inventory(directory.path()), before);
-  }
-}
-
 TEST_F(ReplacementTest, ThePreviousItemNeverTakesTheStagedName) {
   // The swap can be neither kept nor taken back.
   EXPECT_EQ(test::inChild([&] {
               failingExchange = 2;
-              return test::inject(kNamesNotSaved) ? failureOf([&] { replace(); }) : 124;
+              return test::inject({SYS_fsync, EIO}) ? failureOf([&] { replace(); }) : 124;
             }),
             EIO);
   expectReplaced();

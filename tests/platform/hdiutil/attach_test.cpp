@@ -350,19 +350,6 @@ std::optional<std::string> attachInLittleSpace(const fs::path& image) {
   return status == 77 ? std::nullopt : std::optional(test::readFile(directory / "result"));
 }
 
-TEST(LittleSpaceTest, AHardLinkedFileNeedsItsSpaceOnce) {
-  test::HfsVolumeBuilder builder(u"Volume");
-  builder.addFile(builder.addHardLinkFolder(), u"iNode77", std::string(400000, 'c'));
-  for (const char16_t* name : {u"1", u"2", u"3", u"4"})
-    builder.addFile(test::kRootFolder, name, "", {.hardLinkTarget = 77});
-  const test::TemporaryDirectory directory;
-  test::writeFile(directory / "image", builder.build());
-  const auto failure = attachInLittleSpace(directory / "image");
-  if (!failure)
-    GTEST_SKIP() << "the system refuses a small file system";
-  EXPECT_EQ(*failure, "");
-}
-
 TEST(LittleSpaceTest, AFullDiskIsNoDamage) {
   // Each file takes a whole page.
   const test::TemporaryDirectory directory;
@@ -373,38 +360,6 @@ TEST(LittleSpaceTest, AFullDiskIsNoDamage) {
   if (!failure)
     GTEST_SKIP() << "the system refuses a small file system";
   EXPECT_THAT(*failure, HasSubstr("bytes in the temporary directory, where "));
-}
-
-TEST(CorpusTest, SampleImagesOfOtherMakers) {
-  const fs::path corpus = fs::path(QUORIN_SOURCE_DIR) / "../shared/corpus";
-  if (!fs::exists(corpus))
-    GTEST_SKIP() << "the sample images are not there";
-  const std::pair<const char*, const char*> volumes[] = {
-      {"dfvfs-apfs.raw", "apfs_test"},
-      {"dfvfs-hfsplus_zlib.dmg", "hfsplus_test"},
-      {"udif2-zlib-compressed.dmg", "Single Partition APM"},
-      {"udif-adc.dmg", "VOLUME"},
-      {"udif-bz2.dmg", "VOLUME"},
-      {"udif-lzfse.dmg", "VOLUME"},
-      {"udif-raw.dmg", "VOLUME"},
-      {"udif-zlib.dmg", "VOLUME"}};
-  const test::Images images;
-  std::map<std::string, test::Inventory> trees;
-  for (const auto& [image, name] : volumes) {
-    const auto attached = images.attach(corpus / image);
-    ASSERT_EQ(attached.failure, "") << image;
-    EXPECT_EQ(attached.mountPoint.filename(), name);
-    trees[image] = test::inventory(attached.mountPoint);
-    EXPECT_EQ(images.detach(attached.device), "");
-  }
-  // One disk in five compressions, and one folder in two file systems.
-  EXPECT_TRUE(trees["udif2-zlib-compressed.dmg"].contains("blabla"));
-  EXPECT_TRUE(trees["udif-zlib.dmg"].contains("README.txt"));
-  for (const char* image : {"udif-adc.dmg", "udif-bz2.dmg", "udif-lzfse.dmg", "udif-raw.dmg"})
-    EXPECT_EQ(trees[image], trees["udif-zlib.dmg"]) << image;
-  EXPECT_EQ(trees["dfvfs-apfs.raw"], trees["dfvfs-hfsplus_zlib.dmg"]);
-  EXPECT_EQ(trees["dfvfs-apfs.raw"]["a_link"], "link to a_directory/another_file");
-  EXPECT_THAT(images.leftovers(), IsEmpty());
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include "tests/platform/hdiutil/image_builder.hpp"
 
 #include <fcntl.h>
-#include <lzma.h>
 
 #include <stdexcept>
 
@@ -20,29 +19,6 @@ namespace test {
 namespace {
 
 constexpr std::size_t kSector = 512;
-
-std::string lzma(std::span<const char> block) {
-  std::string stored(::lzma_stream_buffer_bound(block.size()), '\0');
-  std::size_t length = 0;
-  if (::lzma_easy_buffer_encode(
-          6, LZMA_CHECK_CRC32, nullptr, reinterpret_cast<const std::uint8_t*>(block.data()), block.size(),
-          reinterpret_cast<std::uint8_t*>(stored.data()), &length, stored.size()) != LZMA_OK)
-    throw std::runtime_error("lzma failed");
-  stored.resize(length);
-  return stored;
-}
-
-/// Nothing but literals, 128 at most in a row.
-std::string adc(std::span<const char> block) {
-  std::string stored;
-  while (!block.empty()) {
-    const std::size_t count = std::min<std::size_t>(block.size(), 128);
-    stored += static_cast<char>(0x80U | (count - 1));
-    stored.append(block.begin(), block.begin() + static_cast<std::ptrdiff_t>(count));
-    block = block.subspan(count);
-  }
-  return stored;
-}
 
 /// A disk of parts, each at its own sector, behind `head` sectors.
 std::string layOut(std::size_t head, const std::vector<std::string>& volumes,
@@ -65,8 +41,6 @@ std::string padded(std::string text, std::size_t size) {
 
 std::vector<std::pair<std::string, make_disk_image::BlockEncoding>> blockEncodings() {
   return {{"zlib", make_disk_image::zlibEncoding()},
-          {"lzma", {0x80000008, lzma}},
-          {"adc", {0x80000004, adc}},
           {"none", {1, [](auto block) { return std::string(block.begin(), block.end()); }}}};
 }
 

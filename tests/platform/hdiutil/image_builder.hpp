@@ -11,8 +11,7 @@
 
 namespace test {
 
-/// Ways in which a block can be stored, by their names in the field; among them are those of the lowest and
-/// of the highest number.
+/// Ways in which a block can be stored, by their names in the field.
 std::vector<std::pair<std::string, make_disk_image::BlockEncoding>> blockEncodings();
 
 /// A part of a disk: its name in a block table and its content.

@@ -30,6 +30,21 @@ TEST(AcceptedApplication, satisfiesTheDeveloperIDRequirementHoweverItIsSigned) {
   }
 }
 
+TEST(AcceptedMachO, ofEveryArchitectureAndHeaderSignedOnceAndAgain) {
+  for (const std::vector<std::string>& form :
+       {std::vector<std::string>{"i386"}, {"ppc"}, {"x86_64,arm64,i386"}, {"both", "--wide"}}) {
+    const fs::path tool = workshop() / form.back();
+    std::vector<std::string> make{"make-mach-o", tool, "--least-size", "50000", "--arch"};
+    make.insert(make.end(), form.begin(), form.end());
+    test::runSignBundle(make);
+    workshop().chain().sign(tool);
+    const auto size = fs::file_size(tool);
+    workshop().chain().sign(tool);
+    EXPECT_EQ(fs::file_size(tool), size) << "signing again replaces the signature";
+    EXPECT_TRUE(workshop().judge(tool).accepted()) << form.back();
+  }
+}
+
 TEST(AcceptedApplication, anAccentInTheExecutablesNameMayBeWrittenEitherWay) {
   const fs::path application = workshop().signedApplication({.name = "Caf\xC3\xA9"});
   const fs::path code = application / "Contents/MacOS";
