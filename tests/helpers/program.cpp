@@ -57,10 +57,10 @@ pid_t startProgram(const std::filesystem::path& program, const std::vector<std::
 }
 
 Outcome runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                   const std::function<void()>& prepare, const std::function<int(pid_t)>& follow) {
+                   const std::function<void()>& prepare) {
   const TemporaryDirectory capture;
   const pid_t child = startProgram(program, arguments, capture.path(), prepare);
-  const int status = follow(child);
+  const int status = waitFor(child);
   Outcome outcome;
   if (WIFSIGNALED(status))
     outcome.signal = WTERMSIG(status);

@@ -26,10 +26,9 @@ int waitFor(pid_t child);
 pid_t startProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                    const std::filesystem::path& capture, const std::function<void()>& prepare);
 
-/// Runs a program to its end and returns what came of it; `follow` stays with it until then.
+/// Runs a program to its end and returns what came of it.
 Outcome runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                   const std::function<void()>& prepare = {},
-                   const std::function<int(pid_t)>& follow = waitFor);
+                   const std::function<void()>& prepare = {});
 
 /// Runs `body` in a process of its own and returns its result, or throws what the process ended with instead.
 /// For what would spoil the test program itself, such as giving up privileges.

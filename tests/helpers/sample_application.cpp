@@ -152,6 +152,22 @@ fs::path makeSampleApplication(const fs::path& parent, const SampleOptions& opti
   return application;
 }
 
+std::string startingScript(const std::string& version) {
+  return "#!/bin/sh\nbundle=${0%/Contents/MacOS/*}\necho " + version + " >> \"${bundle%/*/*}/starts\"\n";
+}
+
+void installUpdater(const fs::path& prefix, const std::vector<fs::path>& roots) {
+  for (const char* program : {"bin/QuorinOstrevalUpdater", "libexec/quorin/hdiutil", "libexec/quorin/ditto",
+                              "libexec/quorin/open"}) {
+    fs::create_directories((prefix / program).parent_path());
+    fs::copy_file(buildPrefix() / program, prefix / program);
+  }
+  const fs::path anchors = prefix / "share/quorin/anchors";
+  fs::create_directories(anchors);
+  for (const fs::path& root : roots)
+    fs::copy_file(root, anchors / (root.parent_path().filename().native() + ".pem"));
+}
+
 void writeInfoPlist(const fs::path& path, std::string_view identifier, std::string_view executable,
                     std::string_view shortVersion, std::string_view version) {
   platform::PropertyList::Dictionary list{{"CFBundleIdentifier", std::string(identifier)},

@@ -62,6 +62,13 @@ std::filesystem::path makeSampleApplication(const std::filesystem::path& parent,
 std::filesystem::path makePlainApplication(const std::filesystem::path& parent,
                                            const SampleOptions& options = {});
 
+/// A script for an application that adds its version to the file "starts" in the directory above the
+/// bundle's.
+std::string startingScript(const std::string& version);
+
+/// Installs the updater and its tools below `prefix`, where they trust these roots only.
+void installUpdater(const std::filesystem::path& prefix, const std::vector<std::filesystem::path>& roots);
+
 /// Writes a bundle's property list; without `executable`, that of a bundle of resources.
 void writeInfoPlist(const std::filesystem::path& path, std::string_view identifier,
                     std::string_view executable, std::string_view shortVersion, std::string_view version);

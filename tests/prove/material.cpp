@@ -8,32 +8,17 @@
 namespace fs = std::filesystem;
 
 namespace prove {
-namespace {
-
-/// A script that notes its start beside the directory that holds the bundle.
-std::string startingScript(const std::string& version) {
-  return "#!/bin/sh\nbundle=${0%/Contents/MacOS/*}\necho " + version + " >> \"${bundle%/*/*}/starts\"\n";
-}
-
-}  // namespace
-
 Material::Material(const fs::path& directory)
     : updater(directory / "prefix/bin/QuorinOstrevalUpdater"),
       hastyUpdater(directory / "prefix/bin/HastyUpdater"),
       directory_(directory),
       chain_(directory / "chain") {
   const fs::path prefix = directory / "prefix";
-  for (const char* program : {"bin/QuorinOstrevalUpdater", "libexec/quorin/hdiutil", "libexec/quorin/ditto",
-                              "libexec/quorin/open"}) {
-    fs::create_directories((prefix / program).parent_path());
-    fs::copy_file(test::buildPrefix() / program, prefix / program);
-  }
+  test::installUpdater(prefix, {chain_.root()});
   fs::copy_file(test::buildPrefix() / "tests/HastyUpdater", hastyUpdater);
-  fs::create_directories(prefix / "share/quorin/anchors");
-  fs::copy_file(chain_.root(), prefix / "share/quorin/anchors/sample.pem");
-  oldApplication = makeApplication("1.0", startingScript("1.0"));
-  update = makeOffer("2.0", startingScript("2.0"));
-  next = makeOffer("3.0", startingScript("3.0"));
+  oldApplication = makeApplication("1.0", test::startingScript("1.0"));
+  update = makeOffer("2.0", test::startingScript("2.0"));
+  next = makeOffer("3.0", test::startingScript("3.0"));
   broken = makeOffer("2.0", "#!/no/such/interpreter\n");
 }
 

@@ -20,11 +20,6 @@ namespace {
 
 constexpr const char* kIdentifier = "com.example.quorin-ostreval";
 
-/// A script that notes its start beside the directory that holds the bundle.
-std::string startingScript(const std::string& version) {
-  return "#!/bin/sh\nbundle=${0%/Contents/MacOS/*}\necho " + version + " >> \"${bundle%/*/*}/starts\"\n";
-}
-
 /// Gives this process a mount namespace of its own in which `directory` is "/tmp". False where the system
 /// forbids it.
 bool takeAsTemporaryDirectory(const fs::path& directory) {
@@ -47,14 +42,7 @@ class Samples {
   Samples() {
     const SampleChain chain(directory_ / "chain");
     const SampleChain foreignChain(directory_ / "foreign chain", "FOREIGN123");
-    for (const char* program : {"bin/QuorinOstrevalUpdater", "libexec/quorin/hdiutil", "libexec/quorin/ditto",
-                                "libexec/quorin/open"}) {
-      fs::create_directories((prefix_ / program).parent_path());
-      fs::copy_file(buildPrefix() / program, prefix_ / program);
-    }
-    fs::create_directories(prefix_ / "share/quorin/anchors");
-    fs::copy_file(chain.root(), prefix_ / "share/quorin/anchors/sample.pem");
-    fs::copy_file(foreignChain.root(), prefix_ / "share/quorin/anchors/foreign.pem");
+    installUpdater(prefix_, {chain.root(), foreignChain.root()});
     make("1.0", "1.0", startingScript("1.0"), chain);
     make("2.0", "2.0", startingScript("2.0"), chain);
     make("broken", "2.0", "#!/no/such/interpreter\n", chain);

@@ -1,13 +1,7 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/uio.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-#include <csignal>
 
 #include "platform/foundation/error.hpp"
 #include "tests/helpers/files.hpp"
@@ -22,8 +16,6 @@ using testing::AllOf;
 using testing::HasSubstr;
 
 namespace {
-
-constexpr int kSystemCallStop = SIGTRAP | 0x80;
 
 /// A failure that says why in one line and prints nothing else.
 MATCHER_P(FailsSaying, sentence, "") {
@@ -96,90 +88,6 @@ TEST_F(DittoFailureTest, TellsOfAttributesAndLinksThatCannotBeCopied) {
     const test::SyscallFault fault{number, reason};
     EXPECT_THAT(ditto(source, faulty, [&] { return test::inject(fault) ? void() : ::_exit(126); }),
                 FailsSaying(AllOf(HasSubstr(part), HasSubstr(platform::reasonOf(reason) + "."))));
-  }
-}
-
-/// A system call of which the second argument is a path.
-struct Interception {
-  long number;
-  std::string path;
-  std::function<void()> step;
-
-  bool isAt(pid_t process) const {
-    __ptrace_syscall_info call{};
-    ::ptrace(PTRACE_GET_SYSCALL_INFO, process, sizeof call, &call);
-    if (call.op != PTRACE_SYSCALL_INFO_ENTRY || call.entry.nr != static_cast<std::uint64_t>(number))
-      return false;
-    std::string text(path.size() + 1, '\0');
-    const iovec here{text.data(), text.size()};
-    const iovec there{reinterpret_cast<void*>(call.entry.args[1]), text.size()};
-    return ::process_vm_readv(process, &here, 1, &there, 1, 0) > 0 && text.c_str() == path;
-  }
-};
-
-/// Just before the program's main thread enters that call for the first time, with that path, it stands still
-/// while the step is taken.
-test::Outcome dittoIntercepted(const fs::path& source, const fs::path& copy,
-                               const Interception& interception) {
-  const auto follow = [&](pid_t child) {
-    int status = test::waitFor(child);
-    ::ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
-    bool isTaken = false;
-    for (int signal = 0; WIFSTOPPED(status) && ::ptrace(PTRACE_SYSCALL, child, nullptr, signal) == 0;) {
-      status = test::waitFor(child);
-      signal = WIFSTOPPED(status) && WSTOPSIG(status) != kSystemCallStop ? WSTOPSIG(status) : 0;
-      if (!isTaken && WIFSTOPPED(status) && interception.isAt(child)) {
-        isTaken = true;
-        interception.step();
-      }
-    }
-    EXPECT_TRUE(isTaken) << interception.path;
-    return status;
-  };
-  return ditto(
-      source, copy, [] { ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr); }, follow);
-}
-
-TEST_F(DittoFailureTest, NothingSlipsInBetweenALookAndAStep) {
-  writeFile(source / "inner/second/marker", "m");
-  writeFile(directory / "secret", "secret");
-  const fs::path away = directory / "away";
-  const fs::path file = source / "inner/second/marker";
-  const auto moveAway = [&](const fs::path& path) { fs::rename(path, away); };
-  const auto replaceByDirectory = [&](const fs::path& path) {
-    moveAway(path);
-    fs::create_directory(path);
-  };
-  const auto replaceByFile = [&](const fs::path& path) {
-    moveAway(path);
-    writeFile(path, "foreign");
-  };
-  struct Case {
-    fs::path from;
-    Interception interception;
-    const char* part;
-  };
-  const Case cases[] = {
-      {source, {SYS_openat, "second", [&] { replaceByDirectory(copy / "inner/second"); }}, "was moved"},
-      {source, {SYS_newfstatat, "marker", [&] { moveAway(copy / "inner/second"); }}, "was moved"},
-      {source, {SYS_newfstatat, "marker", [&] { moveAway(source / "inner/second"); }}, "was moved"},
-      {source, {SYS_linkat, "same", [&] { replaceByFile(copy / "same"); }}, "was changed"},
-      {source,
-       {SYS_newfstatat, "marker", [&] { writeFile(file.parent_path() / "new", ""); }},
-       "second\" changed"},
-      {file, {SYS_openat, "copy.app", [&] { writeFile(file, "more"); }}, "marker\" changed"},
-      {file,
-       {SYS_openat, "marker", [&] { moveAway(file), fs::create_symlink(directory / "secret", file); }},
-       "marker\" could not be opened: Too many levels of symbolic links."},
-      {file,
-       {SYS_openat, "marker", [&] { moveAway(file), ::mkfifo(file.c_str(), 0600); }},
-       "marker\" changed"}};
-  for (const Case& slip : cases) {
-    EXPECT_THAT(dittoIntercepted(slip.from, copy, slip.interception), FailsSaying(HasSubstr(slip.part)))
-        << slip.interception.path;
-    for (const fs::path& changed : {copy, away, file.parent_path()})
-      fs::remove_all(changed);
-    writeFile(file, "m");
   }
 }
 

@@ -26,7 +26,7 @@ std::string accessControlList(unsigned user);
 
 /// Runs the program with two arguments, as `runProgram` does.
 Outcome ditto(const std::filesystem::path& source, const std::filesystem::path& destination,
-              const std::function<void()>& prepare = {}, const std::function<int(pid_t)>& follow = waitFor);
+              const std::function<void()>& prepare = {});
 
 /// For the preparation of a program: it goes on as a user without privileges.
 void becomeNobody();

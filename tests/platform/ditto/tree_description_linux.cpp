@@ -61,9 +61,8 @@ std::string accessControlList(unsigned user) {
   return list;
 }
 
-Outcome ditto(const fs::path& source, const fs::path& destination, const std::function<void()>& prepare,
-              const std::function<int(pid_t)>& follow) {
-  return runProgram(buildPrefix() / "libexec/quorin/ditto", {source, destination}, prepare, follow);
+Outcome ditto(const fs::path& source, const fs::path& destination, const std::function<void()>& prepare) {
+  return runProgram(buildPrefix() / "libexec/quorin/ditto", {source, destination}, prepare);
 }
 
 void becomeNobody() {
