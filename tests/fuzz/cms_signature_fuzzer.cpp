@@ -17,13 +17,11 @@ const std::string kDirectory = QUORIN_FUZZ_DIRECTORY "/cms/";
 }  // namespace
 
 // Whatever is changed in a signature, only the signer's own is accepted.
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz::read(const std::string& bytes) {
   static const std::string blob = fileAt(kDirectory + "code_directory");
   static const std::vector<CodeDirectory> directories{CodeDirectory::read(blob)};
   static const TrustAnchors anchors(platform::Certificate::fromPEM(fileAt(kDirectory + "root.pem")));
-  return fuzz::run([&] {
-    const auto chain = platform::verifyCMSSignature(fuzz::bytesOf(data, size), directories, anchors);
-    fuzz::require(chain.size() == 3 && chain.front().subjectField("OU") == "QS7TEAM123");
-    fuzz::require(chain.back().sha256Fingerprint() == anchors.roots().front().sha256Fingerprint());
-  });
+  const auto chain = platform::verifyCMSSignature(bytes, directories, anchors);
+  fuzz::require(chain.size() == 3 && chain.front().subjectField("OU") == "QS7TEAM123");
+  fuzz::require(chain.back().sha256Fingerprint() == anchors.roots().front().sha256Fingerprint());
 }

@@ -11,14 +11,9 @@
 
 namespace fuzz {
 
-/// The fuzzer's bytes as text.
-inline std::string bytesOf(const std::uint8_t* data, std::size_t size) {
-  return {data, data + size};
-}
-
-inline platform::Data dataOf(const std::uint8_t* data, std::size_t size) {
-  return platform::Data(bytesOf(data, size));
-}
+/// Each fuzzer's own: reads the input. That it is refused with a sentence is fine; that the program ends is
+/// not.
+void read(const std::string& bytes);
 
 /// A property that does not hold is a finding.
 inline void require(bool holds) {
@@ -29,19 +24,6 @@ inline void require(bool holds) {
 /// What goes into a sentence or a path is valid text.
 inline void requireText(const std::string& text) {
   require(platform::stringFromUTF8(platform::Data(text)).has_value());
-}
-
-/// Reads something out of the input. That it is refused with a sentence is fine; that it ends the program is
-/// not.
-template <typename Read>
-int run(Read&& read) {
-  try {
-    read();
-  } catch (const platform::Error& error) {
-    require(!error.localizedDescription().empty());
-    requireText(error.localizedDescription());
-  }
-  return 0;
 }
 
 /// Something that may not be refused, because it was read before.
@@ -56,4 +38,13 @@ auto again(Read&& read) {
 
 }  // namespace fuzz
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+// Each fuzzer is one source, which is why this may be here.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  try {
+    fuzz::read({data, data + size});
+  } catch (const platform::Error& error) {
+    fuzz::require(!error.localizedDescription().empty());
+    fuzz::requireText(error.localizedDescription());
+  }
+  return 0;
+}

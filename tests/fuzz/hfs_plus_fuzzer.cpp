@@ -6,22 +6,20 @@
 using platform::hdiutil::HfsForkKind;
 
 // Every entry has a path, and its content lies in the volume and is as long as the entry says.
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  return fuzz::run([&] {
-    fuzz::MemoryDisk disk(fuzz::bytesOf(data, size), size);
-    if (!platform::hdiutil::HfsPlusVolume::isAt(disk, 0))
-      return;
-    platform::hdiutil::HfsPlusVolume volume(disk, 0, size);
-    const auto catalog = readHfsCatalog(volume);
-    fuzz::require(catalog.paths.size() == catalog.entries.size());
-    readCompressionAttributes(volume, catalog.entries);
-    for (const auto& entry : catalog.entries) {
-      std::uint64_t length = 0;
-      for (const auto& piece : volume.pieces(entry.data, entry.identifier, HfsForkKind::data)) {
-        fuzz::require(piece.offset <= size && piece.length <= size - piece.offset);
-        length += piece.length;
-      }
-      fuzz::require(length == entry.data.size);
+void fuzz::read(const std::string& bytes) {
+  fuzz::MemoryDisk disk(bytes, bytes.size());
+  if (!platform::hdiutil::HfsPlusVolume::isAt(disk, 0))
+    return;
+  platform::hdiutil::HfsPlusVolume volume(disk, 0, bytes.size());
+  const auto catalog = readHfsCatalog(volume);
+  fuzz::require(catalog.paths.size() == catalog.entries.size());
+  readCompressionAttributes(volume, catalog.entries);
+  for (const auto& entry : catalog.entries) {
+    std::uint64_t length = 0;
+    for (const auto& piece : volume.pieces(entry.data, entry.identifier, HfsForkKind::data)) {
+      fuzz::require(piece.offset <= size && piece.length <= size - piece.offset);
+      length += piece.length;
     }
-  });
+    fuzz::require(length == entry.data.size);
+  }
 }

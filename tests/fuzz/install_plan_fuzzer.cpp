@@ -4,12 +4,10 @@
 using QuorinOstrevalUpdater::InstallPlan;
 
 // A plan that is read and written again reads as the same.
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  return fuzz::run([&] {
-    const platform::JSONDecoder decoder;
-    const auto plan = decoder.decode<InstallPlan>(fuzz::dataOf(data, size));
-    fuzz::requireText(plan.statusPath);
-    const platform::Data written = platform::JSONEncoder().encode(plan);
-    fuzz::require(fuzz::again([&] { return decoder.decode<InstallPlan>(written); }) == plan);
-  });
+void fuzz::read(const std::string& bytes) {
+  const platform::JSONDecoder decoder;
+  const auto plan = decoder.decode<InstallPlan>(platform::Data(bytes));
+  fuzz::requireText(plan.statusPath);
+  const platform::Data written = platform::JSONEncoder().encode(plan);
+  fuzz::require(fuzz::again([&] { return decoder.decode<InstallPlan>(written); }) == plan);
 }

@@ -14,6 +14,6 @@ struct Record {
 }  // namespace
 
 // What is read is valid text, and a refusal is a sentence.
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  return fuzz::run([&] { platform::JSONDecoder().decode<Record>(fuzz::dataOf(data, size)); });
+void fuzz::read(const std::string& bytes) {
+  platform::JSONDecoder().decode<Record>(platform::Data(bytes));
 }

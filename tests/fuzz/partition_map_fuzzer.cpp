@@ -5,10 +5,8 @@
 constexpr std::uint64_t kDiskSize = 1U << 20U;
 
 // The input is the start of the disk. Every partition lies on the disk.
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  return fuzz::run([&] {
-    fuzz::MemoryDisk disk(fuzz::bytesOf(data, size), kDiskSize);
-    for (const auto& partition : platform::hdiutil::readPartitionMap(disk))
-      fuzz::require(partition.offset <= kDiskSize && partition.length <= kDiskSize - partition.offset);
-  });
+void fuzz::read(const std::string& bytes) {
+  fuzz::MemoryDisk disk(bytes, kDiskSize);
+  for (const auto& partition : platform::hdiutil::readPartitionMap(disk))
+    fuzz::require(partition.offset <= kDiskSize && partition.length <= kDiskSize - partition.offset);
 }

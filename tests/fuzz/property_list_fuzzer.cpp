@@ -32,15 +32,14 @@ Data write(const PropertyList& list) {
 
 // What is read holds valid text, and what can be written again reads back as the same. The two look-ups in
 // lists from outside refuse with their own errors.
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  fuzz::run([&] { QuorinOstrevalUpdater::metadata(fuzz::dataOf(data, size)); });
-  return fuzz::run([&] {
-    QuorinOstrevalUpdater::mountedImage(fuzz::dataOf(data, size));
-    const PropertyList list = NSPropertyListSerialization::propertyListWithData(fuzz::dataOf(data, size));
-    requireSound(list);
-    const Data written = write(list);
-    const PropertyList same =
-        fuzz::again([&] { return NSPropertyListSerialization::propertyListWithData(written); });
-    fuzz::require(write(same) == written);
-  });
+void fuzz::read(const std::string& bytes) {
+  const Data data(bytes);
+  QuorinOstrevalUpdater::mountedImage(data);
+  const PropertyList list = NSPropertyListSerialization::propertyListWithData(data);
+  requireSound(list);
+  const Data written = write(list);
+  const PropertyList same =
+      fuzz::again([&] { return NSPropertyListSerialization::propertyListWithData(written); });
+  fuzz::require(write(same) == written);
+  QuorinOstrevalUpdater::metadata(data);
 }

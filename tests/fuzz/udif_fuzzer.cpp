@@ -44,22 +44,20 @@ std::string imageWith(std::string table) {
 }  // namespace
 
 // The input is a whole image or a block table. What is read of it does not overlap and covers what it says.
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  return fuzz::run([&] {
-    const std::string bytes = fuzz::bytesOf(data, size);
-    const bool isImage = size >= kTrailerSize && bytes.compare(size - kTrailerSize, 4, "koly") == 0;
-    const auto image = platform::hdiutil::readUdif(fuzz::memoryFile(isImage ? bytes : imageWith(bytes)));
-    if (!image)
-      return;
-    std::uint64_t end = 0;
-    for (const auto& table : image->tables) {
-      fuzz::require(table.offset >= end && table.length <= image->diskSize);
-      std::uint64_t length = 0;
-      for (const auto& run : table.runs)
-        length += run.length;
-      fuzz::require(length == table.length);
-      end = table.offset + table.length;
-    }
-    fuzz::require(end == image->diskSize);
-  });
+void fuzz::read(const std::string& bytes) {
+  const bool isImage =
+      bytes.size() >= kTrailerSize && bytes.compare(bytes.size() - kTrailerSize, 4, "koly") == 0;
+  const auto image = platform::hdiutil::readUdif(fuzz::memoryFile(isImage ? bytes : imageWith(bytes)));
+  if (!image)
+    return;
+  std::uint64_t end = 0;
+  for (const auto& table : image->tables) {
+    fuzz::require(table.offset >= end && table.length <= image->diskSize);
+    std::uint64_t length = 0;
+    for (const auto& run : table.runs)
+      length += run.length;
+    fuzz::require(length == table.length);
+    end = table.offset + table.length;
+  }
+  fuzz::require(end == image->diskSize);
 }

@@ -117,34 +117,4 @@ TEST_F(RollbackTest, WhatCannotBeRemovedStaysUnderTheBackupsName) {
   EXPECT_EQ(test::readFile(directory / ".quorin-backup-1.app/version"), "new");
 }
 
-TEST_F(RollbackTest, WhateverFailsThePreviousApplicationIsNotLost) {
-  const test::SyscallFault exchange{SYS_renameat2, EINVAL, test::SyscallFault::Argument{4, RENAME_EXCHANGE}};
-  const test::SyscallFault renames{SYS_renameat2, EIO};
-  const test::SyscallFault sync{SYS_fsync, EIO};
-  using Faults = std::vector<test::SyscallFault>;
-  for (const auto& [given, comesBack] :
-       {std::pair(Faults{exchange}, true), {{sync}, true}, {{exchange, sync}, true}, {{renames}, false}}) {
-    fs::remove_all(directory / "Target.app");
-    test::writeFile(directory / "Target.app/version", "new");
-    test::writeFile(directory / ".quorin-backup-1.app/version", "old");
-    const int result = test::inChild([&, &faults = given] {
-      for (const test::SyscallFault& fault : faults)
-        if (!test::inject(fault))
-          return 2;
-      try {
-        rollback(target, backup);
-        return 0;
-      } catch (const QuorinOstrevalUpdater::InstallerError&) {
-        return 1;
-      }
-    });
-    EXPECT_EQ(result, comesBack ? 0 : 1);
-    EXPECT_EQ(test::readFile(directory / "Target.app/version"), comesBack ? "old" : "new");
-    EXPECT_EQ(std::distance(fs::directory_iterator(directory.path()), {}), comesBack ? 1 : 2);
-    if (!comesBack) {
-      EXPECT_EQ(test::readFile(directory / ".quorin-backup-1.app/version"), "old");
-    }
-  }
-}
-
 }  // namespace

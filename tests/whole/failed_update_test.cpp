@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include "tests/helpers/sample_application.hpp"
@@ -116,16 +115,6 @@ TEST_F(FailedUpdateTest, ACopyThatWasTamperedWith) {
               "#!/bin/sh\n\"$0.real\" \"$@\" || exit\n" + std::string(change) + "\n");
     expectRefusedBeginning(run(), kInvalid);
   }
-}
-
-TEST_F(FailedUpdateTest, AReplacementThatFails) {
-  offerUpdate();
-  const Outcome outcome = run([this] {
-    // What something is mounted on cannot be renamed.
-    if (::mount(target.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) != 0)
-      ::_exit(98);
-  });
-  expectRefusedBeginning(outcome, kNotReplaced + "\"" + target.native() + "\" could not be replaced by ");
 }
 
 TEST_F(FailedUpdateTest, ARelativeTargetIsTheSameAfterTheWorkingDirectoryHasMovedWithTheApplication) {

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <limits>
 
@@ -253,10 +252,9 @@ TEST(PropertyListTest, NeitherDepthNorSharingOverwhelmsTheReader) {
 }
 
 TEST(PropertyListTest, ReadsLargeListsInLinearTime) {
-  const auto begin = std::chrono::steady_clock::now();
+  // In quadratic time the tests' time limit would end it.
   EXPECT_NO_THROW(read(plist("<dict>" + repeated("<key>k</key><true/>", 300'000) + "</dict>")));
   EXPECT_NO_THROW(read(plist("<string>" + repeated("&amp;", 1'000'000) + "</string>")));
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
 }
 
 TEST(PropertyListTest, WritesXMLThatOtherReadersUnderstand) {

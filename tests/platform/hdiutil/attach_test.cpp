@@ -2,20 +2,15 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mount.h>
-#include <sys/resource.h>
 
 #include <chrono>
 #include <filesystem>
 #include <functional>
 #include <map>
-#include <optional>
 
 #include "platform/foundation/text.hpp"
 #include "tests/helpers/bytes.hpp"
 #include "tests/helpers/files.hpp"
-#include "tests/helpers/private_mounts.hpp"
-#include "tests/helpers/program.hpp"
 #include "tests/helpers/sample_application.hpp"
 #include "tests/platform/hdiutil/hfs_volume_builder.hpp"
 #include "tests/platform/hdiutil/image_builder.hpp"
@@ -312,54 +307,6 @@ TEST_F(HfsPlusTest, NothingIsWrittenThroughALink) {
   builder.addFile(builder.addFolder(test::kRootFolder, u"out"), u"file", "escaped");
   EXPECT_THAT(attach(builder).failure, HasSubstr("more than once"));
   EXPECT_TRUE(fs::is_empty(outside.path()));
-}
-
-TEST_F(HfsPlusTest, ManyCompressedFilesNeedFewDescriptors) {
-  constexpr int kFiles = 80;
-  test::HfsVolumeBuilder builder(u"Volume");
-  for (int file = 0; file < kFiles; ++file) {
-    const std::string number = std::to_string(file);
-    builder.addFile(test::kRootFolder, std::u16string(number.begin(), number.end()), "",
-                    {.resource = compressedFork("content of " + number),
-                     .compression = decmpfs(4, 11 + number.size(), "")});
-  }
-  EXPECT_EQ(test::inChild([&] {
-              const rlimit few{40, 40};
-              return ::setrlimit(RLIMIT_NOFILE, &few) == 0 && attach(builder).failure.empty() ? 0 : 1;
-            }),
-            0);
-  for (int file = 0; file < kFiles; ++file)
-    EXPECT_EQ(test::readFile(images_.location() / "disk1/Volume" / std::to_string(file)),
-              "content of " + std::to_string(file));
-}
-
-/// Attaches where no more than a mebibyte is free, in a process of its own, and returns what came of it;
-/// nothing where the system refuses such a place.
-std::optional<std::string> attachInLittleSpace(const fs::path& image) {
-  const test::TemporaryDirectory directory;
-  const test::Images images;
-  fs::create_directory(images.location());
-  const int status = test::inChild([&] {
-    if (!test::enterPrivateMounts() ||
-        ::mount("small", images.location().c_str(), "tmpfs", 0, "size=1m,mode=0700") != 0)
-      return 77;
-    const test::Images::Attached attached = images.attach(image);
-    test::writeFile(directory / "result", attached.failure);
-    return 0;
-  });
-  return status == 77 ? std::nullopt : std::optional(test::readFile(directory / "result"));
-}
-
-TEST(LittleSpaceTest, AFullDiskIsNoDamage) {
-  // Each file takes a whole page.
-  const test::TemporaryDirectory directory;
-  for (int file = 0; file < 400; ++file)
-    test::writeFile(directory / "content" / std::to_string(file % 4) / std::to_string(file), "x");
-  test::writeFile(directory / "image", test::fatVolumeOf(directory / "content"));
-  const auto failure = attachInLittleSpace(directory / "image");
-  if (!failure)
-    GTEST_SKIP() << "the system refuses a small file system";
-  EXPECT_THAT(*failure, HasSubstr("bytes in the temporary directory, where "));
 }
 
 }  // namespace

@@ -16,8 +16,6 @@ namespace fs = std::filesystem;
 namespace {
 
 using platform::PropertyList;
-using test::SampleChain;
-using testing::ElementsAre;
 using testing::IsSupersetOf;
 using testing::Pair;
 
@@ -61,33 +59,6 @@ TEST(SigningTest, SealsEverythingByTheRules) {
   EXPECT_EQ(older.at("version.plist"), "sha1");
   EXPECT_EQ(older.at("Resources/en.lproj/Localizable.strings"), "hash optional");
   EXPECT_FALSE(older.contains("embedded.provisionprofile"));
-}
-
-TEST(SigningTest, SealsDigestsInTheFormAskedFor) {
-  for (const auto& [option, form] : {std::pair("sha1+sha256", "hash hash2"), {"sha1", "sha1"}}) {
-    const fs::path application = test::workshop().signedPlainApplication({"--sealed-hash", option});
-    EXPECT_THAT(kindsOf(sealOf(application), "files2"), ElementsAre(Pair("Resources/text.txt", form)));
-  }
-}
-
-TEST(SigningTest, NestedCodeIsSealedByWhatItsSignatureOffers) {
-  const SampleChain other(test::workshop() / "other", SampleChain::kTeam,
-                          {"--defect", "leaf-without-extension"});
-  const fs::path application = test::workshop().signedApplication();
-  const auto sealed = [&] {
-    const PropertyList seal = sealOf(application);
-    return *seal.valueForKey("files2")
-                ->valueForKey("MacOS/sample-helper")
-                ->valueForKey("requirement")
-                ->string();
-  };
-  EXPECT_THAT(sealed(), testing::StartsWith("identifier \"sample-helper\" and anchor apple generic"));
-  other.sign(application);
-  EXPECT_THAT(sealed(), testing::MatchesRegex("identifier \"sample-helper\" and "
-                                              "certificate leaf = H\"[0-9a-f]{40}\""));
-  test::runSignBundle({"sign", application, "--ad-hoc"});
-  EXPECT_THAT(sealed(), testing::MatchesRegex("cdhash H\"[0-9a-f]{40}\" or cdhash H\"[0-9a-f]{40}\""));
-  EXPECT_TRUE(test::workshop().judge(application).accepted());
 }
 
 }  // namespace
