@@ -17,7 +17,7 @@ void fuzz::read(const std::string& bytes) {
   for (const auto& entry : catalog.entries) {
     std::uint64_t length = 0;
     for (const auto& piece : volume.pieces(entry.data, entry.identifier, HfsForkKind::data)) {
-      fuzz::require(piece.offset <= size && piece.length <= size - piece.offset);
+      fuzz::require(piece.offset <= bytes.size() && piece.length <= bytes.size() - piece.offset);
       length += piece.length;
     }
     fuzz::require(length == entry.data.size);
