@@ -264,21 +264,4 @@ TEST(PropertyListTest, WritesXMLThatOtherReadersUnderstand) {
             "\t<string>a&#13;&lt;&amp;&gt;</string>\n\t<integer>-42</integer>\n</array>\n</plist>\n");
 }
 
-TEST(PropertyListTest, SaysWhatCannotBeWritten) {
-  const std::pair<PropertyList, std::string> cases[] = {
-      {std::string("a\0b", 3), "The text \"a\\x00b\" cannot be written to a property list"},
-      {"\x01", "The text \"\\x01\""},
-      {"\xFF", "The text \"\\xFF\""},
-      {"\xEF\xBF\xBE", "XML cannot represent it"},
-      {PropertyList(PropertyList::Dictionary{{"\x1F", PropertyList(true)}}), "The text \"\\x1F\""},
-      {PropertyList::other(), "such as a date"}};
-  for (const auto& [list, reason] : cases) {
-    try {
-      ADD_FAILURE() << write(list);
-    } catch (const PropertyListError& error) {
-      EXPECT_THAT(error.localizedDescription(), HasSubstr(reason));
-    }
-  }
-}
-
 }  // namespace

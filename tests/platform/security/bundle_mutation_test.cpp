@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <iostream>
 
 #include "tests/platform/security/signed_sample.hpp"
 
@@ -140,7 +139,6 @@ TEST_P(MutatedApplication, isRefused) {
   for (const auto& entry : fs::recursive_directory_iterator(application))
     items.push_back(entry.path());
   int tried = 0;
-  int explained = 0;
   for (const fs::path& item : items) {
     const std::string path = item.lexically_relative(application).native();
     for (const Mutation& mutation : mutationsOf(item)) {
@@ -150,16 +148,11 @@ TEST_P(MutatedApplication, isRefused) {
       fs::remove_all(item);
       fs::rename(original, item);
       ++tried;
-      if (verdict.accepted() && isExplained(item, path, mutation.name))
-        ++explained;
-      else
-        EXPECT_FALSE(verdict.accepted()) << path << ": " << mutation.name;
+      EXPECT_TRUE(!verdict.accepted() || isExplained(item, path, mutation.name)) << path << mutation.name;
       EXPECT_NE(verdict.status, platform::errSecCSReqFailed) << path << ": " << verdict.sentence;
     }
   }
   EXPECT_TRUE(judge().accepted()) << "not restored: " << judge().sentence;
-  std::cout << tried << " mutations of " << items.size() << " items, " << explained
-            << " accepted and explained\n";
   EXPECT_GT(tried, 500);
 }
 
