@@ -1,9 +1,7 @@
 #include "updater/install/rollback.hpp"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -11,33 +9,12 @@
 
 #include "tests/helpers/files.hpp"
 #include "tests/helpers/program.hpp"
+#include "tests/helpers/rename_fates.hpp"
 #include "tests/helpers/syscall_fault.hpp"
 #include "updater/records/installer_error.hpp"
 
 namespace fs = std::filesystem;
 using QuorinOstrevalUpdater::rollback;
-
-namespace {
-
-/// What becomes of the next changes of names, in base 4: made, refused, pretended, or made and reported as
-/// failed.
-unsigned fates = 0;
-
-}  // namespace
-
-/// Stands before the C library's function.
-extern "C" int renameat2(int oldDirectory, const char* oldName, int newDirectory, const char* newName,
-                         unsigned flags) noexcept {
-  const unsigned fate = fates % 4;
-  fates /= 4;
-  const bool isMade = fate == 0 || fate == 3;
-  const long result =
-      isMade ? ::syscall(SYS_renameat2, oldDirectory, oldName, newDirectory, newName, flags) : 0;
-  if (fate == 0 || fate == 2)
-    return static_cast<int>(result);
-  errno = EIO;
-  return -1;
-}
 
 namespace {
 
@@ -82,14 +59,14 @@ TEST_F(RollbackTest, WhateverTheFileSystemReportsThePreviousApplicationIsThereUn
       fs::remove_all(directory / name);
     test::writeFile(directory / "Target.app/version", "new");
     test::writeFile(directory / ".quorin-backup-1.app/version", "old");
-    fates = sequence;
+    test::renameFates = sequence;
     bool isBack = true;
     try {
       rollback(target, backup);
     } catch (const QuorinOstrevalUpdater::InstallerError&) {
       isBack = false;
     }
-    fates = 0;
+    test::renameFates = 0;
     std::set<std::string> places;
     for (const auto& entry : fs::directory_iterator(directory.path())) {
       EXPECT_TRUE(known.contains(entry.path().filename())) << sequence << ": " << entry.path();

@@ -37,11 +37,6 @@ TEST_F(ExitBehaviourTest, WithoutArgumentsOrAPlanNothingIsTouched) {
   expectEarlyEnd(arguments, "The JSON value for the key \"targetAppPath\" is missing.");
 }
 
-TEST_F(ExitBehaviourTest, AReadyFileThatCannotBeWritten) {
-  fs::create_directory(home / "ready");
-  expectRefused(run(), "\"" + (home / "ready").native() + "\" could not be replaced: Is a directory.");
-}
-
 TEST_F(ExitBehaviourTest, TheStatusIsThereAtEachLaunchAndTheLineOnlyBehindTheLast) {
   const fs::path launches = home / "launches";
   wrapTool("open", "outcome=$(grep -o 'succeeded\":[a-z]*' '" + plan.statusPath + "')\n" +

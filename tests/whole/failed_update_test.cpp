@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "tests/helpers/sample_application.hpp"
@@ -113,7 +114,12 @@ TEST_F(FailedUpdateTest, ACopyThatWasTamperedWith) {
         "rm \"$2/Contents/Info.plist\"", "ln -s /etc/passwd \"$2/Contents/Resources/link\""}) {
     writeFile(home / "prefix/libexec/quorin/ditto",
               "#!/bin/sh\n\"$0.real\" \"$@\" || exit\n" + std::string(change) + "\n");
+    struct stat before {};
+    struct stat after {};
+    ASSERT_EQ(::stat(target.c_str(), &before), 0);
     expectRefusedBeginning(run(), kInvalid);
+    ASSERT_EQ(::stat(target.c_str(), &after), 0);
+    EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec) << "it was swapped and taken back";
   }
 }
 

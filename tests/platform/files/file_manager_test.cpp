@@ -16,6 +16,7 @@
 #include "tests/helpers/files.hpp"
 #include "tests/helpers/private_mounts.hpp"
 #include "tests/helpers/program.hpp"
+#include "tests/helpers/rename_fates.hpp"
 #include "tests/helpers/syscall_fault.hpp"
 
 namespace fs = std::filesystem;
@@ -25,24 +26,6 @@ using platform::SystemError;
 using platform::URL;
 using test::inventory;
 using test::writeFile;
-
-namespace {
-
-/// The exchange of names with this number fails; 0 for none.
-int failingExchange = 0;
-
-}  // namespace
-
-/// Stands before the C library's function: a fault that comes at the second call only is beyond a filter in
-/// the kernel.
-extern "C" int renameat2(int oldDirectory, const char* oldName, int newDirectory, const char* newName,
-                         unsigned flags) noexcept {
-  if ((flags & RENAME_EXCHANGE) != 0 && failingExchange > 0 && --failingExchange == 0) {
-    errno = EIO;
-    return -1;
-  }
-  return static_cast<int>(::syscall(SYS_renameat2, oldDirectory, oldName, newDirectory, newName, flags));
-}
 
 namespace {
 
@@ -242,7 +225,7 @@ class ReplacementTest : public FileManagerTest {
 TEST_F(ReplacementTest, ThePreviousItemNeverTakesTheStagedName) {
   // The swap can be neither kept nor taken back.
   EXPECT_EQ(test::inChild([&] {
-              failingExchange = 2;
+              test::renameFates = 1 * 4 * 4;  // the third
               return test::inject({SYS_fsync, EIO}) ? failureOf([&] { replace(); }) : 124;
             }),
             EIO);

@@ -73,14 +73,6 @@ class AttachTest : public testing::Test {
   test::Images images_;
 };
 
-TEST_F(AttachTest, ImagesInEveryCompression) {
-  const std::string volume = test::hfsVolumeOf(content());
-  for (const auto& [name, encoding] : test::blockEncodings()) {
-    test::writeUdif(image(), {{"whole disk (Apple_HFS : 0)", volume}}, encoding);
-    expectContent(name);
-  }
-}
-
 TEST_F(AttachTest, VolumesWhereverTheyLie) {
   const std::string volume = test::hfsVolumeOf(content());
   const std::string empty = test::HfsVolumeBuilder(u"Empty").build();

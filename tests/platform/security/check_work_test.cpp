@@ -6,8 +6,6 @@
 #include <utility>
 
 #include "platform/security/code_check.hpp"
-#include "platform/security/mach_o.hpp"
-#include "tests/platform/security/memory_source.hpp"
 #include "tests/platform/security/signed_sample.hpp"
 #include "tools/sign_bundle/code_directory_writer.hpp"
 
@@ -209,31 +207,6 @@ TEST(CheckWork, codeThatIsNotAcceptedCostsNoDigest) {
   });
   EXPECT_EQ(check.sentence(), "com.example.sample");
   EXPECT_EQ(check.work().comparedBytes(), 0U);
-}
-
-/// Counts what is read.
-class CountingSource : public test::MemorySource {
- public:
-  using MemorySource::MemorySource;
-
-  void readAt(std::uint64_t offset, std::span<char> buffer) const override {
-    MemorySource::readAt(offset, buffer);
-    bytesRead += buffer.size();
-  }
-
-  mutable std::size_t bytesRead = 0;
-};
-
-TEST(CheckWork, anOmittedFileIsKnownAsCodeByItsFirstBytes) {
-  using namespace std::string_literals;
-  for (const auto& [begin, isCode] : {std::pair{"\xCA\xFE\xBA\xBE\0\0\0\1"s, true},
-                                      {"\xCF\xFA\xED\xFEtext"s, true},
-                                      {"\xCA\xFE\xBA\xBE\0\0\0\x34"s, false},
-                                      {"Bud1"s, false}}) {
-    const CountingSource source(begin + std::string(kMebibyte, '\0'));
-    EXPECT_EQ(platform::beginsLikeMachO(source), isCode);
-    EXPECT_LE(source.bytesRead, 8U);
-  }
 }
 
 }  // namespace
