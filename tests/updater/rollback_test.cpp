@@ -1,5 +1,6 @@
 #include "updater/install/rollback.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 
@@ -80,18 +81,24 @@ TEST_F(RollbackTest, WhateverTheFileSystemReportsThePreviousApplicationIsThereUn
   }
 }
 
-TEST_F(RollbackTest, WhatCannotBeRemovedStaysUnderTheBackupsName) {
-  const test::SyscallFault exchange{SYS_renameat2, EINVAL, test::SyscallFault::Argument{4, RENAME_EXCHANGE}};
-  test::writeFile(directory / ".quorin-backup-1.app/version", "old");
-  EXPECT_EQ(test::inChild([&] {
-              if (!test::inject(exchange) || !test::inject({SYS_unlinkat, EIO}))
-                return 1;
-              rollback(target, backup);
-              return 0;
-            }),
-            0);
-  EXPECT_EQ(test::readFile(directory / "Target.app/version"), "old");
-  EXPECT_EQ(test::readFile(directory / ".quorin-backup-1.app/version"), "new");
+TEST_F(RollbackTest, WhatCannotOrMustNotBeRemovedStaysUnderTheBackupsName) {
+  using Fault = test::SyscallFault;
+  const Fault exchange{SYS_renameat2, EINVAL, Fault::Argument{4, RENAME_EXCHANGE}};
+  const Fault hold{SYS_openat, EACCES, Fault::Argument{2, O_PATH | O_NOFOLLOW | O_CLOEXEC}};
+  // Without a hold on the previous application, it is not known to be back.
+  for (const auto& [first, second] : {std::pair(exchange, Fault{SYS_unlinkat, EIO}), {hold, hold}}) {
+    test::writeFile(directory / "Target.app/version", "new");
+    test::writeFile(directory / ".quorin-backup-1.app/version", "old");
+    EXPECT_EQ(test::inChild([&, &one = first, &other = second] {
+                if (!test::inject(one) || !test::inject(other))
+                  return 1;
+                rollback(target, backup);
+                return 0;
+              }),
+              0);
+    EXPECT_EQ(test::readFile(directory / "Target.app/version"), "old");
+    EXPECT_EQ(test::readFile(directory / ".quorin-backup-1.app/version"), "new");
+  }
 }
 
 }  // namespace

@@ -89,6 +89,8 @@ TEST_F(FailedUpdateTest, AnImageWithoutTheApplication) {
 
 TEST_F(FailedUpdateTest, TheApplicationInTheImageIsNotTheExpectedOne) {
   offerUpdate();
+  // It is not even copied.
+  wrapTool("ditto", "exit 3\n");
   plan.expectedVersion = "2.0.0";
   expectRefused(run(), kInvalid + "Version does not match the update feed.");
   plan.expectedVersion = "2.0";

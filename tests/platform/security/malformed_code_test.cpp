@@ -107,6 +107,16 @@ TEST(MalformedCode, everyArchitectureIsOfTheSameTeam) {
   fs::remove(workshop().anchors() / "others.pem");
 }
 
+TEST(MalformedCode, everyArchitectureSatisfiesTheRequirement) {
+  const fs::path file = machO("two identifiers", "x86_64,arm64", {"--identifier", "com.example.tool"});
+  auto mine = sign_bundle::UniversalFile::parse(test::readFile(file));
+  workshop().chain().sign(file, {"--identifier", "com.example.else"});
+  mine.slices.back() = sign_bundle::UniversalFile::parse(test::readFile(file)).slices.back();
+  test::writeFile(file, mine.bytes());
+  EXPECT_TRUE(workshop().judge(file).accepted());
+  EXPECT_EQ(workshop().judge(file, "identifier com.example.tool").status, platform::errSecCSReqFailed);
+}
+
 TEST(MalformedCode, oneLargePageBindsEveryByte) {
   const fs::path file = workshop() / "large page";
   test::runSignBundle({"make-mach-o", file.native(), "--arch", "arm64", "--least-size", "600000"});
