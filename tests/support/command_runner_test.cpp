@@ -52,7 +52,6 @@ class CommandRunnerTest : public testing::Test {
   const std::string noteCapture = "printf %s \"$(readlink /proc/$$/fd/1)\" > '" + capture.native() + "'; ";
   const std::string overrun = noteCapture + "exec sleep 30";
   const std::string ignoreTermination = noteCapture + "trap '' TERM; exec sleep 30";
-  const std::string removeCapture = "rm \"$(readlink /proc/$$/fd/1)\"";
   const std::string timedOut = "sh did not finish in time.";
 };
 

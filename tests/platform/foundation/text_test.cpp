@@ -6,7 +6,6 @@
 
 using platform::canonicallyEquivalent;
 using platform::Data;
-using platform::lowercased;
 using platform::stringFromUTF8;
 
 namespace {
@@ -27,17 +26,6 @@ TEST(TextTest, ANameInASentenceCannotBreakOutOfIt) {
       {std::string("\0\xFF", 2), "\\x00\\xFF"}};
   for (const auto& [name, shown] : cases)
     EXPECT_EQ(platform::quoted(name), '"' + shown + '"');
-}
-
-TEST(TextTest, TrimsWhiteSpaceOfAllKindsAtBothEndsOnly) {
-  EXPECT_EQ(platform::trimmingCharactersIn("\xC2\xA0 a \n b \v\f\xE2\x80\xA8",
-                                           platform::CharacterSet::whitespacesAndNewlines()),
-            "a \n b");
-}
-
-TEST(TextTest, LowersEveryCharacterThatHasALowerCase) {
-  EXPECT_EQ(lowercased("0AbCdEf \xC3\x84"), "0abcdef \xC3\xA4");
-  EXPECT_EQ(lowercased("A\xFF"), "A\xFF");
 }
 
 TEST(TextTest, EqualityIsCanonicalEquivalence) {

@@ -292,13 +292,4 @@ TEST_F(HfsPlusTest, AnAliasIsNotALink) {
               HasSubstr("a hard link to a folder in its volume is not supported."));
 }
 
-TEST_F(HfsPlusTest, NothingIsWrittenThroughALink) {
-  const test::TemporaryDirectory outside;
-  test::HfsVolumeBuilder builder(u"Volume");
-  builder.addLink(test::kRootFolder, u"out", outside.path().native());
-  builder.addFile(builder.addFolder(test::kRootFolder, u"out"), u"file", "escaped");
-  EXPECT_THAT(attach(builder).failure, HasSubstr("more than once"));
-  EXPECT_TRUE(fs::is_empty(outside.path()));
-}
-
 }  // namespace
