@@ -1,8 +1,7 @@
-// How long the check of a signed bundle takes, beside `openssl dgst -sha256` over the same files on one
-// processor:
+// Times the check of a signed bundle against `openssl dgst -sha256` over the same files on one processor:
 //   code_signature_bench DIRECTORY
-// makes the bundles in the directory, which has room for 2 GiB, and prints one line for each measurement.
-// Every program runs once to fill the system's cache and then five times; the shortest time counts.
+// creates the bundles in the directory, which needs 2 GiB of free space, and prints one line per
+// measurement. Every program runs once to warm the page cache, then five times; the shortest time counts.
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/resource.h>
@@ -82,7 +81,7 @@ void writeRandom(const fs::path& path, std::size_t size, std::mt19937_64& random
   std::ofstream(path, std::ios::binary) << content;
 }
 
-/// A bundle with a script and `count` resources of `size` bytes, a hundred in a directory, signed by nobody.
+/// A bundle with a script and `count` resources of `size` bytes, a hundred per directory, with an ad-hoc signature.
 fs::path makeBundle(const fs::path& parent, std::size_t count, std::size_t size) {
   fs::path bundle = parent / (std::to_string(count) + ".app");
   std::mt19937_64 random(count);
@@ -107,7 +106,7 @@ void report(const char* what, std::size_t count, const Measurement& measured, do
 
 void compare(const fs::path& parent, std::size_t count, std::size_t size) {
   const fs::path bundle = makeBundle(parent, count, size);
-  // The shell hands over as many names at a time as a command line holds.
+  // xargs passes as many names at a time as a command line holds.
   const Program openssl{
       {"sh", "-c", "find Contents/Resources -type f -print0 | xargs -0 openssl dgst -sha256"},
       bundle.native()};

@@ -1,4 +1,4 @@
-// The command runner beside a bare spawn and wait of the same tool, which ends at once.
+// The command runner against a bare spawn and wait of the same tool, which exits at once.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>

@@ -12,7 +12,7 @@ int main(int argc, char** argv) {
         QuorinOstrevalUpdater::findApplication(platform::URL::fileURLWithPath(argv[1]), argv[2]);
     return std::puts(found.path().c_str()) >= 0 ? 0 : 1;
   } catch (const platform::Error& error) {
-    // That there is none is an answer too.
+    // Not finding it is a result, not a failure.
     return std::puts(error.what()) >= 0 ? 0 : 1;
   }
 }
