@@ -8,21 +8,23 @@
 
 namespace platform::ditto {
 
-/// Throws `Error` when the file or directory, `before` being its status when its copy was begun, has changed
-/// since then.
+/// Throws `Error` when the size or modification time of an open file or directory differs from `before`, its
+/// status when the copy was started.
 void requireUnchanged(const FileDescriptor& file, const struct stat& before, const std::string& path);
 
-/// Gives an open copy what belongs to the file or directory besides its content; `status` is the source's
-/// from before its content was read. Owner and group follow where the system permits it, otherwise the copy
-/// is the caller's own. The mode follows exactly, except that a set-user-ID or set-group-ID bit stays only
-/// together with its user or group. Extended attributes and access control lists follow where both file
-/// systems have them, those that only an administrator may set where the caller may; the copy keeps no access
-/// control list that its parent directory gave it. Access and modification time come last. Throws
-/// `SystemError` naming the copy, or the source where reading failed.
+/// Gives an open copy everything but the content of an open file or directory; `status` is that of the source
+/// before its content was read.
+///  - Owner and group: as far as the caller is permitted to set them, otherwise the caller's own.
+///  - Mode: exactly, but set-user-ID and set-group-ID only if the owner or group is the same.
+///  - Extended attributes and access control lists: where both file systems support them; those that only an
+///    administrator may set, where the caller may. An access control list that the copy inherited from its
+///    parent directory is removed.
+///  - Access and modification time.
+/// Throws `SystemError` naming the copy, or the source when reading failed.
 void copyAttributes(const FileDescriptor& source, const std::string& sourcePath, const struct stat& status,
                     const FileDescriptor& copy, const std::string& copyPath);
 
-/// Gives a copied link the owner, group and times of the source. Throws `SystemError`.
+/// Gives the copy of a symbolic link the owner, group and times of the source. Throws `SystemError`.
 void copyLinkAttributes(const struct stat& status, const Entry& copy);
 
 }  // namespace platform::ditto

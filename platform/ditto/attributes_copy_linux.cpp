@@ -16,8 +16,8 @@ namespace {
 constexpr std::string_view kAccessControlPrefix = "system.posix_acl_";
 constexpr std::string_view kUserPrefix = "user.";
 
-/// The result of a call that fills a buffer and tells the size it needs when it gets none. It asks again when
-/// the needed size has grown in between. Nothing when the call fails, with `errno`.
+/// Calls `call` until `buffer` is large enough; given no buffer, it returns the size that it needs. Returns
+/// false on failure, with `errno` set.
 template <typename Call>
 bool fill(std::string& buffer, Call call) {
   while (true) {
@@ -51,7 +51,7 @@ std::vector<std::string> attributeNames(const FileDescriptor& file, const std::s
   return names;
 }
 
-/// User attributes and access control lists are the owner's. All others belong to the system or its
+/// The owner may set user attributes and access control lists; all others belong to the system or its
 /// administrator.
 bool belongsToTheOwner(std::string_view name) {
   return name.starts_with(kUserPrefix) || name.starts_with(kAccessControlPrefix);
@@ -89,17 +89,17 @@ void copyExtendedAttributes(const FileDescriptor& source, const std::string& sou
     copyAttribute(name, source, sourcePath, copy, copyPath);
 }
 
-/// Changes whatever the system lets the caller change; `change` takes the user and the group.
+/// Changes what the caller is permitted to change; `change` takes the user and the group.
 template <typename Change>
 void changeOwner(const struct stat& wanted, Change change) {
   constexpr auto kUnchanged = static_cast<uid_t>(-1);
   if (change(wanted.st_uid, wanted.st_gid) == 0)
     return;
-  // A user may still hand a file to a group of theirs; where not, the copy stays as it was made.
+  // A user may still give a file to one of their groups. Otherwise the copy remains the caller's own.
   static_cast<void>(change(kUnchanged, wanted.st_gid));
 }
 
-/// The mode that the copy may have now that its owner is settled.
+/// The mode for a copy whose owner has been set.
 mode_t permittedMode(const struct stat& source, const struct stat& copy) {
   mode_t mode = source.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO | S_ISUID | S_ISGID | S_ISVTX);
   if (copy.st_uid != source.st_uid)
@@ -133,7 +133,7 @@ void copyAttributes(const FileDescriptor& source, const std::string& sourcePath,
     copyStatus = statusOf(copy, copyPath);
   }
   copyExtendedAttributes(source, sourcePath, copy, copyPath);
-  // After the attributes: a mode without write permission would keep their owner from setting them.
+  // After the attributes: without write permission even the owner could not set them.
   if (::fchmod(copy.get(), permittedMode(status, copyStatus)) != 0)
     throw SystemError("The permissions of " + quoted(copyPath) + " could not be set", errno);
   const std::array times = {status.st_atim, status.st_mtim};

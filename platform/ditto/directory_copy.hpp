@@ -11,8 +11,8 @@
 
 namespace platform::ditto {
 
-/// A directory and its copy, both open. Who fills the copy enters it before and leaves it after, the creator
-/// having entered it; when the last one has left, the copy gets the directory's attributes.
+/// An open directory and its open copy, shared by the threads that fill the copy. Counts its users, of which
+/// the creator is the first; when the last one leaves, the copy gets the directory's attributes.
 class DirectoryCopy {
  public:
   /// Throws `SystemError`.
@@ -23,8 +23,9 @@ class DirectoryCopy {
   FileIdentity sourceIdentity() const { return identityOf(status_); }
   FileIdentity copyIdentity() const { return copyIdentity_; }
 
+  /// Adds a user. Only while there is another one.
   void enter() noexcept { ++users_; }
-  /// Throws `Error`, also when the directory is seen to have changed since it was opened.
+  /// Removes a user. Throws `Error`, also when the directory has changed since it was opened.
   void leave();
 
  private:
@@ -35,8 +36,8 @@ class DirectoryCopy {
   std::atomic<unsigned> users_ = 1;
 };
 
-/// The next names in a directory, a bounded number, in the order in which the files are on the disk as far as
-/// their inode numbers tell; none at the end. Throws `SystemError` naming `path`.
+/// The next names in a directory, at most 1024, sorted by inode number, which approximates the order on the
+/// disk; empty at the end. Throws `SystemError` naming `path`.
 std::vector<std::string> nextNames(DirectoryReader& reader, const std::string& path);
 
 }  // namespace platform::ditto

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include "platform/ditto/attributes_copy.hpp"
-#include "platform/ditto/file_content_copy.hpp"
 #include "platform/foundation/error.hpp"
 
 namespace platform::ditto {
@@ -37,6 +36,13 @@ std::string textOf(const Entry& link, const struct stat& status) {
   }
 }
 
+void copyLink(const Entry& source, const struct stat& status, const Entry& copy) {
+  const std::string text = textOf(source, status);
+  if (::symlinkat(text.c_str(), copy.directory.get(), copy.name.c_str()) != 0)
+    failToCreate(copy, errno);
+  copyLinkAttributes(status, copy);
+}
+
 }  // namespace
 
 void copyFile(const Entry& source, const Entry& copy) {
@@ -53,11 +59,14 @@ void copyFile(const Entry& source, const Entry& copy) {
   output.close(copyPath);
 }
 
-void copyLink(const Entry& source, const struct stat& status, const Entry& copy) {
-  const std::string text = textOf(source, status);
-  if (::symlinkat(text.c_str(), copy.directory.get(), copy.name.c_str()) != 0)
-    failToCreate(copy, errno);
-  copyLinkAttributes(status, copy);
+void copyFileOrLink(const Entry& source, const struct stat& status, const Entry& copy) {
+  if (S_ISREG(status.st_mode))
+    copyFile(source, copy);
+  else if (S_ISLNK(status.st_mode))
+    copyLink(source, status, copy);
+  else
+    throw Error(quoted(source.path()) +
+                " is neither a file, a directory nor a symbolic link and cannot be copied.");
 }
 
 }  // namespace platform::ditto

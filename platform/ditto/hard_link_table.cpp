@@ -26,7 +26,7 @@ void linkCopy(const Entry& root, const HardLinkTable::Copy& copy, const Entry& n
   constexpr int kFlags = O_PATH | O_DIRECTORY;
   Directory directory(root.open(kFlags), root.path());
   std::size_t begin = 0;
-  // Name by name: no link is followed on the way, and the path may be longer than the system takes at once.
+  // Name by name: no symbolic link is followed, and the path may be longer than PATH_MAX.
   for (std::size_t end = 0; (end = copy.path.find('/', begin)) != std::string::npos; begin = end + 1) {
     const Entry next = directory.entry(copy.path.substr(begin, end - begin));
     directory = Directory(next.open(kFlags), root.path());

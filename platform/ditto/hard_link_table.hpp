@@ -7,22 +7,22 @@
 
 namespace platform::ditto {
 
-/// The files with several names whose copy has been made under the first of them. A file is forgotten once
-/// all its names have been met, so that the table holds no more than what is still to be linked.
+/// The files with several hard links whose copy exists under the first of their names. A file is removed once
+/// all its names have been found, so that the table contains only files that are still to be linked.
 class HardLinkTable {
  public:
   struct Copy {
-    std::string path;  ///< below the root of the copy, without a slash at its beginning
+    std::string path;  ///< below the root of the copy, without a leading slash
     FileIdentity identity;
   };
 
-  /// Notes the first copy of a file with `names` names, at least two.
+  /// Adds the copy of a file with `names` names, at least two.
   void add(const FileIdentity& source, nlink_t names, Copy copy);
 
-  /// Whether a copy of the file has been noted and not all its names been met.
-  bool holds(const FileIdentity& source) const { return files_.contains(source); }
+  /// True when the file was added and not all its names have been found.
+  bool contains(const FileIdentity& source) const { return files_.contains(source); }
 
-  /// The noted copy, for one more name. Only for a file that the table holds.
+  /// The copy, to be linked to one more name. Only for a file that the table contains.
   Copy take(const FileIdentity& source);
 
  private:
@@ -33,8 +33,8 @@ class HardLinkTable {
   std::map<FileIdentity, File> files_;
 };
 
-/// Gives a copy below `root` one more name. Throws `SystemError`, and `Error` when what is found is not that
-/// copy.
+/// Creates one more hard link to a copy below `root`. Throws `SystemError`, and `Error` when the file at its
+/// path is another one.
 void linkCopy(const Entry& root, const HardLinkTable::Copy& copy, const Entry& newName);
 
 }  // namespace platform::ditto

@@ -21,9 +21,9 @@ int main(int argumentCount, char** arguments) {
   const bool complete = argumentCount == 3 && *arguments[1] != '\0' && *arguments[2] != '\0';
   if (!complete)
     return fail("Usage: ditto SOURCE DESTINATION, where nothing is at DESTINATION yet.");
-  // The caller's limit on the size of a file is then a failure with a reason and not a silent end.
+  // Exceeding RLIMIT_FSIZE is then EFBIG, a failure with a reason, and not a silent death.
   static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
-  // Modes are copied exactly; until then the owner must be able to fill what has been made.
+  // Modes are copied exactly; until then the owner must be able to write to new files and directories.
   ::umask(0);
   try {
     platform::ditto::copyTree(platform::URL::fileURLWithPath(arguments[1]),

@@ -21,7 +21,7 @@ namespace {
 // Enough to keep the processors and the disk busy at the same time.
 constexpr std::size_t kThreads = 4;
 constexpr std::size_t kLongestQueue = 32;
-// A deeper place is told by the end of its path, so that no message and no directory's memory grows with the
+// A longer path is cut at its beginning, so that neither messages nor the memory per directory grow with the
 // depth.
 constexpr std::size_t kLongestPathInMessages = 4096;
 
@@ -31,11 +31,11 @@ struct PendingDirectory {
   FileIdentity copy;
 };
 
-/// A directory between the root and the place of work.
+/// A directory on the path from the root to the current directory, including both.
 struct Level {
   FileIdentity source;
   FileIdentity copy;
-  std::size_t pathLength;  ///< of the directory above it
+  std::size_t pathLength;  ///< of its parent
   std::vector<PendingDirectory> directories;
 };
 
@@ -46,17 +46,17 @@ FileIdentity createDirectory(const Entry& copy) {
 }
 
 [[noreturn]] void refuseInside(const Entry& source, const Entry& copy) {
-  throw Error(quoted(copy.path()) + " lies inside " + quoted(source.path()) + " and cannot be its copy.");
+  throw Error(quoted(copy.path()) + " is inside " + quoted(source.path()) + " and cannot be its copy.");
 }
 
-/// Refuses a destination below the source before anything is made.
+/// Throws when the destination is below the source, before anything is created.
 void requireOutside(const Entry& source, const struct stat& status, const Entry& copy) {
   FileDescriptor directory = copy.directory.entry(".").open(O_PATH | O_DIRECTORY);
   FileIdentity place = identityOf(statusOf(directory, copy.path()));
   while (place != identityOf(status)) {
     FileDescriptor above = FileDescriptor::tryOpenAt(directory, "..", O_PATH | O_DIRECTORY);
     if (!above.isOpen())
-      return;  // out of reach; the walk would still notice the destination when it came by
+      return;  // not permitted; the walk still notices the destination when it comes to it
     directory = std::move(above);
     const FileIdentity next = identityOf(statusOf(directory, copy.path()));
     if (next == place)
@@ -66,27 +66,16 @@ void requireOutside(const Entry& source, const struct stat& status, const Entry&
   refuseInside(source, copy);
 }
 
-/// Copies anything but a directory.
-void copySingle(const Entry& source, const struct stat& status, const Entry& copy) {
-  if (S_ISREG(status.st_mode))
-    copyFile(source, copy);
-  else if (S_ISLNK(status.st_mode))
-    copyLink(source, status, copy);
-  else
-    throw Error(quoted(source.path()) +
-                " is neither a file, a directory nor a symbolic link and cannot be copied.");
-}
-
-/// Goes through the tree without recursion, with two open directories at a time besides those in which files
-/// are still being copied. A directory's own entries are made before its subdirectories are filled, so that
-/// it is done early.
+/// Walks the tree without recursion, with one directory and its copy open besides those in which files are
+/// still being copied. All entries of a directory are created before its subdirectories are filled, so that
+/// it is finished early.
 class TreeCopy {
  public:
   TreeCopy(const Entry& source, const Entry& copy)
       : source_(source), copy_(copy), pool_(kThreads, kLongestQueue) {}
 
   void run() {
-    // An unreadable source is noticed before anything is made.
+    // An unreadable source is reported before anything is created.
     static_cast<void>(source_.open(O_RDONLY | O_DIRECTORY));
     copyIdentity_ = createDirectory(copy_);
     descend(source_, copy_, copyIdentity_, 0);
@@ -150,7 +139,7 @@ class TreeCopy {
       for (const std::string& name : names)
         copyEntry(name);
     }
-    std::ranges::reverse(levels_.back().directories);  // they are taken from the end
+    std::ranges::reverse(levels_.back().directories);  // they are taken from the back
     current_->leave();
   }
 
@@ -165,7 +154,7 @@ class TreeCopy {
     else if (S_ISREG(status.st_mode))
       addJob(name);
     else
-      copySingle(source, status, copy);
+      copyFileOrLink(source, status, copy);
   }
 
   void addDirectory(const Entry& source, const struct stat& status, const Entry& copy) {
@@ -182,13 +171,13 @@ class TreeCopy {
     });
   }
 
-  /// In turn with all others of its kind: the first copy must be there for the others to be linked to.
+  /// Not a job of the pool: the first copy must exist before the other names can be linked to it.
   void copyFileWithSeveralNames(const Entry& source, const struct stat& status, const Entry& copy) {
     const FileIdentity identity = identityOf(status);
-    if (links_.holds(identity)) {
+    if (links_.contains(identity)) {
       linkCopy(copy_, links_.take(identity), copy);
     } else {
-      copySingle(source, status, copy);
+      copyFileOrLink(source, status, copy);
       links_.add(identity, status.st_nlink,
                  {(path_ + '/' + source.name).substr(1), identityOf(copy.status())});
     }
@@ -197,14 +186,14 @@ class TreeCopy {
   const Entry& source_;
   const Entry& copy_;
   FileIdentity copyIdentity_;
-  std::string path_;  ///< of the place of work below the root: empty, or a slash before each name
+  std::string path_;  ///< of the current directory below the root: empty, or a slash before each name
   std::vector<Level> levels_;
   std::shared_ptr<DirectoryCopy> current_;
   HardLinkTable links_;
   WorkerPool pool_;
 };
 
-/// The item that `url` stands for: what is at the end of all links, where it is a link.
+/// The item at `url`, or the item at the end of the links when it is a symbolic link.
 URL resolved(const URL& url) {
   struct stat status {};
   if (::lstat(url.path().c_str(), &status) != 0 || !S_ISLNK(status.st_mode))
@@ -234,7 +223,7 @@ void copyTree(const URL& source, const URL& destination) {
   if (S_ISLNK(status.st_mode))
     throw Error(quoted(origin.path()) + " changed while it was being copied.");
   if (!S_ISDIR(status.st_mode))
-    return copySingle(from, status, to);
+    return copyFileOrLink(from, status, to);
   requireOutside(from, status, to);
   TreeCopy(from, to).run();
 }

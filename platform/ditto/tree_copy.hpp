@@ -4,16 +4,16 @@
 
 namespace platform::ditto {
 
-/// Copies the file or directory tree `source` to `destination`, at which nothing may be yet, with everything
-/// that belongs to it: modes, times, links as they are, hard links within the tree, extended attributes and
-/// access control lists, holes. A source that is a link counts as what it leads to, so that the copy never
-/// depends on another place; in the tree, links are never followed. Other kinds of files are refused, and
-/// whatever is made is made anew, inside the destination.
+/// Copies the file or directory tree `source` to `destination`, which must not exist, with its modes, times,
+/// symbolic links, hard links within the tree, extended attributes, access control lists and holes. If
+/// `source` itself is a symbolic link, its target is copied; links inside the tree are never followed. Other
+/// kinds of files are refused. Nothing that exists is written to or replaced.
 ///
-/// Throws `Error`: one sentence that names the item and the reason. What has been copied until then stays for
-/// the caller to remove. Works at any depth with a bounded number of descriptors; memory is bounded by the
-/// longest path, the number of directories side by side and the number of hard links still to be made. The
-/// process's file mode creation mask must leave the owner's permissions alone.
+/// Throws `Error` with one sentence that names the item and the reason; the caller then removes the
+/// incomplete copy. Works at any depth with a bounded number of descriptors; memory is bounded by the longest
+/// path, the number of directories side by side and the number of hard links still to be created. Copies
+/// files on threads of its own, all of which have ended when it returns or throws. The process's umask must
+/// not mask the owner's permissions.
 void copyTree(const URL& source, const URL& destination);
 
 }  // namespace platform::ditto

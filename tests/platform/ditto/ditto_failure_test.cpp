@@ -63,7 +63,7 @@ TEST_F(DittoFailureTest, RefusesWithoutAnyChange) {
   }
   for (const fs::path& inside :
        {source / "copy.app", source / "Contents/MacOS/../copy.app", directory / "into the source/copy.app"})
-    expectRefusal(source, inside, "lies inside");
+    expectRefusal(source, inside, "is inside");
 }
 
 TEST_F(DittoFailureTest, RefusesSpecialFiles) {

@@ -24,7 +24,7 @@ MATCHER(IsSilentSuccess, "") {
   return arg.exitStatus == 0 && arg.output.empty() && arg.error.empty();
 }
 
-/// One of everything that a bundle may hold.
+/// One of everything that a bundle may contain.
 void makeTree(const fs::path& root) {
   writeFile(root / "Contents/MacOS/Quorin Ostreval", std::string(3'000'001, 'x'));
   writeFile(root /
@@ -36,7 +36,7 @@ void makeTree(const fs::path& root) {
   fs::create_directories(root / "Contents/Resources/empty");
   for (int number = 0; number < 100; ++number)
     writeFile(root / "Contents/many" / std::to_string(number), std::to_string(number));
-  // Holes and data in turn, with a hole at either end.
+  // Holes and data alternate, with a hole at either end.
   const fs::path sparse = root / "Contents/sparse";
   writeFile(sparse, "");
   for (const std::uintmax_t hole : {1U << 20U, 3U << 20U}) {
@@ -99,7 +99,7 @@ TEST_F(DittoTest, CopiesWithoutTheKernelsHelp) {
   };
   EXPECT_THAT(ditto(source, copy, inject({SYS_copy_file_range, EXDEV})), IsSilentSuccess());
   expectSame(copy);
-  // Without knowledge of holes the content is still the same.
+  // Without SEEK_DATA the content is still the same.
   const fs::path other = directory / "other";
   EXPECT_THAT(ditto(source, other, inject({SYS_lseek, EINVAL, test::SyscallFault::Argument{2, kSeekData}})),
               IsSilentSuccess());
@@ -125,7 +125,7 @@ TEST_F(DittoTest, CopiesExtendedAttributesAndAccessControlLists) {
   expectSame(copy);
   if (!lists)
     GTEST_SKIP() << "the file system has no access control lists";
-  // What the parent directory hands down to new files is no part of the source.
+  // An access control list inherited from the parent directory is not part of the source.
   const fs::path generous = directory / "generous";
   fs::create_directory(generous);
   ASSERT_TRUE(
@@ -156,12 +156,12 @@ TEST_F(DittoTest, CopiesSingleFilesAndWhatLinksLeadTo) {
 
 TEST_F(DittoTest, TheCopyOfAUserWithoutPrivilegesIsTheUsersOwn) {
   if (::geteuid() != 0)
-    GTEST_SKIP() << "only an administrator has files of others";
+    GTEST_SKIP() << "only root can create files of other users";
   fs::permissions(source / "Contents/Resources/locked/read-only", fs::perms(0444));
   const fs::path open = directory / "open";
   fs::create_directory(open);
   fs::permissions(open, fs::perms(0777));
-  // The build tree may be where others cannot search.
+  // Other users may not be able to search the build tree.
   const fs::path program = directory / "ditto";
   fs::copy_file(test::buildPrefix() / "libexec/quorin/ditto", program);
   fs::permissions(directory.path(), fs::perms(0755));
@@ -188,7 +188,7 @@ TEST_F(DittoTest, TheCopyOfAUserWithoutPrivilegesIsTheUsersOwn) {
 
 TEST(DittoDepthTest, CopiesTreesOfAnyDepthAndBreadthWithFewDescriptors) {
   const TemporaryDirectory directory;
-  // Either half is as long as a path may be for most calls, and both together are longer.
+  // Each half is almost PATH_MAX long, and both together are longer.
   fs::path half;
   for (int level = 0; level < 200; ++level)
     half /= "name of level";

@@ -9,9 +9,9 @@
 
 namespace test {
 
-/// A tree with all that a copy has to keep of every entry: type, mode, owner, time, extended attributes,
-/// access control lists, content with its holes, link text, and which names share one file. What a list of
-/// the entries does not show of it is in the hash at the end.
+/// Describes everything of a tree that a copy must preserve: types, modes, owners, times, extended
+/// attributes, access control lists, content with its holes, link targets and hard links. A hash at the end
+/// covers what the list of the entries does not show.
 std::string describeTree(const std::filesystem::path& root);
 
 void setModificationTime(const std::filesystem::path& path, long seconds, long nanoseconds);
@@ -20,15 +20,15 @@ void setModificationTime(const std::filesystem::path& path, long seconds, long n
 bool setExtendedAttribute(const std::filesystem::path& path, const std::string& name,
                           const std::string& value);
 
-/// An access control list in the kernel's form that grants `user` reading besides what owner, group and
-/// others have.
+/// An access control list in the kernel's format that grants `user` read permission besides the permissions
+/// of owner, group and others.
 std::string accessControlList(unsigned user);
 
-/// Runs the program with two arguments, as `runProgram` does.
+/// Runs ditto with two arguments, as `runProgram` does.
 Outcome ditto(const std::filesystem::path& source, const std::filesystem::path& destination,
               const std::function<void()>& prepare = {});
 
-/// For the preparation of a program: it goes on as a user without privileges.
+/// For use in `prepare`: the program runs as a user without privileges.
 void becomeNobody();
 
 }  // namespace test

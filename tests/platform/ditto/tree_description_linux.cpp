@@ -28,7 +28,7 @@ std::string tar(const std::vector<std::string>& arguments) {
 std::string describeTree(const fs::path& root) {
   const TemporaryDirectory directory;
   const fs::path archive = directory / "archive";
-  // Nothing of the archive comes from the root's name, the time or the process.
+  // The archive must not depend on the root's name, the current time or the process.
   tar({"--create", "--file", archive, "--directory", root.parent_path(), "--sort=name", "--sparse",
        "--sparse-version=0.0", "--acls", "--xattrs", "--xattrs-include=*", "--format=posix",
        "--pax-option=exthdr.name=attributes,delete=atime,delete=ctime", "--transform=s,^[^/]*,.,rhS",

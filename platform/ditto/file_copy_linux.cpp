@@ -8,7 +8,7 @@
 #include <optional>
 #include <span>
 
-#include "platform/ditto/file_content_copy.hpp"
+#include "platform/ditto/file_copy.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/system_call.hpp"
 
@@ -28,12 +28,12 @@ class ContentCopy {
 
   void copyRange(off_t begin, off_t end) {
     off_t position = copyInKernel(begin, end);
-    // Where the kernel cannot copy, copying through a buffer either succeeds or tells the reason.
+    // Where the kernel cannot copy, copying through a buffer either succeeds or reports why.
     while (position < end)
       position += copyThroughBuffer(position, end);
   }
 
-  /// Copies the parts that hold data; what lies between them is never written.
+  /// Copies the ranges that contain data and writes nothing between them.
   void copyDataRanges(off_t size) {
     off_t position = 0;
     while (position < size) {
@@ -41,7 +41,7 @@ class ContentCopy {
       if (begin < 0 && errno == ENXIO)
         break;  // only a hole is left
       if (begin < 0 || begin < position)
-        return copyRange(position, size);  // a file system that does not tell
+        return copyRange(position, size);  // the file system does not support SEEK_DATA
       const off_t hole = ::lseek(source_.get(), begin, SEEK_HOLE);
       const off_t end = hole < begin ? size : std::min(hole, size);
       copyRange(begin, end);
@@ -52,7 +52,7 @@ class ContentCopy {
   }
 
  private:
-  /// The position up to which the kernel has copied.
+  /// Returns the position up to which the kernel has copied.
   off_t copyInKernel(off_t position, off_t end) const {
     off_t written = position;
     while (position < end) {
@@ -66,7 +66,7 @@ class ContentCopy {
   }
 
   off_t copyThroughBuffer(off_t position, off_t end) const {
-    // Left as it is: only what a read has filled is used.
+    // Uninitialized: only what a read has filled is used.
     std::array<char, kBufferSize> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init)
     const auto wanted =
         std::span(buffer).first(std::min(kBufferSize, static_cast<std::size_t>(end - position)));
