@@ -66,14 +66,15 @@ class Container {
     return bytes;
   }
 
-  /// The first block is a copy, which is older than the newest one after a crash.
+  /// The superblock in the first block is a copy, which may be older than the newest checkpoint after a
+  /// crash.
   std::string newestSuperblock() const {
     std::string newest = block(0);
     const ImageBytes first = reader(newest);
     const std::uint32_t count = first.u32(104);
     const std::uint64_t base = first.u64(112);
     std::uint64_t transaction = first.u64(16);
-    // With the highest bit the checkpoints are in a tree of their own.
+    // If the highest bit of the count is set, the checkpoints are in a tree, which is not read.
     for (std::uint64_t index = 0; count <= kMostCheckpointBlocks && index < count; ++index) {
       std::string bytes = block(base + index);
       const ImageBytes candidate = reader(bytes);
@@ -85,7 +86,7 @@ class Container {
     return newest;
   }
 
-  /// All leaves of the object map's tree: it contains little but the volumes.
+  /// Reads all leaves of the object map's tree, which contains little but the volumes.
   void readObjects(std::uint64_t root) {
     std::vector<std::uint64_t> nodes{root};
     for (std::size_t next = 0; next < nodes.size() && next < kMostNodes; ++next) {

@@ -8,18 +8,18 @@
 
 namespace platform::hdiutil {
 
-/// What the superblock of an APFS volume says of it.
+/// The properties of an APFS volume in its superblock.
 struct ApfsVolume {
   std::uint16_t role;
   bool isEncrypted;
 
-  /// False for the volumes that the system keeps for starting up: Preboot, Recovery and VM.
+  /// False for the volumes that the system reserves for itself: Preboot, Recovery and VM.
   bool isForUsers() const noexcept;
 };
 
-/// The volumes of the container that is all of `container`, by their UUIDs in lower-case hexadecimal digits.
-/// A volume that cannot be found or read is missing: only the file system's own reader decides whether the
-/// container is damaged.
+/// The volumes of the APFS container that fills the file `container`, by their UUIDs in lower-case
+/// hexadecimal digits. Volumes that cannot be found or read are left out: only 7-Zip, which reads the file
+/// system, decides whether the container is damaged. Throws `SystemError` when the file cannot be read.
 std::unordered_map<std::string, ApfsVolume> readApfsVolumes(const FileDescriptor& container);
 
 }  // namespace platform::hdiutil

@@ -45,11 +45,11 @@ void refuseUnsupportedContainer(const FileDescriptor& image) {
     throw UnsupportedImageError("its format (sparse image)");
 }
 
-/// A disk and the places on it where volumes may be.
+/// A disk and the partitions that may contain volumes.
 struct OpenImage {
   std::unique_ptr<Disk> disk;
   std::vector<Partition> partitions;
-  bool isDescribed = false;  ///< by block tables
+  bool isDescribed = false;  ///< has block tables
 };
 
 /// The type between the brackets of a block table's name, as in "disk image (Apple_HFS : 4)".
@@ -60,7 +60,7 @@ std::string typeIn(const std::string& name) {
                                                                 : name.substr(begin + 1, end - begin - 1);
 }
 
-/// The partitions that the disk's own map names, else those of the image's block tables.
+/// The partitions in the disk's own map, or else those of the image's block tables.
 std::vector<Partition> partitionsOf(Disk& disk, const std::vector<UdifTable>& tables) {
   std::vector<Partition> partitions;
   try {
@@ -115,18 +115,18 @@ PropertyList::Dictionary entity(const std::string& device, const std::string& hi
   return entity;
 }
 
-/// The type that the system gives to a volume in a container.
+/// The content hint of a volume in an APFS container.
 constexpr const char* kApfsVolumeType = "41504653-0000-11AA-AA11-00306543ECAC";
 
-/// What the property list says of a partition or of a volume in an APFS container.
+/// A partition, or a volume in an APFS container, in the property list.
 struct Slice {
   std::string hint;
-  std::string kind;                       ///< empty for what no volume was read from
-  std::optional<VolumeTree> volume = {};  ///< what was read
+  std::string kind;                       ///< empty when no volume was read from it
+  std::optional<VolumeTree> volume = {};  ///< the volume that was read
   std::string mountName = {};             ///< empty while it is not mounted
 };
 
-/// Reads the volumes of an image, so that each that can be read is mounted.
+/// Reads the volumes of an image and mounts those that can be read.
 class AttachedImage {
  public:
   AttachedImage(const URL& url, ImageRegistry::Attachment& attachment)
@@ -137,7 +137,7 @@ class AttachedImage {
   void read() {
     if (!fileSystemAt(*image_.disk, 0))
       noteUnsupported(0);
-    // In the order of the disk it is unpacked only once.
+    // In the order of the disk, because it is unpacked only once.
     std::vector<std::size_t> order(image_.partitions.size());
     std::iota(order.begin(), order.end(), 0);
     std::stable_sort(order.begin(), order.end(), [this](std::size_t one, std::size_t other) {
@@ -179,7 +179,7 @@ class AttachedImage {
   void readPartition(std::size_t index) {
     const Partition& partition = image_.partitions[index];
     slices_[index].hint = partition.type;
-    // A volume that several partitions name is read once.
+    // Several partitions may contain the same volume, which is read once.
     if (!isMounted(partition.type) || partition.offset < readEnd_)
       return;
     try {
@@ -193,13 +193,13 @@ class AttachedImage {
     } catch (const ImageLimitError&) {
       throw;
     } catch (const ImageError&) {
-      // Where another volume can be mounted, this one does not keep the image from being attached.
+      // The image is attached all the same if another volume can be mounted.
       if (!failure_)
         failure_ = std::current_exception();
     }
   }
 
-  /// The volumes of a container are devices of their own, behind those of the partitions.
+  /// The volumes of a container are separate devices after those of the partitions.
   void add(std::size_t index, FileSystem fileSystem, std::vector<VolumeTree> volumes) {
     if (fileSystem != FileSystem::apfs) {
       slices_[index].kind = volumeKind(fileSystem);
@@ -228,7 +228,7 @@ class AttachedImage {
   ImageRegistry::Attachment& attachment_;
   OpenImage image_;
   std::vector<Slice> slices_;
-  std::uint64_t readEnd_ = 0;  ///< of the last partition with a volume
+  std::uint64_t readEnd_ = 0;  ///< the end of the last partition with a volume
   std::exception_ptr failure_;
   std::optional<std::string> unsupported_;  ///< the name of a file system
 };

@@ -8,10 +8,11 @@
 
 namespace platform::hdiutil {
 
-/// Attaches an image: afterwards the registry contains the trees of all its volumes that can be read, without
-/// those that the system does not mount. Passes the property list with the device entries and mount points to
-/// `announce`. Throws `ImageError` when no volume is left, or `SystemError`, or what `announce` throws; then
-/// the image is not attached and nothing stays of it.
+/// Attaches an image: writes the trees of all its volumes into the registry, except those that cannot be read
+/// and those that the system does not mount, and passes the property list with the device entries and mount
+/// points to `announce`. Throws `ImageError` when no volume can be mounted or the image does not match its
+/// checksums, `SystemError`, or what `announce` throws; the image is then not attached, and its files are
+/// removed.
 void attach(const URL& url, ImageRegistry& registry,
             const std::function<void(const PropertyList&)>& announce);
 

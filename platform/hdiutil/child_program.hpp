@@ -9,19 +9,20 @@
 
 namespace platform::hdiutil {
 
-/// A new file in memory, open for reading and writing: it takes a program's output even when the disk is
-/// full.
+/// A new file in memory, open for reading and writing, for the output of a program: it can be written even
+/// when the disk is full. Throws `SystemError`.
 FileDescriptor memoryFile();
 
-/// A helper program, with an environment that sets UTF-8 names and universal time and nothing else. It is
-/// killed with the thread that started it, and at the end of this object's life.
+/// A helper program whose environment sets only UTF-8 and UTC. It is killed when the thread that started it
+/// ends (PR_SET_PDEATHSIG), and by the destructor.
 class ChildProgram {
  public:
-  /// The caller keeps the streams. Throws `SystemError` when the program cannot be executed.
+  /// Starts the program. The caller keeps ownership of the streams. Throws `SystemError` when the program
+  /// cannot be executed.
   ChildProgram(const std::string& path, const std::vector<std::string>& arguments,
                const std::array<int, 3>& standardStreams);
 
-  /// Waits for the end. True when the program exited with status 0.
+  /// Waits until the program has ended. True when it exited with status 0.
   bool succeeds();
 
  private:

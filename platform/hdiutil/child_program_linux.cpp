@@ -10,7 +10,7 @@ namespace platform::hdiutil {
 FileDescriptor memoryFile() {
   FileDescriptor file(::memfd_create("output", MFD_CLOEXEC));
   if (!file.isOpen())
-    throw SystemError("The output of a program could not be kept", errno);
+    throw SystemError("A file for a program's output could not be created", errno);
   return file;
 }
 

@@ -85,8 +85,8 @@ FileDescriptor namelessFile(const FileDescriptor& directory) {
 void requireSpace(const FileDescriptor& directory, std::uint64_t length, std::uint64_t items) {
   struct statvfs status {};
   if (uninterrupted([&] { return ::fstatvfs(directory.get(), &status); }) != 0)
-    throw SystemError("The free space could not be found out", errno);
-  // A file system without a limit of its own, such as ramfs, counts no blocks.
+    throw SystemError("The free space could not be determined", errno);
+  // A file system without a limit, such as ramfs, reports no blocks.
   if (status.f_blocks == 0 || status.f_frsize == 0 || length == 0)
     return;
   const std::uint64_t available = status.f_bavail;
@@ -95,6 +95,10 @@ void requireSpace(const FileDescriptor& directory, std::uint64_t length, std::ui
     throw ImageLimitError("it needs " + std::to_string(std::max(length, needed * status.f_frsize)) +
                           " bytes in the temporary directory, where " +
                           std::to_string(available * status.f_frsize) + " are available");
+}
+
+std::uint64_t saturatingSum(std::uint64_t one, std::uint64_t other) {
+  return other > UINT64_MAX - one ? UINT64_MAX : one + other;
 }
 
 bool isZero(std::span<const char> bytes) {

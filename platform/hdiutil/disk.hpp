@@ -8,8 +8,8 @@
 
 namespace platform::hdiutil {
 
-/// The bytes of a disk, from its first sector on, whatever they are stored in. Reading outside of the disk,
-/// or what turns out to be damaged, is an `ImageError`.
+/// The bytes of a disk, independent of how an image stores them. All operations throw `ImageError` for an
+/// access outside of the disk and for damage, and `SystemError`. Only one thread may use it.
 class Disk {
  public:
   Disk() = default;
@@ -20,32 +20,32 @@ class Disk {
   /// In bytes.
   virtual std::uint64_t size() const = 0;
 
-  /// Fills `buffer` from `offset` on.
+  /// Fills `buffer` with the bytes at `offset`.
   virtual void read(std::uint64_t offset, std::span<char> buffer) = 0;
   std::string read(std::uint64_t offset, std::uint64_t length);
 
-  /// The same for bytes that are not read again. Cheapest in the order of the disk.
+  /// The same, but these bytes must not be read again. Cheapest in the order of the disk.
   virtual void take(std::uint64_t offset, std::span<char> buffer) = 0;
 
-  /// Nothing before `offset` is read again.
+  /// Promises that no bytes before `offset` are read again.
   virtual void skip(std::uint64_t offset) = 0;
 
-  /// Looks at all that was not read, after which nothing can be read. Only when this returns, every byte that
-  /// was read is known to be good.
+  /// Reads the rest and verifies all checksums; only when it returns are the bytes read before known to be
+  /// intact. Afterwards the disk must not be read.
   virtual void finish() = 0;
 
-  /// A file that contains just the bytes from `offset` on, open for reading; its size is `length`. A copy
-  /// that has to be made for it is in `directory`, without a name.
+  /// A file, open for reading, that contains exactly the `length` bytes at `offset`. If a copy is necessary,
+  /// it is an unlinked file in `directory`.
   virtual FileDescriptor file(std::uint64_t offset, std::uint64_t length, const FileDescriptor& directory);
 
  protected:
   void requireInside(std::uint64_t offset, std::uint64_t length) const;
 
-  /// At most so many of these bytes are not zero. Known without reading them.
+  /// An upper bound for how many of these bytes are not zero, without reading them.
   virtual std::uint64_t storedLength(std::uint64_t /*offset*/, std::uint64_t length) const { return length; }
 };
 
-/// An image that is the disk itself, byte by byte.
+/// An image that contains the disk byte by byte.
 class RawDisk : public Disk {
  public:
   explicit RawDisk(FileDescriptor image);
@@ -66,16 +66,19 @@ class RawDisk : public Disk {
 /// The size in bytes of an open file.
 std::uint64_t sizeOf(const FileDescriptor& file);
 
-/// A new file in `directory` that has no name any more, open for reading and writing.
+/// A new, unlinked file in `directory`, open for reading and writing. Throws `SystemError`.
 FileDescriptor namelessFile(const FileDescriptor& directory);
 
-/// Throws `ImageLimitError` unless `length` more bytes fit on the file system of `directory`, which may be
-/// any file on it, in `items` files and folders, each of which fills whole blocks.
+/// Throws `ImageLimitError` unless `length` more bytes in `items` files and folders, each of which takes
+/// whole blocks, fit on the file system of `directory`, which may also be a file.
 void requireSpace(const FileDescriptor& directory, std::uint64_t length, std::uint64_t items = 1);
+
+/// The sum of two sizes that a volume states, or the largest number where that is smaller.
+std::uint64_t saturatingSum(std::uint64_t one, std::uint64_t other);
 
 bool isZero(std::span<const char> bytes);
 
-/// Reads or writes the whole buffer at an offset, what is beyond the end of the file as zeros. Throws
+/// Reads or writes the whole buffer at an offset; reads zeros beyond the end of the file. Throws
 /// `SystemError`.
 void readAt(const FileDescriptor& file, std::uint64_t offset, std::span<char> buffer);
 void writeAt(const FileDescriptor& file, std::uint64_t offset, std::span<const char> bytes);

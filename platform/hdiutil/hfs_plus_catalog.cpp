@@ -10,7 +10,6 @@
 
 #include "platform/hdiutil/image_error.hpp"
 #include "platform/hdiutil/tree_writer.hpp"
-#include "platform/hdiutil/volume_tree.hpp"
 
 namespace platform::hdiutil {
 namespace {
@@ -27,7 +26,7 @@ constexpr std::size_t kMostPathBytes = 256U << 20U;
 constexpr std::string_view kFileLinksName("\0\0\0\0HFS+ Private Data", 21);
 constexpr std::string_view kFolderLinksName = ".HFS+ Private Directory Data\r";
 
-/// True for what the file system keeps in the root folder for its own purposes.
+/// True for entries of the root folder that the file system reserves for itself.
 bool isHousekeeping(std::string_view nameInRoot) {
   constexpr std::array<std::string_view, 5> kNames{kFileLinksName, kFolderLinksName, ".journal",
                                                    ".journal_info_block", ".hotfiles.btree"};
@@ -64,7 +63,7 @@ void appendUtf8(std::string& text, std::uint32_t character) {
   }
 }
 
-/// A name of `length` UTF-16 units behind `offset`.
+/// The name at `offset`: the number of UTF-16 code units, and these.
 std::string readName(const ImageBytes& key, std::uint64_t offset) {
   const std::uint16_t length = key.u16(offset);
   std::string name;
@@ -91,7 +90,7 @@ HfsEntry readEntry(const ImageBytes& record, bool isFolder) {
   const std::uint16_t type = mode & kModeType;
   entry.kind = isFolder ? HfsEntry::Kind::folder : HfsEntry::Kind::file;
   if (type == 0)
-    entry.permissions = isFolder ? 0755 : 0644;  // made by a system without permissions
+    entry.permissions = isFolder ? 0755 : 0644;  // written by a system without permissions
   else if (!isFolder && type == kModeLink)
     entry.kind = HfsEntry::Kind::symbolicLink;
   else if (type != (isFolder ? kModeFolder : kModeFile))
@@ -145,7 +144,7 @@ class CatalogReader {
           continue;
         }
         if (!isEntryName(entry.name))
-          throw ImageError("the name of a file in its volume cannot occur in a path");
+          throw ImageError("the name of a file in its volume is not valid in a path");
         resolve(entry);
         std::string place = path.empty() ? entry.name : path + "/" + entry.name;
         pathBytes += place.size();
@@ -163,14 +162,14 @@ class CatalogReader {
           skipped_.push_back(entries_[index].identifier);
       }
     }
-    // What hangs below no folder would be missing from the tree.
+    // An entry that is not below the root would be missing from the tree.
     if (reached != entries_.size())
       throw ImageError("its volume's catalog is damaged");
     return catalog;
   }
 
  private:
-  /// Otherwise folders in folders would take memory with the square of their number.
+  /// Without these limits, nested folders would take memory proportional to the square of their number.
   static void requireUsualPaths(std::size_t length, std::size_t sum) {
     if (length > kLongestPath)
       throw ImageLimitError("a path in its volume is longer than " + std::to_string(kLongestPath) + " bytes");
@@ -188,7 +187,7 @@ class CatalogReader {
     }
   }
 
-  /// The children of a folder, once: no folder can be its own ancestor.
+  /// Removes and returns the children of a folder, so that a cycle of folders ends.
   std::vector<std::size_t> children(std::uint32_t identifier) {
     const auto found = children_.find(identifier);
     return found == children_.end() ? std::vector<std::size_t>() : std::exchange(found->second, {});
@@ -210,9 +209,9 @@ class CatalogReader {
     }
   }
 
-  /// A hard link takes everything but its name and place from the file that holds the content.
+  /// Gives a hard link everything but its name and parent from the file that contains the content.
   void resolve(HfsEntry& entry) const {
-    // What has the type and creator of a hard link but a date of its own is a file, such as a copy of one.
+    // With another date it is an ordinary file, such as a copy of a hard link.
     if (!linkDates_.contains(entry.created))
       entry.linkTarget = 0;
     else if (entry.isFolderLink)
@@ -222,7 +221,7 @@ class CatalogReader {
     const auto target = linkTargets_.find("iNode" + std::to_string(entry.linkTarget));
     if (target == linkTargets_.end() || target->second.linkTarget != 0 ||
         target->second.kind == HfsEntry::Kind::folder)
-      throw ImageError("its volume is damaged: a hard link leads nowhere");
+      throw ImageError("its volume is damaged: a hard link has no target");
     HfsEntry resolved = target->second;
     resolved.name = entry.name;
     resolved.parent = entry.parent;
@@ -234,7 +233,7 @@ class CatalogReader {
   std::unordered_set<std::uint32_t> folders_;
   std::unordered_map<std::uint32_t, std::vector<std::size_t>> children_;
   std::map<std::string, HfsEntry> linkTargets_;
-  std::set<std::uint32_t> linkDates_;  ///< one of which every hard link has as its date of creation
+  std::set<std::uint32_t> linkDates_;  ///< every hard link has one of them as its date of creation
   std::vector<std::uint32_t> skipped_;
 };
 

@@ -15,32 +15,32 @@ struct HfsEntry {
   enum class Kind : std::uint8_t { folder, file, symbolicLink };
 
   Kind kind;
-  bool isCompressed;          ///< its content lies in an attribute or in the resource fork
+  bool isCompressed;          ///< its content is in an attribute or in the resource fork
   std::uint16_t permissions;  ///< the twelve bits
   std::int64_t modified;      ///< seconds since 1970
   std::uint32_t created;      ///< seconds since 1904
   std::uint32_t identifier;
   std::uint32_t parent;
-  /// For a hard link, the number of the file with the content; else 0.
+  /// For a hard link, the number of the file that contains the content; otherwise 0.
   std::uint32_t linkTarget;
-  /// A file that is a hard link to a folder.
+  /// True for a file that represents a hard link to a folder.
   bool isFolderLink;
   std::string name;
   HfsFork data;
   HfsFork resource;
 };
 
-/// The entries that a user sees, without the file system's housekeeping.
+/// The entries that are visible to a user, without those that the file system reserves for itself.
 struct HfsCatalog {
   std::string volumeName;
   HfsEntry root;
-  std::vector<HfsEntry> entries;  ///< in the order of a walk through the tree, a folder before what is in it
-  /// For every entry its path below the root.
+  std::vector<HfsEntry> entries;  ///< a folder before its entries
+  /// The path of every entry, relative to the root.
   std::vector<std::string> paths;
 };
 
-/// Reads all entries. Throws `ImageError` for a damaged catalog, for names that cannot occur in a path, for
-/// more entries or longer paths than any application has, and for kinds of entries that are not supported.
+/// Reads all entries. Throws `ImageError` for a damaged catalog, for names that are not valid in a path, for
+/// more entries or longer paths than any application has, and for unsupported kinds of entries.
 HfsCatalog readHfsCatalog(HfsPlusVolume& volume);
 
 }  // namespace platform::hdiutil

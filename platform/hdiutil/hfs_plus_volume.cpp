@@ -51,7 +51,7 @@ HfsPlusVolume::HfsPlusVolume(Disk& disk, std::uint64_t offset, std::uint64_t len
   const std::string bytes = disk.read(offset + kHeaderOffset, kHeaderSize);
   const ImageBytes header(bytes, kHeaderItem);
   const std::uint32_t attributes = header.u32(4);
-  // The changes that wait in a journal would be missing from what is read here.
+  // Changes that are only in the journal would be missing.
   if ((attributes & kInconsistent) != 0 || ((attributes & kJournaled) != 0 && (attributes & kUnmounted) == 0))
     throw UnsupportedImageError("its volume, which was not ejected before the image was made,");
   blockSize_ = header.u32(40);
@@ -154,7 +154,7 @@ void HfsPlusVolume::readTree(const std::string& bytes, const RecordReader& reade
         node.refuse();
       const ImageBytes record = node.part(begin, end - begin);
       const std::uint64_t keyLength = record.u16(0);
-      // Data starts on an even place.
+      // Data starts at an even offset.
       const std::uint64_t dataBegin = (keyLength + 3) / 2 * 2;
       if (dataBegin > record.size())
         record.refuse();

@@ -14,13 +14,13 @@
 
 namespace platform::hdiutil {
 
-/// A run of bytes of a volume, by its place on the disk.
+/// A contiguous range of bytes of a volume; `offset` is on the disk.
 struct HfsPiece {
   std::uint64_t offset;
   std::uint64_t length;
 };
 
-/// Where the content of a file lies: its size in bytes and its first eight extents, in allocation blocks.
+/// The location of content: its size in bytes and its first eight extents, in allocation blocks.
 struct HfsFork {
   std::uint64_t size = 0;
   struct Extent {
@@ -32,23 +32,23 @@ struct HfsFork {
 
 enum class HfsForkKind : std::uint8_t { data = 0x00, resource = 0xFF };
 
-/// An HFS Plus volume (Apple Technical Note TN1150), opened for reading. Damage of every kind is an
-/// `ImageError`.
+/// An HFS Plus volume (Apple Technical Note TN1150), open for reading. All operations throw `ImageError` for
+/// damage.
 class HfsPlusVolume {
  public:
   /// True when a volume of this kind starts at `offset`.
   static bool isAt(Disk& disk, std::uint64_t offset);
 
-  /// `disk` outlives the volume, which lies within `length` bytes.
+  /// Opens the volume at `offset`, which takes at most `length` bytes. `disk` must outlive it.
   HfsPlusVolume(Disk& disk, std::uint64_t offset, std::uint64_t length);
 
   using RecordReader = std::function<void(const ImageBytes& key, const ImageBytes& data)>;
 
-  /// Hands every leaf record of a tree to `reader`, in the tree's order. `key` is without its length.
+  /// Passes every leaf record of a tree to `reader`, in the order of the tree; `key` is without its length.
   void readCatalog(const RecordReader& reader);
   void readAttributes(const RecordReader& reader);
 
-  /// The places of a fork's content, in the order of the content. Together they are as long as the fork.
+  /// The pieces of a fork's content, in the order of the content. Together they are as long as the fork.
   std::vector<HfsPiece> pieces(const HfsFork& fork, std::uint32_t fileIdentifier, HfsForkKind kind) const;
 
   Disk& disk() const noexcept { return disk_; }
@@ -71,7 +71,7 @@ class HfsPlusVolume {
   std::map<OverflowKey, std::array<HfsFork::Extent, 8>> overflowExtents_;
 };
 
-/// A fork as it stands in a record, in 80 bytes.
+/// Decodes the 80 bytes of a fork in a record.
 HfsFork readHfsFork(const ImageBytes& bytes);
 
 }  // namespace platform::hdiutil

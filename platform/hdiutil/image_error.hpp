@@ -7,7 +7,7 @@
 
 namespace platform::hdiutil {
 
-/// An image that cannot be attached, or an attached image that does not exist.
+/// An image that cannot be attached, or a device or mount point that is not attached.
 class ImageError : public ItemError {
  public:
   using ItemError::ItemError;
@@ -15,10 +15,10 @@ class ImageError : public ItemError {
   static ImageError damaged(std::string_view item) { return ImageError(std::string(item) + " is damaged"); }
 };
 
-/// Reads bytes of an image.
+/// A reader of bytes from an image, which throws `ImageError`.
 using ImageBytes = BasicByteReader<&ImageError::damaged>;
 
-/// An image that may be intact, but needs something that cannot be read; `what` names it.
+/// An image that may be intact, but uses an unsupported feature, which `what` names.
 class UnsupportedImageError : public ImageError {
  public:
   explicit UnsupportedImageError(const std::string& what) : ImageError(what + " is not supported") {}

@@ -21,7 +21,7 @@ namespace {
 
 constexpr unsigned kMostDevices = 100'000;
 constexpr std::size_t kMostLeftovers = 64;
-/// In the directory of an image that is attached, but not yet announced.
+/// Marks the directory of an image that is attached, but not announced yet.
 constexpr const char* kUnannounced = "unannounced";
 constexpr std::string_view kTreePrefix = "tree-";
 constexpr std::string_view kAttachingPrefix = "attaching-";
@@ -29,7 +29,7 @@ constexpr std::string_view kDetachingPrefix = "detaching-";
 constexpr std::string_view kDevicePrefix = "/dev/";
 constexpr std::size_t kLongestName = 255;
 
-/// Holds a directory's lock, which the system gives back at the latest when the process ends.
+/// Holds a directory's lock, which the system releases at the latest when the process ends.
 class Lock {
  public:
   explicit Lock(const Directory& directory) : directory_(directory) {
@@ -39,7 +39,7 @@ class Lock {
   Lock(const Lock&) = delete;
   Lock& operator=(const Lock&) = delete;
   ~Lock() {
-    // Nothing but a closed descriptor could fail here.
+    // Fails only for a closed descriptor.
     static_cast<void>(::flock(directory_.get(), LOCK_UN));
   }
 
@@ -61,7 +61,7 @@ bool isDeviceName(std::string_view name) {
   return isNumbered("disk", name);
 }
 
-/// "disk4" of "disk4" and "disk4s1"; of anything else, nothing.
+/// "disk4" for "disk4" and "disk4s1"; empty for anything else.
 std::string_view wholeDisk(std::string_view device) {
   const auto end = std::min(device.find('s', 4), device.size());
   const bool isSlice = end == device.size() || isNumbered("s", device.substr(end));
@@ -72,14 +72,14 @@ std::string detachingName() {
   return std::string(kDetachingPrefix) + UUID().uuidString();
 }
 
-/// Whether the entry is still the directory that was opened by it.
+/// True when the entry is still the directory that was opened.
 bool isStillNamed(const Entry& entry, const Directory& image) {
   const std::optional<FileIdentity> named = entry.identity();
   return named && named == identityOf(image.descriptor());
 }
 
-/// Removes a directory that another process may be removing too: what the other was faster with is gone, as
-/// it should be.
+/// Removes a directory that another process may be removing at the same time, which makes single entries
+/// disappear.
 void removeTogether(const Entry& entry) {
   while (true) {
     try {
@@ -102,7 +102,7 @@ bool isPrivateDirectory(const struct stat& status) {
          (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
 }
 
-/// True where something lies that cannot be the registry of this user.
+/// True when an item exists at `location` that cannot be this user's registry.
 bool isTaken(const URL& location) {
   struct stat status {};
   return ::lstat(systemPath(location), &status) == 0 && !isPrivateDirectory(status);
@@ -127,7 +127,7 @@ Directory makeLockedDirectory(const Entry& entry) {
       throw SystemError("A directory for the image could not be locked", errno);
     return directory;
   } catch (...) {
-    // What remains is removed by the next call.
+    // The next call removes what remains.
     static_cast<void>(::unlinkat(entry.directory.get(), entry.name.c_str(), AT_REMOVEDIR));
     throw;
   }
@@ -140,13 +140,13 @@ ImageRegistry::ImageRegistry(const URL& location)
   bestEffort([this] { removeLeftovers(); });
 }
 
-/// What cannot be removed now is tried again by the next call.
+/// The next call tries again to remove what cannot be removed now.
 void ImageRegistry::removeLeftovers() {
   std::vector<std::pair<Entry, Directory>> leftovers;
   {
     const Lock lock(directory_);
     for (const std::string& name : directory_.names()) {
-      // Each takes a descriptor; the rest is left to the next call.
+      // Each takes a descriptor. The next call removes the rest.
       if (leftovers.size() == kMostLeftovers)
         break;
       const bool isAttached = isDeviceName(name);
@@ -155,8 +155,8 @@ void ImageRegistry::removeLeftovers() {
       bestEffort([&] {
         Entry entry = directory_.entry(name);
         Directory leftover = directory_.subdirectory(name);
-        // A lock that can be had belonged to a process that is gone, or that has attached the image and
-        // released it since the directory was opened; then the directory has another name.
+        // If the lock is free, either its process has ended, or it has attached the image and released the
+        // lock since the directory was opened; the directory then has another name.
         if (!tryLock(leftover) || !isStillNamed(entry, leftover) || (isAttached && !isUnannounced(leftover)))
           return;
         if (isAttached) {
@@ -180,7 +180,7 @@ ImageRegistry::Attachment::Attachment(ImageRegistry& registry)
 
 ImageRegistry::Attachment::~Attachment() {
   if (!isCommitted_) {
-    // What remains is removed by the next call.
+    // The next call removes what remains.
     bestEffort([this] { removeTree(entry_); });
   }
 }
@@ -230,7 +230,7 @@ void ImageRegistry::Attachment::commit(const std::function<void(unsigned)>& anno
         if (::unlinkat(directory_.get(), kUnannounced, 0) != 0 && errno != ENOENT)
           throw SystemError("The image could not be attached", errno);
       } catch (...) {
-        // Somebody may have detached it already; then there is nothing left to take back.
+        // Another process may have detached it already; then there is nothing to undo.
         static_cast<void>(renameExclusively(attached, entry_));
         throw;
       }
@@ -250,7 +250,7 @@ URL ImageRegistry::mountPoint(unsigned device, const std::string& mountName) con
 void ImageRegistry::detach(const std::string& deviceOrMountPoint) {
   const Entry attached = directory_.entry(nameOf(deviceOrMountPoint));
   const Entry leaving = directory_.entry(detachingName());
-  // Open, and so locked, until the end.
+  // Open, and therefore locked, until the end.
   std::optional<Directory> image;
   {
     const Lock lock(directory_);
@@ -259,8 +259,8 @@ void ImageRegistry::detach(const std::string& deviceOrMountPoint) {
     } catch (const SystemError&) {
       throw ImageError("no such image is attached");
     }
-    // The process that attached the image may still hold the lock; when it ends, another may find a leftover
-    // here.
+    // Fails if the process that attached the image still holds the lock. When it ends, another process may
+    // remove the directory as a leftover at the same time.
     static_cast<void>(tryLock(*image));
     if (const int failure = renameExclusively(attached, leaving); failure != 0)
       throw SystemError("The image could not be detached", failure);
@@ -287,12 +287,12 @@ std::string ImageRegistry::nameOf(const std::string& deviceOrMountPoint) const {
 std::string mountName(const std::string& volumeName, const std::string& suffix) {
   std::string name = volumeName;
   std::replace(name.begin(), name.end(), '/', ':');
-  // Neither a property list nor a line on a terminal takes control characters.
+  // A property list cannot contain control characters, nor should a line on a terminal.
   std::replace_if(
       name.begin(), name.end(),
       [](char character) { return static_cast<unsigned char>(character) < 0x20 || character == '\x7F'; },
       ' ');
-  // Nor does XML take these two code points.
+  // XML excludes these two code points as well.
   for (const std::string_view excluded : {"\xEF\xBF\xBE", "\xEF\xBF\xBF"}) {
     for (std::size_t at = name.find(excluded); at != std::string::npos; at = name.find(excluded, at))
       name.replace(at, excluded.size(), " ");
@@ -313,7 +313,7 @@ URL registryLocation(const URL& temporaryDirectory) {
   URL usual = temporaryDirectory.appendingPathComponent(name);
   if (!isTaken(usual))
     return usual;
-  // Somebody else may take any name, but can make nothing that belongs to this user.
+  // Other users may take any name, but cannot create a directory that belongs to this user.
   std::vector<std::string> others = Directory::open(temporaryDirectory, Directory::Links::followed).names();
   std::erase_if(others, [&](const std::string& other) {
     return !other.starts_with(name + "-") || isTaken(temporaryDirectory.appendingPathComponent(other));

@@ -9,39 +9,41 @@
 
 namespace platform::hdiutil {
 
-/// The images that a user has attached: a directory of that user alone with one directory for each image
-/// ("disk4"), which contains the trees of its mounted volumes under the volumes' names. An image is attached
-/// exactly as long as its directory has that name; getting and losing it is one rename. Processes may use the
-/// registry at the same time. What a process left behind that died while it attached or detached an image is
-/// removed by the next one that does either.
+/// The images that a user has attached: a private directory with one directory for each image ("disk4"),
+/// which contains the trees of its mounted volumes under the volumes' names. An image is attached while its
+/// directory has that name; attach and detach are one rename each. Several processes may use the registry at
+/// the same time, but only one thread may use this object. What a process leaves behind that dies in an
+/// attach or detach is removed by the next process that opens the registry.
 class ImageRegistry {
  public:
-  /// Makes the directory where it is missing. Throws `ImageError` when it is a link, belongs to somebody else
-  /// or is open to others.
+  /// Creates the directory if it is missing. Throws `ImageError` when it is not a directory, belongs to
+  /// another user or is accessible to other users, and `SystemError`.
   explicit ImageRegistry(const URL& location);
 
-  /// An image on its way to being attached. Unless it is, nothing stays of it.
+  /// An image that is being attached. Unless it is committed, the destructor removes its directory.
   class Attachment {
    public:
+    /// `registry` must outlive it. All operations throw `SystemError`.
     explicit Attachment(ImageRegistry& registry);
     Attachment(const Attachment&) = delete;
     Attachment& operator=(const Attachment&) = delete;
     ~Attachment();
 
-    /// For temporary files without names.
+    /// The directory of the image, in which temporary files may be created.
     const Directory& directory() const noexcept { return directory_; }
-    /// A new, empty directory in `directory()` with a name that no volume has, and that name.
+    /// Creates an empty directory for a tree in `directory()` and returns its name, which is unique.
     std::string makeTree();
     URL location(const std::string& tree) const;
-    /// Gives such a directory, or one in it, the name of its volume, or one made of it where another volume
-    /// has that name. Returns the name.
+    /// Renames a tree, or a directory in one, to the name of its volume as a path component, with a number if
+    /// another volume has that name. Returns the new name.
     std::string mount(const std::string& tree, const std::string& volumeName);
-    /// Removes such a directory with all that it contains.
+    /// Removes a tree.
     void discard(const std::string& tree);
-    /// Removes all that `mount` did not rename.
+    /// Removes all trees that `mount` did not rename.
     void discardTrees();
-    /// Attaches the image, and passes the number of its device to `announce`. When that throws or never
-    /// returns, nobody knows of the image, and it does not stay attached.
+    /// Attaches the image and passes its device number to `announce`. If that throws, or the process dies in
+    /// it, the caller never learned of the image, and it is detached again. Throws `ImageError` when too many
+    /// images are attached.
     void commit(const std::function<void(unsigned)>& announce);
 
    private:
@@ -53,11 +55,11 @@ class ImageRegistry {
     bool isCommitted_ = false;
   };
 
-  /// Where the volume that `Attachment::mount` named is mounted once the image has that device number.
+  /// The mount point of a volume of an attached image; `mountName` is from `Attachment::mount`.
   URL mountPoint(unsigned device, const std::string& mountName) const;
 
-  /// Detaches the image with all its volumes. It is named by any of its device entries ("/dev/disk4",
-  /// "/dev/disk4s1") or mount points. Throws `ImageError` when there is no such image.
+  /// Detaches an image with all its volumes, given any of its device entries ("/dev/disk4", "/dev/disk4s1")
+  /// or mount points. Throws `ImageError` when no such image is attached, and `SystemError`.
   void detach(const std::string& deviceOrMountPoint);
 
  private:
@@ -68,11 +70,11 @@ class ImageRegistry {
   Directory directory_;
 };
 
-/// The name of a volume, with a short ending, as the last component of a path.
+/// Turns the name of a volume into a valid path component that ends with `suffix`, which must be short.
 std::string mountName(const std::string& volumeName, const std::string& suffix = "");
 
-/// Where the registry of the user who runs this program is: in the temporary directory, under a name made of
-/// the user's number. Where somebody else has taken that name, it is another one that begins with it.
+/// The location of the effective user's registry: in the temporary directory, under a name that contains the
+/// user ID. If another user has taken that name, a longer one that begins with it.
 URL registryLocation();
 
 /// The same for another temporary directory.

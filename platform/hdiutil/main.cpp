@@ -31,7 +31,7 @@ void write(int stream, std::string_view text) {
 }
 
 int fail(const std::string& sentence) {
-  // Without anybody to read it, the exit status still tells.
+  // If standard error cannot be written, the exit status still reports the failure.
   platform::bestEffort([&] { write(STDERR_FILENO, sentence + "\n"); });
   return 1;
 }
@@ -70,7 +70,7 @@ int run(const std::vector<std::string>& arguments) {
 }  // namespace
 
 int main() {
-  // The permissions are those of the image, whatever the caller's mask; what is private is made so.
+  // Entries have the permissions of the image, independent of the umask; private files are created as such.
   ::umask(0);
   try {
     platform::ProcessInfo::secureStandardStreams();

@@ -42,7 +42,7 @@ std::vector<Partition> readApple(Disk& disk, std::uint64_t block) {
   return partitions;
 }
 
-/// A GUID as text: its first three numbers are little-endian.
+/// The text of a GUID, whose first three numbers are stored little-endian.
 std::string guidText(std::string_view bytes) {
   constexpr std::array<int, 16> kOrder{3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
   std::string text;

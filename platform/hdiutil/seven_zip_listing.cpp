@@ -38,7 +38,7 @@ Number number(std::string_view digits) {
   return value;
 }
 
-/// "2022-01-14 07:19:41", with or without a fraction of up to nine digits, in universal time.
+/// "2022-01-14 07:19:41" in UTC, with or without a fraction of up to nine digits.
 EntryMetadata::Time parseTime(std::string_view text) {
   if (text.size() < 19 || text[4] != '-' || text[7] != '-' || text[10] != ' ' || text[13] != ':' ||
       text[16] != ':')
@@ -59,14 +59,14 @@ EntryMetadata::Time parseTime(std::string_view text) {
   return time;
 }
 
-/// "-rwsr-xr-x": the kind and three times three letters.
+/// "-rwsr-xr-x": the kind of entry and three groups of three letters.
 std::uint16_t parsePermissions(std::string_view mode) {
   if (mode.size() < 10)
     misunderstood();
   unsigned permissions = 0;
   for (unsigned place = 0; place < 9; ++place) {
     const char letter = mode[place + 1];
-    // Besides "x", the last of three may be one of these, in capitals where "x" is not set.
+    // The last letter of a group may be one of these instead of "x", in upper case when "x" is not set.
     const bool isSpecial = place % 3 == 2 && std::string_view("sStT").find(letter) != std::string_view::npos;
     if (letter != '-' && letter != 'S' && letter != 'T')
       permissions |= 0400U >> place;
@@ -99,7 +99,7 @@ ListedEntry makeEntry(const Fields& fields) {
     entry.kind = ListedEntry::Kind::symbolicLink;
     entry.metadata.isSymbolicLink = true;
     entry.linkText = field(fields, "Symbolic Link");
-    // As it is stored, the text ends with a null character.
+    // The stored text may end with a null character.
     if (entry.linkText.empty() ||
         (entry.size != entry.linkText.size() && entry.size != entry.linkText.size() + 1))
       misunderstood();
@@ -115,7 +115,7 @@ bool isFolderOfVolume(const VolumeListing& listing, std::string_view path) {
 }
 
 void add(VolumeListing& listing, const Fields& fields) {
-  // The folder of a volume has no fields but its path.
+  // The folder of a volume has only a path.
   if (fields.empty() || isFolderOfVolume(listing, field(fields, "Path")))
     return;
   ListedEntry entry = makeEntry(fields);
@@ -132,7 +132,7 @@ void add(VolumeListing& listing, const Fields& fields) {
   listing.entries.push_back(std::move(entry));
 }
 
-/// Every entry is in the root or in a folder that is listed too.
+/// Throws unless every entry is in the root or in a folder that is listed too.
 void requireFolders(const VolumeListing& listing) {
   std::set<std::string_view> folders;
   for (const ListedVolume& volume : listing.volumes)
@@ -204,7 +204,7 @@ VolumeListing parseListing(const std::string& text) {
     if (equals == std::string_view::npos)
       misunderstood();
     const std::string_view value = line.substr(equals + 2);
-    // A line break in a name shows as a line that does not belong here, or that comes twice.
+    // A line break in a name produces an unexpected line or a repeated one.
     if ((!value.empty() && value.front() != ' ') || (fields.empty() && line.substr(0, equals) != "Path") ||
         !fields.emplace(line.substr(0, equals), value.empty() ? value : value.substr(1)).second)
       misunderstood();

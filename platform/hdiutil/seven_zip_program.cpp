@@ -30,7 +30,7 @@ unsigned releaseIn(const std::string& banner) {
   return 0;
 }
 
-/// What the program prints without arguments begins with its banner.
+/// Without arguments, the program prints its banner first.
 std::string bannerOf(const std::string& path) {
   constexpr std::uint64_t kLongestBanner = 200;
   const FileDescriptor null = FileDescriptor::open(URL::fileURLWithPath("/dev/null"), O_RDWR);
@@ -66,7 +66,7 @@ std::string suitableSevenZip(const std::vector<std::string>& programs) {
 }
 
 const std::string& sevenZip() {
-  // The names in different releases of the system.
+  // The names of the program in different releases of Debian.
   static const std::string program = suitableSevenZip({"/usr/bin/7zz", "/usr/bin/7z"});
   return program;
 }

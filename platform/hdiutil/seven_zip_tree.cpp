@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::uint64_t kLongestListing = 512U << 20U;
 
-/// How the program is told which file system it reads.
+/// The option that selects the file system.
 constexpr const char* kApfs = "-tapfs";
 constexpr const char* kFat = "-tfat";
 
@@ -51,8 +51,8 @@ std::string runOn(const FileDescriptor& volume, const std::vector<std::string>& 
 
 std::vector<std::string> extraction(const char* type, const VolumeListing& listing,
                                     const std::vector<std::string>& excluded, const URL& tree) {
-  // Links are made afterwards, from the listing: those that the program makes are not as they are stored.
-  // Without "-sns-", extended attributes would become files.
+  // Symbolic links are created afterwards, from the listing: the program changes their texts. Without
+  // "-sns-", it would write extended attributes as files.
   std::vector<std::string> arguments{"x", type, "-y", "-bsp0", "-bso0", "-sns-", "-snl-"};
   for (const ListedVolume& volume : listing.volumes)
     for (const std::string_view name : kHousekeepingNames)
@@ -74,7 +74,7 @@ void compare(TreeWriter& tree, const ListedEntry& entry) {
           ? S_ISDIR(status.st_mode)
           : S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) == entry.size;
   if (!exists || !agrees)
-    throw ImageError("its entry " + quoted(entry.path) + " could not be unpacked as it is");
+    throw ImageError("its entry " + quoted(entry.path) + " could not be unpacked unchanged");
 }
 
 std::size_t countEntries(const URL& tree) {
@@ -88,7 +88,7 @@ std::size_t countEntries(const URL& tree) {
 std::uint64_t totalSize(const VolumeListing& listing) {
   std::uint64_t size = 0;
   for (const ListedEntry& entry : listing.entries)
-    size = entry.size > UINT64_MAX - size ? UINT64_MAX : size + entry.size;
+    size = saturatingSum(size, entry.size);
   return size;
 }
 
@@ -103,7 +103,7 @@ void requireShortPaths(const VolumeListing& listing, const URL& tree) {
       throw ImageLimitError("a path in its volume is longer than " + std::to_string(most) + " bytes");
 }
 
-/// Writes what is listed, and nothing of the folders in `excluded`.
+/// Writes the listed entries, and nothing from the folders in `excluded`.
 void unpack(const FileDescriptor& volume, const char* type, VolumeListing& listing,
             const std::vector<std::string>& excluded, const URL& tree) {
   requireShortPaths(listing, tree);
@@ -131,15 +131,15 @@ void unpack(const FileDescriptor& volume, const char* type, VolumeListing& listi
     compare(writer, entry);
     ++expected;
   }
-  // One entry less than listed means that two had the same name, one more that something was added.
+  // Fewer entries than listed mean that two have the same name, more that the program added some.
   if (countEntries(tree) != expected)
-    throw ImageError("its entries could not be unpacked as they are");
+    throw ImageError("its entries could not be unpacked unchanged");
 
   for (const ListedEntry& entry : entries) {
     if (entry.kind == ListedEntry::Kind::symbolicLink)
       writer.makeSymbolicLink(entry.path, entry.linkText);
   }
-  // A folder's path is a beginning of those of its entries and sorts before them.
+  // In reverse, because the path of a folder sorts before those of its entries.
   std::for_each(entries.rbegin(), entries.rend(),
                 [&](const ListedEntry& entry) { writer.setMetadata(entry.path, entry.metadata); });
 }

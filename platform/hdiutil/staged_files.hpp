@@ -9,22 +9,22 @@
 
 namespace platform::hdiutil {
 
-/// Files on their way into a tree: they are written under numbers in a directory of their own, in any order,
-/// and get their paths when they are complete. So no part of a file depends on how deep its path is, and no
-/// content is written where the names are those of an image.
+/// Files that are written under numbers in a separate directory, in any order, and are linked into a tree
+/// when they are complete. So the cost of a write is independent of the depth of the file's path, and content
+/// is never written under a name from an image.
 class StagedFiles {
  public:
-  /// Makes the directory in `parent`, and removes it in the end.
+  /// Creates the directory in `parent`; the destructor removes it with all files. Throws `SystemError`.
   explicit StagedFiles(const Directory& parent);
   StagedFiles(const StagedFiles&) = delete;
   StagedFiles& operator=(const StagedFiles&) = delete;
   ~StagedFiles();
 
-  /// Writes a part of a file, which is made where it is missing. The file written last stays open for the
-  /// next part.
+  /// Writes a part of a file, which is created if it is missing. The file remains open until another one is
+  /// written. Throws `SystemError`.
   void write(std::size_t number, std::uint64_t offset, std::span<const char> bytes);
 
-  /// Closes the file that is open. Throws `SystemError` where the system reports that written data was lost.
+  /// Closes the open file. Throws `SystemError` when the system reports that written data was lost.
   void close();
 
   Entry file(std::size_t number) const { return directory_.entry(std::to_string(number)); }

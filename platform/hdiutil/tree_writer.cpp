@@ -23,7 +23,7 @@ void require(int result, const std::string& path) {
   throw SystemError(quoted(path) + " could not be written", reason);
 }
 
-/// How much of two paths is the path of a folder that both begin with.
+/// The length of the path of the innermost folder that both paths have in common.
 std::size_t commonFolder(std::string_view one, std::string_view other) {
   const auto common = static_cast<std::size_t>(
       std::mismatch(one.begin(), one.end(), other.begin(), other.end()).first - one.begin());
@@ -38,7 +38,7 @@ std::size_t commonFolder(std::string_view one, std::string_view other) {
 
 void requireEntryName(std::string_view name) {
   if (!isEntryName(name))
-    throw ImageError("the name of a file in its volume cannot occur in a path");
+    throw ImageError("the name of a file in its volume is not valid in a path");
 }
 
 }  // namespace
@@ -80,15 +80,15 @@ void TreeWriter::enter(std::string_view folder) {
     return;
   const std::string previous = std::exchange(folderPath_, {});
   Directory current = std::exchange(folder_, root_);
-  // Without paths, which would cost more the deeper the folder is.
+  // Without their paths, which take time and memory in proportion to the depth.
   const auto open = [](const Directory& from, const std::string& name) {
     return Directory(from.entry(name).open(O_RDONLY | O_DIRECTORY), {});
   };
   const std::size_t common = commonFolder(previous, folder);
   if (common == 0)
     current = root_;
-  // No other process changes the tree, and no folder was entered through a link.
   else
+    // Safe: no other process changes the tree, and no folder was entered through a link.
     for (auto up = std::count(previous.begin() + static_cast<std::ptrdiff_t>(common), previous.end(), '/');
          up > 0; --up)
       current = open(current, "..");
@@ -131,9 +131,9 @@ void TreeWriter::linkFile(const Entry& file, const std::string& path) {
 
 void TreeWriter::setMetadata(const std::string& path, const EntryMetadata& metadata) {
   const Entry entry = find(path);
-  // Links are not changed by permissions, and no other entry of ours leads anywhere.
-  // Everything here is this user's: what is meant to run as its owner would run as this user, for anybody.
+  // All entries belong to this user: a set-user-ID program in the image would run as this user for everyone.
   const mode_t permissions = metadata.permissions & (S_IRWXU | S_IRWXG | S_IRWXO);
+  // fchmodat follows links, so it must not be called for one.
   if (!metadata.isSymbolicLink)
     require(::fchmodat(entry.directory.get(), entry.name.c_str(), permissions, 0), path);
   const std::array<timespec, 2> times{

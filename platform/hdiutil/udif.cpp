@@ -37,7 +37,7 @@ bool isStored(std::uint32_t type) {
   return type == kRaw || (type >= kAdc && type <= kLzma);
 }
 
-/// A checksum's type, its size in bits and its first word. No checksum is three zeros.
+/// Reads a checksum: its type, its size in bits and its first word. All are zero when there is none.
 std::optional<std::uint32_t> checksumAt(const ImageBytes& bytes, std::uint64_t offset) {
   const std::uint32_t type = bytes.u32(offset);
   const std::uint32_t size = bytes.u32(offset + 4);
@@ -146,7 +146,7 @@ void addTable(UdifImage& image, const PropertyList& entry, std::uint32_t& master
   image.tables.push_back(std::move(table));
 }
 
-/// What is not stored takes no room in the image, but its zeros take time.
+/// Limits the bytes that are not stored: they take no space in the image, but reading them takes time.
 void requireEnd(const UdifImage& image) {
   std::uint64_t unstored = image.diskSize;
   for (const UdifTable& table : image.tables)

@@ -9,11 +9,11 @@
 
 namespace platform::hdiutil {
 
-/// A stretch of a disk that is stored in one way.
+/// A contiguous part of a disk that is stored in one way.
 struct UdifRun {
   std::uint64_t length;  ///< in bytes of the disk
-  bool isStored;         ///< otherwise the image holds nothing for it, and it reads as zeros
-  bool isInChecksum;     ///< of its block table
+  bool isStored;         ///< otherwise the image has no data for it, and it reads as zeros
+  bool isInChecksum;     ///< covered by that of its block table
 };
 
 /// One partition of the disk, or all of it: a block table of the image.
@@ -25,18 +25,18 @@ struct UdifTable {
   std::vector<UdifRun> runs;              ///< in the order of the disk, without gaps
 };
 
-/// What a disk image in the universal format says of itself: a trailer of 512 bytes at the end of the file
-/// ("koly"), a property list, and in it the block tables ("mish"), all numbers big-endian.
+/// The layout of a disk image in the universal format: from a trailer of 512 bytes at the end of the file
+/// ("koly") and the block tables ("mish") in a property list, all with big-endian numbers.
 struct UdifImage {
   std::vector<UdifTable> tables;  ///< in the order of the disk; none overlaps another
   std::uint64_t diskSize = 0;     ///< in bytes
-  std::uint64_t dataOffset = 0;   ///< where the stored runs lie in the image
+  std::uint64_t dataOffset = 0;   ///< of the stored runs in the image
   std::uint64_t dataLength = 0;
-  std::optional<std::uint32_t> dataChecksum;  ///< CRC-32 of them as they are stored
+  std::optional<std::uint32_t> dataChecksum;  ///< CRC-32 of the runs as they are stored
 };
 
-/// Reads and checks the description; nothing when the file has no such trailer. Throws `ImageError` for a
-/// trailer or table that contradicts itself or the file, or that does not match its checksum.
+/// Reads and checks the layout; nothing when the file has no such trailer. Throws `ImageError` for a trailer
+/// or table that is inconsistent, contradicts the file, or does not match its checksum, and `SystemError`.
 std::optional<UdifImage> readUdif(const FileDescriptor& image);
 
 }  // namespace platform::hdiutil

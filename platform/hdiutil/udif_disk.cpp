@@ -44,7 +44,7 @@ UdifDisk::Pipe UdifDisk::makePipe() {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0)
     throw SystemError("The disk image could not be unpacked", errno);
-  // A smaller pipe only costs time.
+  // If it fails, the pipe is only slower.
   static_cast<void>(::fcntl(ends[0], F_SETPIPE_SZ, kPipeSize));
   return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }

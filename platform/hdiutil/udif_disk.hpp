@@ -11,12 +11,12 @@
 
 namespace platform::hdiutil {
 
-/// The disk in an image of the universal format. It is unpacked once, from front to back, while it is read:
-/// what is passed over is kept in a temporary file, what is taken is not. Every checksum of the image is
-/// verified on the way, and `finish` is what says that all of them held.
+/// The disk in an image of the universal format. It is unpacked once, from front to back, while it is read.
+/// Bytes that are read or passed over on the way to others are kept in a temporary file; bytes that are taken
+/// or skipped are not. All checksums are verified on the way; `finish` throws unless they match.
 class UdifDisk : public Disk {
  public:
-  /// The temporary file lies in `directory` without a name.
+  /// Starts 7-Zip on the image. The temporary file is an unlinked file in `directory`.
   UdifDisk(FileDescriptor image, UdifImage description, const FileDescriptor& directory);
 
   using Disk::read;
@@ -34,7 +34,7 @@ class UdifDisk : public Disk {
     FileDescriptor reader;
     FileDescriptor writer;
   };
-  /// A run or a gap between block tables, with the table whose last run it is.
+  /// A run, or a gap between block tables. `endedTable` is the table whose last run it is, or null.
   struct Stretch {
     UdifRun run;
     bool isUnpacked;
@@ -50,7 +50,7 @@ class UdifDisk : public Disk {
   void layOut();
   [[noreturn]] void damaged(const char* reason);
   void storeUpTo(std::uint64_t offset);
-  /// What is stored of the bytes from `begin` to `end`, counted from a stretch and its position on.
+  /// How many of the bytes from `begin` to `end` are stored, where `stretch` starts at `position`.
   std::uint64_t storedBetween(std::uint64_t begin, std::uint64_t end, std::size_t stretch,
                               std::uint64_t position) const;
   void markTaken(std::uint64_t begin);
@@ -77,7 +77,7 @@ class UdifDisk : public Disk {
   std::uint32_t tableChecksum_ = 0;
   std::uint32_t dataChecksum_ = 0;
   std::uint64_t dataChecked_ = 0;
-  const char* damage_ = nullptr;  ///< what was found, whether or not the reader went on
+  const char* damage_ = nullptr;  ///< remembered in case the reader ignores the exception
 };
 
 }  // namespace platform::hdiutil

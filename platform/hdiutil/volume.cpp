@@ -15,10 +15,10 @@ namespace {
 
 constexpr std::uint64_t kSector = 512;
 
-/// Where a FAT volume has the name of what made it; the rest of the sector may be that of one.
+/// Takes the place of the OEM name in a boot sector that may otherwise be that of a FAT volume.
 constexpr std::string_view kBitLocker = "-FVE-FS-";
 
-/// A mark at its place in a volume.
+/// The magic number of a file system.
 struct Signature {
   std::uint64_t offset;
   std::string_view mark;
@@ -99,7 +99,7 @@ std::vector<VolumeTree> writeTrees(Disk& disk, const Partition& partition, FileS
     }
     return volumes;
   } catch (...) {
-    // What stays goes with the attachment.
+    // The attachment removes what remains.
     bestEffort([&] { attachment.discard(tree); });
     throw;
   }

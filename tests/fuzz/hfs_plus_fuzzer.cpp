@@ -1,4 +1,4 @@
-#include "platform/hdiutil/hfs_plus_attributes.hpp"
+#include "platform/hdiutil/compressed_file.hpp"
 #include "platform/hdiutil/hfs_plus_catalog.hpp"
 #include "tests/fuzz/fuzz_input.hpp"
 #include "tests/fuzz/memory_disk.hpp"

@@ -22,7 +22,7 @@ using testing::IsEmpty;
 
 namespace {
 
-/// The content of a release, with every kind of entry that an application has, and with unusual names.
+/// The content of a release, with all kinds of entries of an application and with unusual names.
 class AttachTest : public testing::Test {
  protected:
   AttachTest() {
@@ -59,7 +59,7 @@ class AttachTest : public testing::Test {
     EXPECT_THAT(images_.leftovers(), IsEmpty()) << name;
   }
 
-  /// When files and folders were modified, in seconds.
+  /// The modification times of files and folders, in seconds.
   static std::map<std::string, std::int64_t> timesIn(const fs::path& root) {
     std::map<std::string, std::int64_t> times;
     for (const auto& entry : fs::recursive_directory_iterator(root))
@@ -82,8 +82,8 @@ TEST_F(AttachTest, VolumesWhereverTheyLie) {
       {"an Apple partition map", test::appleDisk({volume})},
       {"a GUID partition table", test::guidDisk({volume})},
       {"a master boot record", test::masterBootDisk({volume})},
-      {"behind what is no volume", test::guidDisk({other, volume})},
-      {"behind an empty volume", test::appleDisk({empty, volume})}};
+      {"after a partition without a volume", test::guidDisk({other, volume})},
+      {"after an empty volume", test::appleDisk({empty, volume})}};
   for (const auto& [name, disk] : cases) {
     test::writeFile(image(), disk);
     expectContent(name);
@@ -105,9 +105,9 @@ TEST_F(AttachTest, EveryVolumeIsMountedButThoseOfTheSystem) {
   std::string broken = volume;
   broken.replace(1024 + 272, 8, std::string("\0\0\0\0\x1F\0\0\0", 8));
   std::string disk = test::guidDisk({volume, volume, broken, std::string(512, 'x'), volume});
-  // The first partition is the one that EFI starts from.
+  // The first partition is the EFI system partition.
   disk.replace(1024, 16, "\x28\x73\x2A\xC1\x1F\xF8\xD2\x11\xBA\x4B\x00\xA0\xC9\x3E\xC9\x3B", 16);
-  // The sixth is the second once more, of which one volume is made.
+  // The sixth is the same as the second and must not be mounted twice.
   disk.replace(1024 + 5 * 128, 128, disk, 1024 + 128, 128);
   test::writeFile(image(), disk);
   const std::string type = "48484848-4848-4848-4848-484848484848";
@@ -213,7 +213,7 @@ TEST_F(HfsPlusTest, WhatOnlyThisFileSystemHas) {
   EXPECT_EQ(fs::hard_link_count(attached.mountPoint / "one"), 2U);
 }
 
-TEST_F(HfsPlusTest, RefusesWhatCannotBeHandedOutAsItIs) {
+TEST_F(HfsPlusTest, RefusesWhatItCannotRepresent) {
   using Builder = test::HfsVolumeBuilder;
   struct Case {
     const char* name;
@@ -228,10 +228,10 @@ TEST_F(HfsPlusTest, RefusesWhatCannotBeHandedOutAsItIs) {
   std::string longBlock = compressedFork("12345");
   longBlock.replace(268, 4, littleEndian(1U << 20U, 4));
   const Case cases[] = {
-      {"the name ..", [](Builder& b) { b.addFolder(2, u".."); }, "cannot occur in a path"},
-      {"the name .", file(u"."), "cannot occur in a path"},
-      {"an empty name", file(u""), "cannot occur in a path"},
-      {"a null character", file(std::u16string(u"a\0b", 3)), "cannot occur in a path"},
+      {"the name ..", [](Builder& b) { b.addFolder(2, u".."); }, "is not valid in a path"},
+      {"the name .", file(u"."), "is not valid in a path"},
+      {"an empty name", file(u""), "is not valid in a path"},
+      {"a null character", file(std::u16string(u"a\0b", 3)), "is not valid in a path"},
       {"half a pair", file(u"a\xD83D"), "not valid text"},
       {"one name twice",
        [](Builder& b) {
@@ -247,7 +247,7 @@ TEST_F(HfsPlusTest, RefusesWhatCannotBeHandedOutAsItIs) {
        },
        "a path in its volume is longer than 4095 bytes."},
       {"a device", file(u"a", {.mode = 020644}), "neither a file nor a folder nor a link is not supported."},
-      {"a hard link to nothing", file(u"a", {.hardLinkTarget = 5}), "leads nowhere"},
+      {"a hard link to nothing", file(u"a", {.hardLinkTarget = 5}), "has no target"},
       {"outside of every folder", [](Builder& b) { b.addFile(99, u"a", ""); }, "catalog is damaged"},
       {"an empty link", [](Builder& b) { b.addLink(2, u"a", ""); }, "a link in its volume is damaged"},
       {"an unfinished journal", [](Builder&) {}, "not ejected", 0x2000},
@@ -274,8 +274,8 @@ TEST_F(HfsPlusTest, RefusesWhatCannotBeHandedOutAsItIs) {
   }
 }
 
-/// What has the type and creator of a hard link is one only with the link chain's flag, where it leads to a
-/// folder, and with the date of the volume.
+/// The type and creator of a hard link are not enough: it also has the date of the volume, and the link
+/// chain's flag if its target is a folder.
 TEST_F(HfsPlusTest, AnAliasIsNotALink) {
   const auto attachFile = [&](const test::HfsFileOptions& options) {
     test::HfsVolumeBuilder builder(u"Volume");

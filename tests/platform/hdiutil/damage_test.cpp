@@ -39,8 +39,8 @@ class DamageTest : public testing::Test {
 
   fs::path image() const { return directory_ / "image.dmg"; }
 
-  /// What becomes of an image: "refused", with a whole sentence, or "right", with the volume's tree. Nothing
-  /// may stay.
+  /// Attaches the image: "refused", with a whole sentence, or "right", with the volume's tree. Nothing may be
+  /// left behind.
   std::string judge(const std::string& content) const {
     test::writeFile(image(), content);
     const auto attached = images_.attach(image());
@@ -53,7 +53,7 @@ class DamageTest : public testing::Test {
     return verdict;
   }
 
-  /// Damage that nothing covers may go unseen, but then the tree is the right one.
+  /// Damage outside of all checksums may go unnoticed, but then the tree must be right.
   void expectRefusedOrRight(const std::string& content, std::size_t place) const {
     EXPECT_THAT(judge(content), testing::AnyOf("refused", "right")) << place;
   }
@@ -69,7 +69,7 @@ class DamageTest : public testing::Test {
     return bytes;
   }
 
-  /// Where the stored blocks end and the list begins.
+  /// The end of the stored blocks, where the list begins.
   static std::size_t listOffset(const std::string& content) { return content.find("<?xml"); }
 
   test::TemporaryDirectory directory_;
@@ -92,7 +92,7 @@ TEST_F(DamageTest, ADiskThatIsEmptyAlmostWithoutEndIsRefusedAtOnce) {
 }
 
 TEST_F(DamageTest, ACatalogLargerThanItsVolumeTakesNoMemory) {
-  // The size of the catalog's fork, of which the volume has nothing.
+  // The size of the catalog's fork, far beyond the end of the volume.
   test::writeFile(image(), volume_.replace(1024 + 272, 8, std::string("\0\0\0\0\x1F\0\0\0", 8)));
   EXPECT_THAT(images_.attach(image()).failure, HasSubstr("its volume's catalog is damaged"));
 }
@@ -101,8 +101,8 @@ TEST_F(DamageTest, AFlippedByteInAnyStoredBlock) {
   for (const auto& [name, encoding] : {test::blockEncodings().front(), test::blockEncodings().back()}) {
     SCOPED_TRACE(name);
     const std::string covered = compressed(volume_, encoding);
-    // Newer makers leave out the checksum of the image as it is stored. With a part that is not stored, the
-    // unpacking program does not look at the checksum of the content either.
+    // Newer tools leave out the checksum of the stored blocks. If a part is not stored, 7-Zip ignores the
+    // checksum of the content as well.
     std::string bare = compressed(volume_ + std::string(2 << 20U, '\0'), encoding);
     bare.replace(bare.size() - kTrailerSize + 80, 12, 12, '\0');
     EXPECT_EQ(judge(bare), "right");
@@ -111,7 +111,7 @@ TEST_F(DamageTest, AFlippedByteInAnyStoredBlock) {
       for (std::size_t place = 0; place < end; place += end / 12)
         EXPECT_EQ(judge(flipped(content, place)), "refused") << place;
     }
-    // The last bits of a compressed stream may have no meaning.
+    // The last bits of a compressed stream may be unused.
     for (std::size_t place = listOffset(bare) - 6; place < listOffset(bare); ++place)
       expectRefusedOrRight(flipped(bare, place), place);
   }
@@ -149,7 +149,7 @@ TEST_F(DamageTest, AFlippedByteInTheListOrTheTrailer) {
   const std::size_t list = listOffset(content);
   for (std::size_t place = list; place < content.size(); place += 5)
     expectRefusedOrRight(flipped(content, place), place);
-  // The end of the stored blocks, and what is looked at of the trailer.
+  // The end of the stored blocks, and the fields of the trailer that are read.
   const std::size_t trailer = content.size() - kTrailerSize;
   for (const auto& [begin, end] : {std::pair{list - 6, list},
                                    {trailer, trailer + 12},
@@ -163,7 +163,7 @@ TEST_F(DamageTest, AFlippedByteInTheListOrTheTrailer) {
   }
 }
 
-// The boot code of these is no partition map, and the last looks like FAT.
+// Their boot code is not a partition map, and the last one looks like FAT.
 TEST_F(DamageTest, AnIntactVolumeOfAnotherFileSystemIsNotCalledDamaged) {
   struct Case {
     const char* mark;
@@ -181,7 +181,7 @@ TEST_F(DamageTest, AnIntactVolumeOfAnotherFileSystemIsNotCalledDamaged) {
   }
 }
 
-TEST_F(DamageTest, WhatIsNoImage) {
+TEST_F(DamageTest, WhatIsNotAnImage) {
   const std::string content = compressed(volume_);
   const auto with = [](std::string disk, std::size_t place, const std::string& bytes) {
     return disk.replace(place, bytes.size(), bytes);

@@ -17,12 +17,12 @@ struct HfsFileOptions {
   std::string compression = {};  ///< the attribute "com.apple.decmpfs"
   std::uint32_t hardLinkTarget = 0;
   std::uint16_t recordFlags = 0;
-  std::string type = {};      ///< with the creator, eight characters
+  std::string type = {};      ///< and creator, eight characters
   std::uint32_t created = 0;  ///< that of the root folder is 0
-  bool isFragmented = false;  ///< no two blocks of the content lie together
+  bool isFragmented = false;  ///< no two blocks of the content are adjacent
 };
 
-/// Makes small HFS Plus volumes with entries that no other tool here makes.
+/// Builds small HFS Plus volumes with entries that make_disk_image does not write.
 class HfsVolumeBuilder {
  public:
   explicit HfsVolumeBuilder(const std::u16string& name) { addFolder(1, name); }
@@ -33,7 +33,7 @@ class HfsVolumeBuilder {
                         const HfsFileOptions& options = {});
   std::uint32_t addLink(std::uint32_t parent, const std::u16string& name, const std::string& text);
 
-  /// The folder for the content of hard links.
+  /// The folder that contains the content of hard links.
   std::uint32_t addHardLinkFolder();
 
   std::string build(std::uint32_t attributes = 0x100) const;

@@ -20,26 +20,26 @@ struct DiskPart {
   std::string content;
 };
 
-/// Writes a disk image with one block table for each part, one behind the other.
+/// Writes a disk image with one block table for each part, one after the other.
 void writeUdif(const std::filesystem::path& image, const std::vector<DiskPart>& parts,
                const make_disk_image::BlockEncoding& encoding = make_disk_image::zlibEncoding());
 
-/// The HFS Plus volume that the disk image tool for developers makes of a folder.
+/// The HFS Plus volume that make_disk_image creates from a folder.
 std::string hfsVolumeOf(const std::filesystem::path& folder);
 
-/// A FAT volume of the size of a floppy disk with what lies in the folder. In its long names, which a name
-/// gets that is written in both cases, the first text of the pair stands as the second, of the same length:
-/// what no maker would write.
+/// A FAT volume of the size of a floppy disk with the entries of the folder. In its long names, which names
+/// with letters of both cases get, the first string of the pair is replaced by the second of the same length:
+/// names that no tool would write.
 std::string fatVolumeOf(const std::filesystem::path& folder,
                         const std::pair<std::string, std::string>& renamed = {});
 
-/// Disks with an Apple partition map, a GUID partition table or a master boot record, which hold the volumes
-/// in order.
+/// Disks with an Apple partition map, a GUID partition table or a master boot record, which contain the
+/// volumes in order.
 std::string appleDisk(const std::vector<std::string>& volumes);
 std::string guidDisk(const std::vector<std::string>& volumes);
 std::string masterBootDisk(const std::vector<std::string>& volumes);
 
-/// A registry of the test's own, with what an attach comes to.
+/// A private registry of a test, with the results of attaching images.
 class Images {
  public:
   struct Attached {
@@ -50,9 +50,9 @@ class Images {
   };
 
   Attached attach(const std::filesystem::path& image) const;
-  /// Detaches, and returns the sentence of a failure.
+  /// Detaches an image and returns the message of a failure, or nothing.
   std::string detach(const std::string& deviceOrMountPoint) const;
-  /// The names in the registry: empty when nothing is attached and nothing was left behind.
+  /// The names in the registry: empty when no image is attached and nothing was left behind.
   std::vector<std::string> leftovers() const;
 
   std::filesystem::path location() const { return directory_ / "images"; }

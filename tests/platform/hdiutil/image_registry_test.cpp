@@ -81,7 +81,7 @@ TEST_F(ImageRegistryTest, ProcessesAttachAndDetachAtTheSameTime) {
     result = std::async(std::launch::async, [&] { return test::inChild(attachRepeatedly); });
   for (auto& result : results)
     EXPECT_EQ(result.get(), 0);
-  // One image of each process is still there, under a number of its own.
+  // One image of each process is still attached, under its own number.
   for (int device = 1; device <= kProcesses; ++device)
     EXPECT_EQ(images.detach("/dev/disk" + std::to_string(device)), "") << device;
   EXPECT_THAT(images.leftovers(), IsEmpty());
@@ -89,7 +89,7 @@ TEST_F(ImageRegistryTest, ProcessesAttachAndDetachAtTheSameTime) {
 
 TEST_F(ImageRegistryTest, WhatADeadProcessLeftIsRemovedAndNothingElse) {
   const auto living = images.attach(image);
-  // It dies when the image has its number, but nobody knows of it.
+  // The process dies when the image has its number, but has not been announced.
   const auto dieWhileAttaching = [&] {
     const auto url = [](const fs::path& path) { return platform::URL::fileURLWithPath(path.native()); };
     platform::hdiutil::ImageRegistry registry(url(images.location()));
@@ -104,7 +104,7 @@ TEST_F(ImageRegistryTest, WhatADeadProcessLeftIsRemovedAndNothingElse) {
   EXPECT_EQ(test::readFile(living.mountPoint / "file"), "content");
 }
 
-TEST_F(ImageRegistryTest, AProgramDoesNotOutliveItsMaster) {
+TEST_F(ImageRegistryTest, AHelperDoesNotOutliveItsParent) {
   std::array<int, 2> pipe{};
   ASSERT_EQ(::pipe(pipe.data()), 0);
   const platform::FileDescriptor reader(pipe[0]);
@@ -181,7 +181,7 @@ TEST(MountNameTest, IsTheVolumesNameAsAPathComponent) {
     EXPECT_EQ(platform::hdiutil::mountName(volume), name) << volume;
 }
 
-/// Takes away what lets root pass permissions.
+/// Drops the capabilities with which root bypasses permissions.
 void becomeOrdinary() {
   for (const int capability : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH})
     if (::geteuid() == 0 && ::prctl(PR_CAPBSET_DROP, capability) != 0)

@@ -18,7 +18,7 @@ namespace {
 
 const std::string kHeader = "Type = APFS\nvolume_name: Volume\n\n----------\n";
 
-/// A file as it is listed, with more lines at its end.
+/// The listing of a file, with more lines at its end.
 std::string listed(const std::string& path, const std::string& more = "") {
   return "Path = " + path + "\nFolder = -\nSize = 5\nModified = 2022-01-14 07:19:41\n" + more + "\n";
 }
@@ -84,7 +84,7 @@ TEST(ListingTest, ReadsSeveralVolumesOfAContainer) {
                platform::hdiutil::ImageError);
 }
 
-TEST(ListingTest, RefusesWhatIsInDoubt) {
+TEST(ListingTest, RefusesAmbiguousListings) {
   const std::pair<const char*, std::string> cases[] = {
       {"no entries' line", "volume_name: Volume\n"},
       {"two volumes", "volume_name: One\nvolume_name: Two\n----------\n"},
@@ -135,7 +135,7 @@ TEST(TreeWriterTest, NeverLeavesItsDirectory) {
   EXPECT_EQ(test::inventory(directory.path()), before);
 }
 
-TEST(FatTest, HandsOutTheEntriesAndNoHousekeeping) {
+TEST(FatTest, WritesTheEntriesWithoutHousekeeping) {
   const test::TemporaryDirectory directory;
   const test::Images images;
   for (const auto& [path, content] : {std::pair("a long name.txt", std::string("content")),
@@ -144,7 +144,7 @@ TEST(FatTest, HandsOutTheEntriesAndNoHousekeeping) {
                                       {"folder/.Trashes", "a user's"}})
     test::writeFile(directory / "content" / path, content);
   for (const auto& entry : fs::recursive_directory_iterator(directory / "content"))
-    fs::permissions(entry.path(), fs::perms(0777));  // the file system has none of its own
+    fs::permissions(entry.path(), fs::perms(0777));  // FAT has no permissions
   const auto expected = test::inventory(directory / "content");
   test::writeFile(directory / "content/.Trashes/gone", "x");
   test::writeFile(directory / "image", test::fatVolumeOf(directory / "content"));
@@ -154,7 +154,7 @@ TEST(FatTest, HandsOutTheEntriesAndNoHousekeeping) {
   EXPECT_EQ(test::difference(expected, test::inventory(attached.mountPoint)), "");
 }
 
-/// Above the volume's tree are its directory in the registry, the registry and a directory of the test.
+/// The parents of the volume's tree: its directory in the registry, the registry and a directory of the test.
 TEST(FatTest, NothingOutsideOfTheTreeIsTouched) {
   struct Case {
     std::vector<std::string> files;
@@ -162,7 +162,7 @@ TEST(FatTest, NothingOutsideOfTheTreeIsTouched) {
   };
   const Case cases[] = {
       {{"Up/Up/Up/images/"}, {"Up", ".."}},
-      // Made up for by housekeeping, as many entries as are listed, or more.
+      // With entries of the system, so that as many entries exist as are listed, or more.
       {{"Up/Up/Up/images/", ".journal/1", ".journal/2"}, {"Up", ".."}},
       {{"Up/Up/Up/images/", ".journal/1", ".journal/2", ".journal/3"}, {"Up", ".."}},
       {{"Aa#b"}, {"#", "\n"}},
