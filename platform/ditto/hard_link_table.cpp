@@ -35,7 +35,7 @@ void linkCopy(const Entry& root, const HardLinkTable::Copy& copy, const Entry& n
   if (::linkat(directory.get(), name.c_str(), newName.directory.get(), newName.name.c_str(), 0) != 0)
     throw SystemError(quoted(newName.path()) + " could not be created", errno);
   if (identityOf(newName.status()) != copy.identity)
-    throw Error("The copy in " + quoted(root.path()) + " was changed while it was being made.");
+    throw Error("The copy in " + quoted(root.path()) + " was changed while it was being created.");
 }
 
 }  // namespace platform::ditto

@@ -20,7 +20,7 @@ int fail(const std::string& sentence) {
 int main(int argumentCount, char** arguments) {
   const bool complete = argumentCount == 3 && *arguments[1] != '\0' && *arguments[2] != '\0';
   if (!complete)
-    return fail("Usage: ditto SOURCE DESTINATION, where nothing is at DESTINATION yet.");
+    return fail("Usage: ditto SOURCE DESTINATION, where DESTINATION does not exist yet.");
   // Exceeding RLIMIT_FSIZE is then EFBIG, a failure with a reason, and not a silent death.
   static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
   // Modes are copied exactly; until then the owner must be able to write to new files and directories.

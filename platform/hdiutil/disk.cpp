@@ -49,7 +49,7 @@ FileDescriptor Disk::file(std::uint64_t offset, std::uint64_t length, const File
 
 void Disk::requireInside(std::uint64_t offset, std::uint64_t length) const {
   if (!ByteRange{offset, length}.within(size()))
-    throw ImageError("it is damaged: a volume reaches beyond the end of its disk");
+    throw ImageError("it is damaged: a volume extends beyond the end of its disk");
 }
 
 RawDisk::RawDisk(FileDescriptor image) : image_(std::move(image)), size_(sizeOf(image_)) {}

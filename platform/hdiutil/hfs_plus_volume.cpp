@@ -96,7 +96,7 @@ std::vector<HfsPiece> HfsPlusVolume::pieces(const HfsFork& fork, std::uint32_t f
       if (left == 0 || extent.count == 0)
         break;
       if (!ByteRange{extent.start, extent.count}.within(blockCount_))
-        throw ImageError("its volume is damaged: a file reaches beyond its end");
+        throw ImageError("its volume is damaged: a file extends beyond its end");
       const std::uint64_t length = std::min(left, std::uint64_t{extent.count} * blockSize_);
       if (result.size() == kMostPieces)
         throw ImageLimitError("a file in its volume is in more than " + std::to_string(kMostPieces) +
