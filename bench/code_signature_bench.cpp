@@ -81,7 +81,8 @@ void writeRandom(const fs::path& path, std::size_t size, std::mt19937_64& random
   std::ofstream(path, std::ios::binary) << content;
 }
 
-/// A bundle with a script and `count` resources of `size` bytes, a hundred per directory, with an ad-hoc signature.
+/// A bundle with a script and `count` resources of `size` bytes, a hundred per directory, with an ad-hoc
+/// signature.
 fs::path makeBundle(const fs::path& parent, std::size_t count, std::size_t size) {
   fs::path bundle = parent / (std::to_string(count) + ".app");
   std::mt19937_64 random(count);

@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # For the scripts beside it. find_seven_zip prints the path of the 7-Zip that hdiutil would use: the first program, under
 # the names that releases of Debian give it, of release 22 or newer, which is the first that reads APFS.
 find_seven_zip() {
