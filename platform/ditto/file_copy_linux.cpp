@@ -10,7 +10,6 @@
 
 #include "platform/ditto/file_copy.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 
 namespace platform::ditto {
 namespace {

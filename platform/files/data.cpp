@@ -10,7 +10,6 @@
 
 #include "platform/files/directory.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 #include "platform/foundation/uuid.hpp"
 
 namespace platform {

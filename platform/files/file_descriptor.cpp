@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 
 namespace platform {
 

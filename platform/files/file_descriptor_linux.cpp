@@ -2,7 +2,6 @@
 
 #include "platform/files/file_descriptor.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 
 namespace platform {
 namespace {

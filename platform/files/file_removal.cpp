@@ -7,7 +7,6 @@
 #include "platform/files/directory_reader.hpp"
 #include "platform/files/held_item.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 
 namespace platform {
 namespace {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/formats/binary_property_list_table.hpp"
-#include "platform/formats/bytes.hpp"
+#include "platform/foundation/bytes.hpp"
 #include "platform/foundation/text.hpp"
 
 namespace platform {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "platform/formats/bytes.hpp"
+#include "platform/foundation/bytes.hpp"
 #include "platform/foundation/error.hpp"
 
 namespace platform {

@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "platform/formats/binary_property_list.hpp"
-#include "platform/formats/bytes.hpp"
 #include "platform/formats/xml_property_list.hpp"
+#include "platform/foundation/bytes.hpp"
 #include "platform/foundation/text.hpp"
 
 namespace platform {
@@ -19,7 +19,7 @@ bool isCarriedByXML(const std::string& text) {
   const auto isControl = [](char character) {
     return character >= 0 && character < ' ' && character != '\t' && character != '\n' && character != '\r';
   };
-  return stringFromUTF8(Data(text)) && std::ranges::none_of(text, isControl) &&
+  return stringFromUTF8(text) && std::ranges::none_of(text, isControl) &&
          text.find("\xEF\xBF\xBE") == std::string::npos && text.find("\xEF\xBF\xBF") == std::string::npos;
 }
 

@@ -5,7 +5,7 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/formats/bytes.hpp"
+#include "platform/foundation/bytes.hpp"
 
 namespace platform {
 namespace {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -77,5 +78,15 @@ std::string quoted(std::string_view name);
 
 /// The system's text for an error number, without a full stop.
 std::string reasonOf(int errorNumber);
+
+/// Retries a system call while it fails with -1 and EINTR. Not for `close`, which releases the descriptor
+/// even then.
+template <typename Call>
+auto uninterrupted(Call call) {
+  auto result = call();
+  while (result == -1 && errno == EINTR)
+    result = call();
+  return result;
+}
 
 }  // namespace platform

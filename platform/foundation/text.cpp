@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/formats/bytes.hpp"
+#include "platform/foundation/bytes.hpp"
 
 namespace platform {
 namespace {
@@ -34,10 +34,10 @@ std::optional<std::string> canonicalDecomposition(std::string_view text) {
 
 }  // namespace
 
-std::optional<std::string> stringFromUTF8(const Data& data) {
-  if (!allScalars(data.bytes(), [](char32_t) { return true; }))
+std::optional<std::string> stringFromUTF8(std::string_view bytes) {
+  if (!allScalars(bytes, [](char32_t) { return true; }))
     return std::nullopt;
-  return std::string(data.bytes());
+  return std::string(bytes);
 }
 
 std::optional<std::string> stringFromUTF16(std::string_view bytes) {

@@ -1,8 +1,7 @@
 #include <sys/random.h>
 
-#include "platform/formats/bytes.hpp"
+#include "platform/foundation/bytes.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 #include "platform/foundation/uuid.hpp"
 
 namespace platform {

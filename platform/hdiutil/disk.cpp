@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 #include "platform/hdiutil/image_error.hpp"
 
 namespace platform::hdiutil {

@@ -12,7 +12,6 @@
 #include "platform/files/file_manager.hpp"
 #include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 #include "platform/foundation/uuid.hpp"
 #include "platform/hdiutil/image_error.hpp"
 

@@ -3,7 +3,6 @@
 #include <csignal>
 
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 #include "platform/processes/spawn.hpp"
 
 namespace platform {

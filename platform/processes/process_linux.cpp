@@ -7,7 +7,6 @@
 
 #include "platform/files/data.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 #include "platform/processes/process.hpp"
 
 namespace platform {

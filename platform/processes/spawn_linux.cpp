@@ -7,7 +7,6 @@
 
 #include "platform/files/file_descriptor.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/foundation/system_call.hpp"
 #include "platform/processes/environment.hpp"
 #include "platform/processes/spawn.hpp"
 

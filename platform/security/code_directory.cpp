@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/files/data.hpp"
 #include "platform/formats/byte_reader.hpp"
 #include "platform/foundation/text.hpp"
 #include "platform/security/code_blobs.hpp"
@@ -44,7 +43,7 @@ std::string readText(const ByteReader& reader, std::uint64_t offset, std::uint64
   if (length == std::string_view::npos)
     throw FormatError("the code directory holds a text without an end");
   std::string text(rest.substr(0, length));
-  if (offset < headerSize || text.empty() || !stringFromUTF8(Data(text)))
+  if (offset < headerSize || text.empty() || !stringFromUTF8(text))
     throw FormatError("the code directory holds no proper identifier");
   return text;
 }

@@ -23,7 +23,7 @@ inline void require(bool holds) {
 
 /// What goes into a sentence or a path is valid text.
 inline void requireText(const std::string& text) {
-  require(platform::stringFromUTF8(platform::Data(text)).has_value());
+  require(platform::stringFromUTF8(text).has_value());
 }
 
 /// Something that may not be refused, because it was read before.

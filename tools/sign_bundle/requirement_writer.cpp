@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "platform/formats/bytes.hpp"
+#include "platform/foundation/bytes.hpp"
 #include "platform/security/code_signature_format.hpp"
 #include "tools/byte_writer.hpp"
 #include "tools/sign_bundle/blob_writer.hpp"

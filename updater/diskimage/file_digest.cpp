@@ -4,7 +4,7 @@
 
 #include "platform/crypto/digest.hpp"
 #include "platform/files/file_handle.hpp"
-#include "platform/formats/bytes.hpp"
+#include "platform/foundation/bytes.hpp"
 
 namespace QuorinOstrevalUpdater {
 namespace {

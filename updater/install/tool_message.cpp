@@ -5,7 +5,7 @@
 namespace QuorinOstrevalUpdater {
 
 std::string text(const platform::Data& output, const std::string& fallback) {
-  const auto decoded = platform::stringFromUTF8(output);
+  const auto decoded = platform::stringFromUTF8(output.bytes());
   if (!decoded)
     return fallback;
   const std::string trimmed =

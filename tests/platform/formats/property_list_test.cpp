@@ -71,7 +71,7 @@ void expectRefused(const std::string& bytes, const std::string& reason) {
     ADD_FAILURE() << "read as " << described(read(bytes)) << ": " << bytes.substr(0, 200);
   } catch (const PropertyListError& error) {
     EXPECT_THAT(error.localizedDescription(), HasSubstr(reason)) << bytes.substr(0, 200);
-    EXPECT_TRUE(platform::stringFromUTF8(Data(error.localizedDescription())));
+    EXPECT_TRUE(platform::stringFromUTF8(error.localizedDescription()));
   }
 }
 

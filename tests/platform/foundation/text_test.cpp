@@ -12,10 +12,10 @@ namespace {
 
 TEST(TextTest, OnlyValidUTF8IsText) {
   for (const char* text : {"", "plain", "\xC3\xA9", "\xF0\x9F\x98\x80", "\xEF\xBB\xBFmarked"})
-    EXPECT_EQ(stringFromUTF8(Data(text)), text);
+    EXPECT_EQ(stringFromUTF8(text), text);
   for (const char* bytes : {"\xFF", "\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "a\x80"})
-    EXPECT_FALSE(stringFromUTF8(Data(bytes))) << bytes;
-  EXPECT_EQ(stringFromUTF8(Data(std::string("a\0b", 3))), std::string("a\0b", 3));
+    EXPECT_FALSE(stringFromUTF8(bytes)) << bytes;
+  EXPECT_EQ(stringFromUTF8(std::string("a\0b", 3)), std::string("a\0b", 3));
 }
 
 TEST(TextTest, ANameInASentenceCannotBreakOutOfIt) {

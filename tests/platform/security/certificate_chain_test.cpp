@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include "platform/files/file_manager.hpp"
-#include "platform/formats/bytes.hpp"
+#include "platform/foundation/bytes.hpp"
 #include "platform/security/trust_anchors.hpp"
 #include "tests/helpers/program.hpp"
 #include "tests/platform/security/signed_sample.hpp"

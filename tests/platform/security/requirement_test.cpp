@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/formats/bytes.hpp"
+#include "platform/foundation/bytes.hpp"
 #include "platform/security/security_error.hpp"
 #include "tests/platform/security/signed_sample.hpp"
 
