@@ -15,7 +15,7 @@
 namespace platform {
 namespace {
 
-/// A file beside the one that is to be written. It goes away again unless it takes the other's name.
+/// A temporary file beside the one to be written. The destructor removes it unless it has been renamed.
 class TemporarySibling {
  public:
   TemporarySibling(const FileDescriptor& directory, std::string_view item)
@@ -27,7 +27,7 @@ class TemporarySibling {
   TemporarySibling(const TemporarySibling&) = delete;
   TemporarySibling& operator=(const TemporarySibling&) = delete;
   ~TemporarySibling() {
-    // On the way out with a failure: the one that is reported is the first.
+    // Entered after a failure, which is the one to report.
     if (!name_.empty())
       ::unlinkat(directory_.get(), name_.c_str(), 0);
   }
@@ -58,12 +58,12 @@ Data Data::contentsOf(const URL& url, DataReadingOptions options, std::size_t li
     bytes.reserve(std::min(static_cast<std::size_t>(status.st_size), limit));
   std::array<char, 65536> chunk;  // NOLINT(cppcoreguidelines-pro-type-member-init): read() fills it
   while (const std::size_t count = file.read(chunk.data(), chunk.size(), url.path())) {
-    // Not by its size: what the system itself makes up while it is read says that it is empty.
+    // Not st_size, which is 0 for files that the kernel generates, such as those in /proc.
     if (count > limit - bytes.size())
       throw Error(quoted(url.path()) + " could not be read: It is too large.");
     bytes.append(chunk.data(), count);
   }
-  // Advice only: where it fails, the pages stay in the cache.
+  // Advice only: if it fails, the pages remain cached.
   if (options == DataReadingOptions::uncached)
     static_cast<void>(::posix_fadvise(file.get(), 0, 0, POSIX_FADV_DONTNEED));
   return Data(std::move(bytes));

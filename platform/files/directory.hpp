@@ -16,8 +16,8 @@ namespace platform {
 
 class HeldItem;
 
-/// Tells a file from every other on this machine; its hard links share it. The system may reuse it once the
-/// file is removed and closed.
+/// Identifies a file on this machine; its hard links share it. The system may reuse it once the file is
+/// removed and closed.
 struct FileIdentity {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
@@ -27,7 +27,7 @@ struct FileIdentity {
 };
 
 FileIdentity identityOf(const struct stat& status);
-/// Nothing, with the reason in `errno`, when the system does not tell.
+/// Nothing, with `errno`, on failure.
 std::optional<FileIdentity> identityOf(const FileDescriptor& file);
 
 /// The status of an open file. Throws `SystemError` naming `path`.
@@ -39,8 +39,8 @@ struct ItemStatus {
   ItemKind kind;
   FileIdentity identity;
   std::uint64_t size;
-  bool isExecutable;  ///< by anybody
-  bool hasHardLinks;  ///< a file that has other names
+  bool isExecutable;  ///< by its owner, its group or others
+  bool hasHardLinks;  ///< a file with more than one name
 };
 
 ItemStatus itemStatus(const struct stat& status);
@@ -51,8 +51,8 @@ struct DirectoryEntry : ItemStatus {
 
 struct Entry;
 
-/// An open directory, from which its items are reached without following links and without blocking on a
-/// FIFO or device. Copies share the descriptor. Failures are `SystemError`.
+/// An open directory, through which its items are accessed without following links and without blocking on a
+/// FIFO or device. Copies share the descriptor. Failures are thrown as `SystemError`.
 class Directory {
  public:
   enum class Links { followed, refused };
@@ -61,17 +61,17 @@ class Directory {
   Directory(FileDescriptor descriptor, std::string path)
       : state_(std::make_shared<const State>(State{std::move(descriptor), std::move(path)})) {}
 
-  /// `links` is about the last component alone.
+  /// `links` applies to the last component only.
   static Directory open(const URL& url, Links links);
-  /// False when nothing is at the location.
+  /// False if no item, not even a dangling link, exists at `url`.
   static bool isThere(const URL& url);
 
   Entry entry(std::string name) const;
   Directory subdirectory(const std::string& name) const;
 
-  /// Of the item itself, also where it is a link; nothing when there is none of that name.
+  /// The status of an item; a link's own, not its target's. Nothing if the item does not exist.
   std::optional<ItemStatus> statusOf(const std::string& name) const;
-  /// The kind of an item; nothing when there is none of that name.
+  /// The kind of an item; nothing if it does not exist.
   std::optional<ItemKind> kindOf(const std::string& name) const;
   std::string linkTarget(const std::string& name) const;
 
@@ -81,7 +81,7 @@ class Directory {
   std::vector<DirectoryEntry> entries() const;
 
   const std::string& path() const noexcept { return state_->path; }
-  /// The directory's own path for ".".
+  /// The path of the item `name`; the directory's own for ".".
   std::string pathOf(const std::string& name) const;
   const FileDescriptor& descriptor() const noexcept { return state_->descriptor; }
   /// For a system call.
@@ -100,32 +100,32 @@ struct Entry {
   Directory directory;
   std::string name;
 
-  /// The entry for the item at `url`, whose path is brought into standard form for that: the parent of "X/."
-  /// is the parent of X. Throws `SystemError`, also for the root, which no directory contains.
+  /// The entry for the item at `url`, after standardizing its path: the parent of "X/." is the parent of X.
+  /// Throws `SystemError`, also for the root, which has no parent.
   static Entry at(const URL& url);
 
   std::string path() const { return directory.pathOf(name); }
 
-  /// The status of the item itself, never of what a link leads to. Throws `SystemError`.
+  /// The status of the item; a link's own, not its target's. Throws `SystemError`.
   struct stat status() const;
-  /// Nothing, with the reason in `errno`, when there is no such item or the system does not tell.
+  /// Nothing, with `errno`, if the item does not exist or cannot be examined.
   std::optional<FileIdentity> identity() const;
 
-  /// Opens the item itself, never what a link leads to, without blocking on a FIFO or device. Takes the flags
-  /// of `open(2)`. Throws `SystemError`.
+  /// Opens the item with the flags of `open(2)`, without following a link and without blocking on a FIFO or
+  /// device. Throws `SystemError`.
   FileDescriptor open(int flags, unsigned mode = 0) const;
 };
 
-/// Renames unless something has the new name already. Returns 0, or the error number with nothing changed.
+/// Renames unless the new name exists. Returns 0, or the error number with nothing changed.
 int renameExclusively(const Entry& from, const Entry& to);
 
-/// Exchanges two names in one step. Returns 0, or the error number with nothing changed; `ENOTSUP` where the
-/// file system has no such step.
+/// Exchanges two names atomically. Returns 0, or the error number with nothing changed; `ENOTSUP` if the file
+/// system cannot do that.
 int exchangeNames(const Entry& one, const Entry& other);
 
-/// Removes a file, link or tree. Throws `SystemError`. Another file system that is mounted in the tree is a
-/// failure; nothing in it is removed. So is `spared`, which is compared right before it would be opened or
-/// unlinked. Uses a constant number of descriptors and no recursion, whatever the depth.
+/// Removes a file, link or tree. Throws `SystemError`, also when the tree contains a mount point or `spared`;
+/// neither of those, nor anything in them, is removed. The item is compared with `spared` before it is
+/// removed, each directory once it is open. Neither descriptors nor stack grow with the depth.
 void removeTree(const Entry& entry, const HeldItem* spared = nullptr);
 
 }  // namespace platform

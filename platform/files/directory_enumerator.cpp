@@ -38,7 +38,7 @@ std::optional<URL> NSDirectoryEnumerator::nextObject() {
       descend(FileDescriptor::openAt(current_, name, kDirectoryFlags | O_NOFOLLOW),
               level.url.appendingPathComponent(name), name);
     } catch (const SystemError&) {
-      // What cannot be read is passed over.
+      // Unreadable directories are skipped.
     }
   }
   while (!levels_.empty() && levels_.back().next == levels_.back().items.size())
@@ -63,12 +63,12 @@ void NSDirectoryEnumerator::descend(FileDescriptor directory, const URL& url, co
 
 std::vector<NSDirectoryEnumerator::Item> NSDirectoryEnumerator::itemsOf(const FileDescriptor& directory,
                                                                         const URL& url) const {
-  // Not opened again, which takes more than read permission.
+  // Duplicated, because opening "." needs search permission too.
   DirectoryReader reader(FileDescriptor(::fcntl(directory.get(), F_DUPFD_CLOEXEC, 0)));
   if (!reader.isOpen())
     throw SystemError(quoted(url.path()) + " could not be read", reader.failure());
   std::vector<Item> items;
-  // A failure half-way ends the directory as its end does: what was read is delivered.
+  // A failure ends the listing; the entries read so far are returned.
   while (const dirent* entry = reader.next()) {
     std::string name = static_cast<const char*>(entry->d_name);
     if (has(DirectoryEnumerationOptions::skipsHiddenFiles) && name[0] == '.')
@@ -87,7 +87,7 @@ bool NSDirectoryEnumerator::isSkippedPackage(const std::string& name) const {
 
 void NSDirectoryEnumerator::ascend() {
   levels_.pop_back();
-  // A directory above that is gone or moved away cannot be entered any more; what is above that may still be.
+  // A parent that was removed or moved can no longer be entered; its own parent may be.
   if (!levels_.empty() && !stepUp())
     reopen();
 }

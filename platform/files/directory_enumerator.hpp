@@ -23,18 +23,18 @@ constexpr DirectoryEnumerationOptions operator|(DirectoryEnumerationOptions one,
   return static_cast<DirectoryEnumerationOptions>(static_cast<unsigned>(one) | static_cast<unsigned>(other));
 }
 
-/// A walk of everything below a directory, to any depth, each directory before what is in it; the order
-/// within a directory is the file system's. Links are delivered and not followed. A directory that cannot be
-/// read, or that is moved away meanwhile, is delivered and the walk goes on behind it.
+/// Walks everything below a directory, to any depth, each directory before its contents and in the file
+/// system's order. Links are returned but not followed. If a directory cannot be read, or is moved away
+/// during the walk, the walk continues after it.
 ///
-/// A hidden entry is one whose name starts with a dot: it is neither delivered nor entered. A package is a
-/// directory with the extension "app", in any case of its letters: it is delivered and not entered.
+/// A hidden entry is one whose name starts with a dot: it is neither returned nor entered. A package is a
+/// directory with the extension "app", in any letter case: it is returned but not entered.
 ///
-/// Memory grows with the entries of the directories on the way to the present place; there are three
-/// descriptors at most.
+/// Memory grows with the number of entries in the current directory and its ancestors. At most three
+/// descriptors are open.
 class NSDirectoryEnumerator {
  public:
-  /// Throws `SystemError` when `root` is not a directory that can be read.
+  /// Throws `SystemError` unless `root` is a readable directory.
   NSDirectoryEnumerator(const URL& root, DirectoryEnumerationOptions options);
 
   /// The next entry; nothing at the end.
@@ -45,7 +45,7 @@ class NSDirectoryEnumerator {
     std::string name;
     bool entered;
   };
-  /// A directory that is being delivered.
+  /// The current directory or one of its ancestors.
   struct Level {
     URL url;
     std::string name;

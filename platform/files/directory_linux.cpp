@@ -9,8 +9,8 @@
 namespace platform {
 namespace {
 
-/// A FUSE or network file system may make a change and report it as failed or interrupted. Repeating an
-/// exchange would then undo it, and cleaning up would remove the wrong item: what the names now mean decides.
+/// FUSE and network file systems may rename and still report an error. Retrying an exchange would undo it,
+/// and cleaning up would remove the wrong item, so inodes are compared.
 int renameWithFlags(const Entry& from, const Entry& to, unsigned flags) {
   const std::optional<FileIdentity> item = from.identity();
   if (!item)
@@ -28,8 +28,8 @@ int renameWithFlags(const Entry& from, const Entry& to, unsigned flags) {
   }
 }
 
-/// Kernel or file system do not know the flag. EINVAL has other meanings too, which a call without flags
-/// shows again.
+/// The kernel or the file system does not support the flag. EINVAL has other causes too, which a call without
+/// flags reports again.
 bool meansUnsupported(int errorNumber) {
   return errorNumber == EINVAL || errorNumber == ENOSYS || errorNumber == ENOTSUP;
 }

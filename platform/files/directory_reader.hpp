@@ -13,8 +13,8 @@ namespace platform {
 /// Reads the entries of an open directory, in the file system's order.
 class DirectoryReader {
  public:
-  /// Begins at the position of `directory`, which the reader closes. One that is not open is a failure with
-  /// the present `errno`.
+  /// Starts at the current position of `directory` and takes ownership of it. If it is not open, the failure
+  /// is the current `errno`.
   explicit DirectoryReader(FileDescriptor directory) noexcept
       : stream_(directory.isOpen() ? ::fdopendir(directory.get()) : nullptr), failure_(stream_ ? 0 : errno) {
     if (stream_)
@@ -23,11 +23,11 @@ class DirectoryReader {
 
   bool isOpen() const noexcept { return stream_ != nullptr; }
 
-  /// The next entry besides "." and "..", valid up to the next call; null at the end and after a failure.
+  /// The next entry except "." and "..", valid until the next call; null at the end and after a failure.
   const dirent* next() noexcept {
     while (stream_) {
       errno = 0;
-      const dirent* entry = ::readdir(stream_.get());  // NOLINT(concurrency-mt-unsafe): a stream of our own
+      const dirent* entry = ::readdir(stream_.get());  // NOLINT(concurrency-mt-unsafe): an unshared stream
       if (entry == nullptr) {
         failure_ = errno;
         return nullptr;
@@ -39,7 +39,7 @@ class DirectoryReader {
     return nullptr;
   }
 
-  /// The error number of the failure that ended the reading, 0 without one.
+  /// The error number of the failure that ended the reading, or 0.
   int failure() const noexcept { return failure_; }
 
  private:

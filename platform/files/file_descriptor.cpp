@@ -33,7 +33,7 @@ FileDescriptor FileDescriptor::openForReading(const URL& url) {
   FileDescriptor opened = open(url, O_RDONLY | O_NOCTTY | O_NONBLOCK);
   struct stat status {};
   if (::fstat(opened.get(), &status) != 0)
-    throw SystemError(quoted(url.path()) + " could not be looked at", errno);
+    throw SystemError(quoted(url.path()) + " could not be examined", errno);
   if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
     throw Error(quoted(url.path()) + " could not be read: It is not a regular file.");
   return opened;
@@ -110,7 +110,7 @@ bool FileDescriptor::writeAt(std::uint64_t offset, std::span<const char> bytes) 
 
 const char* systemPath(const URL& url) {
   if (url.path().find('\0') != std::string::npos)
-    throw SystemError(quoted(url.path()) + " holds a null character", EINVAL);
+    throw SystemError(quoted(url.path()) + " contains a null character", EINVAL);
   return url.path().c_str();
 }
 

@@ -11,7 +11,7 @@
 
 namespace platform {
 
-/// The one owner of an open file descriptor, which it closes at the end of its life.
+/// The sole owner of a file descriptor; the destructor closes it.
 class FileDescriptor {
  public:
   FileDescriptor() noexcept = default;
@@ -22,12 +22,12 @@ class FileDescriptor {
   FileDescriptor& operator=(const FileDescriptor&) = delete;
   ~FileDescriptor();
 
-  /// Opens `path` with the flags of `open(2)` and close-on-exec; throws `SystemError` naming the item.
+  /// Opens `url` with the flags of `open(2)` and close-on-exec. Throws `SystemError` naming the item.
   static FileDescriptor open(const URL& url, int flags, unsigned mode = 0);
-  /// Opens for reading without blocking. Rejects anything but files and directories: a FIFO or device may
-  /// never reach its end.
+  /// Opens for reading without blocking. Throws `Error` for anything but files and directories: a FIFO or
+  /// device may never reach EOF.
   static FileDescriptor openForReading(const URL& url);
-  /// The same as `open` for `name` below `directory`.
+  /// The same for `name` relative to `directory`.
   static FileDescriptor openAt(const FileDescriptor& directory, const std::string& name, int flags,
                                unsigned mode = 0);
 
@@ -38,16 +38,18 @@ class FileDescriptor {
   int get() const noexcept { return descriptor_; }
   bool isOpen() const noexcept { return descriptor_ >= 0; }
 
-  /// Gives the descriptor away; the caller closes it.
+  /// Gives up ownership; the caller closes the descriptor.
   int release() noexcept;
 
-  /// Closes now. Throws `SystemError` where the system reports that written data was lost.
+  /// Closes now. Throws `SystemError` if the system reports that written data was lost; the descriptor is
+  /// closed all the same. `item` names the file in messages, here and below.
   void close(std::string_view item);
 
-  /// At most `capacity` bytes from the current position; 0 at the end of the file.
+  /// Reads up to `capacity` bytes at the current position and returns their number, 0 at the end of the file.
+  /// Throws `SystemError`.
   std::size_t read(void* buffer, std::size_t capacity, std::string_view item) const;
 
-  /// Writes all of `bytes` at the current position.
+  /// Writes all of `bytes` at the current position. Throws `SystemError`.
   void writeAll(std::string_view bytes, std::string_view item) const;
 
   /// Fills `buffer` from `offset` on and returns the number of bytes, fewer only at the end of the file.
@@ -61,17 +63,18 @@ class FileDescriptor {
   int descriptor_ = -1;
 };
 
-/// What was written through `file` is on stable storage afterwards. Throws `SystemError` naming `item`.
+/// Syncs a file's content and attributes to stable storage. Throws `SystemError` naming `item`, as do the two
+/// below.
 void syncFile(const FileDescriptor& file, std::string_view item);
 
-/// The names in `directory` are on stable storage afterwards, as far as its file system offers that.
+/// Syncs the names in `directory`, if its file system supports that.
 void syncDirectory(const FileDescriptor& directory, std::string_view item);
 
-/// Everything on the file system that contains `anyFileOnIt` is on stable storage afterwards.
+/// Syncs the whole file system that contains `anyFileOnIt`.
 void syncFileSystem(const FileDescriptor& anyFileOnIt, std::string_view item);
 
-/// The path of `url` for a system call. Throws `SystemError` for a path that contains a null character, where
-/// the system would silently cut it.
+/// The path of `url` for a system call, valid as long as `url`. Throws `SystemError` if it contains a null
+/// character, at which the system would silently truncate it.
 const char* systemPath(const URL& url);
 
 }  // namespace platform

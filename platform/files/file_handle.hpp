@@ -10,22 +10,21 @@
 
 namespace platform {
 
-/// An open file, closed at the end of its life at the latest. Failures are thrown as `SystemError`.
+/// An open file; the destructor closes it. Failures are thrown as `SystemError`.
 class NSFileHandle {
  public:
-  /// Reads from the start of the file.
+  /// Opens for reading from the start of the file. Throws `Error` for a FIFO or device.
   static NSFileHandle fileHandleForReadingFromURL(const URL& url);
-  /// Writes from the start of a file that exists.
+  /// Opens an existing file for writing from its start, without truncating it.
   static NSFileHandle fileHandleForWritingToURL(const URL& url);
-  /// Gives end of file at once, and swallows what is written.
+  /// /dev/null, for reading and writing.
   static NSFileHandle fileHandleWithNullDevice();
 
-  /// The next bytes, as many as `buffer` takes; empty at the end of the file. They lie in `buffer`, which can
-  /// be used again for the next ones: for large files, whose every chunk would otherwise be cleared before it
-  /// is filled.
+  /// Fills `buffer` with the next bytes and returns them; fewer at the end of the file, then none. The
+  /// caller's buffer saves allocating and clearing memory for each chunk.
   std::string_view readInto(std::span<char> buffer);
 
-  /// Closes now. Afterwards the handle is of no use.
+  /// Closes now. The handle must not be used afterwards.
   void closeAndReturnError();
 
   const FileDescriptor& descriptor() const noexcept { return descriptor_; }

@@ -100,7 +100,7 @@ void NSFileManager::moveItemAtURL(const URL& from, const URL& to) const {
   const Entry newEntry = Entry::at(to);
   if (const int failure = renameExclusively(oldEntry, newEntry); failure != 0)
     throw SystemError(quoted(from.path()) + " could not be moved to " + quoted(to.path()), failure);
-  // The item has moved: a failure here would say that it has not.
+  // The item has moved; a failure reported now would claim that it has not.
   bestEffort([&] { syncDirectory(newEntry.directory.descriptor(), to.path()); });
 }
 
@@ -109,7 +109,7 @@ void NSFileManager::exchangeItems(const URL& one, const URL& other) const {
   const Entry otherEntry = Entry::at(other);
   if (const int failure = exchangeNames(oneEntry, otherEntry); failure != 0)
     throw SystemError(quoted(one.path()) + " could not be exchanged with " + quoted(other.path()), failure);
-  // The items have changed places: a failure here would say that they have not.
+  // The items are exchanged; a failure reported now would claim that they are not.
   bestEffort([&] { syncDirectory(oneEntry.directory.descriptor(), one.path()); });
   bestEffort([&] { syncDirectory(otherEntry.directory.descriptor(), other.path()); });
 }

@@ -10,18 +10,19 @@
 namespace platform {
 
 enum class ItemReplacementOptions {
-  /// The replaced item stays under the backup's name.
+  /// The replaced item is kept under the backup's name.
   withoutDeletingBackupItem = 2,
 };
 
 enum class IntermediateDirectories { no, yes };
 enum class DirectoryAccess { asTheMaskSays, ownerOnly };
 
-/// What the system says of an item. It says nothing of one in a directory that may not be searched, or when
-/// it fails.
+/// Whether an item exists. Unknown if the system refuses to answer, as for a directory that the caller must
+/// not search, or fails.
 enum class ItemPresence { absent, present, unknown };
 
-/// Operations on files and directories. Failures are thrown as `SystemError`, naming the item and the reason.
+/// Operations on files and directories. Failures are thrown as `SystemError`, which names the item and the
+/// reason. Callable from any thread.
 class NSFileManager {
  public:
   /// The one shared manager.
@@ -30,58 +31,55 @@ class NSFileManager {
   NSFileManager(const NSFileManager&) = delete;
   NSFileManager& operator=(const NSFileManager&) = delete;
 
-  /// A writable directory for temporary files, the same for every call and whatever the environment says.
+  /// The writable directory for temporary files. Independent of the environment.
   URL temporaryDirectory() const;
 
-  /// True when a file or directory is there; a link counts as what it leads to. False also where the system
-  /// does not tell, as in a directory that the caller may not search.
+  /// True if an item exists at `path`; links are followed. False also if that cannot be determined.
   bool fileExistsAtPath(const std::string& path) const;
 
-  /// The same question for callers who would lose something by a wrong answer.
+  /// The same for callers to whom a wrong answer would do harm.
   ItemPresence presenceOfItemAtPath(const std::string& path) const;
 
-  /// Whether both are there and are one item; links count as what they lead to.
+  /// Whether both exist and are the same item; links are followed.
   bool leadToOneItem(const URL& one, const URL& other) const;
 
-  /// The directory exists afterwards, and so do its parents when they were asked for. With intermediate
-  /// directories, a directory that is there already is no failure. What is made for the owner only is closed
-  /// to all others from the beginning, whatever the process's mask.
+  /// Creates a directory, with missing parents if asked for; then an existing directory is not a failure.
+  /// With `ownerOnly`, others have no access from the beginning, independently of the umask; parents follow
+  /// the umask.
   void createDirectoryAtURL(const URL& url, IntermediateDirectories intermediates,
                             DirectoryAccess access = DirectoryAccess::asTheMaskSays) const;
 
-  /// An empty file at `path`; false when there is none afterwards.
+  /// Creates an empty file at `path` or truncates an existing one. Returns false on failure.
   bool createFileAtPath(const std::string& path) const;
 
-  /// A file, a link or a whole tree is gone afterwards, however deep it is. Links are removed, never
-  /// followed, and directories of the caller that forbid changes are opened up. On failure part of a tree may
-  /// be gone.
+  /// Removes a file, a link or a tree of any depth. Links are not followed. Directories of the caller that
+  /// forbid changes are made writable first. On failure, part of a tree may have been removed.
   void removeItemAtURL(const URL& url) const;
-  /// The same, unless the item or a directory in it is `spared`, or the system does not tell: that is a
-  /// failure, and the spared item is left with everything in it. Of a directory it is certain; a file or link
-  /// that takes the name between the comparison and the removal goes.
+  /// The same, but fails if the item or a directory in it is `spared` or cannot be compared with it; `spared`
+  /// and its contents are then kept. That is certain for directories; a file or link that takes the name
+  /// between comparison and removal is removed.
   void removeItemAtURL(const URL& url, const HeldItem& spared) const;
 
-  /// A walk of everything below the directory `url`; nothing when that is no directory that can be read. The
-  /// walk reports no failure.
+  /// Walks everything below the directory `url`; nothing unless that is a readable directory. The walk
+  /// ignores failures.
   std::optional<NSDirectoryEnumerator> enumeratorAtURL(const URL& url,
                                                        DirectoryEnumerationOptions options) const;
 
-  /// The item stands at `to` and no longer at `from`. Whatever is at `to` before, an empty directory
-  /// included, is a failure, after which both are as they were. Both places lie on one file system.
+  /// Renames an item. Fails if an item exists at `to`, even an empty directory; both must be on the same file
+  /// system. On failure nothing has changed.
   void moveItemAtURL(const URL& from, const URL& to) const;
 
-  /// Each of the two items stands in the other's place afterwards, and at every instant both places hold one.
-  /// A failure leaves both as they were.
+  /// Exchanges two items atomically: at every instant, both paths name one of them. On failure nothing has
+  /// changed.
   void exchangeItems(const URL& one, const URL& other) const;
 
-  /// Puts `replacement` at `target` and keeps the item that was there as `backupItemName` in the same
-  /// directory.
+  /// Moves `replacement` to `target` and keeps the previous item as `backupItemName` in the same directory.
   ///
-  /// The commit point is one exchange of two names: at every instant a complete item, old or new, stands at
-  /// `target`. The new item is on stable storage before it, the changed names are after it. A process that
-  /// dies before it leaves the new item under the backup's name or still at `replacement`. Where the file
-  /// system cannot exchange names, two renames take its place, and `target` is empty for the instant between
-  /// them. A failure leaves target and replacement as they were; nothing is ever overwritten.
+  /// The commit point is one exchange of two names: at every instant, `target` is a complete item, old or
+  /// new. The new item is on stable storage before the exchange, the names are after it. If the process dies
+  /// before the exchange, the new item is under the backup's name or still at `replacement`. On file systems
+  /// that cannot exchange names, two renames replace it, and `target` does not exist between them. On
+  /// failure, target and replacement are as before; nothing is ever overwritten.
   void replaceItemAt(const URL& target, const URL& replacement, const std::string& backupItemName,
                      ItemReplacementOptions options) const;
 

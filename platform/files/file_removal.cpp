@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW;
 
-/// A directory between the item and the place of work: its name in the one above, and the directories in it
+/// A directory on the path from the item to the current one: its name in its parent, and the subdirectories
 /// that are still to be removed.
 struct Level {
   std::string name;
@@ -64,7 +64,7 @@ class TreeRemoval {
     return uninterrupted([&] { return ::unlinkat(directory.get(), name.c_str(), flags); }) == 0;
   }
 
-  /// Goes into a directory of the tree, opening it up where it forbids changes.
+  /// Enters a directory of the tree, after giving its owner full access if it forbids changes.
   void descend(const FileDescriptor& directory, const std::string& name) {
     FileDescriptor opened = FileDescriptor::tryOpenAt(directory, name, kDirectoryFlags);
     if (!opened.isOpen() && errno == EACCES &&
@@ -73,13 +73,13 @@ class TreeRemoval {
     struct stat status {};
     if (!opened.isOpen() || ::fstat(opened.get(), &status) != 0)
       fail(name, errno);
-    // The name may have become another item's since it was looked at.
+    // By now the name may refer to another item.
     if (spared_ != nullptr && spared_->is(identityOf(status)))
       fail(name, EBUSY);
-    // A file system that is mounted in the tree is not part of it.
+    // A mount point: another file system is not part of the tree.
     if (!levels_.empty() && status.st_dev != levels_.back().identity.device)
       fail(name, EBUSY);
-    // Where that is not allowed, removing what is in it says so.
+    // If this is not permitted, removing the contents reports it.
     if ((status.st_mode & S_IRWXU) != S_IRWXU)
       static_cast<void>(::fchmod(opened.get(), S_IRWXU));
     levels_.push_back({name, identityOf(status), {}});
@@ -108,7 +108,7 @@ class TreeRemoval {
           above.isOpen() ? identityOf(above) : std::optional<FileIdentity>();
       if (!identity)
         fail(name, errno);
-      // The directory was moved while it was being emptied: what is above it now is not ours to remove.
+      // The directory was moved while it was being emptied: its new parent must not be removed.
       if (*identity != levels_.back().identity)
         fail(name, ESTALE);
     }

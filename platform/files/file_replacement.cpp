@@ -8,9 +8,8 @@
 namespace platform {
 namespace {
 
-/// The two steps between names that make up a replacement. They are taken back in reverse order unless they
-/// are committed. Each returns 0 or an error number, with nothing changed by that step. Nothing here needs
-/// memory, so that a step that was taken is always recorded.
+/// The two renames that make up a replacement; undone in reverse order unless committed. Each returns 0, or
+/// an error number with nothing changed. Nothing here allocates, so that every step taken is recorded.
 class ReversibleSteps {
  public:
   ReversibleSteps() = default;
@@ -26,7 +25,7 @@ class ReversibleSteps {
     return record(exchangeNames(one, other), {exchangeNames, &one, &other});
   }
 
-  /// Stops at the first step that cannot be taken back: those before it would move the wrong item.
+  /// Stops at the first step that cannot be undone: undoing an earlier one would move the wrong item.
   void takeBack() noexcept {
     while (count_ > 0 && inverses_.at(count_ - 1).run() == 0)
       --count_;
@@ -57,7 +56,7 @@ class ReversibleSteps {
 void requirePlainName(const std::string& name) {
   if (name.empty() || name == "." || name == ".." ||
       name.find_first_of(std::string_view("/\0", 2)) != std::string::npos)
-    throw SystemError(quoted(name) + " is no name for a backup", EINVAL);
+    throw SystemError(quoted(name) + " is not a valid name for a backup", EINVAL);
 }
 
 }  // namespace

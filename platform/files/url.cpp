@@ -17,7 +17,8 @@ std::string_view componentsAbove(std::string_view path) {
   return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
 }
 
-/// The parent of an absolute path in which only the last component may be a link; the empty text is the root.
+/// The parent of an absolute path in which only the last component may be a link; the empty string is the
+/// root.
 std::string resolvedParent(const std::string& path) {
   std::error_code error;
   if (std::filesystem::is_symlink(path, error)) {
