@@ -13,8 +13,8 @@
 namespace platform {
 namespace {
 
-// What an object costs in memory once it is read, besides its bytes, and what a list may cost as a whole:
-// plenty for any list in which only texts and numbers are shared.
+// The estimated memory of a decoded object beyond its content, and the limit for a list: ample unless
+// containers are shared heavily.
 constexpr std::uint64_t kObjectCost = 128;
 constexpr std::uint64_t kLeastAllowance = std::uint64_t{16} << 20U;
 constexpr std::uint64_t kAllowancePerByte = 256;
@@ -31,7 +31,7 @@ std::uint64_t saturatingSum(std::uint64_t left, std::uint64_t right) {
 }
 
 [[noreturn]] void refuseText() {
-  throw PropertyListError::invalid("it holds a text that is not valid");
+  throw PropertyListError::invalid("it contains a string that is not valid");
 }
 
 void requireText(const BinaryPropertyListObject& object) {
@@ -46,13 +46,13 @@ void requireText(const BinaryPropertyListObject& object) {
     refuseText();
 }
 
-/// Goes through everything that the root leads to without recursion, each object once: what a shared one
-/// costs counts wherever it is referred to, but is known after the first time.
+/// Visits each object that is reachable from the root once, without recursion. The cost of a shared object
+/// counts at every reference.
 class Walk {
  public:
   explicit Walk(const BinaryPropertyListTable& table) : table_(table), visits_(table_.count()) {}
 
-  /// What the whole list costs.
+  /// Returns the cost of the whole list.
   std::uint64_t run() {
     enter(table_.root());
     while (!path_.empty())
@@ -62,9 +62,9 @@ class Walk {
 
  private:
   struct Visit {
-    std::uint64_t cost = 0;    ///< with all that the object contains, as far as seen; 0 before the object is
-    std::uint32_t levels = 0;  ///< of containers from this object on
-    bool isOpen = false;       ///< on the way from the root to the place of work
+    std::uint64_t cost = 0;    ///< of the object and the contents seen so far; 0 before its visit
+    std::uint32_t levels = 0;  ///< of containers, from this object down
+    bool isOpen = false;       ///< on the path from the root to the current object
   };
 
   struct Place {
@@ -93,11 +93,11 @@ class Walk {
     if (visits_[target].isOpen)
       throw PropertyListError::invalid("one of its containers contains itself");
     if (visits_[target].cost == 0)
-      return enter(target);  // and back here once all is known about it
+      return enter(target);  // this reference is read again after the visit
     const bool isKey = place.container.kind == BinaryPropertyListObject::Kind::dictionary &&
                        place.nextReference < references / 2;
     if (isKey && !table_.object(target).isText())
-      throw PropertyListError::invalid("a dictionary has a key that is no text");
+      throw PropertyListError::invalid("a key in one of its dictionaries is not a string");
     count(visits_[target], visits_[place.index]);
     ++place.nextReference;
   }
@@ -136,13 +136,13 @@ PropertyList real(std::string_view bytes) {
   return PropertyList(std::bit_cast<double>(bits));
 }
 
-/// Of a text that `requireText` has accepted.
+/// The value of a string that `requireText` has accepted.
 std::string textOf(const BinaryPropertyListObject& object) {
   return object.kind == BinaryPropertyListObject::Kind::utf16 ? *stringFromUTF16(object.bytes)
                                                               : std::string(object.bytes);
 }
 
-/// The object with everything that it refers to. `Walk` has bounded the depth and the number of copies.
+/// Decodes the object and its contents. `Walk` has limited the depth and the number of copies.
 PropertyList decoded(const BinaryPropertyListTable& table, std::uint64_t index) {
   using Kind = BinaryPropertyListObject::Kind;
   const BinaryPropertyListObject object = table.object(index);
@@ -191,7 +191,7 @@ bool isBinaryPropertyList(std::string_view bytes) {
 PropertyList readBinaryPropertyList(std::string_view bytes) {
   const BinaryPropertyListTable table(bytes);
   if (Walk(table).run() > allowance(bytes.size()))
-    throw PropertyListError::invalid("its objects are shared beyond reason");
+    throw PropertyListError::invalid("its objects are shared too often");
   return decoded(table, table.root());
 }
 

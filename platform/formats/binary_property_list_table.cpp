@@ -16,8 +16,8 @@ constexpr std::uint64_t kWidestNumber = 8;
 
 using ObjectReader = BasicByteReader<&PropertyListError::damaged>;
 
-/// The number of elements of an object that has `low` in its first byte, where 15 announces an integer
-/// object.
+/// The number of elements of an object whose first byte ends in `low`; 15 means that an integer object
+/// follows.
 std::uint64_t readLength(ObjectReader& reader, std::uint64_t low) {
   if (low != kLengthFollows)
     return low;
@@ -38,7 +38,7 @@ std::string_view readElements(ObjectReader& reader, std::uint64_t low, std::uint
 
 BinaryPropertyListTable::BinaryPropertyListTable(std::string_view bytes) {
   if (bytes.size() < kHeader.size() + kTrailerSize || !bytes.starts_with(kHeader))
-    throw PropertyListError::invalid("it is no complete binary list of a known version");
+    throw PropertyListError::invalid("it is not a complete binary list of a known version");
   const std::size_t end = bytes.size() - kTrailerSize;
   const ObjectReader trailer(bytes.substr(end), "its trailer");
   offsetSize_ = trailer.u8(6);
@@ -96,7 +96,7 @@ BinaryPropertyListObject BinaryPropertyListTable::object(std::uint64_t index) co
     case Kind::dictionary:
       return {kind, readElements(reader, low, 2 * referenceSize_)};
   }
-  throw PropertyListError::invalid("it holds an object of an unknown kind");
+  throw PropertyListError::invalid("it contains an object of an unknown kind");
 }
 
 std::uint64_t BinaryPropertyListTable::reference(const BinaryPropertyListObject& container,

@@ -5,9 +5,9 @@
 
 namespace platform {
 
-/// An object of a binary property list: its kind and the bytes that belong to it.
+/// An object of a binary property list: its kind and its content.
 struct BinaryPropertyListObject {
-  /// The upper half of an object's first byte.
+  /// The upper four bits of an object's first byte.
   enum class Kind : std::uint8_t {
     constant = 0x0,
     integer = 0x1,
@@ -15,7 +15,7 @@ struct BinaryPropertyListObject {
     date = 0x3,
     data = 0x4,
     ascii = 0x5,
-    utf16 = 0x6,  ///< with the greater byte first
+    utf16 = 0x6,  ///< big-endian
     identifier = 0x8,
     array = 0xA,
     dictionary = 0xD,
@@ -29,8 +29,8 @@ struct BinaryPropertyListObject {
   bool isText() const { return kind == Kind::ascii || kind == Kind::utf16; }
 };
 
-/// The table of objects of a binary property list, checked against the bounds of the data. Its operations
-/// throw `PropertyListError` for what does not lie within it or is of no known kind.
+/// The objects of a binary property list, by index. Its operations check every offset and length, and throw
+/// `PropertyListError` for an object that is not within the data or not of a known kind.
 class BinaryPropertyListTable {
  public:
   /// `bytes` must outlive the table.
@@ -42,19 +42,18 @@ class BinaryPropertyListTable {
   /// The object at `index`, which is below `count()`.
   BinaryPropertyListObject object(std::uint64_t index) const;
 
-  /// The number of objects to which a container refers; those of a dictionary are first its keys, then its
-  /// values.
+  /// The number of a container's references; those of a dictionary are its keys, followed by its values.
   std::uint64_t referenceCount(const BinaryPropertyListObject& container) const {
     return container.bytes.size() / referenceSize_;
   }
 
-  /// The index, below `count()`, to which a container's reference leads; `position` is below
+  /// The index, below `count()`, of the object that a container refers to at `position`, which is below
   /// `referenceCount()`.
   std::uint64_t reference(const BinaryPropertyListObject& container, std::uint64_t position) const;
 
  private:
-  std::string_view bytes_;    ///< the objects, with the header before them and the table after them
-  std::string_view offsets_;  ///< the table
+  std::string_view bytes_;    ///< everything before the offset table
+  std::string_view offsets_;  ///< the offset table
   std::uint64_t offsetSize_ = 0;
   std::uint64_t referenceSize_ = 0;
   std::uint64_t count_ = 0;

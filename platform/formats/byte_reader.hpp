@@ -11,8 +11,8 @@ namespace platform {
 
 using ByteOrder = std::endian;
 
-/// Reads numbers and spans of untrusted bytes, at an offset or, with the operations called `read...`, at a
-/// position that advances. Whatever is outside of the bytes throws `failure(item)`.
+/// Reads numbers and spans of untrusted bytes: at an offset or, with the operations called `read...`, at a
+/// position that advances. Throws `failure(item)` for a range that is not within the bytes.
 template <auto failure>
 class BasicByteReader {
  public:
@@ -35,7 +35,7 @@ class BasicByteReader {
   bool startsWith(std::uint64_t offset, std::string_view text) const {
     return offset <= size() && bytes_.substr(offset).starts_with(text);
   }
-  /// These bytes as a reader of their own, with the same item and byte order.
+  /// A reader of these bytes alone, with the same item and byte order.
   BasicByteReader part(std::uint64_t offset, std::uint64_t length) const {
     return {bytes(offset, length), item_, order_};
   }

@@ -9,7 +9,7 @@
 
 namespace platform {
 
-/// Bytes of a known size that are read in pieces.
+/// Random access to a known number of bytes, such as those of a file.
 class ByteSource {
  public:
   ByteSource() = default;
@@ -21,11 +21,11 @@ class ByteSource {
 
   virtual std::uint64_t size() const noexcept = 0;
 
-  /// Fills `buffer` from `offset` on. Throws `Error` where there are fewer bytes. Callable from several
-  /// threads.
+  /// Fills `buffer` with the bytes from `offset` on. Throws `Error` if there are fewer. Several threads may
+  /// read at the same time.
   virtual void readAt(std::uint64_t offset, std::span<char> buffer) const = 0;
 
-  /// `length` bytes from `offset` on. Throws `FormatError` where there are fewer, before it takes the memory.
+  /// Returns `length` bytes from `offset` on. Throws `FormatError` if there are fewer, before it allocates.
   std::string read(std::uint64_t offset, std::uint64_t length) const {
     if (!ByteRange{offset, length}.within(size()))
       throw FormatError::truncated("the file");

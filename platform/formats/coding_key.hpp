@@ -7,8 +7,7 @@
 
 namespace platform {
 
-/// The closed set of keys of a record, for an enumeration `Key` whose cases count from 0 in the order of the
-/// names.
+/// The keys of a record: an enumeration `Key`, whose values count from 0, and their names in the same order.
 template <typename Key, std::size_t count>
 class CodingKeySet {
  public:
@@ -16,7 +15,7 @@ class CodingKeySet {
 
   constexpr std::string_view stringValue(Key key) const { return names_.at(static_cast<std::size_t>(key)); }
 
-  /// The key of that name; nothing for a name that is no key.
+  /// The key with that name; nothing if none has it.
   constexpr std::optional<Key> key(std::string_view name) const {
     for (std::size_t index = 0; index < count; ++index) {
       if (names_.at(index) == name)

@@ -11,14 +11,14 @@
 
 namespace platform {
 
-/// Text that is no JSON (RFC 8259), or whose values are not what a record needs.
+/// Text that is not valid JSON (RFC 8259), or whose values do not match the record.
 class DecodingError : public Error {
  public:
   using Error::Error;
 };
 
-/// The members of a JSON object, read by name. Every read is mandatory: a member that is missing, null or of
-/// another type is a `DecodingError`. Of members with one name the last counts.
+/// The members of a JSON object, by name. Reading one that is missing, null or of another type throws
+/// `DecodingError`. Of members with the same name the last counts.
 class KeyedDecodingContainer {
  public:
   enum class Type { null, boolean, number, string, array, object };
@@ -40,12 +40,12 @@ class KeyedDecodingContainer {
   Members members_;
 };
 
-/// Reads a record from JSON text in UTF-8, with or without a byte order mark. A record has a static operation
-/// `decode(const KeyedDecodingContainer&)` that returns it.
+/// Reads a record from JSON text in UTF-8, with or without a byte order mark. A record type has a static
+/// operation `decode(const KeyedDecodingContainer&)` that returns a record.
 class JSONDecoder {
  public:
-  /// Throws `DecodingError` for text that is not one whole JSON value, for a root that is no object, and for
-  /// what the record refuses. Memory stays within a small multiple of the text, and nesting has no limit.
+  /// Throws `DecodingError` unless the text is exactly one JSON object, and what the record throws. Memory is
+  /// a small multiple of the text; the depth of nesting is not limited.
   template <typename Record>
   Record decode(const Data& text) const {
     return Record::decode(container(text));
@@ -55,15 +55,15 @@ class JSONDecoder {
   static KeyedDecodingContainer container(const Data& text);
 };
 
-/// The members of a JSON object that is being written, in the order in which they come.
+/// Collects the members of a JSON object, which are written in the order of the calls.
 class KeyedEncodingContainer {
  public:
   void encode(std::string_view key, std::string_view value);
   void encode(std::string_view key, bool value);
-  // A text literal would otherwise become a truth value.
+  // Otherwise a string literal would be converted to bool.
   void encode(std::string_view key, const char* value) { encode(key, std::string_view(value)); }
 
-  /// Bytes of a text that are not valid UTF-8 stand as U+FFFD.
+  /// The object as JSON text. Bytes that are not valid UTF-8 are replaced by U+FFFD.
   Data json() const;
 
  private:
@@ -72,7 +72,8 @@ class KeyedEncodingContainer {
   std::string members_;
 };
 
-/// Writes a record as JSON text in UTF-8. A record has an operation `encode(KeyedEncodingContainer&) const`.
+/// Writes a record as JSON text in UTF-8. A record type has an operation
+/// `encode(KeyedEncodingContainer&) const`.
 class JSONEncoder {
  public:
   template <typename Record>

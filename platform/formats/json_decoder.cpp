@@ -21,7 +21,7 @@ std::string nameOf(Type type) {
     case Type::number:
       return "a number";
     case Type::string:
-      return "a text";
+      return "a string";
     case Type::array:
       return "an array";
     case Type::object:
@@ -30,15 +30,15 @@ std::string nameOf(Type type) {
   return {};
 }
 
-/// Keeps the members of the root object and passes over whatever is nested in them, so that depth costs
-/// nothing. The signatures, const or not, are those that the parser calls.
+/// Collects the members of the root object and skips everything nested in them, so that depth costs nothing.
+/// The signatures, const or not, are those that the parser calls.
 // NOLINTBEGIN(readability-identifier-naming, readability-convert-member-functions-to-static)
 class RootMembers : public nlohmann::json_sax<nlohmann::json> {
  public:
   KeyedDecodingContainer::Members take() { return std::move(members_); }
   Type rootType() const { return rootType_; }
   bool numberIsTooLarge() const { return numberIsTooLarge_; }
-  /// The place of what is not JSON, counted from 1.
+  /// The position of the first syntax error, counted from 1.
   std::optional<std::size_t> errorPosition() const { return errorPosition_; }
 
   bool null() override { return add({Type::null, false, {}}); }
@@ -128,8 +128,8 @@ std::size_t numberLength(std::string_view text) {
   return has("eE", end) && behindDigits(exponent) > exponent ? behindDigits(exponent) : end;
 }
 
-/// `text` with a zero, and blanks up to the same length, in the place of every number outside of strings. No
-/// number's value is ever looked at, and the parser gives up at one that is beyond its range.
+/// `text` with every number outside of strings replaced by a zero, padded with blanks to the same length.
+/// Numbers are never used, but the parser fails on one that is out of its range.
 std::string withoutNumbers(std::string_view text) {
   std::string result(text);
   bool isInString = false;
@@ -143,7 +143,7 @@ std::string withoutNumbers(std::string_view text) {
       result[position] = '0';
       position += length - 1;
     } else if (text[position] == '-') {
-      // Not JSON. A number behind it must not complete it.
+      // Not JSON. A number after it must not complete it.
       break;
     }
   }
@@ -152,7 +152,7 @@ std::string withoutNumbers(std::string_view text) {
 
 RootMembers parse(std::string_view text) {
   RootMembers members;
-  // A failure is kept in the members.
+  // `members` records a failure.
   static_cast<void>(nlohmann::json::sax_parse(text.begin(), text.end(), &members));
   return members;
 }
@@ -161,7 +161,7 @@ RootMembers parse(std::string_view text) {
 
 KeyedDecodingContainer JSONDecoder::container(const Data& text) {
   const std::string_view bytes = text.bytes();
-  // The parser takes a null character, which no JSON text holds, for the end of the text.
+  // The parser takes a null character, which JSON forbids, for the end of the text.
   const auto null = bytes.find('\0');
   if (null != std::string_view::npos)
     refuse(bytes, null + 1);

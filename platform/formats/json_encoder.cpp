@@ -5,8 +5,8 @@
 namespace platform {
 namespace {
 
-/// Only texts go through the library: its objects need memory to be destroyed, and end the process where
-/// there is none.
+/// Only strings go through the library: destroying its containers allocates, and ends the process if memory
+/// has run out.
 std::string quotedText(std::string_view text) {
   return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }

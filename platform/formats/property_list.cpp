@@ -13,8 +13,7 @@
 namespace platform {
 namespace {
 
-/// Of text in UTF-8, XML 1.0 leaves out the control characters and two code points at the end of the first
-/// plane.
+/// XML 1.0 excludes most control characters, U+FFFE and U+FFFF.
 bool isCarriedByXML(const std::string& text) {
   const auto isControl = [](char character) {
     return character >= 0 && character < ' ' && character != '\t' && character != '\n' && character != '\r';
@@ -39,7 +38,7 @@ std::string escaped(const std::string& text) {
       case '>':
         xml += "&gt;";
         break;
-      case '\r':  // bare, a parser would turn it into a line feed
+      case '\r':  // unescaped, parsers turn it into a line feed
         xml += "&#13;";
         break;
       default:
@@ -117,7 +116,7 @@ class XMLWriter {
 }  // namespace
 
 PropertyListError PropertyListError::invalid(std::string_view reason) {
-  return PropertyListError(sentence("The data is no valid property list", reason));
+  return PropertyListError(sentence("The data is not a valid property list", reason));
 }
 
 PropertyList NSPropertyListSerialization::propertyListWithData(const Data& bytes) {

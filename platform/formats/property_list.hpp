@@ -20,7 +20,7 @@ class PropertyListError : public Error {
  public:
   using Error::Error;
 
-  /// For data that breaks the rules of its format; `reason` is a clause.
+  /// For malformed data; `reason` is a clause.
   static PropertyListError invalid(std::string_view reason);
   static PropertyListError tooDeep() { return invalid("it is nested too deeply"); }
   static PropertyListError damaged(std::string_view item) {
@@ -28,13 +28,13 @@ class PropertyListError : public Error {
   }
 };
 
-/// A value of a property list. It does not change; copies share their content.
+/// An immutable value of a property list. Copies share arrays and dictionaries, also across threads.
 class PropertyList {
  public:
   using Array = std::vector<PropertyList>;
   using Dictionary = std::map<std::string, PropertyList, std::less<>>;
 
-  /// Of containers that are read; deeper than any list that a person or a tool would write.
+  /// The greatest depth of containers that is read, more than any real list has.
   static constexpr std::size_t kGreatestDepth = 512;
 
   PropertyList(std::string string) : value_(std::move(string)) {}    // NOLINT(google-explicit-constructor)
@@ -50,7 +50,7 @@ class PropertyList {
   /// A value of an unsupported type, such as a date.
   static PropertyList other();
 
-  /// The value in one of its forms; null or nothing when it is of another kind. A pointer lives as long as
+  /// The value as one of the types; null or nothing if it is of another type. A pointer is valid as long as
   /// this value.
   const std::string* string() const { return std::get_if<std::string>(&value_); }
   const Data* data() const { return std::get_if<Data>(&value_); }
@@ -60,10 +60,10 @@ class PropertyList {
   std::optional<std::int64_t> integer() const { return scalar<std::int64_t>(); }
   std::optional<double> real() const { return scalar<double>(); }
 
-  /// The value under `key` of a dictionary; null when there is none or this is not a dictionary.
+  /// The value of `key` in a dictionary; null if there is none or this is not a dictionary.
   const PropertyList* valueForKey(std::string_view key) const;
 
-  /// The string under `key` of a dictionary; nothing when there is none.
+  /// The string value of `key` in a dictionary; nothing if there is none.
   std::optional<std::string> stringForKey(std::string_view key) const;
 
  private:
@@ -84,15 +84,14 @@ class PropertyList {
 
 class NSPropertyListSerialization {
  public:
-  /// Reads a property list in XML or in the binary form. Text is taken exactly as it stands and is valid
-  /// UTF-8. Throws `PropertyListError` for anything else, and for lists that are deeper, or of which parts
-  /// are shared more often, than any that a person or tool would write. Hostile data costs no more than its
-  /// size.
+  /// Reads an XML or binary property list. Strings are taken unchanged and are valid UTF-8. Throws
+  /// `PropertyListError` for malformed data, and for lists that are deeper or share objects more than any
+  /// real one. Linear time and memory even on malicious input.
   static PropertyList propertyListWithData(const Data& bytes);
 
-  /// Writes a property list in XML. Throws `PropertyListError` when `list` holds a value of an unread kind,
-  /// or text that XML cannot carry: not valid UTF-8, or with control characters other than tabs and line
-  /// ends.
+  /// Writes an XML property list. Throws `PropertyListError` if `list` contains a value of an unsupported
+  /// type, or a string that XML cannot represent: not valid UTF-8, or with control characters other than tabs
+  /// and line ends.
   static Data dataWithPropertyList(const PropertyList& list);
 };
 

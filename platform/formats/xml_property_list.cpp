@@ -19,11 +19,11 @@ using Parser = std::unique_ptr<std::remove_pointer_t<XML_Parser>, FreeParser>;
 constexpr std::array<std::string_view, 7> kLeaves = {"string", "integer", "real", "true",
                                                      "false",  "date",    "data"};
 
-/// An element that has begun and not ended.
+/// An element whose end has not been read.
 struct Element {
   std::string name;
   std::string text;
-  PropertyList::Array array;  ///< of an array, and of the outermost element with its one value
+  PropertyList::Array array;  ///< of an array; of the document and <plist>, the one value
   PropertyList::Dictionary dictionary;
   std::optional<std::string> key;
 
@@ -32,8 +32,8 @@ struct Element {
   bool isLeaf() const { return is("key") || std::ranges::find(kLeaves, name) != kLeaves.end(); }
 };
 
-/// Builds the list from the parser's calls. A failure inside them is kept until the parser has come back: it
-/// is written in C and lets no exception through.
+/// Builds the list from the parser's callbacks. Exceptions must not cross expat's C frames: the first is
+/// stored and rethrown after XML_Parse.
 class Reader {
  public:
   explicit Reader(std::string_view bytes) : bytes_(bytes), parser_(::XML_ParserCreate(nullptr)) {
@@ -53,7 +53,7 @@ class Reader {
       std::rethrow_exception(failure_);
     if (status != XML_STATUS_OK)
       throw PropertyListError::invalid("line " + std::to_string(::XML_GetCurrentLineNumber(parser_.get())) +
-                                       " is no proper XML (" +
+                                       " is not well-formed XML (" +
                                        ::XML_ErrorString(::XML_GetErrorCode(parser_.get())) + ')');
     return open_.front().array.front();
   }
@@ -96,11 +96,11 @@ class Reader {
     const bool isKnown =
         element.isLeaf() || name == "dict" || name == "array" || (name == "plist" && isOutermost);
     if (!isKnown)
-      throw PropertyListError::invalid("an element of it is unknown");
+      throw PropertyListError::invalid("it contains an unknown element");
     if (parent.isLeaf())
-      throw PropertyListError::invalid("a value of it has elements where text is needed");
+      throw PropertyListError::invalid("one of its values contains elements where text is needed");
     if (parent.is("plist") && !parent.array.empty())
-      throw PropertyListError::invalid("it holds more than one value");
+      throw PropertyListError::invalid("it contains more than one value");
     const bool isKeyPlace = parent.is("dict") && !parent.key;
     if (isKeyPlace != (name == "key"))
       throw PropertyListError::invalid("keys and values do not alternate in one of its dictionaries");
@@ -112,14 +112,14 @@ class Reader {
   void text(std::string_view text) {
     Element& element = open_.back();
     if (element.isLeaf())
-      appendAsItStands(text, element.text);
+      appendUnchanged(text, element.text);
     else if (text.find_first_not_of(" \t\r\n") != std::string_view::npos)
-      throw PropertyListError::invalid("it holds text where elements are needed");
+      throw PropertyListError::invalid("it contains text where elements are needed");
   }
 
-  /// XML turns every line end into a line feed. A name of a file may hold a carriage return, though, and is
-  /// written as it is; the parser reports each line end by itself.
-  void appendAsItStands(std::string_view text, std::string& whole) const {
+  /// The parser turns every line end into a line feed, which it reports by itself. File names may contain a
+  /// carriage return, so the original line end is kept.
+  void appendUnchanged(std::string_view text, std::string& whole) const {
     const auto place = static_cast<std::size_t>(::XML_GetCurrentByteIndex(parser_.get()));
     const bool isReturn = text == "\n" && place < bytes_.size() && bytes_[place] == '\r';
     if (isReturn)
@@ -141,7 +141,7 @@ class Reader {
     if (element.key)
       throw PropertyListError::invalid("a key in one of its dictionaries has no value");
     if (element.is("plist") && element.array.empty())
-      throw PropertyListError::invalid("it holds no value");
+      throw PropertyListError::invalid("it contains no value");
     PropertyList value = valueOf(std::move(element));
     if (parent.is("dict"))
       parent.dictionary.insert_or_assign(*std::exchange(parent.key, std::nullopt), std::move(value));
@@ -161,7 +161,7 @@ class Reader {
 
   std::string_view bytes_;
   Parser parser_;
-  std::vector<Element> open_;  ///< from the whole document, which has no name, to the place of work
+  std::vector<Element> open_;  ///< from the document, which has no name, to the current element
   std::size_t depth_ = 0;      ///< of containers among them
   std::exception_ptr failure_;
 };

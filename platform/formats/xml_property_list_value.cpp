@@ -18,7 +18,7 @@ std::string_view trimmed(std::string_view text) {
 }
 
 [[noreturn]] void refuse(std::string_view kind) {
-  throw PropertyListError::invalid("one of its values is no " + std::string(kind));
+  throw PropertyListError::invalid("one of its values is not " + std::string(kind));
 }
 
 /// The whole of `text` as a number.
@@ -38,7 +38,7 @@ PropertyList integerValue(std::string_view text) {
     text.remove_prefix(2);
   std::uint64_t magnitude = 0;
   if (!parse(text, magnitude, isHexadecimal ? 16 : 10))
-    refuse("integer");
+    refuse("an integer");
   constexpr auto kGreatest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
   if (magnitude > kGreatest + (isNegative ? 1 : 0))
     return PropertyList::other();
@@ -51,7 +51,7 @@ PropertyList realValue(std::string_view text) {
     text.remove_prefix(1);
   double number = 0;
   if (!parse(text, number))
-    refuse("real number");
+    refuse("a real number");
   return PropertyList(number);
 }
 
@@ -62,11 +62,11 @@ PropertyList dateValue(std::string_view text) {
     return form == '0' ? character >= '0' && character <= '9' : character == form;
   });
   if (!matches)
-    refuse("date");
+    refuse("a date");
   return PropertyList::other();
 }
 
-/// What each character stands for in base 64 (RFC 4648); 64 and more for none.
+/// The value of each base 64 digit (RFC 4648); 64 for all other characters.
 constexpr std::array<std::uint8_t, 256> kBase64Digits = [] {
   std::array<std::uint8_t, 256> digits{};
   digits.fill(64);
@@ -93,18 +93,18 @@ PropertyList dataValue(std::string_view text) {
     } else if (character == '=') {
       ++padding;
     } else if (kWhitespace.find(character) == std::string_view::npos) {
-      refuse("data in base 64");
+      refuse("valid base 64");
     }
   }
   const bool isWhole = digits % 4 != 1 && (padding == 0 || (padding <= 2 && (digits + padding) % 4 == 0));
   if (!isWhole)
-    refuse("data in base 64");
+    refuse("valid base 64");
   return PropertyList(Data(std::move(bytes)));
 }
 
 PropertyList truthValue(std::string_view text, bool value) {
   if (!trimmed(text).empty())
-    refuse("truth value");
+    refuse("a truth value");
   return PropertyList(value);
 }
 

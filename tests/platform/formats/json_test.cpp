@@ -45,14 +45,14 @@ TEST(JSONTest, SaysWhatIsWrong) {
   const std::string value = "The JSON value for the key ";
   const std::pair<const char*, std::string> cases[] = {
       {R"({"inner": {"text": "x"}})", value + "\"text\" is missing."},
-      {R"({"text": null})", value + "\"text\" is null where a text is needed."},
-      {R"({"text": 0.5})", value + "\"text\" is a number where a text is needed."},
-      {R"({"text": ["x"]})", value + "\"text\" is an array where a text is needed."},
-      {R"({"text": {"text": "x"}})", value + "\"text\" is an object where a text is needed."},
-      {R"({"text": "", "flag": "true"})", value + "\"flag\" is a text where true or false is needed."},
+      {R"({"text": null})", value + "\"text\" is null where a string is needed."},
+      {R"({"text": 0.5})", value + "\"text\" is a number where a string is needed."},
+      {R"({"text": ["x"]})", value + "\"text\" is an array where a string is needed."},
+      {R"({"text": {"text": "x"}})", value + "\"text\" is an object where a string is needed."},
+      {R"({"text": "", "flag": "true"})", value + "\"flag\" is a string where true or false is needed."},
       {R"([{"text": "x"}])", "The JSON data is an array where an object is needed."},
       {"{\n  \"text\": \"x\",\n  oops\n}", "The data is not valid JSON at line 3, column 3."},
-      {R"({"text": -1e999})", value + "\"text\" is a number where a text is needed."},
+      {R"({"text": -1e999})", value + "\"text\" is a number where a string is needed."},
       {"1e999", "The JSON data is a number where an object is needed."},
       {R"({"more": 1e999, "text": "x", "flag": 1e})", "The data is not valid JSON at line 1, column 40."},
   };

@@ -159,9 +159,9 @@ TEST(PropertyListTest, ReadsXML) {
 
 TEST(PropertyListTest, RefusesWhatIsNoListInXML) {
   const std::pair<std::string, std::string> cases[] = {
-      {"", "no proper XML"},
-      {"bplist", "no complete binary list"},
-      {"<plist/>", "holds no value"},
+      {"", "not well-formed XML"},
+      {"bplist", "not a complete binary list"},
+      {"<plist/>", "contains no value"},
       {plist("<string>a</string><string>b</string>"), "more than one value"},
       {plist("<true/>") + "garbage", "junk after"},
       {plist("<uid>1</uid>"), "unknown"},
@@ -171,15 +171,15 @@ TEST(PropertyListTest, RefusesWhatIsNoListInXML) {
       {plist("<dict><key>a</key><key>b</key></dict>"), "keys and values"},
       {plist("<array>a</array>"), "text where elements are needed"},
       {plist("<string><true/></string>"), "elements where text is needed"},
-      {plist("<integer>12x</integer>"), "no integer"},
-      {plist("<integer>99999999999999999999</integer>"), "no integer"},
-      {plist("<real>1,5</real>"), "no real number"},
-      {plist("<true>x</true>"), "no truth value"},
-      {plist("<date>yesterday</date>"), "no date"},
+      {plist("<integer>12x</integer>"), "not an integer"},
+      {plist("<integer>99999999999999999999</integer>"), "not an integer"},
+      {plist("<real>1,5</real>"), "not a real number"},
+      {plist("<true>x</true>"), "not a truth value"},
+      {plist("<date>yesterday</date>"), "not a date"},
       {plist("<data>aQ==aQ==</data>"), "base 64"},
       {plist("<data>aQ=</data>"), "base 64"},
-      {plist("<string>\xED\xA0\x80</string>"), "no proper XML"},
-      {plist(std::string("<string>\0</string>", 18)), "no proper XML"},
+      {plist("<string>\xED\xA0\x80</string>"), "not well-formed XML"},
+      {plist(std::string("<string>\0</string>", 18)), "not well-formed XML"},
       {"<!DOCTYPE plist SYSTEM 'x'>" + plist("<string>&a;</string>"), "unknown entity"},
       {"<!DOCTYPE plist [<!ENTITY a 'b'>]>" + plist("<string>&a;</string>"), "declares an entity"}};
   for (const auto& [bytes, reason] : cases)
@@ -216,11 +216,11 @@ TEST(PropertyListTest, RefusesDangerousBinaryLists) {
         "\x6F\x13\x80\0\0\0\0\0\0\x01"s + "ab", "\xA1\x07"s})
     expectRefused(single(object), "object");
   for (const std::string& text : {"\x51\xC4"s, "\x53"s + "a\0b"s, "\x61\xD8\x00"s, "\x62\xD8\x00\x00\x41"s})
-    expectRefused(single(text), "text that is not valid");
+    expectRefused(single(text), "string that is not valid");
 
   BinaryPropertyListBuilder keys;
   const auto number = keys.add("\x10\x01");
-  expectRefused(keys.finish(keys.dictionary({number}, {number})), "key that is no text");
+  expectRefused(keys.finish(keys.dictionary({number}, {number})), "dictionaries is not a string");
   BinaryPropertyListBuilder circle;
   expectRefused(circle.finish(circle.array({circle.array({0, 1})})), "contains itself");
 }
@@ -245,10 +245,10 @@ TEST(PropertyListTest, NeitherDepthNorSharingOverwhelmsTheReader) {
   std::uint32_t inner = shared.ascii("x");
   for (int level = 0; level < 60; ++level)
     inner = shared.array({inner, inner});
-  expectRefused(shared.finish(inner), "shared beyond reason");
+  expectRefused(shared.finish(inner), "shared too often");
   BinaryPropertyListBuilder large;
   const auto text = large.data(std::string(1 << 20, 'x'));
-  expectRefused(large.finish(large.array(std::vector<std::uint32_t>(1 << 16, text))), "shared beyond reason");
+  expectRefused(large.finish(large.array(std::vector<std::uint32_t>(1 << 16, text))), "shared too often");
 }
 
 TEST(PropertyListTest, ReadsLargeListsInLinearTime) {
