@@ -27,7 +27,7 @@ using Method = openssl::Handle<EVP_MD, &::EVP_MD_free>;
   throw Error(std::string("The digest ") + implementation(algorithm).name + " could not be computed.");
 }
 
-/// Looked up once: the lookup costs more than the digest of a page.
+/// Fetched once: fetching takes longer than digesting a page.
 const EVP_MD* method(DigestAlgorithm algorithm) {
   static const std::array<Method, 4> kMethods = [] {
     std::array<Method, 4> methods;

@@ -10,10 +10,11 @@ namespace platform {
 /// The digests of FIPS 180-4 that signatures use.
 enum class DigestAlgorithm { sha1, sha256, sha384, sha512 };
 
-/// The bytes of a whole digest.
+/// The length of a digest, in bytes.
 std::size_t digestSize(DigestAlgorithm algorithm) noexcept;
 
-/// A digest under way. One object serves for any number of messages, one after the other.
+/// Computes the digests of any number of messages, one after the other. Throws `Error` when the library
+/// fails. Different threads use different objects.
 class Digest {
  public:
   explicit Digest(DigestAlgorithm algorithm);
@@ -23,7 +24,7 @@ class Digest {
 
   void update(std::string_view bytes);
 
-  /// The digest of what was added since the last call, in its raw bytes.
+  /// The raw digest of all bytes since the last call; the next message begins.
   std::string finish();
 
  private:
@@ -35,7 +36,7 @@ class Digest {
   std::unique_ptr<Context> context_;
 };
 
-/// The digest of one message, in its raw bytes.
+/// The raw digest of one message.
 std::string digestOf(DigestAlgorithm algorithm, std::string_view bytes);
 
 }  // namespace platform

@@ -12,7 +12,7 @@ Bio bytesStream(std::string_view bytes) {
     throw FormatError("it is too long");
   Bio stream(::BIO_new_mem_buf(bytes.empty() ? "" : bytes.data(), static_cast<int>(bytes.size())));
   if (!stream)
-    throw Error("There is no memory left.");
+    throw Error("Out of memory.");
   return stream;
 }
 

@@ -13,12 +13,12 @@
 #include <memory>
 #include <string_view>
 
-/// Owners of the library's objects. Every source that uses the library includes this header.
+/// Owners of OpenSSL's objects. Every source that uses the library includes this header.
 namespace platform::openssl {
 
-/// The library's configuration file is not loaded: the environment may name another file, which could replace
-/// the implementation of a digest. This is settled before the first use of the library.
-// NOLINTNEXTLINE(cert-err58-cpp): a function of C throws nothing
+/// Keeps the library from loading its configuration file, whose path the environment may override and which
+/// could replace the implementation of a digest. Initialised before the first use of the library.
+// NOLINTNEXTLINE(cert-err58-cpp): a C function throws nothing
 inline const bool kConfigurationIsSkipped = ::OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr) == 1;
 
 template <auto release>
@@ -58,18 +58,19 @@ using AlgorithmIdentifier = Handle<X509_ALGOR, &::X509_ALGOR_free>;
 using Store = Handle<X509_STORE, &::X509_STORE_free>;
 using StoreContext = Handle<X509_STORE_CTX, &::X509_STORE_CTX_free>;
 using TimeStampContext = Handle<TS_VERIFY_CTX, &::TS_VERIFY_CTX_free>;
-/// Owns its certificates.
+/// Owns the list and its certificates.
 using Certificates = Handle<STACK_OF(X509), &releaseCertificates>;
 using Elements = Handle<STACK_OF(ASN1_TYPE), &releaseElements>;
-/// Owns the list alone.
+/// Owns the list only.
 using CertificateList = Handle<STACK_OF(X509), &releaseStack>;
 
-/// A stream over bytes that outlive it.
+/// A read-only stream over `bytes`, which must outlive it. Throws `FormatError` for 2 GiB or more.
 Bio bytesStream(std::string_view bytes);
 
-/// The object of a dotted identifier.
+/// The object identifier in dotted form, such as "1.2.840.113549"; null if it is malformed.
 Object objectIdentifier(std::string_view dotted);
 
+/// The content of `string`, valid as long as it is.
 inline std::string_view bytesOf(const ASN1_STRING* string) {
   return {reinterpret_cast<const char*>(::ASN1_STRING_get0_data(string)),
           static_cast<std::size_t>(::ASN1_STRING_length(string))};

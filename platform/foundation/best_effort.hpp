@@ -4,17 +4,17 @@
 
 namespace platform {
 
-/// Runs a step whose failure does not matter to the caller. Any exception is dropped.
+/// Runs `step` and ignores any exception.
 template <typename Step>
 void bestEffort(Step&& step) noexcept {
   try {
     std::forward<Step>(step)();
   } catch (...) {
-    // What the caller is about matters more than this step.
+    // Best effort: the caller goes on as if the step had succeeded.
   }
 }
 
-/// Runs a clean-up step when its scope is left, by a return or an exception, as a best effort.
+/// Runs a clean-up step, as a best effort, when its scope is left by a return or an exception.
 template <typename Step>
 class ScopeExit {
  public:

@@ -6,7 +6,7 @@
 
 namespace platform {
 
-/// A range of bytes, or of other units, from `offset` on.
+/// `length` bytes, or other units, from `offset` on.
 struct ByteRange {
   std::uint64_t offset = 0;
   std::uint64_t length = 0;

@@ -7,7 +7,7 @@
 
 namespace platform {
 
-/// A set of Unicode scalars, made of whole general categories and of single scalars.
+/// A set of Unicode scalars: whole general categories and single scalars.
 class CharacterSet {
  public:
   /// General categories Lu and Lt.
@@ -16,9 +16,9 @@ class CharacterSet {
   static CharacterSet decimalDigits();
   /// General categories L*, M* and N*.
   static CharacterSet alphanumerics();
-  /// General category Z*, the tab, the line ends U+000A to U+000D and U+0085.
+  /// General categories Z*, the tab, and the line ends U+000A to U+000D and U+0085.
   static CharacterSet whitespacesAndNewlines();
-  /// The characters of a text of ASCII characters.
+  /// The characters of an ASCII string.
   static CharacterSet charactersIn(std::string_view ascii);
 
   CharacterSet unionWith(const CharacterSet& other) const;
@@ -30,7 +30,7 @@ class CharacterSet {
   std::set<char32_t> scalars_;
 };
 
-/// True when `text` is valid UTF-8 and `predicate` holds for every scalar of it, from the first on.
+/// True if `text` is valid UTF-8 and `predicate`, called in order, is true for each of its scalars.
 bool allScalars(std::string_view text, const std::function<bool(char32_t)>& predicate);
 
 }  // namespace platform

@@ -5,13 +5,13 @@
 
 namespace platform {
 
-/// A moment, for deadlines. The default is now. The clock behind it runs evenly, whatever the wall clock is
-/// set to meanwhile, and stands still while the machine sleeps.
+/// A point in time, for deadlines; now by default. Its clock is monotonic: changes of the wall clock do not
+/// affect it, and it does not advance during suspend.
 class Date {
  public:
   Date() : time_(std::chrono::steady_clock::now()) {}
 
-  /// The moment `seconds` later, or earlier for a negative number; clamped to what the clock can express.
+  /// The time `seconds` later, or earlier for a negative number; clamped to the clock's range.
   Date addingTimeInterval(double seconds) const;
 
   auto operator<=>(const Date&) const =

@@ -32,10 +32,11 @@ class LocalizedError : public Error {
   std::optional<std::string> errorDescription() const { return localizedDescription(); }
 };
 
-/// A failed call to the operating system; `what` names the operation, the system gives the reason.
+/// A failed call to the operating system.
 class SystemError : public Error {
  public:
-  /// `errorNumber` is the value of `errno`, saved before any other call.
+  /// `what` is the first half of the sentence, such as "X could not be opened". `errorNumber` is the value of
+  /// `errno`, saved before any other call; it provides the reason.
   SystemError(std::string_view what, int errorNumber);
 
   int errorNumber() const noexcept { return errorNumber_; }
@@ -56,7 +57,7 @@ class ItemError : public Error {
   std::shared_ptr<const std::string> reason_;
 };
 
-/// Bytes that break the rules of their format.
+/// Bytes that violate the rules of their format.
 class FormatError : public ItemError {
  public:
   using ItemError::ItemError;
@@ -69,7 +70,8 @@ class FormatError : public ItemError {
 /// What failed and why, as one sentence: "`what`: `reason`." The reason is a clause.
 std::string sentence(std::string_view what, std::string_view reason);
 
-/// The same for a cause with a clause. A cause with a sentence follows the colon as it is.
+/// The same with the reason of `cause`: the clause of an `ItemError`, the whole sentence of any other
+/// failure.
 std::string sentence(std::string_view what, const Error& cause);
 
 /// A path or name in double quotes, for a sentence. Control characters, directional formatting characters,

@@ -7,9 +7,9 @@
 namespace platform {
 
 UUID::UUID() {
-  // A request of up to 256 bytes is never answered in part.
+  // Requests of up to 256 bytes are never filled partially.
   if (uninterrupted([&] { return ::getrandom(bytes_.data(), bytes_.size(), 0); }) < 0)
-    throw SystemError("No random identifier could be made", errno);
+    throw SystemError("A random identifier could not be created", errno);
   bytes_[6] = static_cast<std::uint8_t>((bytes_[6] & 0x0FU) | 0x40U);
   bytes_[8] = static_cast<std::uint8_t>((bytes_[8] & 0x3FU) | 0x80U);
 }

@@ -12,8 +12,8 @@ class CancellationError : public Error {
   CancellationError();
 };
 
-/// A unit of work that can be cancelled. During the life of a `Scope` it is the calling thread's task;
-/// outside every scope, a thread has no task and is never cancelled.
+/// A unit of work that can be cancelled. While a `Scope` exists, it is the task of the thread that made the
+/// scope; a thread without a scope has no task and is never cancelled.
 class Task {
  public:
   Task() = default;
@@ -23,7 +23,8 @@ class Task {
   /// Cancels the task permanently; callable from any thread.
   void cancel() noexcept { cancelled_.store(true); }
 
-  /// Makes a task the calling thread's task until the end of the scope. The task must outlive the scope.
+  /// Makes a task the calling thread's until the scope ends, which restores the previous one. The task must
+  /// outlive the scope.
   class Scope {
    public:
     explicit Scope(const Task& task) noexcept;

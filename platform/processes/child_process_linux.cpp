@@ -12,10 +12,10 @@ namespace {
 void keepStatusOfChildren() {
   struct sigaction action {};
   if (::sigaction(SIGCHLD, nullptr, &action) != 0)
-    throw SystemError("The state of a signal could not be read", errno);
+    throw SystemError("The disposition of SIGCHLD could not be read", errno);
   const bool discards = action.sa_handler == SIG_IGN || (action.sa_flags & SA_NOCLDWAIT) != 0;
   if (discards && ::signal(SIGCHLD, SIG_DFL) == SIG_ERR)
-    throw SystemError("The state of a signal could not be changed", errno);
+    throw SystemError("The disposition of SIGCHLD could not be changed", errno);
 }
 
 }  // namespace
@@ -44,9 +44,9 @@ bool ChildProcess::collect(int waitOptions) {
   int status = 0;
   const pid_t collected = uninterrupted([&] { return ::waitpid(identifier_, &status, waitOptions); });
   if (collected < 0) {
-    // The identifier may be another process's by now, which must not be signalled.
+    // By now the identifier may be another process's, which must not be signalled.
     hasEnded_ = true;
-    throw SystemError("The end of a program could not be awaited", errno);
+    throw SystemError("Waiting for a program failed", errno);
   }
   if (collected == 0)
     return false;

@@ -9,8 +9,8 @@ namespace platform {
 std::vector<char*> inheritedEnvironment();
 
 /// Empties the environment of the process, given as `main` receives it, and keeps its variables for
-/// `inheritedEnvironment`. To be called once, before any library can have read a variable; allocates nothing
-/// and does not use the C library.
+/// `inheritedEnvironment`. To be called once, before any library can read a variable. Neither allocates nor
+/// calls the C library.
 void moveEnvironmentAside(char** environment) noexcept;
 
 }  // namespace platform

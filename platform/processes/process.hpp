@@ -14,28 +14,27 @@ class ProcessInfo {
   /// Every argument, the program's name first. Throws `SystemError` when the system does not provide them.
   static std::vector<std::string> arguments();
 
-  /// To be called before anything is opened or written. Afterwards the descriptors of the standard streams
-  /// are in use, those that were closed by a stream without content, so that no other file gets their
-  /// numbers; and writing to a pipe without a reader, or past a size limit, is a failed write instead of the
-  /// end of the process.
+  /// To be called before anything is opened or written. Opens closed standard streams on /dev/null, so that
+  /// no other file gets their descriptors, and ignores SIGPIPE and SIGXFSZ, so that a write to a pipe without
+  /// a reader or past a size limit fails instead of ending the process.
   static void secureStandardStreams();
 };
 
 /// The calling thread.
 class NSThread {
  public:
-  /// Blocks for `seconds`, also when signals interrupt; returns at once for 0 or less.
+  /// Blocks for `seconds`, even if interrupted by signals; returns at once for 0 or less.
   static void sleepForTimeInterval(double seconds);
 };
 
 /// The installation that the running program belongs to: the directory two levels above its executable, at
-/// its present path. Throws `SystemError` when the system does not provide that.
+/// its current path. Throws `SystemError` when the system does not provide that.
 URL installationPrefix();
 
 inline constexpr int kSignalKill = 9;
 inline constexpr int kNotPermitted = 1;
 
-/// Sends `signal` to a process; 0 only tests whether it exists. Returns 0 or the error number, which is
+/// Sends `signal` to a process; 0 only checks whether it exists. Returns 0 or the error number, which is
 /// `kNotPermitted` for a process that exists but belongs to another user.
 int kill(std::int32_t processIdentifier, int signal) noexcept;
 

@@ -15,43 +15,43 @@ enum class Session { inherited, own };
 /// How a program is started.
 struct SpawnRequest {
   URL executable;
-  std::vector<std::string> arguments;  ///< without the program's own name
-  /// Descriptors for 0, 1 and 2, each either that number itself or greater than 2. The caller keeps them.
+  std::vector<std::string> arguments;  ///< without the program's name
+  /// The descriptors that become 0, 1 and 2; each is that number already or greater than 2. The caller keeps
+  /// ownership.
   std::array<int, 3> standardStreams;
   Session session = Session::inherited;
   std::string workingDirectory = {};  ///< empty: the caller's
   /// As "NAME=VALUE"; absent: `inheritedEnvironment()`.
   std::optional<std::vector<std::string>> environment = {};
-  /// The system kills the program when the calling thread ends, and thus whenever this process ends.
+  /// The program is killed when the calling thread ends (PR_SET_PDEATHSIG), and thus when this process ends.
   bool diesWithParent = false;
 };
 
-/// Starts a program with default signal dispositions, no blocked signal and no descriptor but its standard
-/// streams, and returns its process identifier once it executes; there is no time limit for that. The
-/// caller's standard streams must be open. Throws `SystemError` when the program cannot be executed; then no
-/// process remains.
+/// Starts a program with default signal dispositions, no blocked signals and no descriptors but its standard
+/// streams. Returns its process identifier once it executes, without a time limit. The caller's standard
+/// streams must be open. Callable from any thread. Throws `SystemError` if the program cannot be executed;
+/// then no process remains.
 std::int32_t spawn(const SpawnRequest& request);
 
-/// A program that this one started. If it still runs at the end of the object's life, it is killed and
-/// collected.
+/// A child process. If it still runs, the destructor kills and reaps it.
 class ChildProcess {
  public:
-  /// Starts the program as `spawn` does.
+  /// Starts the program as `spawn` does. If SIGCHLD is ignored, its default disposition is restored first.
   explicit ChildProcess(const SpawnRequest& request);
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
   ~ChildProcess();
 
-  /// True until the process has ended.
+  /// Whether the process still runs; reaps it otherwise.
   bool isRunning();
 
   /// Blocks until the process has ended.
   void wait();
 
-  /// The process identifier; refers to this process until it has been found ended.
+  /// The process identifier; valid until the process has been reaped.
   std::int32_t identifier() const noexcept { return identifier_; }
 
-  /// The exit status, or the number of the signal that ended the process. Valid once it has been found ended.
+  /// The exit status, or the number of the signal that ended the process; valid once it has been reaped.
   std::int32_t status() const noexcept { return status_; }
 
  private:

@@ -126,7 +126,7 @@ std::int32_t spawn(const SpawnRequest& request) {
   words.insert(words.end(), request.arguments.begin(), request.arguments.end());
   for (const std::string& word : words) {
     if (word.find('\0') != std::string::npos)
-      throw SystemError("An argument for " + quoted(request.executable.path()) + " holds a null character",
+      throw SystemError("An argument for " + quoted(request.executable.path()) + " contains a null character",
                         EINVAL);
   }
   const std::vector<char*> arguments = pointersTo(words);
@@ -149,7 +149,7 @@ std::int32_t spawn(const SpawnRequest& request) {
     reason = errno;
     ::kill(child, SIGKILL);
   }
-  // Where SIGCHLD is ignored, the child is collected by the system and this fails after its end.
+  // If SIGCHLD is ignored, the system reaps the child, and this fails with ECHILD once it has ended.
   static_cast<void>(uninterrupted([child] { return ::waitpid(child, nullptr, 0); }));
   fail(request, reason);
 }

@@ -13,33 +13,33 @@
 namespace platform {
 
 /// A child process. It starts with the caller's environment and working directory, default signal
-/// dispositions, no blocked signal, and no descriptor but the three standard streams. If it still runs at the
-/// end of the object's life, it is killed and collected.
+/// dispositions, no blocked signals, and no descriptors but the three standard streams. If it still runs, the
+/// destructor kills and reaps it.
 ///
-/// The platform's tools "/usr/bin/hdiutil", "/usr/bin/ditto" and "/usr/bin/open" are those of the
-/// installation that the program belongs to, in its libexec/quorin; the host's programs of those names are
-/// never run.
+/// "/usr/bin/hdiutil", "/usr/bin/ditto" and "/usr/bin/open" are looked up in libexec/quorin of the
+/// installation that the calling program belongs to; the host's programs of those names are never run.
 class NSTask {
  public:
   void setExecutableURL(const URL& url) { executable_ = url; }
   void setArguments(std::vector<std::string> arguments) { arguments_ = std::move(arguments); }
-  /// The caller keeps the handles, which must be open at the launch. All three must be set before it.
+  /// All three must be set before the launch. The caller owns the handles and keeps them open until then.
   void setStandardInput(const NSFileHandle& handle) { standardStreams_[0] = &handle; }
   void setStandardOutput(const NSFileHandle& handle) { standardStreams_[1] = &handle; }
   void setStandardError(const NSFileHandle& handle) { standardStreams_[2] = &handle; }
 
-  /// Returns once the program executes. Throws `SystemError` when it cannot be started. Once per object.
+  /// To be called once. Returns once the program executes. Throws `SystemError` if it cannot be started.
   void launchAndReturnError();
 
-  /// True until the process has ended.
+  /// Whether the process still runs; false before the launch.
   bool isRunning() { return process_ && process_->isRunning(); }
 
   /// Sends SIGTERM to the process unless it has ended.
   void terminate();
 
+  /// Blocks until the process has ended.
   void waitUntilExit();
 
-  /// The process identifier; refers to this process until it has been found ended.
+  /// The process identifier; valid until the process has been found ended.
   std::int32_t processIdentifier() const { return process_.value().identifier(); }
 
   /// The exit status, or the number of the signal that ended the process. Valid once it has been found ended.

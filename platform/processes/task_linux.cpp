@@ -25,7 +25,7 @@ void NSTask::launchAndReturnError() {
 }
 
 void NSTask::terminate() {
-  // Until the process is collected, its identifier cannot be reused.
+  // Until the process is reaped, its identifier cannot be reused.
   if (isRunning())
     ::kill(process_->identifier(), SIGTERM);
 }

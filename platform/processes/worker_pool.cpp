@@ -25,7 +25,7 @@ WorkerPool::WorkerPool(std::size_t threads, std::size_t longestQueue) : longestQ
     while (threads_.size() < threads)
       threads_.emplace_back([this] { work(); });
   } catch (const std::exception&) {
-    // A limit of threads or of memory: those that exist do the work.
+    // A limit on threads or memory: the existing threads do the work.
   }
 }
 
@@ -92,8 +92,8 @@ void WorkerPool::work() noexcept {
 
 void WorkerPool::end(std::uint64_t number, std::exception_ptr failure) {
   --running_;
-  // Jobs begin in the order of submission: any that could fail in an earlier one's place is running already,
-  // and what is queued comes later.
+  // Jobs start in the order of submission: those submitted before this one have started already, and queued
+  // ones come later.
   if (failure && (!failure_ || number < failedNumber_)) {
     failure_ = std::move(failure);
     failedNumber_ = number;

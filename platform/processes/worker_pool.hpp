@@ -13,7 +13,7 @@
 namespace platform {
 
 /// Runs jobs on threads of its own, in the order of their submission, with a bounded queue. After a failure
-/// no further job is begun; of several failures, that of the job submitted first is reported.
+/// no further job is started; of several failures, that of the job submitted first is reported.
 ///
 /// One thread submits; jobs must not submit jobs.
 class WorkerPool {
@@ -26,7 +26,7 @@ class WorkerPool {
   WorkerPool(std::size_t threads, std::size_t longestQueue);
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
-  /// Drops the jobs that have not begun and waits for those that have. Failures are ignored.
+  /// Drops the jobs that have not started and waits for the others. Failures are ignored.
   ~WorkerPool();
 
   /// Queues the job; blocks while the queue is full. Throws what a job has thrown.
