@@ -4,8 +4,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cstdlib>
+#include <cerrno>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -198,13 +199,10 @@ URL resolved(const URL& url) {
   struct stat status {};
   if (::lstat(url.path().c_str(), &status) != 0 || !S_ISLNK(status.st_mode))
     return url;
-  struct Free {
-    void operator()(char* memory) const noexcept { std::free(memory); }
-  };
-  const std::unique_ptr<char, Free> path(::realpath(url.path().c_str(), nullptr));
-  if (path == nullptr)
+  const std::optional<URL> target = resolvingLinks(url);
+  if (!target)
     throw SystemError(quoted(url.path()) + " could not be examined", errno);
-  return URL::fileURLWithPath(path.get());
+  return *target;
 }
 
 Entry entryAt(const URL& url) {

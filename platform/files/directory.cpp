@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 
 #include "platform/files/directory_reader.hpp"
 #include "platform/foundation/error.hpp"
@@ -108,10 +109,10 @@ std::vector<std::string> Directory::names() const {
   return names;
 }
 
-std::vector<DirectoryEntry> Directory::entries() const {
+std::vector<ListedItem> Directory::entries() const {
   std::vector<std::string> sorted = names();
   std::sort(sorted.begin(), sorted.end());
-  std::vector<DirectoryEntry> entries;
+  std::vector<ListedItem> entries;
   for (std::string& name : sorted) {
     if (const std::optional<ItemStatus> status = statusOf(name))
       entries.push_back({*status, std::move(name)});
@@ -153,6 +154,14 @@ FileDescriptor Entry::open(int flags, unsigned mode) const {
   if (!opened.isOpen())
     throw SystemError(quoted(path()) + " could not be opened", errno);
   return opened;
+}
+
+std::optional<URL> resolvingLinks(const URL& url) {
+  struct Free {
+    void operator()(char* path) const noexcept { std::free(path); }
+  };
+  const std::unique_ptr<char, Free> path(::realpath(systemPath(url), nullptr));
+  return path ? std::optional(URL::fileURLWithPath(path.get())) : std::nullopt;
 }
 
 }  // namespace platform

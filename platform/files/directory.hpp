@@ -45,7 +45,8 @@ struct ItemStatus {
 
 ItemStatus itemStatus(const struct stat& status);
 
-struct DirectoryEntry : ItemStatus {
+/// An item as a listing of its directory gives it.
+struct ListedItem : ItemStatus {
   std::string name;
 };
 
@@ -78,7 +79,7 @@ class Directory {
   /// All names but "." and "..", in the file system's order.
   std::vector<std::string> names() const;
   /// All items, sorted by name.
-  std::vector<DirectoryEntry> entries() const;
+  std::vector<ListedItem> entries() const;
 
   const std::string& path() const noexcept { return state_->path; }
   /// The path of the item `name`; the directory's own for ".".
@@ -115,6 +116,10 @@ struct Entry {
   /// device. Throws `SystemError`.
   FileDescriptor open(int flags, unsigned mode = 0) const;
 };
+
+/// The absolute location of the item that `url` leads to, with all links resolved. Nothing, with the reason
+/// in `errno`, when the item does not exist or cannot be reached.
+std::optional<URL> resolvingLinks(const URL& url);
 
 /// Renames unless the new name exists. Returns 0, or the error number with nothing changed.
 int renameExclusively(const Entry& from, const Entry& to);

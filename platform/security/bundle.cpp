@@ -35,7 +35,7 @@ constexpr std::size_t kMostVersions = 32;
 }
 
 /// Nothing seals these files: they must not be able to run.
-bool mayBeUnsealed(const DirectoryEntry& entry, std::span<const std::string_view> names) {
+bool mayBeUnsealed(const ListedItem& entry, std::span<const std::string_view> names) {
   return entry.kind == ItemKind::file && !entry.isExecutable &&
          std::find(names.begin(), names.end(), entry.name) != names.end();
 }
@@ -72,7 +72,7 @@ std::vector<std::string> components(std::string_view path) {
 std::string nameOnDisk(const Directory& directory, const std::string& name) {
   if (directory.kindOf(name))
     return name;
-  for (const DirectoryEntry& entry : directory.entries()) {
+  for (const ListedItem& entry : directory.entries()) {
     if (sealKey(entry.name) == sealKey(name))
       return entry.name;
   }
@@ -132,14 +132,14 @@ std::optional<std::string> versionNamed(const Directory& versions, std::string n
 
 std::vector<Bundle> openVersions(const Directory& root) {
   const Directory versions = root.subdirectory(kVersions);
-  const auto leadsToItem = [&](const DirectoryEntry& entry) {
+  const auto leadsToItem = [&](const ListedItem& entry) {
     if (entry.kind != ItemKind::link)
       return false;
     const std::vector<std::string> target = downwardTarget(root, entry.name);
     return target.size() == 3 && target[0] == kVersions && versionNamed(versions, target[1]) &&
            target[2] == entry.name;
   };
-  for (const DirectoryEntry& entry : root.entries()) {
+  for (const ListedItem& entry : root.entries()) {
     if (entry.name != kVersions && !leadsToItem(entry) && !mayBeUnsealed(entry, kUnsealedFrameworkFiles))
       refuseUnsealed(root, entry.name);
   }
@@ -147,7 +147,7 @@ std::vector<Bundle> openVersions(const Directory& root) {
   if (!current || current == kCurrent)
     throw Error(quoted(root.path()) + " has no current version.");
   std::vector<Bundle> bundles;
-  for (const DirectoryEntry& entry : versions.entries()) {
+  for (const ListedItem& entry : versions.entries()) {
     if (mayBeUnsealed(entry, kUnsealedVersionFiles) ||
         (entry.kind == ItemKind::link && versionNamed(versions, entry.name)))
       continue;
@@ -181,7 +181,7 @@ std::vector<Bundle> openBundles(const Directory& root) {
     return openVersions(root);
   if (!root.kindOf(kContents))
     return {readBundle(root, root, {})};
-  for (const DirectoryEntry& entry : root.entries()) {
+  for (const ListedItem& entry : root.entries()) {
     if (entry.name != kContents && !mayBeUnsealed(entry, kUnsealedFiles))
       refuseUnsealed(root, entry.name);
   }

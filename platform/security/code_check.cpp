@@ -85,7 +85,7 @@ void CodeCheck::checkBundle(Bundle bundle, const Acceptance& accept, unsigned de
       return std::make_shared<const ResourceSeal>(ResourceSeal::read(Data(files.resources)));
     });
     work_.parse(path, seal->rules.size() * kBytesOfAState);
-    const auto nested = [&](const Directory& parent, const DirectoryEntry& entry, const SealedCode& sealed) {
+    const auto nested = [&](const Directory& parent, const ListedItem& entry, const SealedCode& sealed) {
       checkNested(parent, entry, sealed, depth);
     };
     ResourceCheck(bundle, std::move(seal), nested, work_, pool_).run();
@@ -109,7 +109,7 @@ void CodeCheck::submitPages(const std::shared_ptr<const SignedCode>& code) {
     submitPageChecks(code, slice, work_, pool_);
 }
 
-void CodeCheck::checkNested(const Directory& parent, const DirectoryEntry& entry, const SealedCode& sealed,
+void CodeCheck::checkNested(const Directory& parent, const ListedItem& entry, const SealedCode& sealed,
                             unsigned depth) {
   const std::string path = parent.pathOf(entry.name);
   if (entry.kind == ItemKind::link)

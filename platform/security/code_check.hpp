@@ -48,7 +48,7 @@ class CodeCheck {
   void checkFile(CodeFile file, const Acceptance& accept, unsigned depth);
   std::vector<CodeIdentity> verifySlices(const SignedCode& code, const BoundFiles* files);
   void submitPages(const std::shared_ptr<const SignedCode>& code);
-  void checkNested(const Directory& parent, const DirectoryEntry& entry, const SealedCode& sealed,
+  void checkNested(const Directory& parent, const ListedItem& entry, const SealedCode& sealed,
                    unsigned depth);
 
   AnchorSource anchors_;

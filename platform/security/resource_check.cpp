@@ -17,12 +17,12 @@ constexpr std::string_view kReceipts = "_MASReceipt";
   throw SecurityError(errSecCSBadResource, quoted(path) + " " + what + ".");
 }
 
-void requireKind(const Directory& directory, const DirectoryEntry& entry, ItemKind kind) {
+void requireKind(const Directory& directory, const ListedItem& entry, ItemKind kind) {
   if (entry.kind != kind)
     refuse(directory.pathOf(entry.name), "was replaced by something of another kind after signing");
 }
 
-void requireOrdinary(const Directory& directory, const DirectoryEntry& entry) {
+void requireOrdinary(const Directory& directory, const ListedItem& entry) {
   if (entry.kind == ItemKind::special)
     refuse(directory.pathOf(entry.name), "is neither a file nor a directory nor a link");
 }
@@ -39,7 +39,7 @@ void ResourceCheck::run() {
 void ResourceCheck::checkDirectory(const Directory& directory, const std::string& prefix, unsigned depth) {
   if (depth == 0)
     refuse(directory.path(), "is nested too deeply");
-  for (const DirectoryEntry& entry : directory.entries()) {
+  for (const ListedItem& entry : directory.entries()) {
     requireOrdinary(directory, entry);
     const std::string path = prefix + entry.name;
     // What the signature is made of, and what is added to a finished bundle by right.
@@ -57,23 +57,22 @@ void ResourceCheck::checkDirectory(const Directory& directory, const std::string
 void ResourceCheck::checkUnsealedDirectory(const Directory& directory, unsigned depth) {
   if (depth == 0)
     refuse(directory.path(), "is nested too deeply");
-  for (const DirectoryEntry& entry : directory.entries()) {
+  for (const ListedItem& entry : directory.entries()) {
     requireOrdinary(directory, entry);
     if (entry.kind == ItemKind::directory)
       checkUnsealedDirectory(directory.subdirectory(entry.name), depth - 1);
   }
 }
 
-bool ResourceCheck::isOmitted(const Directory& directory, const DirectoryEntry& entry,
-                              const std::string& path) {
+bool ResourceCheck::isOmitted(const Directory& directory, const ListedItem& entry, const std::string& path) {
   constexpr std::uint64_t kStepsOfAByte = 32;  // that take as long as parsing it
   work_.parse(bundle_.content.path(), path.size() * seal_->rules.size() / kStepsOfAByte);
   return seal_->rules.omits(path) &&
          !(entry.kind == ItemKind::file && beginsLikeMachO(CodeFile(directory.entry(entry.name))));
 }
 
-void ResourceCheck::checkItem(const Directory& directory, const DirectoryEntry& entry,
-                              const std::string& path, unsigned depth) {
+void ResourceCheck::checkItem(const Directory& directory, const ListedItem& entry, const std::string& path,
+                              unsigned depth) {
   work_.parse(bundle_.content.path(), path.size());
   const auto item = seal_->items.find(sealKey(path));
   if (item != seal_->items.end()) {
@@ -87,8 +86,7 @@ void ResourceCheck::checkItem(const Directory& directory, const DirectoryEntry& 
   }
 }
 
-void ResourceCheck::checkSealed(const Directory& directory, const DirectoryEntry& entry,
-                                const SealedItem& item) {
+void ResourceCheck::checkSealed(const Directory& directory, const ListedItem& entry, const SealedItem& item) {
   if (const auto* file = std::get_if<SealedFile>(&item.content)) {
     checkFile(directory, entry, *file);
   } else if (const auto* link = std::get_if<SealedLink>(&item.content)) {
@@ -100,8 +98,7 @@ void ResourceCheck::checkSealed(const Directory& directory, const DirectoryEntry
   }
 }
 
-void ResourceCheck::checkFile(const Directory& directory, const DirectoryEntry& entry,
-                              const SealedFile& sealed) {
+void ResourceCheck::checkFile(const Directory& directory, const ListedItem& entry, const SealedFile& sealed) {
   requireKind(directory, entry, ItemKind::file);
   const CheckWork::Comparison comparison = work_.ofFile(entry, sealed.algorithm, sealed.digest);
   if (comparison == CheckWork::Comparison::made)

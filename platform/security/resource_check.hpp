@@ -16,7 +16,7 @@ class ResourceCheck {
  public:
   /// Checks the nested code `name` in the directory.
   using NestedCheck =
-      std::function<void(const Directory& directory, const DirectoryEntry& entry, const SealedCode&)>;
+      std::function<void(const Directory& directory, const ListedItem& entry, const SealedCode&)>;
 
   /// Everything outlives the check, and the seal the steps too.
   ResourceCheck(const Bundle& bundle, std::shared_ptr<const ResourceSeal> seal, NestedCheck checkNested,
@@ -33,11 +33,11 @@ class ResourceCheck {
  private:
   void checkDirectory(const Directory& directory, const std::string& prefix, unsigned depth);
   void checkUnsealedDirectory(const Directory& directory, unsigned depth);
-  bool isOmitted(const Directory& directory, const DirectoryEntry& entry, const std::string& path);
-  void checkItem(const Directory& directory, const DirectoryEntry& entry, const std::string& path,
+  bool isOmitted(const Directory& directory, const ListedItem& entry, const std::string& path);
+  void checkItem(const Directory& directory, const ListedItem& entry, const std::string& path,
                  unsigned depth);
-  void checkSealed(const Directory& directory, const DirectoryEntry& entry, const SealedItem& item);
-  void checkFile(const Directory& directory, const DirectoryEntry& entry, const SealedFile& sealed);
+  void checkSealed(const Directory& directory, const ListedItem& entry, const SealedItem& item);
+  void checkFile(const Directory& directory, const ListedItem& entry, const SealedFile& sealed);
   void requireComplete() const;
 
   const Bundle& bundle_;

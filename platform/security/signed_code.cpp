@@ -100,7 +100,7 @@ SignedSlice readSlice(const MeteredFile& file, const MachOSlice& machO) {
 /// Nothing but the components themselves lies where the signature does, for nothing binds what else lies
 /// there. Beside an embedded signature nobody reads them.
 void requireOnlySignature(const Directory& signatures) {
-  for (const DirectoryEntry& entry : signatures.entries()) {
+  for (const ListedItem& entry : signatures.entries()) {
     const bool isComponent =
         entry.kind == ItemKind::file &&
         std::any_of(kComponentFiles.begin(), kComponentFiles.end(),

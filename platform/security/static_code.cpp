@@ -1,7 +1,6 @@
 #include "platform/security/static_code.hpp"
 
-#include <climits>
-#include <cstdlib>
+#include <cerrno>
 
 #include "platform/security/at_place.hpp"
 #include "platform/security/code_check.hpp"
@@ -12,17 +11,6 @@ namespace {
 [[noreturn]] void refuseLocation(const URL& location, const std::string& reason) {
   throw SecurityError(errSecCSStaticCodeNotFound,
                       sentence("There is no code at " + quoted(location.path()), reason));
-}
-
-struct Free {
-  void operator()(char* text) const noexcept { std::free(text); }
-};
-
-URL withoutLinks(const URL& location) {
-  const std::unique_ptr<char, Free> resolved(::realpath(systemPath(location), nullptr));
-  if (!resolved)
-    refuseLocation(location, reasonOf(errno));
-  return URL::fileURLWithPath(resolved.get());
 }
 
 Directory parentOf(const URL& location) {
@@ -49,15 +37,17 @@ SigningInformation readInformation(const Directory& parent, const std::string& n
 
 StaticCode StaticCode::atLocation(const URL& location) {
   return atPlace(quoted(location.path()), errSecCSStaticCodeNotFound, [&] {
-    const URL resolved = withoutLinks(location);
-    const Directory parent = parentOf(resolved);
-    const std::string name = resolved.lastPathComponent();
+    const std::optional<URL> resolved = resolvingLinks(location);
+    if (!resolved)
+      refuseLocation(location, reasonOf(errno));
+    const Directory parent = parentOf(*resolved);
+    const std::string name = resolved->lastPathComponent();
     const std::optional<ItemKind> kind = parent.kindOf(name);
     if (kind == ItemKind::directory && !hasBundleShape(parent.subdirectory(name)))
       refuseLocation(location, "the directory is no bundle");
     if (kind != ItemKind::directory && kind != ItemKind::file)
       refuseLocation(location, "it is neither a file nor a directory");
-    return StaticCode(resolved);
+    return StaticCode(*resolved);
   });
 }
 

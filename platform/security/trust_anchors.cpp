@@ -52,7 +52,7 @@ TrustAnchors TrustAnchors::inDirectory(const URL& url) {
       return TrustAnchors({});
     const Directory directory = Directory::open(url, Directory::Links::refused);
     requirePrivate(directory.descriptor(), url.path());
-    for (const DirectoryEntry& entry : directory.entries()) {
+    for (const ListedItem& entry : directory.entries()) {
       if (entry.name.ends_with(".pem"))
         readRoots(directory, entry.name, roots);
     }
