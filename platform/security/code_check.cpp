@@ -1,7 +1,6 @@
 #include "platform/security/code_check.hpp"
 
 #include "platform/security/at_place.hpp"
-#include "platform/security/code_pages.hpp"
 #include "platform/security/resource_check.hpp"
 
 namespace platform {

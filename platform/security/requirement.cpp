@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "platform/security/requirement_parser.hpp"
 #include "platform/security/security_error.hpp"
 
 namespace platform {
@@ -85,7 +84,7 @@ const RequirementNode& failingNode(const RequirementNode& node, const Evaluation
 
 Requirement Requirement::parse(std::string_view text) {
   try {
-    return Requirement(RequirementParser(text).parse());
+    return Requirement(parseRequirement(text));
   } catch (const FormatError& error) {
     throw SecurityError(errSecCSReqInvalid, sentence("The code requirement is invalid", error));
   }

@@ -37,6 +37,9 @@ struct RequirementNode {
   std::string text = {};
 };
 
+/// Parses the text of one requirement, to its end. Throws `FormatError`.
+RequirementNode parseRequirement(std::string_view text);
+
 /// What is known of code whose signature is valid.
 struct CodeIdentity {
   std::string place;  ///< the code's path and architecture, as they begin a sentence

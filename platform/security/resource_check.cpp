@@ -1,8 +1,8 @@
 #include "platform/security/resource_check.hpp"
 
 #include "platform/security/at_place.hpp"
-#include "platform/security/code_pages.hpp"
 #include "platform/security/mach_o.hpp"
+#include "platform/security/slice_verification.hpp"
 
 namespace platform {
 namespace {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/crypto/openssl_handles.hpp"
+#include "platform/security/code_directory.hpp"
 
 namespace platform {
 
@@ -35,5 +36,11 @@ class SignedAttributes {
   std::string signedBytes_;
   std::vector<openssl::Attribute> attributes_;
 };
+
+/// Checks the signer's own lists of code directories, which bind those beside the first. Each list that is
+/// there names every directory and no other; where there are several directories, one list has to be there.
+/// Throws `FormatError`.
+void requireDirectoriesAreSigned(const SignedAttributes& attributes,
+                                 const std::vector<CodeDirectory>& directories);
 
 }  // namespace platform

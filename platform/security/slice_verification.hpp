@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/processes/worker_pool.hpp"
+#include "platform/security/check_work.hpp"
 #include "platform/security/requirement.hpp"
 #include "platform/security/signed_code.hpp"
 #include "platform/security/trust_anchors.hpp"
@@ -34,5 +36,13 @@ class AnchorSource {
 ///
 /// Returns what the signature says. Throws `SecurityError`.
 CodeIdentity verifySlice(const SignedSlice& slice, const BoundFiles* files, AnchorSource& anchors);
+
+/// Has the pool compare all pages of the slice, one of `code`, with their digests, unless that was done for
+/// the same file before. A step throws `SecurityError`.
+void submitPageChecks(const std::shared_ptr<const SignedCode>& code, const SignedSlice& slice,
+                      CheckWork& work, WorkerPool& pool);
+
+/// The digest of a range of bytes, read in pieces.
+std::string digestOfRange(const ByteSource& source, const ByteRange& range, DigestAlgorithm algorithm);
 
 }  // namespace platform
