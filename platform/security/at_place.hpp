@@ -8,8 +8,9 @@
 
 namespace platform {
 
-/// Runs a part of a check. Its failures become `SecurityError`s with the status: a `FormatError` in a
-/// sentence that begins with `place`, other failures with their own sentences.
+/// Runs a part of a check and returns its result. A failure becomes a `SecurityError` with `status`: a
+/// `FormatError` in a sentence that begins with `place`, any other with its own sentence. A `SecurityError`
+/// passes unchanged.
 template <typename Part>
 auto atPlace(const std::string& place, OSStatus status, Part&& part) {
   try {
@@ -25,8 +26,8 @@ auto atPlace(const std::string& place, OSStatus status, Part&& part) {
   }
 }
 
-/// Runs a part of a check that reads the property list at `path`, so that a failure to read it names the
-/// path.
+/// Runs a part of a check that reads the property list at `path`. A `PropertyListError` becomes an `Error`
+/// that names the path.
 template <typename Part>
 auto readingPropertyList(const std::string& path, Part&& part) {
   try {

@@ -34,7 +34,7 @@ constexpr std::size_t kMostVersions = 32;
   throw Error(quoted(directory.pathOf(name)) + " is not covered by the signature.");
 }
 
-/// Nothing seals these files: they must not be able to run.
+/// No seal covers these files, so they must not be executable.
 bool mayBeUnsealed(const ListedItem& entry, std::span<const std::string_view> names) {
   return entry.kind == ItemKind::file && !entry.isExecutable &&
          std::find(names.begin(), names.end(), entry.name) != names.end();
@@ -44,7 +44,7 @@ bool hasDirectory(const Directory& directory, const std::string& name) {
   return directory.kindOf(name) == ItemKind::directory;
 }
 
-/// Nothing for a bundle of resources alone.
+/// Nothing for a bundle that contains only resources.
 std::optional<std::string> executableName(const PropertyList& information) {
   const PropertyList* value = information.valueForKey("CFBundleExecutable");
   if (value == nullptr)
@@ -52,7 +52,7 @@ std::optional<std::string> executableName(const PropertyList& information) {
   const std::string* name = value->string();
   if (name == nullptr || name->empty() || *name == "." || *name == ".." ||
       name->find_first_of(std::string_view("/\0", 2)) != std::string::npos)
-    throw FormatError("its Info.plist gives the main executable an impossible name");
+    throw FormatError("its Info.plist gives the main executable an invalid name");
   return *name;
 }
 
@@ -68,7 +68,7 @@ std::vector<std::string> components(std::string_view path) {
   return parts;
 }
 
-/// The name that the directory has for an item, whichever way it writes an accented letter.
+/// The name of the item on disk, which may be composed or decomposed where `name` is not.
 std::string nameOnDisk(const Directory& directory, const std::string& name) {
   if (directory.kindOf(name))
     return name;
@@ -79,7 +79,7 @@ std::string nameOnDisk(const Directory& directory, const std::string& name) {
   return name;
 }
 
-/// Reads the bundle with this content directory, in whose directory `codePath` the main executable is.
+/// Reads the bundle in `content`, whose main executable is in the directory `codePath` there.
 Bundle readBundle(const Directory& root, const Directory& content, const std::string& codePath) {
   const bool inResources = codePath.empty() && hasDirectory(content, kResources);
   const Directory information = inResources ? content.subdirectory(kResources) : content;
@@ -103,7 +103,7 @@ Bundle readBundle(const Directory& root, const Directory& content, const std::st
           .information = std::move(list)};
 }
 
-/// The components of a link's text; none for a text that leads upwards or begins at the root.
+/// The components of a link's target; empty for an absolute target and for one with "..".
 std::vector<std::string> downwardTarget(const Directory& directory, const std::string& link) {
   const std::string target = directory.linkTarget(link);
   std::vector<std::string> parts = components(target);
@@ -113,7 +113,7 @@ std::vector<std::string> downwardTarget(const Directory& directory, const std::s
   return parts;
 }
 
-/// The directory of the version that goes by the name, over links; nothing when there is none.
+/// The version's directory that `name` is or links to; nothing when there is none.
 std::optional<std::string> versionNamed(const Directory& versions, std::string name) {
   constexpr unsigned kMostLinks = 8;
   for (unsigned links = 0; links <= kMostLinks; ++links) {

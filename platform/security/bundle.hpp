@@ -8,29 +8,30 @@
 
 namespace platform {
 
-/// A directory that is code, as it lies on disk: an application or a bundle like one, or one version of a
-/// framework.
+/// A bundle on disk: an application, a bundle of the same shape, or one version of a framework.
 struct Bundle {
   Directory root;
-  Directory content;  ///< what the seal's paths begin in
-  /// From the content directory, as the disk writes it. Info.plist itself where it names no executable: its
-  /// pages are then what the code directory covers.
+  Directory content;  ///< the seal's paths are relative to it
+  /// Relative to the content directory, with the names as they are on disk. The path of Info.plist when that
+  /// names no executable: the code directory's pages then cover Info.plist.
   std::string executablePath;
   std::string informationBytes;
   PropertyList information;
 
+  /// Throws `SystemError`.
   CodeFile openExecutable() const;
 };
 
-/// True for a directory that has the shape of a bundle, whatever is in it.
+/// True when the directory contains an item by which bundles are recognised, valid or not. Throws
+/// `SystemError`.
 bool hasBundleShape(const Directory& directory);
 
-/// The code in a bundle: the one that it is, or every version of a framework, the current one first.
+/// The bundle at `root`; for a framework, every version of it, the current one first.
 ///
-/// The root may contain only what a seal covers, which is the content directory, or `Versions` and links that
-/// lead from their names to the same names in a version, and files without execute permission that users and
-/// the system put there, such as a folder's view settings. Throws `Error` with a whole sentence, or
-/// `FormatError`.
+/// The root may contain only the content directory, or `Versions` and links to items of the same name in a
+/// version, and beside them certain files without execute permission that users and the system put there,
+/// such as a folder's view settings. Anything else is rejected, as no seal would cover it. Throws
+/// `Error` with a sentence, or `FormatError`.
 std::vector<Bundle> openBundles(const Directory& root);
 
 }  // namespace platform

@@ -46,7 +46,7 @@ std::vector<Certificate> Certificate::fromPEM(std::string_view text) {
   const auto reason = ::ERR_GET_REASON(::ERR_peek_last_error());
   ::ERR_clear_error();
   if (certificates.empty() || reason != PEM_R_NO_START_LINE)
-    throw FormatError("it holds no certificates in PEM form");
+    throw FormatError("it does not contain certificates in PEM form");
   return certificates;
 }
 

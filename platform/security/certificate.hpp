@@ -10,36 +10,38 @@ struct x509_st;
 
 namespace platform {
 
-/// An X.509 certificate (RFC 5280). Copies share it.
+/// An X.509 certificate (RFC 5280). Copies share one object.
 class Certificate {
  public:
-  /// Takes a reference of its own.
+  /// Adds a reference; the caller keeps its own.
   explicit Certificate(x509_st* certificate);
 
-  /// The certificates of a PEM text. Throws `FormatError` when it holds none, or anything that cannot be
-  /// read.
+  /// The certificates in PEM text. Throws `FormatError` when it contains none, or one that cannot be read.
   static std::vector<Certificate> fromPEM(std::string_view text);
 
+  /// True when the certificate has an extension of that type, such as "2.5.29.15".
   bool hasExtension(std::string_view dottedIdentifier) const;
 
-  /// True when the certificate is made for signing code: it says so expressly, and its key may sign.
+  /// True when the extended key usage includes code signing and the key usage allows digital signatures.
   bool signsCode() const;
 
-  /// True for a certificate authority that has issued its own certificate.
+  /// True for a self-signed certificate of a certificate authority.
   bool isRoot() const;
 
-  /// The value of a subject's field, such as "OU", in UTF-8. Nothing when the subject lacks the field or has
-  /// it more than once, which leaves open what it means.
+  /// The value of a subject's field, such as "OU", in UTF-8. Nothing when the subject lacks the field, and
+  /// when it has the field more than once, which is ambiguous.
   std::optional<std::string> subjectField(std::string_view shortName) const;
-  /// True for a name of a field that `subjectField` knows.
+  /// True for a field name that requirements may use.
   static bool isSubjectField(std::string_view shortName);
 
-  /// The subject's common name, for a sentence.
+  /// The subject's common name, for messages.
   std::string displayName() const;
 
+  /// Digests of the DER encoding, as bytes.
   std::string sha1Fingerprint() const;
   std::string sha256Fingerprint() const;
 
+  /// Owned by this object.
   x509_st* handle() const noexcept { return certificate_.get(); }
 
  private:

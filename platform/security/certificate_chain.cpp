@@ -5,21 +5,21 @@
 namespace platform {
 namespace {
 
-/// RSA keys of 2048 bits and digests of the strength of SHA-224, at least; a root's signature of itself
-/// counts for nothing and may be weaker.
+/// At least RSA keys of 2048 bits and digests as strong as SHA-224. A root's signature over itself proves
+/// nothing and may be weaker.
 constexpr int kSecurityLevel = 2;
 
 constexpr int kLongestChain = 8;
 
-/// Below it are the extensions with which the platform marks its certificates: what one is for, when and by
-/// which kind of issuer it was made. Requirements ask for them; as markers they restrict nothing.
+/// The arc of the extensions that mark the platform's certificates with their purpose and the kind of issuer.
+/// Requirements test them; they restrict nothing by themselves.
 constexpr std::string_view kMarkerArc = "1.2.840.113635.100.6";
 
 std::string_view contentOf(const ASN1_OBJECT* identifier) {
   return {reinterpret_cast<const char*>(::OBJ_get0_data(identifier)), ::OBJ_length(identifier)};
 }
 
-/// Whole arcs are compared: in DER, a component ends with the first byte below 0x80.
+/// A byte prefix is a prefix of whole components: in DER, each ends with its first byte below 0x80.
 bool isMarker(X509_EXTENSION* extension) {
   static const openssl::Object arc = openssl::objectIdentifier(kMarkerArc);
   const auto* identifier = ::X509_EXTENSION_get_object(extension);
@@ -64,7 +64,7 @@ std::string reasonFor(int error) {
 openssl::Store anchorStore(const TrustAnchors& anchors) {
   openssl::Store store(::X509_STORE_new());
   if (!store || ::X509_STORE_set_flags(store.get(), X509_V_FLAG_NO_CHECK_TIME) != 1)
-    throw Error("There is no memory left.");
+    throw Error("There is not enough memory.");
   ::X509_STORE_set_verify_cb(store.get(), &judge);
   for (const Certificate& root : anchors.roots()) {
     if (::X509_STORE_add_cert(store.get(), root.handle()) != 1)
@@ -77,7 +77,7 @@ std::vector<Certificate> chainToAnchor(X509* leaf, STACK_OF(X509) * others, cons
   const openssl::Store store = anchorStore(anchors);
   const openssl::StoreContext context(::X509_STORE_CTX_new());
   if (!context || ::X509_STORE_CTX_init(context.get(), store.get(), leaf, others) != 1)
-    throw Error("There is no memory left.");
+    throw Error("There is not enough memory.");
   X509_VERIFY_PARAM* parameters = ::X509_STORE_CTX_get0_param(context.get());
   ::X509_VERIFY_PARAM_set_auth_level(parameters, kSecurityLevel);
   ::X509_VERIFY_PARAM_set_depth(parameters, kLongestChain);

@@ -5,10 +5,10 @@
 namespace platform {
 namespace {
 
-/// Those of an application with 30 GiB of code come to about half of it.
+/// An application with 30 GiB of code needs about half of it.
 constexpr std::uint64_t kMostParsedBytes = 512U << 20U;
 
-/// One is usual. Every layout is one more pass over the file.
+/// One is usual. Each layout takes another pass over the file.
 constexpr std::size_t kMostPageLayouts = 4;
 
 }  // namespace

@@ -11,38 +11,38 @@
 
 namespace platform {
 
-/// What one check still has to do, and what it has done. Hard links and nested code must not multiply the
-/// bytes on disk: a file is digested once in each way, however many names it has, and what is read and parsed
-/// is limited as a whole.
+/// The work of one check, so that a small bundle cannot cost much: a file is hashed once with each algorithm,
+/// however many hard links it has, and the bytes that are parsed are limited in total. Not thread-safe: only
+/// the thread that runs the check uses it.
 class CheckWork {
  public:
   enum class Comparison {
-    needed,    ///< nothing has compared these bytes with these digests
-    made,      ///< an earlier comparison, which the check waits for, was the same
-    hopeless,  ///< the same bytes were expected to have other digests
+    needed,    ///< these bytes have not been compared with these digests
+    made,      ///< the same comparison is already queued or done; its failure is reported there
+    hopeless,  ///< the same bytes are also expected to have other digests, so one of the two must fail
   };
 
-  /// Whether the file's digest has to be compared with `digest`.
+  /// Whether the file's digest must be compared with `digest`. Records the comparison as queued.
   Comparison ofFile(const ItemStatus& file, DigestAlgorithm algorithm, std::string_view digest);
 
-  /// Whether the pages of `code` in the file have to be compared with those of the directory. Throws `Error`
-  /// when too many directories divide the same code into different pages.
+  /// The same for the pages of the range `code` and the directory's digests. Throws `Error` when the same
+  /// code is divided into pages in too many ways.
   Comparison ofPages(const CodeFile& file, const ByteRange& code, const CodeDirectory& directory);
 
-  /// Counts bytes that were read and parsed, or steps that cost as much as that. Throws `Error`, naming
-  /// `path`, when no real application takes as many.
+  /// Counts parsed bytes, or steps that take as long. Throws `Error`, naming `path`, above a limit that no
+  /// real application reaches.
   void parse(const std::string& path, std::uint64_t bytes);
 
-  /// The bytes of all comparisons that were needed.
+  /// Bytes hashed by all comparisons that were needed.
   std::uint64_t comparedBytes() const noexcept { return comparedBytes_; }
   std::uint64_t parsedBytes() const noexcept { return parsedBytes_; }
 
  private:
   using FileKey = std::tuple<FileIdentity, DigestAlgorithm>;
   using PageLayout = std::tuple<int, std::uint64_t>;         ///< strength of the digests and size of a page
-  using PagesKey = std::tuple<FileIdentity, std::uint64_t>;  ///< the file and where in it the code begins
+  using PagesKey = std::tuple<FileIdentity, std::uint64_t>;  ///< file, and offset of the code in it
 
-  // Only of files with hard links: no other is met twice.
+  // Only files with hard links: no other is reached twice.
   std::map<FileKey, std::string> files_;
   std::map<PagesKey, std::map<PageLayout, std::string>> pages_;
   std::uint64_t comparedBytes_ = 0;

@@ -15,7 +15,7 @@ openssl::Cms readCMS(std::string_view bytes) {
   const auto* end = position + bytes.size();
   openssl::Cms cms(::d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(bytes.size())));
   if (!cms || position != end || ::OBJ_obj2nid(::CMS_get0_type(cms.get())) != NID_pkcs7_signed)
-    throw FormatError("its signature is no signed data");
+    throw FormatError("its signature is not signed data");
   ASN1_OCTET_STRING** content = ::CMS_get0_content(cms.get());
   if (content == nullptr || *content != nullptr)
     throw FormatError("its signature carries content of its own");
@@ -34,7 +34,7 @@ struct StrongDigest {
   const EVP_MD* method;
 };
 
-/// What the signer makes digests with.
+/// The signer's digest algorithm.
 StrongDigest digestOfSigner(CMS_SignerInfo* signer) {
   X509_ALGOR* digest = nullptr;
   ::CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, &digest, nullptr);
@@ -52,7 +52,7 @@ StrongDigest digestOfSigner(CMS_SignerInfo* signer) {
   }
 }
 
-/// The signed content is data, and the signer says so.
+/// The content must have the type "data", in the message and in the signed attributes.
 void requireDataContent(CMS_ContentInfo* cms, const SignedAttributes& attributes) {
   const auto* type = static_cast<const ASN1_OBJECT*>(
       attributes.onlyValue(::OBJ_nid2obj(NID_pkcs9_contentType), V_ASN1_OBJECT));
@@ -68,7 +68,7 @@ void requireContent(std::string_view content, DigestAlgorithm algorithm, const S
     throw FormatError("its code directory is not what was signed");
 }
 
-/// The signer's certificate, out of those that the message carries.
+/// The signer's certificate, which must be in the message.
 X509* certificateOf(CMS_ContentInfo* cms, CMS_SignerInfo* signer) {
   X509* certificate = nullptr;
   if (::CMS_set1_signers_certs(cms, nullptr, 0) == 1)
@@ -78,7 +78,7 @@ X509* certificateOf(CMS_ContentInfo* cms, CMS_SignerInfo* signer) {
   return certificate;
 }
 
-/// The signer names an algorithm of signatures by keys of the certificate's kind.
+/// The signer's signature algorithm must be one for keys of the certificate's type.
 void requireAlgorithmOf(EVP_PKEY* key, CMS_SignerInfo* signer) {
   X509_ALGOR* algorithm = nullptr;
   ::CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, nullptr, &algorithm);
@@ -89,7 +89,7 @@ void requireAlgorithmOf(EVP_PKEY* key, CMS_SignerInfo* signer) {
   int kindNamed = NID_undef;
   if (kind == NID_undef ||
       (named != kind && (::OBJ_find_sigid_algs(named, nullptr, &kindNamed) != 1 || kindNamed != kind)))
-    throw FormatError("its signature is not of the kind of its signer's key");
+    throw FormatError("its signature algorithm does not match its signer's key");
 }
 
 void requireSignature(CMS_SignerInfo* signer, X509* certificate, const EVP_MD* method,
@@ -104,14 +104,14 @@ void requireSignature(CMS_SignerInfo* signer, X509* certificate, const EVP_MD* m
   if (!context || ::EVP_DigestVerifyInit(context.get(), nullptr, method, nullptr, key) != 1 ||
       ::EVP_DigestVerify(context.get(), bytes(signature), signature.size(), bytes(signedBytes),
                          signedBytes.size()) != 1)
-    throw FormatError("its signature is not that of its signer's certificate");
+    throw FormatError("its signature does not match its signer's certificate");
 }
 
 [[noreturn]] void refuseTimeStamp() {
   throw FormatError("its time stamp is not valid");
 }
 
-/// The context owns, and frees, what it gets.
+/// The context takes ownership of both.
 void fill(TS_VERIFY_CTX* context, openssl::Bio data, openssl::Store store) {
 #if OPENSSL_VERSION_PREREQ(3, 4)
   ::TS_VERIFY_CTX_set0_data(context, data.release());

@@ -9,14 +9,13 @@
 
 namespace platform {
 
-/// Verifies a detached signature in CMS form (RFC 5652) over the code directories of one piece of code, in
-/// the order of their slots: over the first one itself, and over all by the digests that the signer has
-/// listed. A time stamp (RFC 3161) that comes with it has to be valid too.
-/// The message's own list of digests, a hint for reading in one pass, is not read, and of the unsigned
-/// attributes only the time stamp is.
+/// Verifies a detached CMS signature (RFC 5652) over the code directories of one piece of code, which are
+/// given in the order of their slots: the first is the signed content, the signed attributes list the digests
+/// of all. Time stamps (RFC 3161), if there are any, must be valid too. The message's `digestAlgorithms`, a
+/// hint for one-pass readers, and all other unsigned attributes are ignored.
 ///
-/// Returns the signer's chain of certificates, leaf first and anchor last. Throws `FormatError` for any other
-/// signature.
+/// `directories` must not be empty. Returns the signer's certificate chain, leaf first and anchor last.
+/// Throws `FormatError` when the signature is not valid.
 std::vector<Certificate> verifyCMSSignature(std::string_view signature,
                                             const std::vector<CodeDirectory>& directories,
                                             const TrustAnchors& anchors);

@@ -9,7 +9,7 @@
 namespace platform {
 namespace {
 
-/// The kind of blob in a slot; nothing where any kind may be, as in the slots of later systems.
+/// The magic of the blob in a slot; nothing for slots of later systems, where any blob may be.
 std::optional<std::uint32_t> magicForSlot(std::uint32_t number) {
   switch (number) {
     case slot::kRequirements:
@@ -35,14 +35,14 @@ std::optional<std::uint32_t> magicForSlot(std::uint32_t number) {
 
 using Entries = std::map<std::uint32_t, std::string_view>;
 
-/// The blobs of a SuperBlob by type. They lie inside it, behind its index, and share no byte.
+/// The blobs of a SuperBlob by type. They are inside it, after its index, and do not overlap.
 Entries readSuperBlob(std::string_view bytes, std::string_view item) {
   ByteReader reader(bytes, item);
   reader.skip(kBlobHeaderSize);
   const std::uint32_t count = reader.readU32();
-  // Every entry has at least its place in the index and a header.
+  // Each component takes at least an index entry and a header.
   if (count > bytes.size() / (2 * kBlobHeaderSize))
-    throw FormatError(std::string(item) + " counts more components than it can hold");
+    throw FormatError(std::string(item) + " counts more components than it can contain");
   const std::uint64_t indexEnd = reader.position() + std::uint64_t{count} * 8;
   Entries entries;
   std::map<std::uint64_t, std::uint64_t> ends;
@@ -51,7 +51,7 @@ Entries readSuperBlob(std::string_view bytes, std::string_view item) {
     const std::uint32_t offset = reader.readU32();
     const std::uint32_t length = reader.u32(std::uint64_t{offset} + 4);
     if (offset < indexEnd || length < kBlobHeaderSize)
-      throw FormatError(std::string(item) + " has a component at an impossible place");
+      throw FormatError(std::string(item) + " has a component at an invalid offset");
     if (!entries.emplace(type, reader.bytes(offset, length)).second)
       throw FormatError(std::string(item) + " has a component twice");
     ends.emplace(offset, std::uint64_t{offset} + length);
@@ -65,7 +65,7 @@ Entries readSuperBlob(std::string_view bytes, std::string_view item) {
     end = next;
   }
   if (end != bytes.size())
-    throw FormatError(std::string(item) + " holds bytes that belong to no component");
+    throw FormatError(std::string(item) + " has bytes that belong to no component");
   return entries;
 }
 
@@ -73,7 +73,7 @@ Entries readSuperBlob(std::string_view bytes, std::string_view item) {
 
 std::string_view blobPayload(std::string_view blob) {
   if (ByteReader(blob, "a component of its signature").u32(4) != blob.size())
-    throw FormatError("a component of its signature has a wrong length");
+    throw FormatError("a component of its signature has the wrong length");
   return blob.substr(kBlobHeaderSize);
 }
 
@@ -93,7 +93,7 @@ void requireBlobForSlot(std::uint32_t number, std::string_view blob) {
 CodeComponents readEmbeddedSignature(std::string_view bytes) {
   const ByteReader reader(bytes, "the signature");
   if (reader.u32(0) != magic::kEmbeddedSignature)
-    throw FormatError("the bytes set apart for its signature hold none");
+    throw FormatError("the bytes reserved for its signature do not contain one");
   const std::uint32_t length = reader.u32(4);
   CodeComponents components;
   for (const auto& [number, blob] : readSuperBlob(reader.bytes(0, length), "the signature")) {

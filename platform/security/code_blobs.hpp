@@ -9,20 +9,20 @@
 
 namespace platform {
 
-/// The components of one signature by slot, each with its header; that of `slot::kSignature` is the CMS
-/// message alone.
+/// The components of a signature by slot. Each includes its blob header, except for `slot::kSignature`, which
+/// is the bare CMS message.
 using CodeComponents = std::map<std::uint32_t, std::string>;
 
-/// The blob's bytes without its header. Throws `FormatError` unless the header gives the whole length.
+/// The blob without its header. Throws `FormatError` unless the header states the blob's exact length.
 std::string_view blobPayload(std::string_view blob);
 
-/// Checks that `blob` is whole, and of the kind of the slot `number` where that is known. Throws
+/// Requires that `blob` is complete and, for a known slot, of the type that belongs there. Throws
 /// `FormatError`.
 void requireBlobForSlot(std::uint32_t number, std::string_view blob);
 
-/// The components of a signature that is embedded in code, read from the bytes that the code sets apart for
-/// it. Identification and ticket, which nothing binds, are left out; those of unknown slots are included, and
-/// count only where a code directory has a digest for them. Throws `FormatError` for a malformed signature.
+/// Reads an embedded signature from the bytes that the code reserves for it. Omits identification and ticket,
+/// which no digest covers; includes components in unknown slots, which matter only when a code directory has
+/// a digest for them. Throws `FormatError`.
 CodeComponents readEmbeddedSignature(std::string_view bytes);
 
 }  // namespace platform

@@ -8,10 +8,10 @@ namespace {
 
 constexpr unsigned kDeepestCode = 16;
 constexpr std::uint64_t kLargestSeal = 32U << 20U;
-/// In bytes. Real ones have some hundreds; reading one takes many times its size.
+/// In bytes. Real ones have a few hundred; parsing takes many times the memory.
 constexpr std::size_t kLongestRequirement = 64U << 10U;
 
-/// The Info.plist that a file carries itself, as far as it can be read.
+/// The Info.plist embedded in a file; nothing when it is missing or unreadable.
 std::optional<PropertyList> carriedInformation(const SignedCode& code) {
   const std::optional<std::string>& section = code.slices.front().informationSection;
   if (!section)
@@ -57,14 +57,15 @@ void CodeCheck::checkFile(CodeFile file, const Acceptance& accept, unsigned dept
   work_.parse(code->file->path(), code->bytesRead);
   CheckedCode checked{.identities = verifySlices(*code, nullptr), .information = carriedInformation(*code)};
   submitPages(code);
-  // The pages may be all that covers the Info.plist which a file carries.
+  // An embedded Info.plist may be covered by the pages alone, so `accept` must not see it before they are
+  // checked.
   if (depth == 0)
     finish();
   accept(checked);
 }
 
 void CodeCheck::checkBundle(Bundle bundle, const Acceptance& accept, unsigned depth) {
-  constexpr std::uint64_t kBytesOfAState = 8;  // that take as long to parse
+  constexpr std::uint64_t kBytesOfAState = 8;  // take as long to parse as one state
   const std::string& path = bundle.content.path();
   atPlace(quoted(path), errSecCSSignatureFailed, [&] {
     std::optional<Directory> signatures;
@@ -75,7 +76,7 @@ void CodeCheck::checkBundle(Bundle bundle, const Acceptance& accept, unsigned de
       throw SecurityError(errSecCSBadResource, quoted(path) + " has no resource seal.");
     const BoundFiles files{.information = std::move(bundle.informationBytes),
                            .resources = CodeFile(signatures->entry("CodeResources")).content(kLargestSeal)};
-    // Each architecture's signature binds the files by a digest of its own.
+    // Each architecture's code directory has a digest of these files.
     work_.parse(path,
                 code->bytesRead + (files.information.size() + files.resources.size()) * code->slices.size());
     accept({.identities = verifySlices(*code, &files), .information = std::move(bundle.information)});
@@ -95,7 +96,7 @@ std::vector<CodeIdentity> CodeCheck::verifySlices(const SignedCode& code, const 
   std::vector<CodeIdentity> identities;
   for (const SignedSlice& slice : code.slices) {
     identities.push_back(verifySlice(slice, files, anchors_));
-    // Identifiers may differ: a linker may have derived them from each architecture's code.
+    // Identifiers may differ: a linker may derive them from each architecture's code.
     if (identities.back().teamIdentifier != identities.front().teamIdentifier)
       throw SecurityError(errSecCSSignatureFailed,
                           slice.place + " is signed by another team than the other architectures.");
@@ -114,7 +115,7 @@ void CodeCheck::checkNested(const Directory& parent, const ListedItem& entry, co
   if (entry.kind == ItemKind::link)
     throw SecurityError(errSecCSBadResource, quoted(path) + " was replaced by a link after signing.");
   if (!sealed.requirement) {
-    // A hash names one architecture of one version, and nothing vouches for another beside it.
+    // A hash identifies one architecture of one version; no other would be covered.
     const auto isSealed = [&](const CheckedCode& code) {
       for (const CodeIdentity& identity : code.identities) {
         if (identity.codeDirectoryHash != sealed.codeDirectoryHash)

@@ -13,33 +13,41 @@
 
 namespace platform {
 
-/// Code whose signature was verified: one version of a bundle, or a file.
+/// Code with a verified signature: one version of a bundle, or a single file.
 struct CheckedCode {
-  std::vector<CodeIdentity> identities;     ///< of every architecture, in the order of the file
-  std::optional<PropertyList> information;  ///< Info.plist
+  std::vector<CodeIdentity> identities;     ///< one for each architecture, in the file's order; not empty
+  std::optional<PropertyList> information;  ///< Info.plist; nothing for a file without one
 };
 
-/// One check of code with all that is nested in it.
+/// One check of one item, with all code nested in it: call `check` once and then `finish`, on one thread.
+/// After a failure only `work` may be called. Files are hashed on threads that the object owns and its
+/// destructor joins.
 class CodeCheck {
  public:
-  /// Throws `SecurityError` for code that is not the expected one.
+  /// Decides on code by throwing `SecurityError` or returning. Runs on the thread that called `check`.
   using Acceptance = std::function<void(const CheckedCode&)>;
 
+  /// The directory is not read before the first certificate must be judged.
   explicit CodeCheck(const URL& anchorsDirectory) : anchors_(anchorsDirectory) {}
 
-  /// Checks the item in the directory, a bundle or a file; digests are compared in the background until
+  /// Verifies the bundle or file `name`. Hashing continues in the background until `finish` returns.
+  ///
+  /// Requires that nothing is written to the item until then. Ensures, when it returns, that every signature
+  /// and seal is valid and that no item is missing or was added; contents are known to be intact after
   /// `finish`.
   ///
-  /// `accept` is called for the code that the item is, of a framework for every version, the current one
-  /// first. The signature and Info.plist are verified by then, what a bundle's signature seals is not: code
-  /// of another signer is refused before the work that its seal asks for. Throws `SecurityError`.
+  /// `accept` is called for the item itself, not for nested code; for a framework once per version, the
+  /// current one first. By then the signature and Info.plist are verified, and the sealed resources are not:
+  /// code of another signer is rejected before any work that its seal demands. Throws `SecurityError`.
   void check(const Directory& parent, const std::string& name, const Acceptance& accept) {
     check(parent, name, accept, 0);
   }
 
-  /// Waits for the rest of the check. Throws `SecurityError`.
+  /// Waits for the hashing. Ensures, when it returns, that the item and all nested code are valid. Throws
+  /// `SecurityError`.
   void finish() { pool_.finish(); }
 
+  /// What the check has cost so far.
   const CheckWork& work() const noexcept { return work_; }
 
  private:
@@ -56,7 +64,7 @@ class CodeCheck {
   WorkerPool pool_;
 };
 
-/// Throws `SecurityError` of the status for code that fails the requirement, naming the clause.
+/// Throws `SecurityError` with `status`, naming the clause, when an architecture fails the requirement.
 void requireSatisfied(const CheckedCode& code, const Requirement& requirement, OSStatus status);
 
 }  // namespace platform

@@ -15,7 +15,7 @@ constexpr std::string_view kItem = "the code directory";
 
 constexpr std::uint8_t kLargestPageShift = 30;
 
-/// Of each type of digest: how it is made, how many of its bytes are kept, how strong it is.
+/// A type of digest: algorithm, number of bytes kept, strength.
 struct HashType {
   std::uint8_t number;
   DigestAlgorithm algorithm;
@@ -41,10 +41,10 @@ std::string readText(const ByteReader& reader, std::uint64_t offset, std::uint64
   const std::string_view rest = reader.bytesFrom(offset);
   const std::size_t length = rest.find('\0');
   if (length == std::string_view::npos)
-    throw FormatError("the code directory holds a text without an end");
+    throw FormatError("the code directory has an unterminated string");
   std::string text(rest.substr(0, length));
   if (offset < headerSize || text.empty() || !stringFromUTF8(text))
-    throw FormatError("the code directory holds no proper identifier");
+    throw FormatError("the code directory does not have a valid identifier");
   return text;
 }
 
@@ -90,9 +90,9 @@ CodeDirectory CodeDirectory::read(std::string_view blob) {
   directory.strength_ = type.strength;
   directory.digestLength_ = type.length;
   if (digestLength != type.length)
-    throw FormatError("the code directory gives its digests a wrong length");
+    throw FormatError("the code directory gives its digests the wrong length");
   if (pageShift > kLargestPageShift)
-    throw FormatError("the code directory gives its pages an impossible size");
+    throw FormatError("the code directory gives its pages an invalid size");
   directory.pageSize_ = pageShift == 0 ? directory.codeLimit_ : std::uint64_t{1} << pageShift;
 
   const std::uint64_t specialBytes = std::uint64_t{directory.specialSlotCount_} * type.length;

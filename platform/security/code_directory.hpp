@@ -10,12 +10,12 @@
 
 namespace platform {
 
-/// The table of digests that a signature binds, with what the code says about itself. A view of the bytes
-/// that it was read from.
+/// A code directory: the code's identifiers and flags, and the digests of its pages and of the signature's
+/// other components. A view: the blob that it was read from must outlive it.
 class CodeDirectory {
  public:
-  /// Reads the whole blob. Throws `FormatError`; afterwards every digest and text lies inside the blob, and
-  /// the pages cover the code up to its limit exactly.
+  /// Reads the whole blob. Throws `FormatError`. Ensures that all digests and strings are inside the blob and
+  /// that the pages cover exactly the code up to `codeLimit()`.
   static CodeDirectory read(std::string_view blob);
 
   std::string_view blob() const noexcept { return blob_; }
@@ -23,27 +23,28 @@ class CodeDirectory {
   const std::optional<std::string>& teamIdentifier() const noexcept { return teamIdentifier_; }
   bool isAdHoc() const noexcept { return (flags_ & code_flag::kAdHoc) != 0; }
 
-  /// How the digests of this directory are made.
+  /// The algorithm of this directory's digests.
   DigestAlgorithm algorithm() const noexcept { return algorithm_; }
-  /// 0 for SHA-1, which binds nothing any more, and more for a stronger digest.
+  /// 0 for SHA-1, which is too weak to prove anything; greater for stronger digests.
   int strength() const noexcept { return strength_; }
-  /// The digest of `bytes` in the form of the directory's slots.
+  /// The digest of `bytes`, truncated as in the directory's slots.
   std::string digestOf(std::string_view bytes) const;
 
   /// The number of leading bytes of the code that the pages cover.
   std::uint64_t codeLimit() const noexcept { return codeLimit_; }
-  /// Bytes in a page; the code limit where there is one page for all.
+  /// In bytes; equal to the code limit when the code is a single page.
   std::uint64_t pageSize() const noexcept { return pageSize_; }
   std::uint32_t pageCount() const noexcept { return pageCount_; }
+  /// Requires `page < pageCount()`.
   std::string_view pageDigest(std::uint32_t page) const;
-  /// Those of all pages, in their order.
+  /// The digests of all pages, in order.
   std::string_view pageDigests() const;
 
   std::uint32_t specialSlotCount() const noexcept { return specialSlotCount_; }
-  /// The digest of a component; nothing when the directory says that there is none.
+  /// The digest of the component in `slot`; nothing when the directory says that there is no such component.
   std::optional<std::string_view> specialDigest(std::uint32_t slot) const;
 
-  /// The digest of the whole directory by its own algorithm, and its first 20 bytes, by which code is known.
+  /// The digest of the whole directory with its own algorithm, and its first 20 bytes, which identify code.
   std::string fullDigest() const;
   std::string codeDirectoryHash() const { return fullDigest().substr(0, kCodeDirectoryHashSize); }
 

@@ -8,16 +8,16 @@
 
 namespace platform {
 
-/// A regular file that is held open: reads are of that file, whatever happens to its name. Failures are
-/// `SystemError`.
+/// An open regular file: reads are from that file even if it is renamed or replaced meanwhile. Several
+/// threads may read at once. Failures are `SystemError`; `Error` when the file was truncated meanwhile.
 class CodeFile : public ByteSource {
  public:
-  /// Refuses anything but a regular file.
+  /// Rejects anything but a regular file. The size is that of this moment.
   explicit CodeFile(const Entry& entry);
 
   std::uint64_t size() const noexcept override { return status_.size; }
   void readAt(std::uint64_t offset, std::span<char> buffer) const override;
-  /// The whole content. Throws `Error` when that is more than `limit` bytes.
+  /// The whole content. Throws `Error` when it is longer than `limit` bytes.
   std::string content(std::uint64_t limit) const;
 
   const std::string& path() const noexcept { return path_; }

@@ -25,7 +25,7 @@ inline constexpr std::uint32_t kInfo = 1;
 inline constexpr std::uint32_t kRequirements = 2;
 inline constexpr std::uint32_t kResources = 3;
 inline constexpr std::uint32_t kEntitlements = 5;
-/// A code directory of a later system may bind more.
+/// Code directories of later systems may have more.
 inline constexpr std::uint32_t kLastKnownSpecial = 11;
 inline constexpr std::uint32_t kFirstAlternate = 0x1000;
 inline constexpr std::uint32_t kLastAlternate = 0x1004;

@@ -10,7 +10,7 @@
 namespace platform {
 namespace {
 
-/// Real ones need some ten kilobytes.
+/// Real ones need tens of kilobytes.
 constexpr std::uint32_t kMostCommandBytes = 16U << 20U;
 
 constexpr std::array kLoadedTypes{mach_o::file_type::kExecutable,     mach_o::file_type::kPreloadedProgram,
@@ -75,7 +75,7 @@ std::string_view fixedText(std::string_view bytes) {
   return bytes.substr(0, bytes.find('\0'));
 }
 
-/// Looks for the section with the code's own Info.plist.
+/// Finds the section with the embedded Info.plist.
 void readSegment(ByteReader reader, bool wide, MachOSlice& slice) {
   reader.skip(8 + 16);
   reader.skip(wide ? 32 : 16);
@@ -92,17 +92,17 @@ void readSegment(ByteReader reader, bool wide, MachOSlice& slice) {
     if (section != "__info_plist" || segment != "__TEXT")
       continue;
     if (slice.informationSection)
-      throw FormatError("it carries two Info.plist sections");
+      throw FormatError("it has two Info.plist sections");
     slice.informationSection = ByteRange{offset, size};
     if (!slice.informationSection->within(slice.range.length))
-      throw FormatError("its Info.plist section lies outside of the code");
+      throw FormatError("its Info.plist section is outside the code");
   }
 }
 
 void readSignatureCommand(ByteReader reader, MachOSlice& slice) {
   reader.skip(8);
   if (slice.signature)
-    throw FormatError("it names two signatures");
+    throw FormatError("it has two signatures");
   slice.signature = ByteRange{reader.readU32(), reader.readU32()};
 }
 
@@ -132,21 +132,21 @@ std::uint32_t magicAt(const ByteSource& file, std::uint64_t offset) {
   return ByteReader(bytes, kHeader).u32(0);
 }
 
-/// Reads the slice at `range`, which lies in the file.
+/// Reads the slice at `range`, which must be inside the file.
 MachOSlice readSlice(const ByteSource& file, const ByteRange& range,
                      const std::optional<Architecture>& declared) {
   if (range.length < mach_o::kHeaderSize32)
     throw FormatError("the code of an architecture is too short");
   const std::optional<Format> format = formatOf(magicAt(file, range.offset));
   if (!format)
-    throw FormatError("the code of an architecture is no Mach-O file");
+    throw FormatError("the code of an architecture is not a Mach-O file");
   const std::uint64_t headerSize = format->wide ? mach_o::kHeaderSize64 : mach_o::kHeaderSize32;
   const std::string header = file.read(range.offset, mach_o::kHeaderSize32);
   ByteReader reader(header, kHeader, format->order);
   reader.skip(4);
   const Architecture architecture = readArchitecture(reader);
   if (declared && architecture != *declared)
-    throw FormatError("it declares an architecture that its code is not for");
+    throw FormatError("it declares another architecture than its code has");
   const std::uint32_t fileType = reader.readU32();
   const std::uint32_t count = reader.readU32();
   const std::uint32_t commandBytes = reader.readU32();
@@ -161,11 +161,11 @@ MachOSlice readSlice(const ByteSource& file, const ByteRange& range,
       .informationSection = {}};
   const std::string commands = file.read(range.offset + headerSize, commandBytes);
   readCommands(commands, count, *format, slice);
-  // What follows the signature would be bound by nothing.
+  // Nothing would cover bytes after the signature.
   if (slice.signature &&
       (!slice.signature->within(range.length) || slice.signature->offset < headerSize + commandBytes ||
        slice.signature->offset + slice.signature->length != range.length))
-    throw FormatError("its signature does not lie at the end of the code");
+    throw FormatError("its signature is not at the end of the code");
   return slice;
 }
 
@@ -176,7 +176,7 @@ void requireZeros(const ByteSource& file, std::uint64_t begin, std::uint64_t end
     file.readAt(begin, std::span(buffer).first(count));
     if (std::any_of(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(count),
                     [](char byte) { return byte != 0; }))
-      throw FormatError("it holds bytes that belong to none of its architectures");
+      throw FormatError("it has bytes that belong to none of its architectures");
     begin += count;
   }
 }
@@ -200,7 +200,7 @@ std::vector<MachOSlice> readUniversal(const ByteSource& file, bool wide, std::ui
     reader.skip(wide ? 8 : 4);
     for (const Entry& other : entries) {
       if (other.architecture == architecture)
-        throw FormatError("it holds an architecture twice");
+        throw FormatError("it has an architecture twice");
     }
     entries.push_back({architecture, {offset, size}});
   }
@@ -209,7 +209,7 @@ std::vector<MachOSlice> readUniversal(const ByteSource& file, bool wide, std::ui
   std::uint64_t end = tableSize;
   for (const Entry& entry : entries) {
     if (entry.range.offset < end || !entry.range.within(file.size()))
-      throw FormatError("its architectures overlap or lie outside of the file");
+      throw FormatError("its architectures overlap or extend past the end of the file");
     end = entry.range.offset + entry.range.length;
   }
   std::vector<MachOSlice> slices;
@@ -220,7 +220,7 @@ std::vector<MachOSlice> readUniversal(const ByteSource& file, bool wide, std::ui
     end = entry.range.offset + entry.range.length;
   }
   if (end != file.size())
-    throw FormatError("it goes on behind the last of its architectures");
+    throw FormatError("it has trailing data after its last architecture");
   return slices;
 }
 

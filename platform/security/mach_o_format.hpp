@@ -18,8 +18,8 @@ inline constexpr std::size_t kFatEntrySize32 = 20;
 inline constexpr std::size_t kFatEntrySize64 = 32;
 inline constexpr std::size_t kNameSize = 16;
 
-/// A Java class file has the magic of a universal file, followed by a version of at least 45 where the
-/// universal file has the number of architectures.
+/// A Java class file has the magic of a universal file too, but a version of at least 45 in place of the
+/// number of architectures.
 inline constexpr std::uint32_t kMostArchitectures = 32;
 
 namespace command {

@@ -30,7 +30,7 @@ class Evaluation {
       case Kind::anchorGeneric:
         return !code_.chain.empty();
       case Kind::anchorOwn:
-        // What the maker of the platform signs as its own comes with the platform, and is never judged here.
+        // Only the platform's own components satisfy this, and those are never checked here.
         return false;
       case Kind::identifier:
         return code_.identifier == node.value;
@@ -69,8 +69,7 @@ class Evaluation {
   const PropertyList* information_;
 };
 
-/// The clause to name for a node that does not hold: of several that all have to hold, the first that does
-/// not.
+/// The clause to name for a node that does not hold: in a conjunction the first operand that does not hold.
 const RequirementNode& failingNode(const RequirementNode& node, const Evaluation& evaluation) {
   if (node.kind != Kind::all)
     return node;

@@ -11,7 +11,7 @@
 
 namespace platform {
 
-/// A condition on code, as a tree. Each node stands for the text that it was read from.
+/// A condition on code, as a syntax tree.
 struct RequirementNode {
   enum class Kind {
     always,
@@ -19,45 +19,45 @@ struct RequirementNode {
     all,                 ///< every one of `operands`
     any,                 ///< at least one of `operands`
     negation,            ///< not the one operand
-    anchorGeneric,       ///< the chain ends in one of the platform's roots
+    anchorGeneric,       ///< the chain ends in a trusted root
     anchorOwn,           ///< the code is the platform maker's own
     identifier,          ///< the code has the identifier `value`
-    codeDirectoryHash,   ///< the code is known by the 20 bytes `value`
+    codeDirectoryHash,   ///< the code directory's hash is the 20 bytes `value`
     certificateField,    ///< the certificate has the extension `key`
     certificateSubject,  ///< the field `key` of the certificate's subject is `value`, or exists
     certificateHash,     ///< the certificate's SHA-1 digest is `value`
-    information,         ///< the text under `key` in Info.plist is `value`, or exists
+    information,         ///< the string under `key` in Info.plist is `value`, or the key exists
   };
 
   Kind kind = Kind::never;
   std::vector<RequirementNode> operands = {};
-  int certificate = 0;  ///< counted from the leaf, or for a negative number from behind the anchor
+  int certificate = 0;  ///< index from the leaf; a negative one counts back from the end, -1 is the anchor
   std::string key = {};
   std::optional<std::string> value = {};
-  std::string text = {};
+  std::string text = {};  ///< the source text of this node, for messages
 };
 
-/// Parses the text of one requirement, to its end. Throws `FormatError`.
+/// Parses the text of one requirement as a whole. The depth of nesting is limited. Throws
+/// `FormatError`.
 RequirementNode parseRequirement(std::string_view text);
 
-/// What is known of code whose signature is valid.
+/// What a valid signature says about the code of one architecture.
 struct CodeIdentity {
-  std::string place;  ///< the code's path and architecture, as they begin a sentence
+  std::string place;  ///< path and architecture, as a sentence begins with them
   std::string identifier;
   std::optional<std::string> teamIdentifier;
   std::string codeDirectoryHash;
-  std::vector<Certificate>
-      chain;  ///< leaf first, ending in an anchor; empty for code that no certificate vouches for
+  std::vector<Certificate> chain;  ///< leaf first, anchor last; empty for code signed ad hoc
 };
 
-/// A requirement in the platform's language: conditions on identifier, certificates, code directory and
-/// Info.plist, joined by `and`, `or`, `!` and parentheses.
+/// A compiled code requirement: conditions on identifier, certificates, code directory and Info.plist, joined
+/// by `and`, `or`, `!` and parentheses. Immutable.
 class Requirement {
  public:
-  /// Throws `SecurityError` of the status `errSecCSReqInvalid` for a text that is no requirement as a whole.
+  /// Throws `SecurityError` with the status `errSecCSReqInvalid` unless the whole text is a requirement.
   static Requirement parse(std::string_view text);
 
-  /// Nothing when the code satisfies the requirement; else the text of the clause that it fails.
+  /// Nothing when the code satisfies the requirement, otherwise the source text of the clause that it fails.
   /// `information` is the code's Info.plist, or null.
   std::optional<std::string> failingClause(const CodeIdentity& code, const PropertyList* information) const;
 

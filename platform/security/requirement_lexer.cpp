@@ -23,7 +23,7 @@ unsigned hexadecimalDigit(char character) {
     return static_cast<unsigned>(character - 'a') + 10;
   if (character >= 'A' && character <= 'F')
     return static_cast<unsigned>(character - 'A') + 10;
-  throw FormatError("a hexadecimal constant holds something else");
+  throw FormatError("a hexadecimal constant contains another character");
 }
 
 }  // namespace
@@ -35,7 +35,7 @@ void RequirementLexer::skipSpace() {
       return;
     const std::size_t end = text_.find("*/", position_ + 2);
     if (end == std::string_view::npos)
-      throw FormatError("a comment has no end");
+      throw FormatError("a comment is not closed");
     position_ = end + 2;
   }
 }
@@ -56,7 +56,7 @@ RequirementToken RequirementLexer::next() {
   while (position_ < text_.size() && isWordCharacter(text_[position_]))
     ++position_;
   if (position_ == begin)
-    throw FormatError("it holds a character without a meaning");
+    throw FormatError("it has an unexpected character");
   return {RequirementToken::Kind::word, std::string(text_.substr(begin, position_ - begin)), begin,
           position_};
 }
@@ -71,7 +71,7 @@ RequirementToken RequirementLexer::quotedString() {
       value += text_[position_++];
   }
   if (position_ >= text_.size())
-    throw FormatError("a text in quotes has no end");
+    throw FormatError("a quoted string is not closed");
   ++position_;
   return {RequirementToken::Kind::string, std::move(value), begin, position_};
 }

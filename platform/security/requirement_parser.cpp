@@ -14,7 +14,7 @@ using Kind = RequirementNode::Kind;
 constexpr unsigned kDeepestNesting = 128;
 constexpr std::size_t kHashSize = 20;
 
-/// The words of the language, which stand for themselves nowhere but in quotes.
+/// Keywords are strings only in quotes.
 bool isReserved(std::string_view word) {
   constexpr std::array<std::string_view, 15> kWords{
       "always",      "never", "and",   "or",      "exists",  "identifier", "cdhash", "anchor",
@@ -37,7 +37,7 @@ class Parser {
   RequirementNode parse() {
     RequirementNode root = disjunction(kDeepestNesting);
     if (token_.kind != RequirementToken::Kind::end)
-      throw FormatError("something follows behind its end");
+      throw FormatError("it has unexpected text at its end");
     return root;
   }
 
@@ -96,7 +96,7 @@ class Parser {
     } else if (takeWord("info")) {
       node = information();
     } else {
-      throw FormatError("it lacks a condition that is known");
+      throw FormatError("a condition was expected");
     }
     node.text = text_.substr(begin, end_ - begin);
     return node;
@@ -106,7 +106,7 @@ class Parser {
     if (takeWord("trusted"))
       return {.kind = Kind::anchorGeneric};
     if (!takeWord("apple"))
-      throw FormatError("it names an anchor that is not known");
+      throw FormatError("it names an unknown anchor");
     return {.kind = takeWord("generic") ? Kind::anchorGeneric : Kind::anchorOwn};
   }
 
@@ -130,7 +130,7 @@ class Parser {
       node.kind = Kind::certificateSubject;
       node.key = key.substr(kSubject.size());
     } else {
-      throw FormatError("it asks for a part of a certificate that is not known");
+      throw FormatError("it asks for an unknown part of a certificate");
     }
     return node;
   }
@@ -160,10 +160,10 @@ class Parser {
     int value = 0;
     const char* end = number.text.data() + number.text.size();
     const auto [last, error] = std::from_chars(number.text.data(), end, value);
-    // One way to write a number, so that what is meant as something else is not taken for one.
+    // Only the canonical form of a number: "00" or "-0" may be meant as something else.
     if (number.kind != RequirementToken::Kind::word || error != std::errc() || last != end ||
         number.text != std::to_string(value))
-      throw FormatError("it names a certificate that is not known");
+      throw FormatError("it names an unknown certificate");
     return value;
   }
 
@@ -178,7 +178,7 @@ class Parser {
     RequirementToken text = take();
     const bool isWord = text.kind == RequirementToken::Kind::word && !isReserved(text.text);
     if (!isWord && text.kind != RequirementToken::Kind::string)
-      throw FormatError("it lacks a text where one belongs");
+      throw FormatError("a string was expected");
     return std::move(text.text);
   }
 
@@ -205,7 +205,7 @@ class Parser {
 
   void requireSymbol(std::string_view symbol) {
     if (!takeSymbol(symbol))
-      throw FormatError("it lacks a " + quoted(symbol));
+      throw FormatError(quoted(symbol) + " was expected");
   }
 
   std::string_view text_;

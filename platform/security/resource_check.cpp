@@ -19,12 +19,12 @@ constexpr std::string_view kReceipts = "_MASReceipt";
 
 void requireKind(const Directory& directory, const ListedItem& entry, ItemKind kind) {
   if (entry.kind != kind)
-    refuse(directory.pathOf(entry.name), "was replaced by something of another kind after signing");
+    refuse(directory.pathOf(entry.name), "was replaced by an item of another kind after signing");
 }
 
 void requireOrdinary(const Directory& directory, const ListedItem& entry) {
   if (entry.kind == ItemKind::special)
-    refuse(directory.pathOf(entry.name), "is neither a file nor a directory nor a link");
+    refuse(directory.pathOf(entry.name), "is not a file, directory or symbolic link");
 }
 
 }  // namespace
@@ -42,7 +42,7 @@ void ResourceCheck::checkDirectory(const Directory& directory, const std::string
   for (const ListedItem& entry : directory.entries()) {
     requireOrdinary(directory, entry);
     const std::string path = prefix + entry.name;
-    // What the signature is made of, and what is added to a finished bundle by right.
+    // The signature's own files, and those that may be added to a signed bundle.
     if (path == kSignatureDirectory && entry.kind == ItemKind::directory)
       continue;
     if (path == kTicket && entry.kind != ItemKind::directory)
@@ -65,7 +65,7 @@ void ResourceCheck::checkUnsealedDirectory(const Directory& directory, unsigned 
 }
 
 bool ResourceCheck::isOmitted(const Directory& directory, const ListedItem& entry, const std::string& path) {
-  constexpr std::uint64_t kStepsOfAByte = 32;  // that take as long as parsing it
+  constexpr std::uint64_t kStepsOfAByte = 32;  // take as long as parsing one byte
   work_.parse(bundle_.content.path(), path.size() * seal_->rules.size() / kStepsOfAByte);
   return seal_->rules.omits(path) &&
          !(entry.kind == ItemKind::file && beginsLikeMachO(CodeFile(directory.entry(entry.name))));
@@ -77,7 +77,7 @@ void ResourceCheck::checkItem(const Directory& directory, const ListedItem& entr
   const auto item = seal_->items.find(sealKey(path));
   if (item != seal_->items.end()) {
     if (!seen_.insert(&item->second).second)
-      refuse(directory.pathOf(entry.name), "is there twice");
+      refuse(directory.pathOf(entry.name), "exists twice");
     checkSealed(directory, entry, item->second);
   } else if (entry.kind == ItemKind::directory) {
     checkDirectory(directory.subdirectory(entry.name), path + "/", depth - 1);
@@ -92,7 +92,7 @@ void ResourceCheck::checkSealed(const Directory& directory, const ListedItem& en
   } else if (const auto* link = std::get_if<SealedLink>(&item.content)) {
     requireKind(directory, entry, ItemKind::link);
     if (directory.linkTarget(entry.name) != link->target)
-      refuse(directory.pathOf(entry.name), "leads elsewhere than when it was signed");
+      refuse(directory.pathOf(entry.name), "has another target than when it was signed");
   } else {
     checkNested_(directory, entry, std::get<SealedCode>(item.content));
   }
@@ -105,7 +105,7 @@ void ResourceCheck::checkFile(const Directory& directory, const ListedItem& entr
     return;
   const bool hopeless = comparison == CheckWork::Comparison::hopeless;
   pool_.submit([seal = seal_, directory, name = entry.name, &sealed, hopeless] {
-    // As a step, so that the earlier comparison is reported when it is the one that fails.
+    // As a job, so that a failure of the earlier comparison is reported first.
     if (hopeless)
       refuse(directory.pathOf(name), "was changed after signing");
     atPlace(quoted(directory.pathOf(name)), errSecCSBadResource, [&] {

@@ -10,15 +10,18 @@
 
 namespace platform {
 
-/// Compares a bundle's items with its seal: every sealed item must be there and unchanged, and no other may
-/// be. Links are compared by their text and never followed, wherever they lead.
+/// Compares a bundle's items with its seal: every sealed item that is not optional must exist, unchanged, and
+/// no other item may exist but those that the seal's rules omit or that may be added to a signed bundle.
+/// Symbolic links are compared by their target and never followed. To be used once, by one thread.
 class ResourceCheck {
  public:
-  /// Checks the nested code `name` in the directory.
+  /// Checks the nested code `entry` of the directory. Called on the thread that runs the check; throws
+  /// `SecurityError`.
   using NestedCheck =
       std::function<void(const Directory& directory, const ListedItem& entry, const SealedCode&)>;
 
-  /// Everything outlives the check, and the seal the steps too.
+  /// Requires that `bundle`, `work` and `pool` outlive this object; queued jobs share the seal. `work` may be
+  /// shared with other checks on the same thread.
   ResourceCheck(const Bundle& bundle, std::shared_ptr<const ResourceSeal> seal, NestedCheck checkNested,
                 CheckWork& work, WorkerPool& pool)
       : bundle_(bundle),
@@ -27,7 +30,10 @@ class ResourceCheck {
         work_(work),
         pool_(pool) {}
 
-  /// Throws `SecurityError`; the content of files is compared in steps of the pool, which throw it too.
+  /// Requires that this thread is the one that submits to the pool. Ensures, when it returns, that all of the
+  /// above holds except for the contents of files, and that every nested check has returned. The contents are
+  /// compared by jobs, so they are known to be intact once `finish` of the pool has returned. Throws
+  /// `SecurityError`, and what a job has thrown.
   void run();
 
  private:

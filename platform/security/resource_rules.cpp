@@ -16,7 +16,7 @@ constexpr std::size_t kLongestPattern = 1024;
 constexpr std::uint64_t kMostStates = 16384;
 constexpr std::int64_t kPatternMemory = 1 << 20;
 
-/// Matching in linear time, whatever the pattern: the expressions come from whoever made the bundle.
+/// For linear time: the bundle, and thus the expressions, may be hostile.
 RE2::Options options() {
   RE2::Options options(RE2::Latin1);
   options.set_posix_syntax(true);
@@ -34,7 +34,7 @@ bool flag(const PropertyList& rule, std::string_view key) {
   if (value == nullptr)
     return false;
   if (!value->boolean())
-    throw FormatError("a rule of the resource seal is not understood");
+    throw FormatError("a rule of the resource seal is not valid");
   return *value->boolean();
 }
 
@@ -45,7 +45,7 @@ double weightOf(const PropertyList& rule) {
   if (weight->integer())
     return static_cast<double>(*weight->integer());
   if (!weight->real() || !std::isfinite(*weight->real()))
-    throw FormatError("a rule of the resource seal has no proper weight");
+    throw FormatError("a rule of the resource seal does not have a valid weight");
   return *weight->real();
 }
 
@@ -74,13 +74,13 @@ ResourceRules::ResourceRules(const PropertyList& rules) {
       throw FormatError("a rule of the resource seal is too long");
     auto expression = std::make_unique<const RE2>(pattern, options());
     if (!expression->ok())
-      throw FormatError("the rule \"" + pattern + "\" of the resource seal is no regular expression");
+      throw FormatError("the rule \"" + pattern + "\" of the resource seal is not a regular expression");
     size_ += static_cast<std::uint64_t>(expression->ProgramSize());
     if (size_ > kMostStates)
       throw FormatError("the rules of the resource seal are too complex");
     const bool plain = value.dictionary() == nullptr;
     if (plain && value.boolean() != true)
-      throw FormatError("a rule of the resource seal is not understood");
+      throw FormatError("a rule of the resource seal is not valid");
     const bool omit = !plain && flag(value, "omit");
     read.push_back({std::move(expression), plain ? 1 : weightOf(value), omit});
   }

@@ -9,21 +9,21 @@
 
 namespace platform {
 
-/// Decides which items of a bundle its seal covers. Copies share the rules.
+/// Decides which items of a bundle its seal covers. Immutable; copies share the rules.
 class ResourceRules {
  public:
-  /// Reads the rules of a seal: regular expressions (POSIX extended, searched in the path without regard to
-  /// case) with what holds for the paths that they match. Throws `FormatError` for a rule that cannot be
-  /// read.
+  /// Reads the rules of a seal: for each regular expression (POSIX extended, case-insensitive, unanchored)
+  /// what applies to the paths that it matches. Throws `FormatError`, also when the rules are too many or too
+  /// complex.
   explicit ResourceRules(const PropertyList& rules);
 
-  /// True when the seal leaves the item out. Of the rules that match, the one of the greatest weight decides,
-  /// and among equals one that seals; what no rule matches is sealed. Where a bundle keeps its code, no rule
-  /// leaves out more than a folder's view settings (`.DS_Store`). Takes at most `size()` steps for a byte of
-  /// the path.
+  /// True when the seal omits the item at `path`, which is relative to the content directory. Of the matching
+  /// rules the one with the greatest weight decides, and among equals one that seals. A path that no rule
+  /// matches is sealed. In the directories for code no rule can omit anything but a folder's view settings
+  /// (`.DS_Store`). Takes at most `size()` steps per byte of the path.
   bool omits(std::string_view path) const;
 
-  /// How complex the rules are: the states of all their expressions.
+  /// The number of states of all expressions together.
   std::uint64_t size() const noexcept { return size_; }
 
  private:

@@ -12,14 +12,14 @@ constexpr std::size_t kCodeHashSize = 20;
   throw FormatError("the resource seal's entry for \"" + path + "\" " + reason);
 }
 
-/// The bytes under `key`, `size` of them; nothing when there are none.
+/// The data under `key`, which must have `size` bytes; nothing when the key is missing.
 std::optional<std::string> bytes(const std::string& path, const PropertyList& entry, std::string_view key,
                                  std::size_t size) {
   const PropertyList* value = entry.valueForKey(key);
   if (value == nullptr)
     return std::nullopt;
   if (value->data() == nullptr || value->data()->size() != size)
-    refuse(path, "has a digest of a wrong length");
+    refuse(path, "has a digest of the wrong length");
   return std::string(value->data()->bytes());
 }
 
@@ -28,21 +28,21 @@ std::optional<std::string> text(const std::string& path, const PropertyList& ent
   if (value == nullptr)
     return std::nullopt;
   if (value->string() == nullptr)
-    refuse(path, "has a text of another kind");
+    refuse(path, "has a value that is not a string");
   return *value->string();
 }
 
 bool isOptional(const std::string& path, const PropertyList& entry) {
   const PropertyList* value = entry.valueForKey("optional");
   if (value != nullptr && !value->boolean())
-    refuse(path, "is not understood");
+    refuse(path, "is not valid");
   return value != nullptr && *value->boolean();
 }
 
 SealedItem readItem(const std::string& path, const PropertyList& entry) {
   if (const Data* digest = entry.data()) {
     if (digest->size() != digestSize(DigestAlgorithm::sha1))
-      refuse(path, "has a digest of a wrong length");
+      refuse(path, "has a digest of the wrong length");
     return {.content = SealedFile{DigestAlgorithm::sha1, std::string(digest->bytes())}};
   }
   const bool optional = isOptional(path, entry);
@@ -58,14 +58,13 @@ SealedItem readItem(const std::string& path, const PropertyList& entry) {
     return {SealedFile{DigestAlgorithm::sha256, *strong}, optional};
   if (weak)
     return {SealedFile{DigestAlgorithm::sha1, *weak}, optional};
-  refuse(path, "says nothing about its content");
+  refuse(path, "does not say anything about its content");
 }
 
 const PropertyList& section(const PropertyList& list, std::string_view key) {
   const PropertyList* value = list.valueForKey(key);
   if (value == nullptr || value->dictionary() == nullptr)
-    throw FormatError("the resource seal lacks its part \"" + std::string(key) +
-                      "\", without which it binds nothing any more");
+    throw FormatError("the resource seal lacks its part \"" + std::string(key) + "\"");
   return *value;
 }
 
@@ -77,7 +76,7 @@ ResourceSeal ResourceSeal::read(const Data& file) {
   ResourceSeal seal{.items = {}, .rules = ResourceRules(section(list, "rules2"))};
   for (const auto& [path, entry] : *files.dictionary()) {
     if (!seal.items.emplace(sealKey(path), readItem(path, entry)).second)
-      refuse(path, "is there twice");
+      refuse(path, "exists twice");
   }
   return seal;
 }

@@ -16,12 +16,13 @@ struct SealedFile {
   std::string digest;
 };
 
-/// A symbolic link with exactly this text.
+/// A symbolic link with exactly this target.
 struct SealedLink {
   std::string target;
 };
 
-/// Nested code that is valid itself and satisfies the requirement; without one, it is known by the hash.
+/// Nested code, which must be valid itself and satisfy the requirement; without a requirement it must have
+/// the hash.
 struct SealedCode {
   std::optional<std::string> codeDirectoryHash;
   std::optional<std::string> requirement;
@@ -29,23 +30,23 @@ struct SealedCode {
 
 struct SealedItem {
   std::variant<SealedFile, SealedLink, SealedCode> content;
-  bool optional = false;
+  bool optional = false;  ///< may be missing
 };
 
-/// What a bundle holds beside its main executable and its Info.plist, by path from its content directory.
+/// A bundle's items except its main executable and Info.plist, by path relative to its content directory.
 struct ResourceSeal {
   using Items = std::map<std::string, SealedItem, std::less<>>;
 
-  Items items;  ///< under the keys that `sealKey` gives
+  Items items;  ///< by `sealKey` of the path
   ResourceRules rules;
 
-  /// Reads the file `CodeResources` in its second version; the first, which knew no strong digest, does not
-  /// count. Throws `FormatError`.
+  /// Reads version 2 of the seal from the file `CodeResources`; version 1, which has only weak digests, is
+  /// ignored. Throws `FormatError`.
   static ResourceSeal read(const Data& file);
 };
 
-/// The form in which paths are compared. File systems differ in how they write an accented letter (Unicode
-/// Standard Annex #15), and a seal may have been made on another one.
+/// The canonical decomposition of a path (Unicode Standard Annex #15), by which paths are compared: the file
+/// system on which a bundle was sealed may have normalized names differently.
 std::string sealKey(std::string_view path);
 
 }  // namespace platform

@@ -10,7 +10,7 @@ namespace {
 constexpr SecCSFlags kValidityFlags =
     kSecCSCheckAllArchitectures | kSecCSCheckNestedCode | kSecCSStrictValidate;
 
-/// The outcome of an operation that reports a status where the parts of the check throw.
+/// Runs an operation and converts a failure to its status.
 template <typename Result, typename Operation>
 Result withStatus(Operation&& operation) {
   try {
@@ -43,7 +43,8 @@ SecRequirementResult SecRequirementCreateWithString(const std::string& text, Sec
 SecValidityResult SecStaticCodeCheckValidityWithErrors(const SecStaticCode& code, SecCSFlags flags,
                                                        const SecRequirement& requirement) {
   if (flags != kValidityFlags)
-    return {.status = errSecCSInvalidFlags, .error = Error("The validity check does not know these flags.")};
+    return {.status = errSecCSInvalidFlags,
+            .error = Error("The validity check does not support these flags.")};
   try {
     const URL anchors = installationPrefix().appendingPathComponent("share/quorin/anchors");
     code->checkValidity(requirement.get(), anchors);

@@ -10,8 +10,8 @@
 
 namespace platform {
 
-/// The static code check: is code on disk validly signed, does it satisfy a requirement, and what does its
-/// signature say? The trusted roots are those of the installation that the program belongs to.
+/// The static code check: whether code on disk is validly signed and satisfies a requirement, and what its
+/// signature says. The trusted roots are those of the installation that the program belongs to.
 
 class StaticCode;
 class Requirement;
@@ -19,24 +19,24 @@ class Requirement;
 using SecCSFlags = std::uint32_t;
 
 inline constexpr SecCSFlags kSecCSDefaultFlags = 0;
-/// Of the validity check. The check knows no other way than all three together.
+/// For the validity check, which supports only all three together.
 inline constexpr SecCSFlags kSecCSCheckAllArchitectures = 1;
 inline constexpr SecCSFlags kSecCSCheckNestedCode = 8;
 inline constexpr SecCSFlags kSecCSStrictValidate = 16;
-/// Of the signing information.
+/// For the signing information.
 inline constexpr SecCSFlags kSecCSSigningInformation = 2;
 
-/// Keys of the signing information, each with a text: the signing identifier, and the signing team's
-/// identifier, which is missing when the signature names none.
+/// Keys of the signing information. Both values are strings: the signing identifier, and the team identifier,
+/// which is absent when the signature has none.
 inline constexpr const char* kSecCodeInfoIdentifier = "identifier";
 inline constexpr const char* kSecCodeInfoTeamIdentifier = "teamid";
 
-/// A code object. Copies are the same object, which serves one thread at a time.
+/// A code object. Copies share the object, which must be used by one thread at a time.
 using SecStaticCode = std::shared_ptr<StaticCode>;
-/// A compiled requirement.
+/// A compiled requirement. Immutable, so threads may share it.
 using SecRequirement = std::shared_ptr<const Requirement>;
 
-// Every operation gives a status, `errSecSuccess` or another, and an object only with success. None throws.
+// Each operation returns a status, and an object only with `errSecSuccess`. None throws.
 
 struct SecStaticCodeResult {
   OSStatus status = errSecSuccess;
@@ -54,11 +54,11 @@ SecRequirementResult SecRequirementCreateWithString(const std::string& text, Sec
 
 struct SecValidityResult {
   OSStatus status = errSecSuccess;
-  /// What is wrong and where, on any status but success.
+  /// What is wrong and where, with every status but success.
   std::optional<Error> error = std::nullopt;
 };
 
-/// Checks validity, and the requirement unless it is null.
+/// Checks validity, and the requirement unless it is null. `code` must not be null.
 SecValidityResult SecStaticCodeCheckValidityWithErrors(const SecStaticCode& code, SecCSFlags flags,
                                                        const SecRequirement& requirement);
 
@@ -67,7 +67,7 @@ struct SecSigningInformationResult {
   std::optional<PropertyList> information = std::nullopt;
 };
 
-/// Of code that was checked, what the check has verified; else what the signature claims.
+/// What the last successful check verified, otherwise what the signature claims. `code` must not be null.
 SecSigningInformationResult SecCodeCopySigningInformation(const SecStaticCode& code, SecCSFlags flags);
 
 }  // namespace platform

@@ -9,8 +9,8 @@ namespace platform {
 using OSStatus = std::int32_t;
 
 inline constexpr OSStatus errSecSuccess = 0;
-/// The code's signature is valid, but the code does not satisfy the requirement; no other failure has this
-/// status. The sealed resources were not checked.
+/// The signature is valid, but the code does not satisfy the requirement; used for no other failure. The
+/// sealed resources were not checked.
 inline constexpr OSStatus errSecCSReqFailed = -67050;
 /// The requirement's text is malformed.
 inline constexpr OSStatus errSecCSReqInvalid = -67052;
@@ -25,7 +25,7 @@ inline constexpr OSStatus errSecCSStaticCodeNotFound = -67068;
 /// The operation does not support the flags.
 inline constexpr OSStatus errSecCSInvalidFlags = -67070;
 
-/// Code that is rejected: a status, and a sentence that names the place and the reason.
+/// Code was rejected: a status, and a sentence with the item and the reason.
 class SecurityError : public Error {
  public:
   SecurityError(OSStatus status, std::string description) : Error(std::move(description)), status_(status) {}

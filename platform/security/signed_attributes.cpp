@@ -9,7 +9,7 @@
 namespace platform {
 namespace {
 
-/// The places in a message's structures (RFC 5652, sections 3, 5.1 and 5.3).
+/// Positions in the message's structures (RFC 5652, sections 3, 5.1 and 5.3).
 constexpr int kContentOfMessage = 1;
 constexpr int kAttributesOfSigner = 3;
 
@@ -23,7 +23,7 @@ struct Element {
   std::string_view content;
 };
 
-/// The element whose encoding `bytes` is.
+/// Decodes the element that takes up all of `bytes`.
 Element elementIn(std::string_view bytes) {
   constexpr int kError = 0x80;
   constexpr int kIndefinite = 0x01;
@@ -50,7 +50,7 @@ Element elementIn(std::string_view bytes) {
 
 using Decode = STACK_OF(ASN1_TYPE) * (*)(STACK_OF(ASN1_TYPE) **, const unsigned char**, long);
 
-/// The elements of a SEQUENCE or SET that begins `bytes`; constructed ones keep their encoding.
+/// The elements of the SEQUENCE or SET at the start of `bytes`; constructed ones keep their encoding.
 openssl::Elements elementsOf(std::string_view bytes, Decode decode) {
   const auto* position = reinterpret_cast<const unsigned char*>(bytes.data());
   openssl::Elements elements(decode(nullptr, &position, static_cast<long>(bytes.size())));
@@ -68,7 +68,7 @@ std::string_view encodingOf(const openssl::Elements& elements, int index, int ki
   return openssl::bytesOf(element->value.asn1_string);
 }
 
-/// The signer's attributes as a SET OF, of which the header alone is made anew.
+/// The signer's attributes as a SET OF: only the header is replaced.
 std::string asSet(const Element& attributes) {
   if (attributes.tagClass != V_ASN1_CONTEXT_SPECIFIC || attributes.tag != 0)
     refuse();

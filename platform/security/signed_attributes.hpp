@@ -9,25 +9,25 @@
 
 namespace platform {
 
-/// The signed attributes of a CMS message with one signer (RFC 5652, section 5.3), read from the very bytes
-/// that the signature is over. OpenSSL sorts the values of an attribute when it encodes them anew, which
-/// changes the digest of signatures whose signer did not sort them.
+/// The signed attributes of a CMS message with one signer (RFC 5652, section 5.3), read from the signed bytes
+/// themselves. OpenSSL's own check encodes the attributes again and sorts their values, which breaks
+/// signatures whose signer did not sort them.
 class SignedAttributes {
  public:
-  /// Reads the attributes of the message's only signer. Throws `FormatError` for a message that has another
-  /// number of signers, none of these attributes, or lengths that are not definite.
+  /// Throws `FormatError` when the message is malformed, has more or fewer signers than one, or has no signed
+  /// attributes.
   static SignedAttributes read(std::string_view message);
 
-  /// What the signature is over: the attributes as a SET OF (RFC 5652, section 5.4), byte for byte as in the
-  /// message.
+  /// The input of the signature: the attributes as a SET OF (RFC 5652, section 5.4), with the message's own
+  /// bytes.
   const std::string& signedBytes() const noexcept { return signedBytes_; }
 
-  /// The attribute of that type, owned by this object, or null. Throws `FormatError` when there are two.
+  /// The attribute of that type, or null. Owned by this object. Throws `FormatError` when there are several.
   X509_ATTRIBUTE* find(const ASN1_OBJECT* type) const;
 
-  /// The only value of the attribute of that type if it has the ASN.1 type `kind`, such as
-  /// `V_ASN1_OCTET_STRING`; null for a missing attribute, and for one with another number or kind of values.
-  /// Throws `FormatError` when there are two attributes of the type.
+  /// The single value of the attribute of that type, which must have the ASN.1 type `kind`, such as
+  /// `V_ASN1_OCTET_STRING`. Null when the attribute is missing, or has several values or one of another type.
+  /// Owned by this object. Throws `FormatError` when there are several attributes of the type.
   const void* onlyValue(const ASN1_OBJECT* type, int kind) const;
 
  private:
@@ -37,8 +37,8 @@ class SignedAttributes {
   std::vector<openssl::Attribute> attributes_;
 };
 
-/// Checks the signer's own lists of code directories, which bind those beside the first. Each list that is
-/// there names every directory and no other; where there are several directories, one list has to be there.
+/// Checks the attributes that list the digests of all code directories; the signature itself covers only the
+/// first. Each such list must name exactly `directories`, and with several directories there must be a list.
 /// Throws `FormatError`.
 void requireDirectoriesAreSigned(const SignedAttributes& attributes,
                                  const std::vector<CodeDirectory>& directories);

@@ -10,7 +10,7 @@ namespace platform {
 namespace {
 
 constexpr std::uint64_t kMebibyte = 1U << 20U;
-/// Of all architectures together.
+/// For all architectures together.
 constexpr std::uint64_t kLargestSignatures = 64 * kMebibyte;
 constexpr std::uint64_t kLargestInformation = kMebibyte;
 
@@ -21,8 +21,8 @@ struct ComponentFile {
   std::uint32_t slot;
 };
 
-/// The files that hold the components of a signature which is not embedded.
-/// Signing tools give the alternate code directory the name of the requirements.
+/// The files of a detached signature. Signing tools name those of alternate code directories after the
+/// requirements.
 constexpr std::array<ComponentFile, 9> kComponentFiles{{{"CodeDirectory", slot::kCodeDirectory},
                                                         {"CodeRequirements-1", slot::kFirstAlternate},
                                                         {"CodeRequirements-2", slot::kFirstAlternate + 1},
@@ -37,7 +37,7 @@ constexpr std::array<ComponentFile, 9> kComponentFiles{{{"CodeDirectory", slot::
   throw SecurityError(errSecCSUnsigned, place + " is not signed at all.");
 }
 
-/// Counts what is read of a file.
+/// Counts the bytes read from a file.
 class MeteredFile : public ByteSource {
  public:
   explicit MeteredFile(const CodeFile& file) : file_(file) {}
@@ -56,12 +56,12 @@ class MeteredFile : public ByteSource {
   mutable std::uint64_t bytesRead_ = 0;
 };
 
-/// Enough for several digests of every page and for what else a signature holds.
+/// Enough for several digests per page and the other components.
 std::uint64_t largestSignature(std::uint64_t codeLength) {
   return std::min(kMebibyte + codeLength / 16, kLargestSignatures);
 }
 
-/// The code directory, and its alternates in the slots that follow without a gap.
+/// Reads the code directory and its alternates, whose slots must be consecutive.
 void readDirectories(SignedSlice& slice) {
   std::uint32_t expected = slot::kCodeDirectory;
   for (const auto& [number, blob] : slice.components) {
@@ -90,15 +90,15 @@ SignedSlice readSlice(const MeteredFile& file, const MachOSlice& machO) {
   readDirectories(slice);
   if (machO.informationSection) {
     if (machO.informationSection->length > kLargestInformation)
-      throw FormatError("the Info.plist that it carries is too large");
+      throw FormatError("its embedded Info.plist is too large");
     slice.informationSection =
         file.read(machO.range.offset + machO.informationSection->offset, machO.informationSection->length);
   }
   return slice;
 }
 
-/// Nothing but the components themselves lies where the signature does, for nothing binds what else lies
-/// there. Beside an embedded signature nobody reads them.
+/// The directory may contain only components of a signature, as no seal covers it. Beside an embedded
+/// signature they are ignored.
 void requireOnlySignature(const Directory& signatures) {
   for (const ListedItem& entry : signatures.entries()) {
     const bool isComponent =

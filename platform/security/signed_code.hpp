@@ -11,7 +11,7 @@
 
 namespace platform {
 
-/// The code for one architecture with its signature, read and not verified.
+/// The code for one architecture, with its signature read but not verified.
 struct SignedSlice {
   SignedSlice() = default;
   SignedSlice(const SignedSlice&) = delete;
@@ -20,25 +20,25 @@ struct SignedSlice {
   SignedSlice& operator=(SignedSlice&&) = delete;
   ~SignedSlice() = default;
 
-  std::string place;  ///< path and architecture, as they begin a sentence
-  ByteRange code;     ///< what the pages have to cover, in the file
+  std::string place;  ///< path and architecture, as a sentence begins with them
+  ByteRange code;     ///< range of the file that the pages must cover
   CodeComponents components;
-  std::vector<CodeDirectory> directories;         ///< views of the components, in the order of their slots
-  std::optional<std::string> informationSection;  ///< the Info.plist that the code itself carries
+  std::vector<CodeDirectory> directories;  ///< views of `components`, in the order of their slots; not empty
+  std::optional<std::string> informationSection;  ///< the embedded Info.plist
 
-  /// The directory with the strongest digest, which is the one to check the code with.
+  /// The directory with the strongest digest, with which the code is checked.
   const CodeDirectory& strongestDirectory() const;
 };
 
-/// A main executable, or code that is a file by itself.
+/// A main executable, or another file of code.
 struct SignedCode {
   std::shared_ptr<const CodeFile> file;
-  std::vector<SignedSlice> slices;  ///< one for each architecture; one for a file that is no Mach-O
-  std::uint64_t bytesRead = 0;      ///< to get this
+  std::vector<SignedSlice> slices;  ///< one for each architecture; one for a file that is not Mach-O
+  std::uint64_t bytesRead = 0;      ///< while reading the signature
 };
 
-/// Reads the signature of every architecture. That of a file which is no Mach-O lies beside it, in
-/// `signatures`; without that directory such a file is unsigned. Throws `SecurityError`.
+/// Reads the signature of every architecture. For a file that is not Mach-O, reads the detached signature in
+/// the directory `signatures`; without that directory the file is unsigned. Throws `SecurityError`.
 SignedCode readSignedCode(CodeFile file, const std::optional<Directory>& signatures);
 
 }  // namespace platform

@@ -12,11 +12,11 @@ namespace {
 constexpr std::uint64_t kPieceSize = 256U << 10U;
 constexpr std::uint64_t kStepSize = 4U << 20U;
 
-/// All directories are about the same code, each by a digest of its own, and one of the digests is strong.
+/// All code directories must describe the same code with different digests, at least one stronger than SHA-1.
 void requireConsistentDirectories(const SignedSlice& slice) {
   const CodeDirectory& strongest = slice.strongestDirectory();
   if (strongest.strength() == 0)
-    throw FormatError("its signature uses no digest but SHA-1, which binds nothing any more");
+    throw FormatError("its signature uses only SHA-1, which is too weak");
   std::set<int> strengths;
   for (const CodeDirectory& directory : slice.directories) {
     if (!strengths.insert(directory.strength()).second)
@@ -24,11 +24,11 @@ void requireConsistentDirectories(const SignedSlice& slice) {
     if (directory.identifier() != strongest.identifier() ||
         directory.teamIdentifier() != strongest.teamIdentifier() ||
         directory.isAdHoc() != strongest.isAdHoc())
-      throw FormatError("its code directories differ in what they are about");
+      throw FormatError("its code directories describe different code");
   }
 }
 
-/// The signer's chain of certificates; empty for code signed ad hoc, which nobody vouches for.
+/// The signer's certificate chain; empty for code signed ad hoc.
 std::vector<Certificate> verifySigner(const SignedSlice& slice, AnchorSource& anchors) {
   const auto message = slice.components.find(slot::kSignature);
   const std::string_view signature = message == slice.components.end() ? std::string_view() : message->second;
@@ -81,7 +81,7 @@ void verifySpecialSlots(const SignedSlice& slice, const BoundFiles* files) {
     else if (number == slot::kResources && files != nullptr)
       component = &files->resources;
     else if (number == slot::kInfo && slice.informationSection && directory.specialDigest(number))
-      // Without a digest of its own, the section is bound by the pages that it lies in.
+      // Without a digest of its own, the section is covered by its pages.
       component = &*slice.informationSection;
     verifySpecialSlot(directory, number, component);
   }
@@ -93,13 +93,13 @@ void verifySpecialSlots(const SignedSlice& slice, const BoundFiles* files) {
                                                    " of the file.");
 }
 
-/// The thread's own memory for reading; allocating it for every file would cost more than small files do.
+/// One buffer per thread; allocating one for each file would cost more than reading a small file.
 std::span<char> pieceBuffer() {
   static thread_local std::string buffer(kPieceSize, '\0');
   return buffer;
 }
 
-/// Small pages: several of them are read in one go.
+/// Small pages: one read gets several.
 void checkPages(const ByteSource& file, const SignedSlice& slice, std::uint32_t first, std::uint32_t end) {
   const CodeDirectory& directory = slice.strongestDirectory();
   const std::uint64_t pageSize = directory.pageSize();
@@ -164,7 +164,7 @@ void submitPageChecks(const std::shared_ptr<const SignedCode>& code, const Signe
   if (comparison == CheckWork::Comparison::made)
     return;
   if (comparison == CheckWork::Comparison::hopeless) {
-    // As a step, so that the earlier comparison is reported when it is the one that fails.
+    // As a job, so that a failure of the earlier comparison is reported first.
     pool.submit([code, &slice] {
       throw SecurityError(errSecCSSignatureFailed, slice.place + " was changed after signing.");
     });

@@ -12,18 +12,18 @@
 
 namespace platform {
 
-/// The files of a bundle that its signature binds by their digests.
+/// The files of a bundle whose digests are in its code directories.
 struct BoundFiles {
-  std::string information;  ///< the whole of Info.plist
-  std::string resources;    ///< the whole of CodeResources
+  std::string information;  ///< content of Info.plist
+  std::string resources;    ///< content of CodeResources
 };
 
-/// The anchors of a check. They are read when the first certificate has to be judged, and then kept.
+/// The anchors of a check, read when the first certificate must be judged. Not thread-safe.
 class AnchorSource {
  public:
   explicit AnchorSource(URL directory) : directory_(std::move(directory)) {}
 
-  /// Throws `SecurityError`.
+  /// Owned by this object. Throws `SecurityError`.
   const TrustAnchors& anchors();
 
  private:
@@ -31,18 +31,18 @@ class AnchorSource {
   std::optional<TrustAnchors> anchors_;
 };
 
-/// Verifies the signature of one architecture and the components that its code directory covers, but not the
-/// pages. `files` are those of the bundle, or null for code that is a file by itself.
+/// Verifies the signature of one architecture and everything its code directory covers except the pages.
+/// `files` is null for code that is a single file.
 ///
 /// Returns what the signature says. Throws `SecurityError`.
 CodeIdentity verifySlice(const SignedSlice& slice, const BoundFiles* files, AnchorSource& anchors);
 
-/// Has the pool compare all pages of the slice, one of `code`, with their digests, unless that was done for
-/// the same file before. A step throws `SecurityError`.
+/// Queues jobs that compare the pages of `slice`, which is one of `code`, with their digests, unless the same
+/// comparison was queued before. The jobs share `code` and throw `SecurityError`.
 void submitPageChecks(const std::shared_ptr<const SignedCode>& code, const SignedSlice& slice,
                       CheckWork& work, WorkerPool& pool);
 
-/// The digest of a range of bytes, read in pieces.
+/// The digest of a range, which must be inside the source. Reads in pieces; any thread may call it.
 std::string digestOfRange(const ByteSource& source, const ByteRange& range, DigestAlgorithm algorithm);
 
 }  // namespace platform

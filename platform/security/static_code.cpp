@@ -17,7 +17,7 @@ Directory parentOf(const URL& location) {
   return Directory::open(location.deletingLastPathComponent(), Directory::Links::followed);
 }
 
-/// The signature of the code as it is on disk, of its first architecture.
+/// What the signature of the first architecture claims.
 SigningInformation readInformation(const Directory& parent, const std::string& name) {
   const auto read = [&] {
     if (parent.kindOf(name) != ItemKind::directory)
@@ -44,7 +44,7 @@ StaticCode StaticCode::atLocation(const URL& location) {
     const std::string name = resolved->lastPathComponent();
     const std::optional<ItemKind> kind = parent.kindOf(name);
     if (kind == ItemKind::directory && !hasBundleShape(parent.subdirectory(name)))
-      refuseLocation(location, "the directory is no bundle");
+      refuseLocation(location, "the directory is not a bundle");
     if (kind != ItemKind::directory && kind != ItemKind::file)
       refuseLocation(location, "it is neither a file nor a directory");
     return StaticCode(*resolved);

@@ -9,37 +9,38 @@
 
 namespace platform {
 
-/// What a signature says about itself.
+/// The identifiers in a code signature.
 struct SigningInformation {
   std::string identifier;
   std::optional<std::string> teamIdentifier;
 };
 
-/// Code on disk: a bundle, a framework or a file. To be used by one thread at a time; a check itself uses
-/// several.
+/// Code on disk: a bundle, a framework or a file. An object must be used by one thread at a time; a check
+/// itself uses several.
 class StaticCode {
  public:
-  /// Throws `SecurityError` of the status `errSecCSStaticCodeNotFound` when there is no code at the location.
-  /// Whether it is signed is left to the check.
+  /// Throws `SecurityError` with the status `errSecCSStaticCodeNotFound` unless a file, or a directory that
+  /// looks like a bundle, is at the location. Does not look at the signature.
   static StaticCode atLocation(const URL& location);
 
-  /// Returns when the code is validly signed, in every architecture and with everything that its signature
-  /// seals, nested code included, and satisfies the requirement, if one is given. Code that certificates
-  /// vouch for has to lead to a root in `anchorsDirectory`; code signed ad hoc has none.
+  /// Requires that nothing is written to the code meanwhile. Ensures, when it returns, that every
+  /// architecture, every sealed resource and all nested code are validly signed, and that the code satisfies
+  /// the requirement unless that is null. A signer's certificates must lead to a root in `anchorsDirectory`;
+  /// code signed ad hoc has none and is valid.
   ///
-  /// Throws `SecurityError`, of the status `errSecCSReqFailed` when the signature is valid and the
-  /// requirement is not satisfied. What a bundle's signature seals is not compared then: a bundle of another
-  /// signer costs no more than its signature, and one that is damaged besides is reported as not the expected
-  /// one.
+  /// Throws `SecurityError`, with the status `errSecCSReqFailed` when the signature is valid and the
+  /// requirement is not satisfied. The sealed resources are then not checked: code of another signer costs no
+  /// more than reading its signature, and is reported as such even if it is damaged too.
   void checkValidity(const Requirement* requirement, const URL& anchorsDirectory);
 
-  /// Of the code that was checked last; else read from the disk and not verified. Throws `SecurityError`.
+  /// What the last check verified, if it succeeded; otherwise read from the disk without verification. Throws
+  /// `SecurityError`.
   SigningInformation signingInformation() const;
 
  private:
   explicit StaticCode(URL location) : location_(std::move(location)) {}
 
-  URL location_;  ///< without a link at its end
+  URL location_;  ///< without symbolic links
   std::optional<SigningInformation> checked_;
 };
 

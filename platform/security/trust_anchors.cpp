@@ -19,7 +19,7 @@ template <typename Reason>
                       sentence("The trusted roots in " + quoted(path) + " cannot be used", reason));
 }
 
-/// Refuses an item that another user may have written.
+/// Rejects an item that another user may have written.
 void requirePrivate(const FileDescriptor& item, const std::string& path) {
   struct stat status {};
   if (::fstat(item.get(), &status) != 0)
@@ -38,7 +38,7 @@ void readRoots(const Directory& directory, const std::string& name, std::vector<
     refuse(path, "the file is too large");
   for (Certificate& root : Certificate::fromPEM(file.read(0, file.size()))) {
     if (!root.isRoot())
-      refuse(path, "one of them is no self-signed root");
+      refuse(path, "one of them is not a self-signed root");
     roots.push_back(std::move(root));
   }
 }

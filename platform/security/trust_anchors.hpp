@@ -7,14 +7,15 @@
 
 namespace platform {
 
-/// The roots in which a chain of certificates has to end.
+/// The root certificates in which a chain must end. Immutable after construction.
 class TrustAnchors {
  public:
   explicit TrustAnchors(std::vector<Certificate> roots) : roots_(std::move(roots)) {}
 
-  /// The roots in the files `*.pem` of a directory. Throws `SecurityError` when the directory or a file of
-  /// that name could have been changed by someone else than the superuser and the caller, is a link, or holds
-  /// anything but self-signed roots. A directory that is missing or empty trusts nothing.
+  /// Reads the roots from the files `*.pem` in a directory. Throws `SecurityError` when the directory or one
+  /// of these files is a symbolic link, belongs to anyone but the superuser and the caller, or is writable by
+  /// group or others, and when a file contains anything but self-signed roots. Without the directory, and
+  /// with an empty one, no root is trusted.
   static TrustAnchors inDirectory(const URL& url);
 
   const std::vector<Certificate>& roots() const noexcept { return roots_; }

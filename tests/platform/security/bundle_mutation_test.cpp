@@ -14,7 +14,7 @@ using test::copyTree;
 using test::SigningWorkshop;
 using test::Verdict;
 
-/// Puts something else in the place of an item, which lies at `original` meanwhile.
+/// Replaces an item, which was moved to `original`.
 using Apply = std::function<void(const fs::path& original, const fs::path& item)>;
 
 struct Mutation {
@@ -26,7 +26,7 @@ Apply linkTo(const char* target) {
   return [target](const fs::path&, const fs::path& item) { fs::create_symlink(target, item); };
 }
 
-/// Another content, made of the file's own.
+/// Replaces the content with a changed copy.
 Apply content(std::string (*change)(std::string content)) {
   return [change](const fs::path& original, const fs::path& file) {
     test::writeFile(file, change(test::readFile(original)));
@@ -105,9 +105,8 @@ bool holdsOnlyLocalisations(const fs::path& directory) {
   });
 }
 
-/// What binds nothing: files that the seal's own rules leave out, the notarization ticket, localisations,
-/// which a user may remove, and a framework's outer links, which may be missing and lead to the current
-/// version's items if not.
+/// What a signature does not cover: files that the seal's rules omit, the notarization ticket, the removal of
+/// localisations, and the removal of a framework's outer links.
 bool isExplained(const fs::path& item, const std::string& path, const std::string& mutation) {
   const bool omitted = path == "Contents/PkgInfo" || path == "Contents/CodeResources" ||
                        path.ends_with(".DS_Store") || path.ends_with("locversion.plist");

@@ -80,7 +80,7 @@ TEST(CMSSignature, aDefectiveOneIsRefusedWithTheReason) {
   }
 }
 
-TEST(CertificateChain, whatAStrangerSignedIsRefused) {
+TEST(CertificateChain, codeSignedByAStrangerIsRefused) {
   const SigningWorkshop workshop;
   const SigningWorkshop stranger;
   const auto expectRefused = [&](const fs::path& application, const char* reason) {
@@ -96,7 +96,7 @@ TEST(CertificateChain, whatAStrangerSignedIsRefused) {
   expectRefused(workshop.signedPlainApplication({"--time-stamp"}), "time stamp");
 }
 
-TEST(CertificateChain, codeSignedByNobodyIsValidButNeverAnchored) {
+TEST(CertificateChain, adHocCodeIsValidButNeverAnchored) {
   const SigningWorkshop workshop;
   const fs::path application = test::makePlainApplication(workshop / "ad hoc");
   EXPECT_EQ(workshop.judge(application).status, platform::errSecCSUnsigned);
@@ -105,12 +105,12 @@ TEST(CertificateChain, codeSignedByNobodyIsValidButNeverAnchored) {
   EXPECT_EQ(workshop.judge(application, "anchor apple generic").status, errSecCSReqFailed);
 }
 
-TEST(CMSSignature, whatFollowsBehindItIsRefusedAndSoIsItsAbsence) {
+TEST(CMSSignature, trailingDataAndAMissingMessageAreRefused) {
   const SigningWorkshop workshop;
   const fs::path application = workshop.signedPlainApplication();
   const fs::path signature = application / "Contents/_CodeSignature/CodeSignature";
   test::writeFile(signature, test::readFile(signature) + "x");
-  EXPECT_THAT(workshop.judge(application).sentence, testing::HasSubstr("is no signed data"));
+  EXPECT_THAT(workshop.judge(application).sentence, testing::HasSubstr("is not signed data"));
   fs::remove(signature);
   EXPECT_EQ(workshop.judge(application).status, errSecCSSignatureFailed);
 }
@@ -122,7 +122,7 @@ TEST(TrustAnchors, theShippedRootIsTheGeneralOne) {
             "b0b1730ecbc7ff4505142c49f1295e6eda6bcaed7e2c68c5be91b5a11001f024");
 }
 
-TEST(TrustAnchors, whatOthersMayHaveChangedIsRefused) {
+TEST(TrustAnchors, filesThatOthersMayHaveChangedAreRefused) {
   const SigningWorkshop workshop;
   const fs::path anchors = workshop.anchors();
   const fs::path file = anchors / "root.pem";
@@ -157,7 +157,7 @@ TEST(TrustAnchors, whatOthersMayHaveChangedIsRefused) {
        {workshop.chain().directory() / "chain.pem", selfSigned.chain().directory() / "leaf.pem"}) {
     fs::remove(file);
     fs::copy_file(certificate, file);
-    EXPECT_TRUE(isRefused()) << "a certificate that is no root: " << certificate;
+    EXPECT_TRUE(isRefused()) << "a certificate that is not a root: " << certificate;
   }
   test::writeFile(file, "text");
   EXPECT_TRUE(isRefused()) << "no certificate";

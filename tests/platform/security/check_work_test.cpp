@@ -28,7 +28,7 @@ Directory directoryAt(const fs::path& path) {
   return Directory::open(URL::fileURLWithPath(path.native()), Directory::Links::refused);
 }
 
-/// A check of the code, which may be refused by `accept`.
+/// A check of the code, which `accept` may reject.
 class CountedCheck {
  public:
   explicit CountedCheck(
@@ -55,7 +55,7 @@ TEST(CheckWork, aFileIsDigestedOnceHoweverManyNamesItHas) {
   test::writeFile(resources / "0", std::string(kMebibyte, 'x'));
   for (int link = 1; link < 200; ++link)
     fs::create_hard_link(resources / "0", resources / std::to_string(link));
-  // Each digest binds the file, and each makes one pass.
+  // Each digest takes one pass over the file.
   for (const auto& [digests, passes] : {std::pair{"sha256", 1U}, {"sha1", 1U}}) {
     workshop().chain().sign(application, {"--sealed-hash", digests});
     const CountedCheck check(application);
@@ -65,7 +65,7 @@ TEST(CheckWork, aFileIsDigestedOnceHoweverManyNamesItHas) {
   }
 }
 
-TEST(CheckWork, aFileThatWasExpectedToBeTwoIsRefusedByTheNameThatIsWrong) {
+TEST(CheckWork, aFileWithTwoSealedDigestsIsRefusedUnderTheWrongName) {
   for (const auto& [kept, replaced] : {std::pair{"a", "b"}, {"b", "a"}}) {
     const fs::path application = workshop().signedPlainApplication();
     const fs::path resources = application / "Contents/Resources";
@@ -194,7 +194,7 @@ TEST(CheckWork, pathsAndNestedFilesCountToo) {
   EXPECT_GE(growth(), kItems * 2048);
 }
 
-TEST(CheckWork, whatNoApplicationNeedsIsRefused) {
+TEST(CheckWork, tooMuchParsingIsRefused) {
   CheckWork work;
   work.parse("first", 500 * kMebibyte);
   EXPECT_THROW(work.parse("second", 500 * kMebibyte), platform::Error);

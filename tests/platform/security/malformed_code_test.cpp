@@ -42,7 +42,7 @@ std::string with(std::string bytes, std::size_t offset, std::string_view replace
   return bytes.replace(offset, replacement.size(), replacement);
 }
 
-/// The reason for which something is refused; empty when it is not.
+/// The reason why the input is rejected; empty when it is accepted.
 template <typename Read>
 std::string refusalOf(Read&& read) {
   try {
@@ -59,7 +59,7 @@ struct Change {
   std::string value;
 };
 
-TEST(MalformedCode, whatAMachOFileMustNotSay) {
+TEST(MalformedCode, contradictionsInAMachOFileAreRefused) {
   const std::string thin = test::readFile(machO("contradicting", "x86_64"));
   const std::string fat = test::readFile(machO("contradicting both", "x86_64,arm64"));
   const std::string names = "__info_plist" + std::string(4, '\0') + "__TEXT" + std::string(10, '\0');
@@ -71,14 +71,14 @@ TEST(MalformedCode, whatAMachOFileMustNotSay) {
     Change change;
   };
   for (const auto& [whole, change] :
-       {Case{thin, {"names two signatures", kFirstCommand, std::string("\x1D\0\0\0", 4)}},
-        Case{thin, {"lies outside of the code", section, names + std::string(20, '\xFF')}},
+       {Case{thin, {"has two signatures", kFirstCommand, std::string("\x1D\0\0\0", 4)}},
+        Case{thin, {"is outside the code", section, names + std::string(20, '\xFF')}},
         Case{thin,
-             {"carries two Info.plist sections", section,
+             {"has two Info.plist sections", section,
               names + thin.substr(section + names.size(), kSectionSize - names.size()) + names}},
-        Case{fat, {"holds an architecture twice", 28, fat.substr(8, 8)}},
+        Case{fat, {"has an architecture twice", 28, fat.substr(8, 8)}},
         Case{fat, {"architectures overlap", 36, fat.substr(16, 4)}},
-        Case{fat, {"is no Mach-O file", readMachO(MemorySource(fat))->front().range.offset, "text"}}})
+        Case{fat, {"is not a Mach-O file", readMachO(MemorySource(fat))->front().range.offset, "text"}}})
     EXPECT_THAT(refusalOf([&, &bytes = whole, &at = change.offset, &value = change.value] {
                   readMachO(MemorySource(with(bytes, at, value)));
                 }),
@@ -89,7 +89,7 @@ TEST(MalformedCode, componentsNeverShareBytes) {
   const std::string whole = signatureOf(test::readFile(machO("overlapping", "arm64")));
   for (const Change& change : {Change{"a component twice", 20, whole.substr(12, 4)},
                                {"components that overlap", 24, whole.substr(16, 4)},
-                               {"a component at an impossible place", 16, bigEndian(8)}})
+                               {"a component at an invalid offset", 16, bigEndian(8)}})
     EXPECT_THAT(refusalOf([&] { readEmbeddedSignature(with(whole, change.offset, change.value)); }),
                 testing::HasSubstr(change.reason));
 }
@@ -145,7 +145,7 @@ TEST(MalformedCode, everyByteOfAnEmbeddedSignatureBinds) {
   const platform::ByteRange range = readMachO(MemorySource(whole))->front().signature.value();
   const std::string_view signature = std::string_view(whole).substr(range.offset);
   const auto components = readEmbeddedSignature(signature);
-  // Those of the CMS signature have a test of their own.
+  // The bytes of the CMS message have a test of their own.
   const std::size_t end = range.offset + signature.find(components.at(0x10000)) + 8;
   for (std::size_t offset = range.offset; offset < end; ++offset) {
     test::writeFile(file, with(whole, offset, std::string(1, static_cast<char>(whole[offset] ^ 1))));
@@ -153,7 +153,7 @@ TEST(MalformedCode, everyByteOfAnEmbeddedSignatureBinds) {
   }
 }
 
-TEST(MalformedCode, anUnknownComponentThatNothingBindsIsPassedOver) {
+TEST(MalformedCode, anUnknownComponentWithoutADigestIsIgnored) {
   const fs::path file = machO("unknown", "arm64");
   const std::string whole = test::readFile(file);
   const std::string signature = signatureOf(whole);
@@ -177,8 +177,8 @@ TEST(MalformedCode, anUnknownComponentThatNothingBindsIsPassedOver) {
   }
 }
 
-/// The verdict on the file once it holds other code with that code's own strong directory, under the
-/// signature over its own weak one.
+/// The verdict on the file after its code and its strong code directory have been replaced by other code's,
+/// with the signature over its own weak directory kept.
 test::Verdict withOtherAlternate(const fs::path& file, const std::vector<std::string>& options) {
   const std::string other = test::readFile(machO("other", "arm64", options, "other"));
   const std::string mine = test::readFile(file);
@@ -219,7 +219,7 @@ TEST(MalformedCode, codeSignedWithSHA1AloneIsRefused) {
   const fs::path file = machO("weak", "arm64", {"--hash", "sha1+sha256"});
   const std::string whole = test::readFile(file);
   const auto alternate = readEmbeddedSignature(signatureOf(whole)).at(0x1000);
-  // The strong directory's entry in the index becomes an identification, which nothing binds.
+  // Turn the strong directory's index entry into an identification, which no digest covers.
   const std::size_t index =
       whole.find(bigEndian(0x1000), readMachO(MemorySource(whole))->front().signature->offset);
   test::writeFile(file, with(whole, index, bigEndian(0x10001)));
@@ -227,7 +227,7 @@ TEST(MalformedCode, codeSignedWithSHA1AloneIsRefused) {
   EXPECT_THAT(verdict.sentence, testing::HasSubstr("SHA-1"));
 }
 
-TEST(MalformedCode, whatIsLargerThanAnyRealOneIsRefusedUnread) {
+TEST(MalformedCode, oversizedFilesAreRefusedUnread) {
   constexpr std::uintmax_t kMebibyte = 1U << 20U;
   const fs::path contents = workshop().signedPlainApplication() / "Contents";
   for (const auto& [name, size] : {std::pair{"Info.plist", 2 * kMebibyte},
@@ -245,14 +245,14 @@ TEST(MalformedCode, whatIsLargerThanAnyRealOneIsRefusedUnread) {
   EXPECT_THAT(workshop().judge(file).sentence, testing::HasSubstr("signature is too large"));
 }
 
-TEST(MalformedCode, theTicketIsLeftWhereItIs) {
+TEST(MalformedCode, theTicketIsIgnored) {
   const std::string ticket = "tckt" + bigEndian(12) + "text";
   const std::string signature =
       bigEndian(0xFADE0CC0) + bigEndian(32) + bigEndian(1) + bigEndian(0x10002) + bigEndian(20) + ticket;
   EXPECT_TRUE(readEmbeddedSignature(signature).empty());
 }
 
-TEST(MalformedCode, whatIsNoMachOFile) {
+TEST(MalformedCode, filesInOtherFormatsAreIgnored) {
   const std::string javaClass = "\xCA\xFE\xBA\xBE" + std::string("\0\0\0\x34", 4) + std::string(64, 'x');
   for (const std::string& bytes :
        {std::string(), std::string("#!/bin/sh\n"), javaClass, std::string(64, '\0')})

@@ -7,7 +7,7 @@
 
 namespace test {
 
-/// Bytes in memory in the place of a file.
+/// Bytes in memory instead of a file.
 class MemorySource : public platform::ByteSource {
  public:
   explicit MemorySource(std::string bytes) : bytes_(std::move(bytes)) {}

@@ -40,7 +40,7 @@ TEST(NestedCode, isRefusedInAnyArchitecture) {
   const fs::path application = workshop().signedApplication();
   const fs::path helper = application / "Contents/MacOS/sample-helper";
   std::string content = test::readFile(helper);
-  // The text stands in the code of each architecture.
+  // Each architecture contains the text.
   const std::size_t second = content.rfind("sample-helper", content.size() / 2 + content.size() / 4);
   ASSERT_NE(second, std::string::npos);
   content[second] = 'S';
@@ -48,7 +48,7 @@ TEST(NestedCode, isRefusedInAnyArchitecture) {
   EXPECT_FALSE(workshop().judge(application).accepted());
 }
 
-/// A framework with a library for one architecture, which holds the text.
+/// A framework with a library for one architecture, which contains the text.
 void writeFramework(const fs::path& framework, const std::string& text) {
   const fs::path version = framework / "Versions/A";
   test::writeInfoPlist(version / "Resources/Info.plist", "com.example.framework", "F", "1", "1");
@@ -64,7 +64,7 @@ TEST(NestedCode, aHashAloneBindsEveryArchitecture) {
     const fs::path helper = application / "Contents/MacOS/helper";
     test::runSignBundle({"make-mach-o", helper.native(), "--arch", universal ? "both" : "arm64"});
     workshop().chain().sign(application, {"--without-requirements"});
-    // The sealed hash is that of the first architecture; nothing says whose the other one is.
+    // The sealed hash is that of the first architecture; no hash covers the other.
     const Verdict verdict = workshop().judge(application, test::sampleRequirement());
     EXPECT_EQ(verdict.accepted(), !universal) << verdict.sentence;
   }
@@ -164,7 +164,7 @@ TEST(UnsealedItems, aLinkCountsByItsTextAlone) {
     EXPECT_EQ(workshop().judge(application).status, errSecCSBadResource) << "changed: " << target;
     fs::remove(link);
     workshop().chain().sign(application);
-    // What the rules leave out may be a link as well as a file.
+    // An item that the rules omit may be a link as well as a file.
     fs::create_symlink(target, contents / "Resources/.DS_Store");
     EXPECT_TRUE(workshop().judge(application).accepted()) << "omitted: " << target;
     fs::remove(contents / "Resources/.DS_Store");

@@ -73,7 +73,7 @@ TEST_F(RequirementTest, textsThatHold) {
            "certificate leaf = H\"" + fingerprint + "\"", "cdhash H\"" + repeated("ab", 20) + "\"",
            "cdhash H\"" + repeated("AB", 20) + "\"", "info[CFBundleVersion] = \"42\"",
            "info[\"CFBundleVersion\"] exists", test::sampleRequirement(),
-           // the same as a signer writes it
+           // the same as written by a signing tool
            "identifier \"com.example.sample\" and anchor apple generic and certificate "
            "1[field.1.2.840.113635.100.6.2.6] /* exists */ and certificate "
            "leaf[field.1.2.840.113635.100.6.1.13] /* exists */ and certificate leaf[subject.OU] = QS7TEAM123",
@@ -98,7 +98,7 @@ TEST_F(RequirementTest, textsThatFail) {
     EXPECT_EQ(judge(text, code()), Outcome::fails) << text;
 }
 
-TEST_F(RequirementTest, textsThatAreNone) {
+TEST_F(RequirementTest, textsThatAreRefused) {
   for (const std::string& text : std::vector<std::string>{
            // words and operators
            "", "/* always */", "always /* open", "sometimes", "ALWAYS", "always always", "always and",
@@ -121,7 +121,7 @@ TEST_F(RequirementTest, textsThatAreNone) {
     EXPECT_EQ(judge(text, code()), Outcome::refused) << text.substr(0, 120);
 }
 
-TEST_F(RequirementTest, codeWithoutCertificatesFailsWhateverAsksForThem) {
+TEST_F(RequirementTest, adHocCodeFailsEveryConditionOnCertificates) {
   CodeIdentity adHoc = code();
   adHoc.chain.clear();
   for (const char* text : {"anchor apple generic", "anchor trusted", "certificate leaf[subject.OU] exists",

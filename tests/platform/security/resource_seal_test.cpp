@@ -20,7 +20,7 @@ std::string dictionary(const std::string& members) {
   return "<dict>" + members + "</dict>";
 }
 
-/// The reason for which a seal is refused; empty when it is read.
+/// The reason why a seal is rejected; empty when it is accepted.
 std::string reasonOf(const std::string& seal) {
   try {
     ResourceSeal::read(platform::Data(seal));

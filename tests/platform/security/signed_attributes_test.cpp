@@ -121,7 +121,7 @@ struct Variant {
   const char* refusal;  ///< empty for a message that is accepted
 };
 
-constexpr const char* kOtherSigner = "not that of its signer";
+constexpr const char* kOtherSigner = "does not match its signer's certificate";
 constexpr const char* kOtherCode = "is not what was signed";
 constexpr const char* kOtherDirectories = "not those that were signed";
 constexpr const char* kTwice = "a signed attribute twice";
@@ -193,19 +193,19 @@ const std::vector<Variant> kVariants{
      [](Message& m) { m.attribute(kMessageDigest).length = Element::Length::indefinite; }, Signed::after, ""},
     {"a signature of another kind of key",
      [](Message& m) { m.signers()[0][4][0].content = "\x2A\x86\x48\x86\xF7\x0D\x01\x01\x01"; },
-     Signed::before, "not of the kind of its signer's key"},
+     Signed::before, "does not match its signer's key"},
     {"the signer twice", [](Message& m) { m.signers().children.push_back(m.signers()[0]); }, Signed::before,
      "not by one signer"},
     {"a second list of signers", [](Message& m) { m.data().children.push_back(m.signers()); }, Signed::before,
-     "no signed data"},
+     "is not signed data"},
     {"attributes twice",
      [](Message& m) { m.signers()[0].children.insert(m.signers()[0].children.begin() + 3, m.attributes()); },
-     Signed::before, "no signed data"},
+     Signed::before, "is not signed data"},
     {"a second SignedData", [](Message& m) { m.root[1].children.push_back(m.data()); }, Signed::before,
-     "no signed data"},
+     "is not signed data"},
 };
 
-// What is believed is what was verified, however a message is put together.
+// The attributes that are read must be the bytes that the signature covers, however the message is encoded.
 TEST(SignedAttributes, areReadFromTheBytesThatWereSigned) {
   const fs::path application =
       workshop().signedApplication({.executable = test::SampleExecutable::machO}, {"--hash", "sha1+sha256"});

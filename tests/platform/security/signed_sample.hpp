@@ -10,7 +10,7 @@
 
 namespace test {
 
-/// What a check says: nothing wrong, or the status and the sentence.
+/// The result of a check: success, or a status and a sentence.
 struct Verdict {
   platform::OSStatus status = platform::errSecSuccess;
   std::string sentence;
@@ -18,8 +18,8 @@ struct Verdict {
   bool accepted() const { return status == platform::errSecSuccess; }
 };
 
-/// A throw-away chain of certificates, whose root is the only one that is trusted, and room for what it
-/// signs.
+/// A temporary directory with a certificate chain, whose root is the only trusted one, for applications that
+/// it signs.
 class SigningWorkshop {
  public:
   /// `options` are those of the chain.
@@ -32,10 +32,10 @@ class SigningWorkshop {
   /// The verdict on code, with a requirement if one is given.
   Verdict judge(const std::filesystem::path& code, const std::optional<std::string>& requirement = {}) const;
 
-  /// A new application with everything that signatures deal with, signed.
+  /// A new signed application with every kind of item that a signature covers.
   std::filesystem::path signedApplication(const SampleOptions& sample = {},
                                           const std::vector<std::string>& options = {}) const;
-  /// A new small application, signed.
+  /// A new small signed application.
   std::filesystem::path signedPlainApplication(const std::vector<std::string>& options = {}) const;
 
  private:
@@ -45,13 +45,13 @@ class SigningWorkshop {
   SampleChain chain_;
 };
 
-/// One for all tests that need none of their own.
+/// Shared by all tests that do not need their own.
 const SigningWorkshop& workshop();
 
-/// The chain's certificates as the only trusted ones, in a directory of that name.
+/// Creates the directory `anchors` with `root` as the only trusted root.
 void trustOnly(const std::filesystem::path& root, const std::filesystem::path& anchors);
 
-/// The requirement that an application of the sample's identifier and team is judged by.
+/// The requirement for an application with this identifier and the sample's team.
 std::string sampleRequirement(const std::string& identifier = "com.example.sample");
 
 }  // namespace test
