@@ -68,7 +68,7 @@ std::vector<std::string> components(std::string_view path) {
   return parts;
 }
 
-/// The name of the item on disk, which may be composed or decomposed where `name` is not.
+/// The name of the item on disk, whose Unicode normalization may differ from that of `name`.
 std::string nameOnDisk(const Directory& directory, const std::string& name) {
   if (directory.kindOf(name))
     return name;

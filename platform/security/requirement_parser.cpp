@@ -29,7 +29,7 @@ bool isDottedIdentifier(std::string_view text) {
          text.find('.') != std::string_view::npos;
 }
 
-/// Of the operators `!` binds most tightly and `or` least.
+/// A recursive descent parser. Of the operators `!` binds most tightly and `or` least.
 class Parser {
  public:
   explicit Parser(std::string_view text) : text_(text), lexer_(text), token_(lexer_.next()) {}
@@ -170,7 +170,7 @@ class Parser {
   std::string takeHash() {
     RequirementToken hash = take();
     if (hash.kind != RequirementToken::Kind::hexadecimal || hash.text.size() != kHashSize)
-      throw FormatError("a digest in it is not one of 20 bytes");
+      throw FormatError("a hash must have 20 bytes");
     return std::move(hash.text);
   }
 

@@ -99,7 +99,7 @@ std::span<char> pieceBuffer() {
   return buffer;
 }
 
-/// Small pages: one read gets several.
+/// For small pages: reads several at once.
 void checkPages(const ByteSource& file, const SignedSlice& slice, std::uint32_t first, std::uint32_t end) {
   const CodeDirectory& directory = slice.strongestDirectory();
   const std::uint64_t pageSize = directory.pageSize();
