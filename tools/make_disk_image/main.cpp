@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "platform/files/file_manager.hpp"
-#include "platform/foundation/error.hpp"
 #include "platform/foundation/best_effort.hpp"
+#include "platform/foundation/error.hpp"
 #include "platform/foundation/uuid.hpp"
 #include "platform/processes/process.hpp"
 #include "tools/make_disk_image/hfs_plus_maker.hpp"

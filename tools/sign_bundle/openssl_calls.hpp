@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/foundation/error.hpp"
 #include "platform/crypto/openssl_handles.hpp"
+#include "platform/foundation/error.hpp"
 
 /// Calls of OpenSSL whose failures are thrown.
 namespace sign_bundle {

@@ -5,7 +5,6 @@
 #include "platform/foundation/error.hpp"
 
 using platform::canonicallyEquivalent;
-using platform::Data;
 using platform::stringFromUTF8;
 
 namespace {
