@@ -84,7 +84,7 @@ TEST_F(RollbackTest, WhateverTheFileSystemReportsThePreviousApplicationIsThereUn
 TEST_F(RollbackTest, WhatCannotOrMustNotBeRemovedStaysUnderTheBackupsName) {
   using Fault = test::SyscallFault;
   const Fault exchange{SYS_renameat2, EINVAL, Fault::Argument{4, RENAME_EXCHANGE}};
-  const Fault hold{SYS_openat, EACCES, Fault::Argument{2, O_PATH | O_NOFOLLOW | O_CLOEXEC}};
+  const Fault hold{SYS_openat, EACCES, Fault::Argument{2, O_PATH | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC}};
   // Without a hold on the previous application, it is not known to be back.
   for (const auto& [first, second] : {std::pair(exchange, Fault{SYS_unlinkat, EIO}), {hold, hold}}) {
     test::writeFile(directory / "Target.app/version", "new");
