@@ -50,7 +50,7 @@ URL mainExecutable(const URL& bundle) {
   if (!name)
     fail(bundle, "Its Info.plist names no executable.");
   if (!staysBelow(*name))
-    fail(bundle, "The executable " + quoted(*name) + " does not lie in its Contents/MacOS.");
+    fail(bundle, "The executable " + quoted(*name) + " is not in its Contents/MacOS.");
   URL executable = bundle.appendingPathComponent("Contents/MacOS").appendingPathComponent(*name);
   if (isAbsent(executable))
     fail(bundle, "Its executable " + quoted(*name) + " is missing.");

@@ -95,7 +95,7 @@ TEST_F(OpenTest, OnlyRunsWhatLiesInTheBundle) {
     writeInfo("<dict><key>CFBundleExecutable</key><string>" + name + "</string></dict>");
     const Outcome outcome = open();
     EXPECT_EQ(outcome.exitStatus, 1) << name;
-    EXPECT_THAT(outcome.error, testing::HasSubstr("does not lie in its Contents/MacOS.")) << name;
+    EXPECT_THAT(outcome.error, testing::HasSubstr("is not in its Contents/MacOS.")) << name;
   }
   EXPECT_FALSE(fs::exists(directory / "mark"));
 }
