@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform/files/directory.hpp"
+#include "platform/files/system_files.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/uuid.hpp"
 
@@ -63,9 +64,8 @@ Data Data::contentsOf(const URL& url, DataReadingOptions options, std::size_t li
       throw Error(quoted(url.path()) + " could not be read: It is too large.");
     bytes.append(chunk.data(), count);
   }
-  // Advice only: if it fails, the pages remain cached.
   if (options == DataReadingOptions::uncached)
-    static_cast<void>(::posix_fadvise(file.get(), 0, 0, POSIX_FADV_DONTNEED));
+    dropFromCache(file);
   return Data(std::move(bytes));
 }
 

@@ -32,7 +32,7 @@ ItemKind kindOfMode(mode_t mode) {
 }  // namespace
 
 FileIdentity identityOf(const struct stat& status) {
-  return {status.st_dev, status.st_ino};
+  return {static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)};
 }
 
 std::optional<FileIdentity> identityOf(const FileDescriptor& file) {

@@ -63,15 +63,15 @@ class FileDescriptor {
   int descriptor_ = -1;
 };
 
-/// Syncs a file's content and attributes to stable storage. Throws `SystemError` naming `item`, as do the two
-/// below.
+/// Syncs a file's content and attributes to stable storage. Throws `SystemError` naming the item, as do the
+/// two below.
 void syncFile(const FileDescriptor& file, std::string_view item);
 
 /// Syncs the names in `directory`, if its file system supports that.
 void syncDirectory(const FileDescriptor& directory, std::string_view item);
 
-/// Syncs the whole file system that contains `anyFileOnIt`.
-void syncFileSystem(const FileDescriptor& anyFileOnIt, std::string_view item);
+/// Syncs the file or tree `item` with everything in it, whichever process wrote it. `directory` contains it.
+void syncTree(const FileDescriptor& directory, const URL& item);
 
 /// The path of `url` for a system call, valid as long as `url`. Throws `SystemError` if it contains a null
 /// character, at which the system would silently truncate it.

@@ -23,9 +23,10 @@ void syncDirectory(const FileDescriptor& directory, std::string_view item) {
     throwNotSaved(item, errno);
 }
 
-void syncFileSystem(const FileDescriptor& anyFileOnIt, std::string_view item) {
-  if (uninterrupted([&] { return ::syncfs(anyFileOnIt.get()); }) != 0)
-    throwNotSaved(item, errno);
+// The whole file system: opening each file of the tree would take longer.
+void syncTree(const FileDescriptor& directory, const URL& item) {
+  if (uninterrupted([&] { return ::syncfs(directory.get()); }) != 0)
+    throwNotSaved(item.path(), errno);
 }
 
 }  // namespace platform

@@ -2,10 +2,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <utility>
 #include <vector>
 
 #include "platform/files/directory_reader.hpp"
 #include "platform/files/held_item.hpp"
+#include "platform/files/system_files.hpp"
 #include "platform/foundation/error.hpp"
 
 namespace platform {
@@ -54,8 +56,9 @@ class TreeRemoval {
   bool removeUnlessDirectory(const FileDescriptor& directory, const std::string& name) const {
     if (tryUnlink(directory, name, 0))
       return true;
-    if (errno != EISDIR)
-      fail(name, errno);
+    const int reason = errno;
+    if (!isRefusedAsDirectory(directory, name, reason))
+      fail(name, reason);
     return false;
   }
 
@@ -77,7 +80,7 @@ class TreeRemoval {
     if (spared_ != nullptr && spared_->is(identityOf(status)))
       fail(name, EBUSY);
     // A mount point: another file system is not part of the tree.
-    if (!levels_.empty() && status.st_dev != levels_.back().identity.device)
+    if (!levels_.empty() && identityOf(status).device != levels_.back().identity.device)
       fail(name, EBUSY);
     // If this is not permitted, removing the contents reports it.
     if ((status.st_mode & S_IRWXU) != S_IRWXU)
@@ -88,14 +91,21 @@ class TreeRemoval {
   }
 
   void removeFiles() {
-    DirectoryReader reader(FileDescriptor(::fcntl(current_.get(), F_DUPFD_CLOEXEC, 0)));
-    while (const dirent* entry = reader.next()) {
-      std::string name = static_cast<const char*>(entry->d_name);
+    for (std::string& name : names()) {
       if (!removeUnlessDirectory(current_, name))
         levels_.back().directories.push_back(std::move(name));
     }
+  }
+
+  /// All names, before the first is removed: some file systems would skip entries otherwise.
+  std::vector<std::string> names() const {
+    DirectoryReader reader(FileDescriptor(::fcntl(current_.get(), F_DUPFD_CLOEXEC, 0)));
+    std::vector<std::string> names;
+    while (const dirent* entry = reader.next())
+      names.emplace_back(static_cast<const char*>(entry->d_name));
     if (reader.failure() != 0)
       fail(levels_.back().name, reader.failure());
+    return names;
   }
 
   void ascend(const FileDescriptor& parent) {

@@ -68,7 +68,7 @@ void NSFileManager::replaceItemAt(const URL& target, const URL& replacement,
   const Entry replacementName = Entry::at(replacement);
   const Entry backupName = targetName.directory.entry(backupItemName);
 
-  syncFileSystem(replacementName.directory.descriptor(), replacement.path());
+  syncTree(replacementName.directory.descriptor(), replacement);
 
   ReversibleSteps steps;
   int failure = steps.rename(replacementName, backupName);

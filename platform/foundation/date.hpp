@@ -9,7 +9,7 @@ namespace platform {
 /// affect it, and it does not advance during suspend.
 class Date {
  public:
-  Date() : time_(std::chrono::steady_clock::now()) {}
+  Date();
 
   /// The time `seconds` later, or earlier for a negative number; clamped to the clock's range.
   Date addingTimeInterval(double seconds) const;

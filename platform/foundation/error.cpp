@@ -1,21 +1,18 @@
 #include "platform/foundation/error.hpp"
 
-#include <utf8proc.h>
-
 #include <system_error>
 #include <utility>
 
 #include "platform/foundation/bytes.hpp"
+#include "platform/foundation/utf8.hpp"
 
 namespace platform {
 namespace {
 
 /// Control characters, line and paragraph separators, and the controls of bidirectional text.
-bool isMisleading(utf8proc_int32_t scalar) {
-  const auto category = utf8proc_category(scalar);
-  return category == UTF8PROC_CATEGORY_CC || category == UTF8PROC_CATEGORY_ZL ||
-         category == UTF8PROC_CATEGORY_ZP || (scalar >= 0x202A && scalar <= 0x202E) ||
-         (scalar >= 0x2066 && scalar <= 0x2069);
+bool isMisleading(char32_t scalar) {
+  const auto isWithin = [scalar](char32_t first, char32_t last) { return scalar >= first && scalar <= last; };
+  return isWithin(0, 0x1F) || isWithin(0x7F, 0x9F) || isWithin(0x2028, 0x202E) || isWithin(0x2066, 0x2069);
 }
 
 void appendBytes(std::string& text, std::string_view bytes) {
@@ -48,12 +45,9 @@ std::string sentence(std::string_view what, const Error& cause) {
 std::string quoted(std::string_view name) {
   std::string text = "\"";
   while (!name.empty()) {
-    utf8proc_int32_t scalar = 0;
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): utf8proc reads unsigned bytes
-    const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(name.data()),
-                                         static_cast<utf8proc_ssize_t>(name.size()), &scalar);
-    const auto character = name.substr(0, length > 0 ? static_cast<std::size_t>(length) : 1);
-    if (length > 0 && !isMisleading(scalar))
+    const auto first = firstScalar(name);
+    const auto character = name.substr(0, first ? first->length : 1);
+    if (first && !isMisleading(first->scalar))
       text += character;
     else
       appendBytes(text, character);

@@ -27,9 +27,13 @@ class NSThread {
   static void sleepForTimeInterval(double seconds);
 };
 
-/// The installation that the running program belongs to: the directory two levels above its executable, at
-/// its current path. Throws `SystemError` when the system does not provide that.
+/// On Linux, the installation that the running program belongs to: the directory two levels above its
+/// executable, at its current path. Throws `SystemError` when the system does not provide that.
 URL installationPrefix();
+
+/// The program to run for `executable`: for the path of one of the platform's tools, where this system has
+/// it.
+URL toolLocation(const URL& executable);
 
 inline constexpr int kSignalKill = 9;
 inline constexpr int kNotPermitted = 1;

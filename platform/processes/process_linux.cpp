@@ -46,4 +46,12 @@ URL installationPrefix() {
   return URL::fileURLWithPath(executable).deletingLastPathComponent().deletingLastPathComponent();
 }
 
+URL toolLocation(const URL& executable) {
+  for (const std::string_view tool : {"hdiutil", "ditto", "open"}) {
+    if (executable.path() == "/usr/bin/" + std::string(tool))
+      return installationPrefix().appendingPathComponent("libexec/quorin").appendingPathComponent(tool);
+  }
+  return executable;
+}
+
 }  // namespace platform

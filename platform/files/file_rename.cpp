@@ -1,27 +1,22 @@
-#include <fcntl.h>
-
 #include <cerrno>
-#include <cstdio>
 #include <optional>
 
-#include "platform/files/directory.hpp"
+#include "platform/files/system_files.hpp"
 
 namespace platform {
 namespace {
 
 /// FUSE and network file systems may rename and still report an error. Retrying an exchange would undo it,
 /// and cleaning up would remove the wrong item, so inodes are compared.
-int renameWithFlags(const Entry& from, const Entry& to, unsigned flags) {
+int rename(const Entry& from, const Entry& to, RenameMode mode) {
   const std::optional<FileIdentity> item = from.identity();
   if (!item)
     return errno;
   const bool isElsewhere = to.identity() != item;
   const auto isMade = [&] { return isElsewhere && to.identity() == item; };
   while (true) {
-    if (::renameat2(from.directory.get(), from.name.c_str(), to.directory.get(), to.name.c_str(), flags) == 0)
-      return 0;
-    const int failure = errno;
-    if (isMade())
+    const int failure = renameOnce(from, to, mode);
+    if (failure == 0 || isMade())
       return 0;
     if (failure != EINTR || from.identity() != item)
       return failure;
@@ -37,18 +32,18 @@ bool meansUnsupported(int errorNumber) {
 }  // namespace
 
 int renameExclusively(const Entry& from, const Entry& to) {
-  const int failure = renameWithFlags(from, to, RENAME_NOREPLACE);
+  const int failure = rename(from, to, RenameMode::exclusive);
   if (!meansUnsupported(failure))
     return failure;
   if (to.identity())
     return EEXIST;
   if (errno != ENOENT)
     return errno;
-  return renameWithFlags(from, to, 0);
+  return rename(from, to, RenameMode::replacing);
 }
 
 int exchangeNames(const Entry& one, const Entry& other) {
-  const int failure = renameWithFlags(one, other, RENAME_EXCHANGE);
+  const int failure = rename(one, other, RenameMode::exchanging);
   return meansUnsupported(failure) ? ENOTSUP : failure;
 }
 

@@ -1,13 +1,13 @@
-#include <fcntl.h>
+#include "platform/files/held_item.hpp"
 
 #include <cerrno>
 
-#include "platform/files/held_item.hpp"
+#include "platform/files/system_files.hpp"
 #include "platform/foundation/error.hpp"
 
 namespace platform {
 
-HeldItem::HeldItem(const URL& url) : item_(Entry::at(url).open(O_PATH)) {}
+HeldItem::HeldItem(const URL& url) : item_(openItself(Entry::at(url))) {}
 
 bool HeldItem::isAt(const URL& url) const {
   return isAt(Entry::at(url));
