@@ -2,7 +2,9 @@
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
-set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+if(NOT APPLE)  # where all code is position independent, and not every compiler takes the options that ask for it
+  set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+endif()
 
 add_compile_options(
   -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wnon-virtual-dtor -Wold-style-cast
@@ -20,7 +22,11 @@ if(QUORIN_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   add_compile_options(-fstack-protector-strong -D_FORTIFY_SOURCE=2)
-  add_link_options(-Wl,-z,relro,-z,now -Wl,--as-needed)
+  if(APPLE)
+    add_link_options(-Wl,-dead_strip)
+  else()
+    add_link_options(-Wl,-z,relro,-z,now -Wl,--as-needed)
+  endif()
 endif()
 
 if(QUORIN_COVERAGE)

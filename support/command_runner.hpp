@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>  // where it makes stdout and stderr macros, the members have one name in every source
 #include <string>
 #include <vector>
 

@@ -24,6 +24,7 @@ struct SpawnRequest {
   /// As "NAME=VALUE"; absent: `inheritedEnvironment()`.
   std::optional<std::vector<std::string>> environment = {};
   /// The program is killed when the calling thread ends (PR_SET_PDEATHSIG), and thus when this process ends.
+  /// On macOS, `spawn` refuses this with `ENOTSUP`.
   bool diesWithParent = false;
 };
 

@@ -16,7 +16,7 @@ namespace platform {
 /// dispositions, no blocked signals, and no descriptors but the three standard streams. If it still runs, the
 /// destructor kills and reaps it.
 ///
-/// "/usr/bin/hdiutil", "/usr/bin/ditto" and "/usr/bin/open" are looked up in libexec/quorin of the
+/// On Linux, "/usr/bin/hdiutil", "/usr/bin/ditto" and "/usr/bin/open" are looked up in libexec/quorin of the
 /// installation that the calling program belongs to; the host's programs of those names are never run.
 class NSTask {
  public:

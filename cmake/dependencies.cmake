@@ -1,0 +1,20 @@
+find_package(Threads REQUIRED)
+if(APPLE)
+  # All that the system does not bring: headers, found by themselves, because the folder around them may be another system's.
+  find_path(QUORIN_JSON_HEADERS nlohmann/json.hpp)
+  if(NOT QUORIN_JSON_HEADERS)
+    message(FATAL_ERROR "Please install the headers of nlohmann-json 3.11 or newer, or name their folder with "
+      "-DQUORIN_JSON_HEADERS=…")
+  endif()
+  add_library(nlohmann_json::nlohmann_json INTERFACE IMPORTED)
+  target_include_directories(nlohmann_json::nlohmann_json SYSTEM INTERFACE ${QUORIN_JSON_HEADERS})
+  return()
+endif()
+
+find_package(PkgConfig REQUIRED)
+find_package(EXPAT 2.5 REQUIRED)
+find_package(OpenSSL 3.0 REQUIRED)
+find_package(ZLIB 1.2 REQUIRED)
+find_package(nlohmann_json 3.11 REQUIRED)
+pkg_check_modules(re2 REQUIRED IMPORTED_TARGET re2)
+pkg_check_modules(utf8proc REQUIRED IMPORTED_TARGET libutf8proc>=2.6)
