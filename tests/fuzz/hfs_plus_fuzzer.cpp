@@ -5,7 +5,7 @@
 
 using platform::hdiutil::HfsForkKind;
 
-// Every entry has a path, and its content lies in the volume and is as long as the entry says.
+// Every entry has a path, and its content is inside the volume and as long as the entry states.
 void fuzz::read(const std::string& bytes) {
   fuzz::MemoryDisk disk(bytes, bytes.size());
   if (!platform::hdiutil::HfsPlusVolume::isAt(disk, 0))
@@ -13,7 +13,7 @@ void fuzz::read(const std::string& bytes) {
   platform::hdiutil::HfsPlusVolume volume(disk, 0, bytes.size());
   const auto catalog = readHfsCatalog(volume);
   fuzz::require(catalog.paths.size() == catalog.entries.size());
-  readCompressionAttributes(volume, catalog.entries);
+  readCompressedFiles(volume, catalog.entries);
   for (const auto& entry : catalog.entries) {
     std::uint64_t length = 0;
     for (const auto& piece : volume.pieces(entry.data, entry.identifier, HfsForkKind::data)) {
