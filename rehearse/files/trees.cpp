@@ -1,4 +1,4 @@
-#include "tests/helpers/files.hpp"
+#include "rehearse/files/trees.hpp"
 
 #include <unistd.h>
 
@@ -13,12 +13,12 @@
 
 namespace fs = std::filesystem;
 
-namespace test {
+namespace rehearse {
 
 TemporaryDirectory::TemporaryDirectory() : TemporaryDirectory(fs::temp_directory_path()) {}
 
 TemporaryDirectory::TemporaryDirectory(const fs::path& parent)
-    : path_(parent / ("quorin-test-" + platform::UUID().uuidString())) {
+    : path_(parent / ("quorin-rehearsal-" + platform::UUID().uuidString())) {
   fs::create_directory(path_);
 }
 
@@ -26,7 +26,7 @@ TemporaryDirectory::~TemporaryDirectory() {
   try {
     platform::NSFileManager::defaultManager().removeItemAtURL(platform::URL::fileURLWithPath(path_.native()));
   } catch (const platform::Error&) {
-    // A test that moved or mounted it away says so itself.
+    // It was moved or mounted away, and nothing waits for the answer.
   }
 }
 
@@ -94,4 +94,4 @@ std::string difference(const Inventory& expected, const Inventory& actual) {
   return lines;
 }
 
-}  // namespace test
+}  // namespace rehearse

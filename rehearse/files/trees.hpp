@@ -1,0 +1,47 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace rehearse {
+
+/// A scratch directory, removed with everything in it at the end of its life, as far as it can be.
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory();
+  /// The same below `parent`.
+  explicit TemporaryDirectory(const std::filesystem::path& parent);
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+  ~TemporaryDirectory();
+
+  const std::filesystem::path& path() const { return path_; }
+  std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// Writes a file, with the directories above it.
+void writeFile(const std::filesystem::path& path, std::string_view content);
+
+std::string readFile(const std::filesystem::path& path);
+
+/// Copies a directory with everything in it, links as links.
+void copyTree(const std::filesystem::path& from, const std::filesystem::path& to);
+
+/// The content as it stands in an inventory.
+std::string digestWhereLong(const std::string& content);
+
+/// Every entry below `root`, by its relative path: type, permissions, and content, where that is long its
+/// digest, or link text. Names count as the same when they are canonically equivalent, since file systems
+/// store them in either form. Two trees are the same when their inventories are equal.
+using Inventory = std::map<std::string, std::string>;
+Inventory inventory(const std::filesystem::path& root);
+
+/// The entries in which two inventories differ, a line each; empty when they are the same.
+std::string difference(const Inventory& expected, const Inventory& actual);
+
+}  // namespace rehearse
