@@ -13,17 +13,18 @@
 #include <vector>
 
 #include "platform/foundation/best_effort.hpp"
+#include "rehearse/proof/call_sweeps.hpp"
+#include "rehearse/proof/limit_sweeps.hpp"
+#include "rehearse/proof/power_cuts.hpp"
+#include "rehearse/proof/tally.hpp"
 #include "tests/helpers/files.hpp"
-#include "tests/prove/call_sweeps.hpp"
-#include "tests/prove/limit_sweeps.hpp"
-#include "tests/prove/power_cuts.hpp"
-#include "tests/prove/tally.hpp"
+#include "tests/prove/sample_material.hpp"
 
 namespace {
 
-using prove::Material;
-using prove::Story;
-using prove::Sweep;
+using rehearse::Material;
+using rehearse::PlannedSweep;
+using rehearse::Story;
 
 /// What a test ends with that the system does not let begin.
 constexpr int kSkipped = 77;
@@ -51,10 +52,11 @@ Arguments parse(const std::vector<std::string>& texts) {
   return arguments;
 }
 
-std::vector<Sweep> allSweeps(const Material& material, const prove::Place& place, std::size_t every) {
-  std::vector<Sweep> sweeps;
+std::vector<PlannedSweep> allSweeps(const Material& material, const rehearse::Place& place,
+                                    std::size_t every) {
+  std::vector<PlannedSweep> sweeps;
   for (const Story story : {Story::update, Story::rollback, Story::revert}) {
-    const auto calls = prove::record(material, story, place);
+    const auto calls = rehearse::record(material, story, place);
     sweeps.push_back(faultSweep(material, story, calls, every));
     std::ranges::move(breakdownSweeps(material, story, calls, every), std::back_inserter(sweeps));
     sweeps.push_back(killSweep(material, story, calls, every));
@@ -64,7 +66,7 @@ std::vector<Sweep> allSweeps(const Material& material, const prove::Place& place
       sweeps.push_back(hangSweep(material, calls, every));
     }
   }
-  if (prove::hasDisks(place))
+  if (rehearse::hasDisks(place))
     std::ranges::move(powerCutSweeps(material, every), std::back_inserter(sweeps));
   else
     std::printf("Without power cuts: the system mounts no disk for them.\n");
@@ -74,10 +76,10 @@ std::vector<Sweep> allSweeps(const Material& material, const prove::Place& place
 
 /// A place for the recordings. None, with a word on why, where the system does not grant the mounts and the
 /// tracing.
-std::optional<prove::Place> begin(const Material& material, const std::filesystem::path& directory) {
+std::optional<rehearse::Place> begin(const Material& material, const std::filesystem::path& directory) {
   try {
-    prove::Place place = prove::settle(directory);
-    prove::record(material, Story::update, place);
+    rehearse::Place place = rehearse::settle(directory);
+    rehearse::record(material, Story::update, place);
     return place;
   } catch (const std::filesystem::filesystem_error&) {
     throw;
@@ -87,7 +89,7 @@ std::optional<prove::Place> begin(const Material& material, const std::filesyste
   }
 }
 
-bool isWanted(const Sweep& sweep, const std::vector<std::string>& words) {
+bool isWanted(const PlannedSweep& sweep, const std::vector<std::string>& words) {
   return words.empty() || std::ranges::any_of(words, [&](const std::string& word) {
            return sweep.name.find(word) != std::string::npos;
          });
@@ -100,21 +102,21 @@ int main(int argc, char** argv) {
     const Arguments arguments = parse({argv + 1, argv + argc});
     const test::TemporaryDirectory directory("/var/tmp");
     std::filesystem::create_directory(directory / "material");
-    const Material material(directory / "material");
-    const std::optional<prove::Place> place = begin(material, directory / "recording");
-    const platform::ScopeExit leaveRecording([&] { prove::leave(directory / "recording"); });
+    const Material material = prove::makeSampleMaterial(directory / "material");
+    const std::optional<rehearse::Place> place = begin(material, directory / "recording");
+    const platform::ScopeExit leaveRecording([&] { rehearse::leave(directory / "recording"); });
     if (!place)
       return kSkipped;
     // An update spends half its time waiting for its tools.
     const unsigned workers = 2 * std::max(1U, std::thread::hardware_concurrency());
-    std::vector<prove::Tally> tallies;
-    for (const Sweep& sweep : allSweeps(material, *place, arguments.every))
+    std::vector<rehearse::Tally> tallies;
+    for (const PlannedSweep& sweep : allSweeps(material, *place, arguments.every))
       if (isWanted(sweep, arguments.words))
         tallies.push_back(run(sweep, directory.path(), workers));
     if (tallies.empty())
       throw std::invalid_argument("No sweep has such a word in its name.");
     printTable(tallies);
-    return std::ranges::all_of(tallies, &prove::Tally::isAsItShould) ? EXIT_SUCCESS : EXIT_FAILURE;
+    return std::ranges::all_of(tallies, &rehearse::Tally::isAsItShould) ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "%s\n", failure.what());
     return EXIT_FAILURE;

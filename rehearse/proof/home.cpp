@@ -1,4 +1,4 @@
-#include "tests/prove/home.hpp"
+#include "rehearse/proof/home.hpp"
 
 #include <sys/wait.h>
 
@@ -11,13 +11,13 @@
 
 #include "platform/files/data.hpp"
 #include "platform/formats/json.hpp"
-#include "tests/helpers/program.hpp"
-#include "tests/prove/system_calls.hpp"
+#include "rehearse/files/program.hpp"
+#include "rehearse/proof/system_calls.hpp"
 #include "updater/records/install_status.hpp"
 
 namespace fs = std::filesystem;
 
-namespace prove {
+namespace rehearse {
 namespace {
 
 using QuorinOstrevalUpdater::InstallPlan;
@@ -41,7 +41,7 @@ void empty(const fs::path& directory) {
 std::optional<InstallStatus> readStatus(const fs::path& path) {
   if (!fs::exists(path))
     return std::nullopt;
-  return platform::JSONDecoder().decode<InstallStatus>(platform::Data(test::readFile(path)));
+  return platform::JSONDecoder().decode<InstallStatus>(platform::Data(readFile(path)));
 }
 
 }  // namespace
@@ -68,7 +68,7 @@ void Home::furnish() {
   empty(directory_);
   empty(temporary_);
   fs::create_directories(applications_);
-  test::copyTree(material_.oldApplication, target_);
+  copyTree(material_.oldApplication, target_);
   offer(offerOf(material_, story_));
 }
 
@@ -76,25 +76,25 @@ void Home::offer(const Offer& offer) {
   for (const fs::path& file : {image_, status_, ready_, directory_ / "starts"})
     fs::remove(file);
   fs::copy_file(offer.image, image_);
-  previous_ = fs::exists(target_) ? test::inventory(target_) : test::Inventory();
+  previous_ = fs::exists(target_) ? inventory(target_) : Inventory();
   offered_ = offer.application;
   offeredVersion_ = offer.version;
   const InstallPlan plan{.dmgPath = image_.native(),
                          .targetAppPath = target_.native(),
-                         .expectedBundleIdentifier = Material::kIdentifier,
-                         .expectedTeamIdentifier = test::SampleChain::kTeam,
+                         .expectedBundleIdentifier = material_.identifier,
+                         .expectedTeamIdentifier = material_.team,
                          .expectedVersion = offer.version,
-                         .expectedBuild = offer.version,
+                         .expectedBuild = offer.build,
                          .expectedSHA256 = offer.digest,
                          .statusPath = status_.native()};
-  test::writeFile(plan_, platform::JSONEncoder().encode(plan).bytes());
+  writeFile(plan_, platform::JSONEncoder().encode(plan).bytes());
 }
 
 Ending Home::run(const Watcher& watcher, Patience patience, pid_t parent) const {
   Watcher meddling = watcher;
   if (story_ == Story::revert)
     meddling.after = [&, damaged = false](const SystemCall& call, std::int64_t result) mutable {
-      if (!damaged && call.byTool && isExchangeOfNames(call) && result == 0) {
+      if (!damaged && call.byUpdater && isExchangeOfNames(call) && result == 0) {
         damageApplication();
         damaged = true;
       }
@@ -106,7 +106,7 @@ Ending Home::run(const Watcher& watcher, Patience patience, pid_t parent) const 
 }
 
 Ending Home::runUndisturbed() const {
-  const test::Outcome outcome = test::runProgram(material_.updater, arguments(kEndedParent));
+  const Outcome outcome = runProgram(material_.updater, arguments(kEndedParent));
   // The application that was started outlives the updater.
   while (::waitpid(-1, nullptr, 0) > 0)
     continue;
@@ -129,14 +129,14 @@ Standing Home::standing() const {
     return Standing::neither;
   if (isDamaged())
     return Standing::damaged;
-  const test::Inventory actual = test::inventory(target_);
+  const Inventory actual = inventory(target_);
   if (actual == previous_)
     return Standing::previous;
   return actual == offered_ ? Standing::offered : Standing::neither;
 }
 
 bool Home::stands(const Offer& offer) const {
-  return fs::exists(target_) && test::inventory(target_) == offer.application;
+  return fs::exists(target_) && inventory(target_) == offer.application;
 }
 
 std::vector<std::string> Home::contradictions(const Ending& ending, const Excuses& excuses) const {
@@ -233,15 +233,15 @@ bool Home::isDamaged() const {
   if (story_ != Story::revert || !fs::exists(target_ / kDamagedFile))
     return false;
   // How much of the damage is there is all the same: a power cut may come between.
-  test::Inventory actual = test::inventory(target_);
-  const test::Inventory& sound = material_.update.application;
+  Inventory actual = inventory(target_);
+  const Inventory& sound = material_.update.application;
   return std::exchange(actual[kDamagedFile], sound.at(kDamagedFile)) != sound.at(kDamagedFile) &&
          actual == sound;
 }
 
 bool Home::previousStandsBeside() const {
   return std::ranges::any_of(fs::directory_iterator(applications_), [this](const fs::directory_entry& entry) {
-    return entry.is_directory() && test::inventory(entry.path()) == previous_;
+    return entry.is_directory() && inventory(entry.path()) == previous_;
   });
 }
 
@@ -255,4 +255,4 @@ bool Home::hasHalfAttachedImages() const {
   });
 }
 
-}  // namespace prove
+}  // namespace rehearse

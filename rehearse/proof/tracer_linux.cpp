@@ -16,14 +16,14 @@
 #include <optional>
 #include <system_error>
 
-#include "tests/helpers/files.hpp"
-#include "tests/helpers/program.hpp"
-#include "tests/prove/system_calls.hpp"
-#include "tests/prove/tracer.hpp"
+#include "rehearse/files/program.hpp"
+#include "rehearse/files/trees.hpp"
+#include "rehearse/proof/system_calls.hpp"
+#include "rehearse/proof/tracer.hpp"
 
 namespace fs = std::filesystem;
 
-namespace prove {
+namespace rehearse {
 namespace {
 
 void require(bool holds, const char* what) {
@@ -204,7 +204,7 @@ void Tracer::beforeCall(pid_t thread) {
     return;  // killed meanwhile
   const SystemCall call{
       .process = state.process,
-      .byTool = state.process == tool_,
+      .byUpdater = state.process == tool_,
       .program = state.program,
       .number = static_cast<long>(registers.orig_rax),
       .arguments = {registers.rdi, registers.rsi, registers.rdx, registers.r10, registers.r8, registers.r9}};
@@ -293,11 +293,11 @@ void Tracer::killAll() {
 }  // namespace
 
 Ending trace(const fs::path& program, const std::vector<std::string>& arguments, const Watcher& watcher) {
-  const test::TemporaryDirectory capture("/var/tmp");
+  const TemporaryDirectory capture("/var/tmp");
   std::vector<sock_filter> filter = filterOfInterest();
   const sock_fprog filterProgram{static_cast<unsigned short>(filter.size()), filter.data()};
 
-  const pid_t child = test::startProgram(program, arguments, capture.path(), [&] {
+  const pid_t child = startProgram(program, arguments, capture.path(), [&] {
     if (watcher.prepare)
       watcher.prepare();
     if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0 || ::raise(SIGSTOP) != 0 ||
@@ -306,9 +306,9 @@ Ending trace(const fs::path& program, const std::vector<std::string>& arguments,
       ::_exit(126);
   });
   Ending ending = Tracer(watcher, child).run();
-  ending.output = test::readFile(capture / "stdout");
-  ending.error = test::readFile(capture / "stderr");
+  ending.output = readFile(capture / "stdout");
+  ending.error = readFile(capture / "stderr");
   return ending;
 }
 
-}  // namespace prove
+}  // namespace rehearse

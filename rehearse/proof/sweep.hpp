@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace prove {
+namespace rehearse {
 
 /// What came of one point of a sweep: a word, such as "old" or "new", and what is wrong, a sentence each.
 struct Result {
@@ -24,7 +24,7 @@ struct Place {
 /// Tries one point or several, and tells of each.
 using Task = std::function<void(const Place&, const std::function<void(const Result&)>&)>;
 
-struct Sweep {
+struct PlannedSweep {
   std::string name;
   std::vector<Task> tasks;
   /// True for a control: something that keeps the promise was taken away, and it must be seen to break.
@@ -43,4 +43,4 @@ void leave(const std::filesystem::path& directory);
 void runTasks(const std::vector<Task>& tasks, const std::filesystem::path& directory, unsigned workers,
               const std::function<void(const Result&)>& report);
 
-}  // namespace prove
+}  // namespace rehearse

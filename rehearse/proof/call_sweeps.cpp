@@ -1,4 +1,4 @@
-#include "tests/prove/call_sweeps.hpp"
+#include "rehearse/proof/call_sweeps.hpp"
 
 #include <unistd.h>
 
@@ -11,12 +11,12 @@
 #include <stdexcept>
 #include <utility>
 
-#include "tests/prove/system_calls.hpp"
-#include "tests/prove/verdict.hpp"
+#include "rehearse/proof/system_calls.hpp"
+#include "rehearse/proof/verdict.hpp"
 
 namespace fs = std::filesystem;
 
-namespace prove {
+namespace rehearse {
 namespace {
 
 using Kind = Fate::Kind;
@@ -38,7 +38,7 @@ bool isAny(const SystemCall&) {
 
 /// The calls on which the promise depends most.
 bool isChangeByUpdater(const SystemCall& call) {
-  return call.byTool && changesFiles(call);
+  return call.byUpdater && changesFiles(call);
 }
 
 /// Decides the fate of one call, by its index among those that `concerns` selects, and remembers the call.
@@ -79,8 +79,8 @@ Fate failing(const SystemCall& call, std::size_t error) {
 /// What the failure of one call may take away.
 Excuses excusesFor(const SystemCall& call) {
   const bool writesLine =
-      call.byTool && kindOf(call.number).name == "write" && call.arguments[0] == STDERR_FILENO;
-  return {.status = call.byTool,
+      call.byUpdater && kindOf(call.number).name == "write" && call.arguments[0] == STDERR_FILENO;
+  return {.status = call.byUpdater,
           .line = writesLine,
           .restart = call.program != "ditto" && call.program != "hdiutil"};
 }
@@ -238,7 +238,7 @@ Task killTaskWithoutExchange(const Material& material, std::size_t callsBehind) 
         sinceExchange = 0;
         return {.kind = Kind::fail, .errorNumber = EINVAL};
       }
-      if (sinceExchange && call.byTool && ++*sinceExchange == callsBehind)
+      if (sinceExchange && call.byUpdater && ++*sinceExchange == callsBehind)
         return {.kind = Kind::killBefore, .victim = Victim::everyone};
       return {};
     }});
@@ -287,8 +287,8 @@ std::vector<SystemCall> record(const Material& material, Story story, const Plac
   return calls;
 }
 
-Sweep faultSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
-                 std::size_t every) {
+PlannedSweep faultSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
+                        std::size_t every) {
   const std::size_t first = firstOfItsOwn(story, calls);
   std::vector<Task> decisive;
   std::vector<Task> others;
@@ -305,8 +305,8 @@ Sweep faultSweep(const Material& material, Story story, const std::vector<System
   return {nameOf(story) + ", one call fails", std::move(decisive)};
 }
 
-std::vector<Sweep> breakdownSweeps(const Material& material, Story story,
-                                   const std::vector<SystemCall>& calls, std::size_t every) {
+std::vector<PlannedSweep> breakdownSweeps(const Material& material, Story story,
+                                          const std::vector<SystemCall>& calls, std::size_t every) {
   const auto sweepOf = [&](const Breakdown& breakdown) {
     const auto own = calls.begin() + static_cast<std::ptrdiff_t>(firstOfItsOwn(story, calls));
     const auto changes = static_cast<std::size_t>(std::ranges::count_if(calls, breakdown.concerns));
@@ -314,9 +314,9 @@ std::vector<Sweep> breakdownSweeps(const Material& material, Story story,
     for (auto turn = static_cast<std::size_t>(std::count_if(calls.begin(), own, breakdown.concerns));
          turn < changes; ++turn)
       tasks.push_back(breakdownTask(material, story, breakdown, turn));
-    return Sweep{nameOf(story) + ", " + breakdown.name, std::move(tasks)};
+    return PlannedSweep{nameOf(story) + ", " + breakdown.name, std::move(tasks)};
   };
-  std::vector<Sweep> sweeps{sweepOf(kReadOnly)};
+  std::vector<PlannedSweep> sweeps{sweepOf(kReadOnly)};
   sweeps.front().tasks = thinned(std::move(sweeps.front().tasks), every);
   // Changes of names are few: all of them are tried.
   for (const Breakdown& breakdown : kOfNames)
@@ -324,13 +324,13 @@ std::vector<Sweep> breakdownSweeps(const Material& material, Story story,
   return sweeps;
 }
 
-Sweep killSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
-                std::size_t every) {
+PlannedSweep killSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
+                       std::size_t every) {
   std::vector<Task> tasks;
   for (std::size_t index = firstOfItsOwn(story, calls); index < withMargin(calls.size()); ++index)
     for (const Victim victim : {Victim::caller, Victim::tool, Victim::everyone}) {
       // The tool is its own calls' caller.
-      if (victim == Victim::tool && index < calls.size() && calls[index].byTool)
+      if (victim == Victim::tool && index < calls.size() && calls[index].byUpdater)
         continue;
       for (const Kind kind : {Kind::killBefore, Kind::killAfter})
         tasks.push_back(killTask(material, story, index, {.kind = kind, .victim = victim}, std::nullopt));
@@ -338,8 +338,8 @@ Sweep killSweep(const Material& material, Story story, const std::vector<SystemC
   return {nameOf(story) + ", a kill", thinned(std::move(tasks), every)};
 }
 
-Sweep secondKillSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
-                      std::size_t every) {
+PlannedSweep secondKillSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
+                             std::size_t every) {
   std::vector<Task> tasks;
   const Fate fate{.kind = Kind::killBefore, .victim = Victim::everyone};
   // A step that has no divisor in common with most numbers pairs the places in many ways.
@@ -348,12 +348,12 @@ Sweep secondKillSweep(const Material& material, Story story, const std::vector<S
   return {nameOf(story) + ", a kill and another in the update after", thinned(std::move(tasks), every)};
 }
 
-Sweep killSweepWithoutExchange(const Material& material) {
+PlannedSweep killSweepWithoutExchange(const Material& material) {
   constexpr std::size_t kStepsInItsPlace = 8;
-  Sweep sweep{"update, a kill, without an exchange of names", {}, true};
+  PlannedSweep sweep{"update, a kill, without an exchange of names", {}, true};
   for (std::size_t calls = 1; calls <= kStepsInItsPlace; ++calls)
     sweep.tasks.push_back(killTaskWithoutExchange(material, calls));
   return sweep;
 }
 
-}  // namespace prove
+}  // namespace rehearse

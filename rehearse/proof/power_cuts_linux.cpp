@@ -11,15 +11,15 @@
 #include <stdexcept>
 
 #include "platform/files/file_descriptor.hpp"
-#include "tests/helpers/files.hpp"
-#include "tests/helpers/program.hpp"
-#include "tests/prove/power_cuts.hpp"
-#include "tests/prove/system_calls.hpp"
-#include "tests/prove/verdict.hpp"
+#include "rehearse/files/program.hpp"
+#include "rehearse/files/trees.hpp"
+#include "rehearse/proof/power_cuts.hpp"
+#include "rehearse/proof/system_calls.hpp"
+#include "rehearse/proof/verdict.hpp"
 
 namespace fs = std::filesystem;
 
-namespace prove {
+namespace rehearse {
 namespace {
 
 constexpr std::uintmax_t kDiskSize = 24 << 20;
@@ -38,7 +38,7 @@ struct Conditions {
 };
 
 void runOrThrow(const std::string& program, const std::vector<std::string>& arguments) {
-  const test::Outcome outcome = test::runProgram(program, arguments);
+  const Outcome outcome = runProgram(program, arguments);
   if (outcome.exitStatus != 0)
     throw std::runtime_error(program + ": " + outcome.error);
 }
@@ -64,7 +64,7 @@ class Disk {
 };
 
 fs::path makeDiskFile(const fs::path& path) {
-  test::writeFile(path, "");
+  writeFile(path, "");
   fs::resize_file(path, kDiskSize);
   runOrThrow("/sbin/mkfs.ext4", {"-q", "-F", path.native()});
   return path;
@@ -105,7 +105,7 @@ class PowerCuts {
 
  private:
   Fate fateOf(const SystemCall& call) {
-    const bool isLeftOut = conditions_.withoutSync && call.byTool && isFlush(call);
+    const bool isLeftOut = conditions_.withoutSync && call.byUpdater && isFlush(call);
     return {.kind = isLeftOut ? Fate::Kind::pretend : Fate::Kind::proceed};
   }
 
@@ -122,12 +122,12 @@ class PowerCuts {
   void cut(const std::string& where) {
     if (conditions_.metadata == Metadata::always)
       commitMetadata(disk_.mountPoint());
-    const std::string content = test::readFile(disk_.file());
+    const std::string content = readFile(disk_.file());
     if (!seen_.insert(std::hash<std::string>()(content)).second)
       return;
     const pid_t child = ::fork();
     if (child == 0) {
-      test::writeFile(copy_, content);
+      writeFile(copy_, content);
       report_(afterRestart(nameOf(conditions_.story) + ": power cut after change " +
                            std::to_string(changes_) + ", " + where));
       ::_exit(0);
@@ -171,8 +171,8 @@ class PowerCuts {
   std::set<std::size_t> seen_;
 };
 
-Sweep sweepUnder(const Material& material, const std::string& name, const Conditions& conditions,
-                 std::size_t every) {
+PlannedSweep sweepUnder(const Material& material, const std::string& name, const Conditions& conditions,
+                        std::size_t every) {
   return {nameOf(conditions.story) + ", power cuts, " + name,
           {[&material, conditions, every](const Place& place, const auto& report) {
             PowerCuts(material, conditions, place, every, report).run();
@@ -182,8 +182,8 @@ Sweep sweepUnder(const Material& material, const std::string& name, const Condit
 
 }  // namespace
 
-std::vector<Sweep> powerCutSweeps(const Material& material, std::size_t every) {
-  std::vector<Sweep> sweeps;
+std::vector<PlannedSweep> powerCutSweeps(const Material& material, std::size_t every) {
+  std::vector<PlannedSweep> sweeps;
   for (const Story story : {Story::update, Story::rollback, Story::revert}) {
     sweeps.push_back(
         sweepUnder(material, "as the system writes", {story, "", Metadata::whenever, false}, every));
@@ -204,4 +204,4 @@ bool hasDisks(const Place& place) {
   }
 }
 
-}  // namespace prove
+}  // namespace rehearse

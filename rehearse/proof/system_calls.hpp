@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/prove/tracer.hpp"
+#include "rehearse/proof/tracer.hpp"
 
-namespace prove {
+namespace rehearse {
 
 /// A system call that touches files, memory or processes.
 struct SystemCallKind {
@@ -30,4 +30,4 @@ bool isExchangeOfNames(const SystemCall& call);
 /// True where the call puts a whole file system on the disk.
 bool isFlush(const SystemCall& call);
 
-}  // namespace prove
+}  // namespace rehearse

@@ -10,13 +10,13 @@
 #include <string>
 #include <vector>
 
-namespace prove {
+namespace rehearse {
 
 /// A system call of a traced program.
 struct SystemCall {
-  pid_t process = 0;    ///< whichever of its threads calls
-  bool byTool = false;  ///< true for the program that was started, false for what it started
-  std::string program;  ///< the last component of its executable's path
+  pid_t process = 0;       ///< whichever of its threads calls
+  bool byUpdater = false;  ///< true for the program that was started, false for what it started
+  std::string program;     ///< the last component of its executable's path
   long number = 0;
   std::array<std::uint64_t, 6> arguments{};
 };
@@ -65,4 +65,4 @@ struct Watcher {
 Ending trace(const std::filesystem::path& program, const std::vector<std::string>& arguments,
              const Watcher& watcher);
 
-}  // namespace prove
+}  // namespace rehearse

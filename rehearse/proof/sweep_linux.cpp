@@ -14,11 +14,11 @@
 #include <system_error>
 
 #include "platform/files/file_descriptor.hpp"
-#include "tests/prove/sweep.hpp"
+#include "rehearse/proof/sweep.hpp"
 
 namespace fs = std::filesystem;
 
-namespace prove {
+namespace rehearse {
 namespace {
 
 constexpr char kFieldEnd = '\x1f';
@@ -166,4 +166,4 @@ void runTasks(const std::vector<Task>& tasks, const fs::path& directory, unsigne
   }
 }
 
-}  // namespace prove
+}  // namespace rehearse

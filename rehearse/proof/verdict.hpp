@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/prove/home.hpp"
+#include "rehearse/proof/home.hpp"
 
-namespace prove {
+namespace rehearse {
 
 /// "old", "new", "damaged" or "neither".
 std::string wordFor(Standing standing);
@@ -28,4 +28,4 @@ std::vector<std::string> leftoversAgainst(const Ending& ending, Story story, con
 /// there. Where the story damaged the application, the update must refuse to replace it.
 std::vector<std::string> nextUpdate(const Material& material, Home& home);
 
-}  // namespace prove
+}  // namespace rehearse

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/prove/sweep.hpp"
+#include "rehearse/proof/sweep.hpp"
 
-namespace prove {
+namespace rehearse {
 
 /// What came of a sweep.
 struct Tally {
@@ -27,9 +27,9 @@ struct Tally {
 };
 
 /// Runs a sweep, and shows on standard output how far it is and the first violations.
-Tally run(const Sweep& sweep, const std::filesystem::path& directory, unsigned workers);
+Tally run(const PlannedSweep& sweep, const std::filesystem::path& directory, unsigned workers);
 
 /// Prints all that came of it.
 void printTable(const std::vector<Tally>& tallies);
 
-}  // namespace prove
+}  // namespace rehearse

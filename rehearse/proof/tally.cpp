@@ -1,10 +1,10 @@
-#include "tests/prove/tally.hpp"
+#include "rehearse/proof/tally.hpp"
 
 #include <unistd.h>
 
 #include <cstdio>
 
-namespace prove {
+namespace rehearse {
 namespace {
 
 constexpr std::size_t kShownViolations = 20;
@@ -49,7 +49,7 @@ class Progress {
 
 }  // namespace
 
-Tally run(const Sweep& sweep, const std::filesystem::path& directory, unsigned workers) {
+Tally run(const PlannedSweep& sweep, const std::filesystem::path& directory, unsigned workers) {
   Tally tally{.name = sweep.name, .isControl = sweep.mustFail};
   std::size_t shown = 0;
   {
@@ -94,4 +94,4 @@ void printTable(const std::vector<Tally>& tallies) {
   print(sum, sum.violations == 0 ? "none" : std::to_string(sum.violations));
 }
 
-}  // namespace prove
+}  // namespace rehearse

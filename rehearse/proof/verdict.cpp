@@ -1,9 +1,9 @@
-#include "tests/prove/verdict.hpp"
+#include "rehearse/proof/verdict.hpp"
 
 #include <algorithm>
 #include <iterator>
 
-namespace prove {
+namespace rehearse {
 namespace {
 
 std::string listed(const std::set<std::string>& names) {
@@ -76,4 +76,4 @@ std::vector<std::string> nextUpdate(const Material& material, Home& home) {
   return complaints;
 }
 
-}  // namespace prove
+}  // namespace rehearse

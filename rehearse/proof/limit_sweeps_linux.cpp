@@ -9,13 +9,13 @@
 #include <system_error>
 #include <utility>
 
-#include "tests/prove/limit_sweeps.hpp"
-#include "tests/prove/system_calls.hpp"
-#include "tests/prove/verdict.hpp"
+#include "rehearse/proof/limit_sweeps.hpp"
+#include "rehearse/proof/system_calls.hpp"
+#include "rehearse/proof/verdict.hpp"
 
 namespace fs = std::filesystem;
 
-namespace prove {
+namespace rehearse {
 namespace {
 
 /// A limit that grows from nothing to more than enough.
@@ -139,7 +139,7 @@ Task readOnlyTask(const Material& material) {
 /// A process that is to become a tool is still a part of the updater, and a tool's time limit does not begin
 /// before its program does.
 bool isByTool(const SystemCall& call, const Material& material) {
-  return !call.byTool && call.program != material.updater.filename() &&
+  return !call.byUpdater && call.program != material.updater.filename() &&
          call.program != material.hastyUpdater.filename();
 }
 
@@ -187,10 +187,10 @@ Task endlessParentTask(const Material& material) {
 
 }  // namespace
 
-std::vector<Sweep> limitSweeps(const Material& material, std::size_t every) {
-  std::vector<Sweep> sweeps;
+std::vector<PlannedSweep> limitSweeps(const Material& material, std::size_t every) {
+  std::vector<PlannedSweep> sweeps;
   for (const Limit& limit : limits()) {
-    Sweep sweep{"limit, " + limit.name, {}};
+    PlannedSweep sweep{"limit, " + limit.name, {}};
     // Both ends alone would show nothing.
     const std::size_t step = std::min(limit.step * every, std::max(limit.step, limit.enough / 8));
     for (std::size_t value = 0; value < limit.enough; value += step)
@@ -202,12 +202,12 @@ std::vector<Sweep> limitSweeps(const Material& material, std::size_t every) {
   return sweeps;
 }
 
-Sweep hangSweep(const Material& material, const std::vector<SystemCall>& calls, std::size_t every) {
-  Sweep sweep{"time, a tool hangs or the parent does not end", {endlessParentTask(material)}};
+PlannedSweep hangSweep(const Material& material, const std::vector<SystemCall>& calls, std::size_t every) {
+  PlannedSweep sweep{"time, a tool hangs or the parent does not end", {endlessParentTask(material)}};
   for (std::size_t index = 0; index < calls.size(); index += every)
     if (isByTool(calls[index], material))
       sweep.tasks.push_back(hangTask(material, index));
   return sweep;
 }
 
-}  // namespace prove
+}  // namespace rehearse

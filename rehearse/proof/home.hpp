@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/prove/material.hpp"
-#include "tests/prove/tracer.hpp"
+#include "rehearse/proof/material.hpp"
+#include "rehearse/proof/tracer.hpp"
 #include "updater/records/install_plan.hpp"
 
-namespace prove {
+namespace rehearse {
 
 /// How a run goes where nothing disturbs it.
 enum class Story {
@@ -102,9 +102,9 @@ class Home {
   std::filesystem::path plan_ = directory_ / "plan.json";
   std::filesystem::path status_ = directory_ / "status.json";
   std::filesystem::path ready_ = directory_ / "ready";
-  test::Inventory previous_;
-  test::Inventory offered_;
+  Inventory previous_;
+  Inventory offered_;
   std::string offeredVersion_;
 };
 
-}  // namespace prove
+}  // namespace rehearse

@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "tests/prove/system_calls.hpp"
+#include "rehearse/proof/system_calls.hpp"
 
-namespace prove {
+namespace rehearse {
 namespace {
 
 const std::vector<int> kMemory = {ENOMEM};
@@ -141,4 +141,4 @@ bool isFlush(const SystemCall& call) {
   return call.number == SYS_syncfs;
 }
 
-}  // namespace prove
+}  // namespace rehearse
