@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/formats/json.hpp"
+#include "platform/formats/json_syntax.hpp"
 
 namespace platform {
 namespace {
@@ -98,18 +99,6 @@ class RootMembers : public nlohmann::json_sax<nlohmann::json> {
 };
 // NOLINTEND(readability-identifier-naming, readability-convert-member-functions-to-static)
 
-/// "line 3, column 5" of the byte at `position`, which counts from 1.
-std::string place(std::string_view text, std::size_t position) {
-  const std::string_view before = text.substr(0, position == 0 ? 0 : position - 1);
-  const auto line = std::count(before.begin(), before.end(), '\n') + 1;
-  const auto lineStart = before.rfind('\n') == std::string_view::npos ? 0 : before.rfind('\n') + 1;
-  return "line " + std::to_string(line) + ", column " + std::to_string(before.size() - lineStart + 1);
-}
-
-[[noreturn]] void refuse(std::string_view text, std::size_t position) {
-  throw DecodingError("The data is not valid JSON at " + place(text, position) + ".");
-}
-
 /// The length of the JSON number at the beginning of `text`; 0 where there is none.
 std::size_t numberLength(std::string_view text) {
   const auto behindDigits = [&](std::size_t from) {
@@ -161,15 +150,12 @@ RootMembers parse(std::string_view text) {
 
 KeyedDecodingContainer JSONDecoder::container(const Data& text) {
   const std::string_view bytes = text.bytes();
-  // The parser takes a null character, which JSON forbids, for the end of the text.
-  const auto null = bytes.find('\0');
-  if (null != std::string_view::npos)
-    refuse(bytes, null + 1);
+  requireNoNullCharacter(bytes);
   RootMembers members = parse(bytes);
   if (members.numberIsTooLarge())
     members = parse(withoutNumbers(bytes));
   if (members.errorPosition())
-    refuse(bytes, *members.errorPosition());
+    throw invalidJSON(bytes, *members.errorPosition());
   if (members.rootType() != Type::object)
     throw DecodingError("The JSON data is " + nameOf(members.rootType()) + " where an object is needed.");
   return KeyedDecodingContainer(members.take());

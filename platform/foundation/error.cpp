@@ -43,17 +43,21 @@ std::string sentence(std::string_view what, const Error& cause) {
 }
 
 std::string quoted(std::string_view name) {
-  std::string text = "\"";
-  while (!name.empty()) {
-    const auto first = firstScalar(name);
-    const auto character = name.substr(0, first ? first->length : 1);
+  return '"' + printable(name) + '"';
+}
+
+std::string printable(std::string_view text) {
+  std::string result;
+  while (!text.empty()) {
+    const auto first = firstScalar(text);
+    const auto character = text.substr(0, first ? first->length : 1);
     if (first && !isMisleading(first->scalar))
-      text += character;
+      result += character;
     else
-      appendBytes(text, character);
-    name.remove_prefix(character.size());
+      appendBytes(result, character);
+    text.remove_prefix(character.size());
   }
-  return text + '"';
+  return result;
 }
 
 std::string reasonOf(int errorNumber) {

@@ -78,6 +78,9 @@ std::string sentence(std::string_view what, const Error& cause);
 /// and bytes that are not UTF-8 are escaped, such as "\x0A".
 std::string quoted(std::string_view name);
 
+/// The same without the quotes.
+std::string printable(std::string_view text);
+
 /// The system's text for an error number, without a full stop.
 std::string reasonOf(int errorNumber);
 
