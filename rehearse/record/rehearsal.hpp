@@ -133,6 +133,8 @@ struct Subject {
   auto operator<=>(const Subject&) const = default;
 };
 
+/// Shard I of N holds the points I, I + N, I + 2 N … of every sweep that proves something by points, in the
+/// sweep's order.
 struct Shard {
   unsigned number = 1;  ///< from 1 on
   unsigned count = 1;
@@ -153,8 +155,19 @@ struct Rehearsal {
   auto operator<=>(const Rehearsal&) const = default;
 };
 
-/// 0 when every pairing would install and nothing worse than a warning was found, 1 when there is a fault.
-/// `record/` knows no other: a rehearsal that could not take place leaves no record.
+/// Whether a point is at fault: a promise was broken there, or no complete application was left.
+bool isFault(const Point& point);
+
+/// Whether a sweep found a fault. A control did if all of its points were tried and none lost the
+/// application.
+bool isFault(const Sweep& sweep);
+
+/// Whether users would be stopped or harmed: the update would not install, a step failed, a finding is a
+/// fault, or a sweep found one.
+bool isFault(const Pairing& pairing);
+
+/// 0 when every pairing would install and nothing worse than a warning was found, 1 when there is a fault or
+/// no pairing. `record/` knows no other: a rehearsal that could not take place leaves no record.
 int exitStatus(const Rehearsal& rehearsal);
 
 }  // namespace rehearse

@@ -7,15 +7,19 @@
 namespace rehearse {
 
 /// The record as one JSON object, which share/quorin/rehearsal.schema.json describes. Reading it back gives
-/// an equal record.
+/// an equal record if its texts are UTF-8.
 std::string json(const Rehearsal& rehearsal);
 
-/// Throws `platform::Error` with a sentence for text that is no record of a rehearsal.
+/// Throws `platform::Error` with a sentence for text that is not the record of a rehearsal, or one of another
+/// version. Members that are not known are ignored.
 Rehearsal rehearsalFromJSON(const std::string& text);
 
-/// Joins the shards of one rehearsal: points are added up, steps and findings are taken from the first shard.
-/// Throws `platform::Error` with a sentence that says in what two of them differ, which shard is missing, or
-/// which comes twice. `records` must not be empty.
+/// Joins the shards of one rehearsal. Points are put in the order of their sweep. Nothing that one shard
+/// found is dropped: findings and what was not tried are united, and of the verdicts on one step the failed
+/// one counts, then the passed one. What else is measured is the first shard's. The date is the earliest, the
+/// duration the longest. The image and the applications are the same if their digests and versions are,
+/// wherever they were read from. Throws `platform::Error` with a sentence that says in what two of them
+/// differ, which shard is missing, or which comes twice. `records` must not be empty.
 Rehearsal merged(const std::vector<Rehearsal>& records);
 
 }  // namespace rehearse

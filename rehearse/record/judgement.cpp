@@ -1,0 +1,35 @@
+#include <algorithm>
+
+#include "rehearse/record/rehearsal.hpp"
+
+namespace rehearse {
+
+bool isFault(const Point& point) {
+  return point.outcome == PointOutcome::lost || !point.violations.empty();
+}
+
+bool isFault(const Sweep& sweep) {
+  if (!sweep.isControl)
+    return std::ranges::any_of(sweep.points, [](const Point& point) { return isFault(point); });
+  const auto isKept = [](const Point& point) {
+    return point.outcome != PointOutcome::lost && point.outcome != PointOutcome::notTried;
+  };
+  return sweep.points.size() == sweep.total && std::ranges::all_of(sweep.points, isKept);
+}
+
+bool isFault(const Pairing& pairing) {
+  return !pairing.wouldInstall || std::ranges::any_of(pairing.steps, [](const Step& step) {
+    return step.verdict == StepVerdict::failed;
+  }) || std::ranges::any_of(pairing.findings, [](const Finding& finding) {
+    return finding.severity == Severity::fault;
+  }) || std::ranges::any_of(pairing.sweeps, [](const Sweep& sweep) { return isFault(sweep); });
+}
+
+int exitStatus(const Rehearsal& rehearsal) {
+  const bool isGood =
+      !rehearsal.pairings.empty() &&
+      std::ranges::none_of(rehearsal.pairings, [](const Pairing& pairing) { return isFault(pairing); });
+  return isGood ? 0 : 1;
+}
+
+}  // namespace rehearse
