@@ -1,5 +1,6 @@
 #include "platform/crypto/openssl_handles.hpp"
 
+#include <ctime>
 #include <limits>
 #include <string>
 
@@ -18,6 +19,14 @@ Bio bytesStream(std::string_view bytes) {
 
 Object objectIdentifier(std::string_view dotted) {
   return Object(::OBJ_txt2obj(std::string(dotted).c_str(), 1));
+}
+
+std::chrono::system_clock::time_point timeOf(const ASN1_TIME* time) {
+  std::tm parts{};
+  // Null would mean the present.
+  if (time == nullptr || ::ASN1_TIME_to_tm(time, &parts) != 1)
+    throw FormatError("it has an invalid date");
+  return std::chrono::system_clock::from_time_t(::timegm(&parts));
 }
 
 }  // namespace platform::openssl

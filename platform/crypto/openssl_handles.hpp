@@ -10,6 +10,7 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include <chrono>
 #include <memory>
 #include <string_view>
 
@@ -50,6 +51,7 @@ using Key = Handle<EVP_PKEY, &::EVP_PKEY_free>;
 using Certificate = Handle<X509, &::X509_free>;
 using Extension = Handle<X509_EXTENSION, &::X509_EXTENSION_free>;
 using OctetString = Handle<ASN1_OCTET_STRING, &::ASN1_OCTET_STRING_free>;
+using TimeStampInformation = Handle<TS_TST_INFO, &::TS_TST_INFO_free>;
 using Object = Handle<ASN1_OBJECT, &::ASN1_OBJECT_free>;
 using Pkcs7 = Handle<PKCS7, &::PKCS7_free>;
 using Attribute = Handle<X509_ATTRIBUTE, &::X509_ATTRIBUTE_free>;
@@ -69,6 +71,9 @@ Bio bytesStream(std::string_view bytes);
 
 /// The object identifier in dotted form, such as "1.2.840.113549"; null if it is malformed.
 Object objectIdentifier(std::string_view dotted);
+
+/// Throws `FormatError` when it is malformed.
+std::chrono::system_clock::time_point timeOf(const ASN1_TIME* time);
 
 /// The content of `string`, valid as long as it is.
 inline std::string_view bytesOf(const ASN1_STRING* string) {

@@ -25,6 +25,10 @@ std::string lowercased(std::string_view text);
 /// The text in Unicode normalisation form D (Unicode Standard Annex #15); unchanged unless it is valid UTF-8.
 std::string canonicallyDecomposed(std::string_view text);
 
+/// The text case-folded (Unicode Standard, section 3.13) and decomposed: names for which this is the same are
+/// one name to a file system that ignores case and normalisation. Unchanged unless it is valid UTF-8.
+std::string caseFolded(std::string_view text);
+
 /// Whether two strings are canonically equivalent (Unicode Standard Annex #15). Unless both are valid UTF-8,
 /// their bytes are compared.
 bool canonicallyEquivalent(std::string_view left, std::string_view right);

@@ -31,10 +31,11 @@ const utf8proc_uint8_t* bytesOf(std::string_view text) {
   return reinterpret_cast<const utf8proc_uint8_t*>(text.data());
 }
 
-std::optional<std::string> canonicalDecomposition(std::string_view text) {
+std::optional<std::string> decomposition(std::string_view text, unsigned more = 0) {
   utf8proc_uint8_t* raw = nullptr;
-  const auto length = utf8proc_map(bytesOf(text), static_cast<utf8proc_ssize_t>(text.size()), &raw,
-                                   static_cast<utf8proc_option_t>(UTF8PROC_DECOMPOSE | UTF8PROC_STABLE));
+  const auto length =
+      utf8proc_map(bytesOf(text), static_cast<utf8proc_ssize_t>(text.size()), &raw,
+                   static_cast<utf8proc_option_t>(UTF8PROC_DECOMPOSE | UTF8PROC_STABLE | more));
   const std::unique_ptr<utf8proc_uint8_t, Free> buffer(raw);
   if (length < 0)
     return std::nullopt;
@@ -109,14 +110,18 @@ std::string lowercased(std::string_view text) {
 }
 
 std::string canonicallyDecomposed(std::string_view text) {
-  return canonicalDecomposition(text).value_or(std::string(text));
+  return decomposition(text).value_or(std::string(text));
+}
+
+std::string caseFolded(std::string_view text) {
+  return decomposition(text, UTF8PROC_CASEFOLD).value_or(std::string(text));
 }
 
 bool canonicallyEquivalent(std::string_view left, std::string_view right) {
   if (left == right)
     return true;
-  const auto decomposedLeft = canonicalDecomposition(left);
-  const auto decomposedRight = canonicalDecomposition(right);
+  const auto decomposedLeft = decomposition(left);
+  const auto decomposedRight = decomposition(right);
   return decomposedLeft && decomposedRight && *decomposedLeft == *decomposedRight;
 }
 

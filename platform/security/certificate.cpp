@@ -86,6 +86,14 @@ std::optional<std::string> Certificate::subjectField(std::string_view shortName)
   return value;
 }
 
+std::chrono::system_clock::time_point Certificate::expiry() const {
+  return openssl::timeOf(::X509_get0_notAfter(handle()));
+}
+
+bool Certificate::namesIssuer(const Certificate& issuer) const {
+  return ::X509_check_issued(issuer.handle(), handle()) == X509_V_OK;
+}
+
 std::string Certificate::displayName() const {
   return subjectField("CN").value_or("a certificate without a name");
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -33,6 +34,13 @@ class Certificate {
   std::optional<std::string> subjectField(std::string_view shortName) const;
   /// True for a field name that requirements may use.
   static bool isSubjectField(std::string_view shortName);
+
+  /// The last moment of the validity period. Throws `FormatError` when it cannot be read.
+  std::chrono::system_clock::time_point expiry() const;
+
+  /// True when the name of this certificate's issuer, and its key where that is given, are those of `issuer`.
+  /// The signature is not checked.
+  bool namesIssuer(const Certificate& issuer) const;
 
   /// The subject's common name, for messages.
   std::string displayName() const;

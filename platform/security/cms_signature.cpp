@@ -1,5 +1,7 @@
 #include "platform/security/cms_signature.hpp"
 
+#include <algorithm>
+
 #include "platform/security/certificate_chain.hpp"
 #include "platform/security/security_error.hpp"
 #include "platform/security/signed_attributes.hpp"
@@ -122,14 +124,20 @@ void fill(TS_VERIFY_CTX* context, openssl::Bio data, openssl::Store store) {
 #endif
 }
 
-void verifyToken(const ASN1_TYPE* value, std::string_view stamped, const TrustAnchors& anchors) {
+openssl::Pkcs7 readToken(const ASN1_TYPE* value) {
   if (value == nullptr || value->type != V_ASN1_SEQUENCE)
     refuseTimeStamp();
   const std::string_view encoded = openssl::bytesOf(value->value.sequence);
   const auto* position = reinterpret_cast<const unsigned char*>(encoded.data());
-  const openssl::Pkcs7 token(::d2i_PKCS7(nullptr, &position, static_cast<long>(encoded.size())));
+  openssl::Pkcs7 token(::d2i_PKCS7(nullptr, &position, static_cast<long>(encoded.size())));
+  if (!token)
+    refuseTimeStamp();
+  return token;
+}
+
+void verifyToken(const openssl::Pkcs7& token, std::string_view stamped, const TrustAnchors& anchors) {
   const openssl::TimeStampContext context(::TS_VERIFY_CTX_new());
-  if (!token || !context)
+  if (!context)
     refuseTimeStamp();
   ::TS_VERIFY_CTX_set_flags(context.get(), TS_VFY_VERSION | TS_VFY_SIGNATURE | TS_VFY_DATA);
   fill(context.get(), openssl::bytesStream(stamped), anchorStore(anchors));
@@ -137,10 +145,9 @@ void verifyToken(const ASN1_TYPE* value, std::string_view stamped, const TrustAn
     refuseTimeStamp();
 }
 
-/// Verifies every time stamp (RFC 3161) on the signature: it must be over that signature, by an authority
-/// whose certificate leads to an anchor. There may be none.
-void verifyTimeStamps(CMS_SignerInfo* signer, const TrustAnchors& anchors) {
-  const std::string_view signature = openssl::bytesOf(::CMS_SignerInfo_get0_signature(signer));
+/// The time stamps (RFC 3161) on the signature; there may be none.
+std::vector<openssl::Pkcs7> timeStamps(CMS_SignerInfo* signer) {
+  std::vector<openssl::Pkcs7> tokens;
   const ASN1_OBJECT* kind = ::OBJ_nid2obj(NID_id_smime_aa_timeStampToken);
   for (int place = ::CMS_unsigned_get_attr_by_OBJ(signer, kind, -1); place >= 0;
        place = ::CMS_unsigned_get_attr_by_OBJ(signer, kind, place)) {
@@ -149,8 +156,38 @@ void verifyTimeStamps(CMS_SignerInfo* signer, const TrustAnchors& anchors) {
     if (count < 1)
       refuseTimeStamp();
     for (int index = 0; index < count; ++index)
-      verifyToken(::X509_ATTRIBUTE_get0_type(attribute, index), signature, anchors);
+      tokens.push_back(readToken(::X509_ATTRIBUTE_get0_type(attribute, index)));
   }
+  return tokens;
+}
+
+/// Each time stamp must be over this signature, by an authority whose certificate leads to an anchor.
+void verifyTimeStamps(CMS_SignerInfo* signer, const TrustAnchors& anchors) {
+  const std::string_view signature = openssl::bytesOf(::CMS_SignerInfo_get0_signature(signer));
+  for (const openssl::Pkcs7& token : timeStamps(signer))
+    verifyToken(token, signature, anchors);
+}
+
+openssl::Certificates carriedCertificates(CMS_ContentInfo* cms) {
+  openssl::Certificates carried(::CMS_get1_certs(cms));
+  if (!carried || sk_X509_num(carried.get()) > kMostCertificates)
+    throw FormatError("its signature carries no certificates, or too many");
+  return carried;
+}
+
+/// The chain from `leaf` upwards by the issuers' names.
+std::vector<Certificate> chainByName(X509* leaf, const openssl::Certificates& carried) {
+  std::vector<Certificate> chain{Certificate(leaf)};
+  for (int step = 0; step < sk_X509_num(carried.get()) && !chain.back().isRoot(); ++step) {
+    for (int index = 0; index < sk_X509_num(carried.get()); ++index) {
+      Certificate issuer(sk_X509_value(carried.get(), index));
+      if (!chain.back().namesIssuer(issuer))
+        continue;
+      chain.push_back(std::move(issuer));
+      break;
+    }
+  }
+  return chain;
 }
 
 }  // namespace
@@ -161,10 +198,7 @@ std::vector<Certificate> verifyCMSSignature(std::string_view signature,
   const openssl::Cms cms = readCMS(signature);
   CMS_SignerInfo* signer = onlySigner(cms.get());
   const StrongDigest digest = digestOfSigner(signer);
-  const openssl::Certificates carried(::CMS_get1_certs(cms.get()));
-  if (!carried || sk_X509_num(carried.get()) > kMostCertificates)
-    throw FormatError("its signature carries no certificates, or too many");
-
+  const openssl::Certificates carried = carriedCertificates(cms.get());
   if (::CMS_signed_get_attr_count(signer) < 0)
     throw FormatError("its signature has no signed attributes");
   const SignedAttributes attributes = SignedAttributes::read(signature);
@@ -179,6 +213,21 @@ std::vector<Certificate> verifyCMSSignature(std::string_view signature,
     throw FormatError("its signer's certificate is not for signing code");
   verifyTimeStamps(signer, anchors);
   return chain;
+}
+
+ClaimedSigner readClaimedSigner(std::string_view signature) {
+  const openssl::Cms cms = readCMS(signature);
+  CMS_SignerInfo* signer = onlySigner(cms.get());
+  ClaimedSigner claimed{
+      .chain = chainByName(certificateOf(cms.get(), signer), carriedCertificates(cms.get())), .stamped = {}};
+  for (const openssl::Pkcs7& token : timeStamps(signer)) {
+    const openssl::TimeStampInformation information(::PKCS7_to_TS_TST_INFO(token.get()));
+    if (!information)
+      refuseTimeStamp();
+    const auto time = openssl::timeOf(::TS_TST_INFO_get_time(information.get()));
+    claimed.stamped = std::min(claimed.stamped.value_or(time), time);
+  }
+  return claimed;
 }
 
 }  // namespace platform

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -19,5 +21,14 @@ namespace platform {
 std::vector<Certificate> verifyCMSSignature(std::string_view signature,
                                             const std::vector<CodeDirectory>& directories,
                                             const TrustAnchors& anchors);
+
+/// What a CMS signature claims of its signer.
+struct ClaimedSigner {
+  std::vector<Certificate> chain;  ///< leaf first, each issued by the next, as far as the message has them
+  std::optional<std::chrono::system_clock::time_point> stamped;  ///< the earliest time stamp
+};
+
+/// Reads a signature without verifying anything. Throws `FormatError`.
+ClaimedSigner readClaimedSigner(std::string_view signature);
 
 }  // namespace platform

@@ -16,7 +16,7 @@ std::optional<std::uint32_t> magicForSlot(std::uint32_t number) {
       return magic::kRequirementSet;
     case slot::kEntitlements:
       return magic::kEntitlements;
-    case 7:
+    case slot::kEntitlementsDER:
       return magic::kEntitlementsDER;
     case 8:
     case 9:
@@ -88,6 +88,14 @@ void requireBlobForSlot(std::uint32_t number, std::string_view blob) {
         throw FormatError("the list of requirements has a component of the wrong kind");
     }
   }
+}
+
+std::optional<std::string_view> designatedRequirement(std::string_view set) {
+  constexpr std::uint32_t kDesignated = 3;
+  requireBlobForSlot(slot::kRequirements, set);
+  const Entries requirements = readSuperBlob(set, "the list of requirements");
+  const auto found = requirements.find(kDesignated);
+  return found == requirements.end() ? std::nullopt : std::optional(found->second);
 }
 
 CodeComponents readEmbeddedSignature(std::string_view bytes) {

@@ -21,6 +21,7 @@ class CodeDirectory {
   std::string_view blob() const noexcept { return blob_; }
   const std::string& identifier() const noexcept { return identifier_; }
   const std::optional<std::string>& teamIdentifier() const noexcept { return teamIdentifier_; }
+  bool hasHardenedRuntime() const noexcept { return (flags_ & code_flag::kHardenedRuntime) != 0; }
   bool isAdHoc() const noexcept { return (flags_ & code_flag::kAdHoc) != 0; }
 
   /// The algorithm of this directory's digests.

@@ -25,6 +25,7 @@ inline constexpr std::uint32_t kInfo = 1;
 inline constexpr std::uint32_t kRequirements = 2;
 inline constexpr std::uint32_t kResources = 3;
 inline constexpr std::uint32_t kEntitlements = 5;
+inline constexpr std::uint32_t kEntitlementsDER = 7;
 /// Code directories of later systems may have more.
 inline constexpr std::uint32_t kLastKnownSpecial = 11;
 inline constexpr std::uint32_t kFirstAlternate = 0x1000;

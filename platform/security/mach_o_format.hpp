@@ -31,7 +31,16 @@ inline constexpr std::uint32_t kLoadDynamicLinker = 0x0E;
 inline constexpr std::uint32_t kSegment64 = 0x19;
 inline constexpr std::uint32_t kUuid = 0x1B;
 inline constexpr std::uint32_t kCodeSignature = 0x1D;
+inline constexpr std::uint32_t kLazyLoadDynamicLibrary = 0x20;
+inline constexpr std::uint32_t kLeastMacOS = 0x24;
+inline constexpr std::uint32_t kLeastIOS = 0x25;
+inline constexpr std::uint32_t kLeastTvOS = 0x2F;
+inline constexpr std::uint32_t kLeastWatchOS = 0x30;
 inline constexpr std::uint32_t kBuildVersion = 0x32;
+inline constexpr std::uint32_t kLoadWeakDynamicLibrary = 0x80000018;
+inline constexpr std::uint32_t kRunPath = 0x8000001C;
+inline constexpr std::uint32_t kReexportDynamicLibrary = 0x8000001F;
+inline constexpr std::uint32_t kLoadUpwardDynamicLibrary = 0x80000023;
 inline constexpr std::uint32_t kMain = 0x80000028;
 }  // namespace command
 
@@ -44,6 +53,15 @@ inline constexpr std::uint32_t kDynamicLinker = 7;
 inline constexpr std::uint32_t kLoadableBundle = 8;
 inline constexpr std::uint32_t kKernelExtension = 11;
 }  // namespace file_type
+
+/// What a build version command names.
+namespace build_platform {
+inline constexpr std::uint32_t kMacOS = 1;
+inline constexpr std::uint32_t kIOS = 2;
+inline constexpr std::uint32_t kTvOS = 3;
+inline constexpr std::uint32_t kWatchOS = 4;
+inline constexpr std::uint32_t kCatalyst = 6;
+}  // namespace build_platform
 
 namespace cpu {
 inline constexpr std::uint32_t kI386 = 7;

@@ -89,6 +89,10 @@ Requirement Requirement::parse(std::string_view text) {
   }
 }
 
+Requirement Requirement::fromCompiled(std::string_view blob) {
+  return Requirement(readCompiledRequirement(blob));
+}
+
 std::optional<std::string> Requirement::failingClause(const CodeIdentity& code,
                                                       const PropertyList* information) const {
   const Evaluation evaluation(code, information);

@@ -41,6 +41,10 @@ struct RequirementNode {
 /// `FormatError`.
 RequirementNode parseRequirement(std::string_view text);
 
+/// Reads a requirement in the compiled form of a signature, a blob with its header. The texts of its nodes
+/// are written anew. Throws `FormatError`, also for conditions that the text form cannot have here.
+RequirementNode readCompiledRequirement(std::string_view blob);
+
 /// What a valid signature says about the code of one architecture.
 struct CodeIdentity {
   std::string place;  ///< path and architecture, as a sentence begins with them
@@ -56,6 +60,8 @@ class Requirement {
  public:
   /// Throws `SecurityError` with the status `errSecCSReqInvalid` unless the whole text is a requirement.
   static Requirement parse(std::string_view text);
+  /// From the compiled form, as `readCompiledRequirement`. Throws `FormatError`.
+  static Requirement fromCompiled(std::string_view blob);
 
   /// Nothing when the code satisfies the requirement, otherwise the source text of the clause that it fails.
   /// `information` is the code's Info.plist, or null.
