@@ -1,9 +1,7 @@
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
 #include <climits>
-#include <csignal>
 
 #include "platform/files/data.hpp"
 #include "platform/foundation/error.hpp"
@@ -21,20 +19,6 @@ std::vector<std::string> ProcessInfo::arguments() {
     rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
   }
   return arguments;
-}
-
-void ProcessInfo::secureStandardStreams() {
-  for (int stream = 0; stream < 3; ++stream) {
-    if (::fcntl(stream, F_GETFD) >= 0)
-      continue;
-    // open() returns the lowest free descriptor, the stream's own. Without /dev/null, an O_PATH descriptor
-    // holds its place; if that fails too, nothing is left to try.
-    if (::open("/dev/null", O_RDWR | O_NOCTTY) < 0)
-      static_cast<void>(::open("/", O_PATH | O_DIRECTORY));
-  }
-  // Cannot fail for these signals.
-  static_cast<void>(::signal(SIGPIPE, SIG_IGN));
-  static_cast<void>(::signal(SIGXFSZ, SIG_IGN));
 }
 
 URL installationPrefix() {

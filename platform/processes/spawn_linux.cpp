@@ -7,8 +7,7 @@
 
 #include "platform/files/file_descriptor.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/processes/environment.hpp"
-#include "platform/processes/spawn.hpp"
+#include "platform/processes/program_start.hpp"
 
 // posix_spawn() cannot request the parent's death signal, which only the child itself can set. Hence a fork,
 // and a close-on-exec pipe through which the child reports why it could not execute the program.
@@ -18,13 +17,6 @@ namespace {
 
 constexpr int kReportDescriptor = 3;
 constexpr int kExitStatusWithoutProgram = 127;
-
-/// The memory that exec reads. It is allocated before the fork.
-struct ExecArguments {
-  const char* path;
-  char* const* arguments;
-  char* const* environment;
-};
 
 /// No handler of the caller runs in the child: signals are blocked until their dispositions are reset.
 class AllSignalsBlocked {
@@ -80,7 +72,7 @@ bool setDescriptors(const std::array<int, 3>& streams, int& report) noexcept {
 
 /// Runs in the child. Other threads of the parent may have held locks at the fork, so only async-signal-safe
 /// functions are called.
-[[noreturn]] void become(const SpawnRequest& request, const ExecArguments& program, pid_t parent,
+[[noreturn]] void become(const SpawnRequest& request, const ProgramImage& program, pid_t parent,
                          int report) noexcept {
   if ((!request.diesWithParent || dieWithParent(parent)) &&
       (request.session == Session::inherited || ::setsid() >= 0) &&
@@ -93,11 +85,7 @@ bool setDescriptors(const std::array<int, 3>& streams, int& report) noexcept {
   ::_exit(kExitStatusWithoutProgram);
 }
 
-[[noreturn]] void fail(const SpawnRequest& request, int errorNumber) {
-  throw SystemError(quoted(request.executable.path()) + " could not be started", errorNumber);
-}
-
-pid_t forkChild(const SpawnRequest& request, const ExecArguments& program, int report) {
+pid_t forkChild(const SpawnRequest& request, const ProgramImage& program, int report) {
   const pid_t parent = ::getpid();
   const AllSignalsBlocked blocked;
   // Not fork(): the child has no use for the libraries' fork handlers.
@@ -105,40 +93,19 @@ pid_t forkChild(const SpawnRequest& request, const ExecArguments& program, int r
   if (child == 0)
     become(request, program, parent, report);
   if (child < 0)
-    fail(request, errno);
+    throwNotStarted(request, errno);
   return child;
-}
-
-std::vector<char*> pointersTo(std::vector<std::string>& strings) {
-  std::vector<char*> pointers;
-  pointers.reserve(strings.size() + 1);
-  for (std::string& string : strings)
-    pointers.push_back(string.data());
-  pointers.push_back(nullptr);
-  return pointers;
 }
 
 }  // namespace
 
-std::int32_t spawn(const SpawnRequest& request) {
-  const char* path = systemPath(request.executable);
-  std::vector<std::string> words{request.executable.path()};
-  words.insert(words.end(), request.arguments.begin(), request.arguments.end());
-  for (const std::string& word : words) {
-    if (word.find('\0') != std::string::npos)
-      throw SystemError("An argument for " + quoted(request.executable.path()) + " contains a null character",
-                        EINVAL);
-  }
-  const std::vector<char*> arguments = pointersTo(words);
-  auto variables = request.environment.value_or(std::vector<std::string>());
-  const std::vector<char*> environment = request.environment ? pointersTo(variables) : inheritedEnvironment();
-
+std::int32_t startProgram(const SpawnRequest& request, const ProgramImage& program) {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0)
-    fail(request, errno);
+    throwNotStarted(request, errno);
   const FileDescriptor reader(ends[0]);
   FileDescriptor writer(ends[1]);
-  const pid_t child = forkChild(request, {path, arguments.data(), environment.data()}, writer.get());
+  const pid_t child = forkChild(request, program, writer.get());
   writer = FileDescriptor();
 
   int reason = 0;
@@ -151,7 +118,7 @@ std::int32_t spawn(const SpawnRequest& request) {
   }
   // If SIGCHLD is ignored, the system reaps the child, and this fails with ECHILD once it has ended.
   static_cast<void>(uninterrupted([child] { return ::waitpid(child, nullptr, 0); }));
-  fail(request, reason);
+  throwNotStarted(request, reason);
 }
 
 }  // namespace platform

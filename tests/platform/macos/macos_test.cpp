@@ -275,6 +275,7 @@ TEST_F(MacOSTest, ProgramsStartWithTheirStreamsOnly) {
                        .arguments = {},
                        .standardStreams = {number, 1, number},
                        .session = session,
+                       .workingDirectory = "/",
                        .diesWithParent = diesWithParent});
     });
   };
@@ -285,6 +286,11 @@ TEST_F(MacOSTest, ProgramsStartWithTheirStreamsOnly) {
         recorder.calls,
         ElementsAre("inherit 1", "spawn " + std::to_string(flag | POSIX_SPAWN_CLOEXEC_DEFAULT |
                                                            POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF)));
+  }
+  for (int call = 1; call <= 10; ++call) {
+    recorder.spawnCallsBeforeFailure = call;
+    EXPECT_EQ(start(Session::own, false), failed + "Too many open files in system.") << call;
+    expectReleased("after call " + std::to_string(call));
   }
   EXPECT_EQ(start(Session::inherited, true), failed + "Operation not supported.");
   EXPECT_THAT(recorder.calls, IsEmpty());

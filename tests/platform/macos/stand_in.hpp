@@ -42,6 +42,7 @@ struct Outcome {
 struct Recorder {
   std::map<std::string, Outcome> outcomes;  ///< by function
   std::map<std::string, int> errorNumbers;  ///< by call, such as "SWAP"
+  int spawnCallsBeforeFailure = 0;          ///< 1: the next function of the posix_spawn family fails
   std::vector<std::string> calls;           ///< with their flags
   std::set<const void*> owned;              ///< what was created and not yet released
   std::vector<std::string> violations;
@@ -284,16 +285,52 @@ inline int recordedFcntl(int, int command) {
 inline int recordedFsync(int) {
   return stand_in::record("fsync");
 }
-inline int posix_spawn_file_actions_addinherit_np(posix_spawn_file_actions_t* actions, int descriptor) {
+inline int addInherit(posix_spawn_file_actions_t* actions, int descriptor) {
   stand_in::record("inherit " + std::to_string(descriptor));
   return ::posix_spawn_file_actions_adddup2(actions, descriptor, descriptor);
 }
-inline int recordedSetFlags(posix_spawnattr_t* attributes, int flags) {
+inline int setSpawnFlags(posix_spawnattr_t* attributes, short flags) {
   stand_in::record("spawn " + std::to_string(flags));
   return ::posix_spawnattr_setflags(attributes, static_cast<short>(flags & ~POSIX_SPAWN_CLOEXEC_DEFAULT));
 }
 }
 
+namespace stand_in {
+
+/// A function of the posix_spawn family, unless this is the call that is to fail.
+template <auto function, typename... Arguments>
+int spawnCall(Arguments... arguments) {
+  return --recorder.spawnCallsBeforeFailure == 0 ? ENFILE : function(arguments...);
+}
+
+template <auto function, typename Object>
+int initialise(Object* object) {
+  const int failure = spawnCall<function>(object);
+  if (failure == 0)
+    recorder.owned.insert(object);
+  return failure;
+}
+
+template <auto function, typename Object>
+int destroy(Object* object) {
+  if (recorder.owned.erase(object) == 1)
+    return function(object);
+  recorder.violations.emplace_back("destroyed what is not initialised");
+  return 0;
+}
+
+}  // namespace stand_in
+
 #define fcntl recordedFcntl
 #define fsync recordedFsync
-#define posix_spawnattr_setflags recordedSetFlags
+#define posix_spawn stand_in::spawnCall<&::posix_spawn>
+#define posix_spawn_file_actions_init stand_in::initialise<&::posix_spawn_file_actions_init>
+#define posix_spawn_file_actions_destroy stand_in::destroy<&::posix_spawn_file_actions_destroy>
+#define posix_spawn_file_actions_addchdir_np stand_in::spawnCall<&::posix_spawn_file_actions_addchdir_np>
+#define posix_spawn_file_actions_adddup2 stand_in::spawnCall<&::posix_spawn_file_actions_adddup2>
+#define posix_spawn_file_actions_addinherit_np stand_in::spawnCall<&::addInherit>
+#define posix_spawnattr_init stand_in::initialise<&::posix_spawnattr_init>
+#define posix_spawnattr_destroy stand_in::destroy<&::posix_spawnattr_destroy>
+#define posix_spawnattr_setsigmask stand_in::spawnCall<&::posix_spawnattr_setsigmask>
+#define posix_spawnattr_setsigdefault stand_in::spawnCall<&::posix_spawnattr_setsigdefault>
+#define posix_spawnattr_setflags stand_in::spawnCall<&::setSpawnFlags>
