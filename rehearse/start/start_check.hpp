@@ -17,12 +17,23 @@ struct SystemVersion {
 /// "14", "14.0" or "14.0.1". Throws `platform::Error` for anything else.
 SystemVersion systemVersion(const std::string& text);
 
-/// Judges without executing anything whether an application can start on that version of the system: the
-/// executable exists and is executable, has a slice for arm64 or x86_64 that does not require a later system,
-/// every library that it and its libraries load from the bundle is there with the same architectures (those
-/// loaded weakly apart), none is loaded by an absolute path outside of the system, and no two names in the
-/// bundle are the same to a file system that ignores case and normalization. Returns why it cannot start, a
-/// sentence each; empty when it can. Throws `platform::Error` when the bundle cannot be read.
+/// "14.0" or "14.0.1".
+std::string versionText(SystemVersion version);
+
+/// Judges without executing anything whether an application can start on that version of the system:
+///  - Info.plist names an executable below Contents/MacOS, which exists and has permission to execute, and
+///    does not require a later system.
+///  - The executable is a Mach-O file or a script. A script's interpreter is one that every Mac has.
+///  - A Mach-O file has code for arm64 or x86_64, each of which is built for this system or an earlier one.
+///    Each finds every library that it and its libraries need, with the same architecture, in the bundle or
+///    among those of the system; weakly linked ones may be missing. Whether the system has a library at one
+///    of its own places cannot be known here and is assumed.
+///  - No two names in the bundle are the same to a file system that ignores case and normalization.
+///
+/// Code that runs later is not judged: helper programs, plug-ins, what the application loads itself.
+///
+/// Returns why it cannot start, a sentence each; empty when it can. Throws `platform::Error` when the bundle
+/// cannot be read.
 std::vector<std::string> obstaclesToStart(const std::filesystem::path& application, SystemVersion system);
 
 }  // namespace rehearse

@@ -55,8 +55,6 @@ constexpr std::uint32_t kHeaderFlags = 0x85;
 constexpr std::uint32_t kPositionIndependent = 0x200000;
 constexpr std::uint32_t kSectionOfInstructions = 0x80000400;
 constexpr std::uint32_t kSectionOfStrings = 2;
-constexpr std::uint32_t kPlatform = 1;
-constexpr std::uint32_t kLeastSystem = 0x000B0000;
 constexpr std::uint32_t kSystemSdk = 0x000E0000;
 constexpr std::uint32_t kLibraryVersion = 0x00010000;
 constexpr std::uint64_t kImageBase64 = 0x100000000;
@@ -131,14 +129,22 @@ class ImageWriter {
     command(mach_o::command::kSymbolTable,
             body().u32(0).u32(0).u32(lower(linkEdit.offset)).u32(kStringTableSize));
     command(mach_o::command::kUuid, body().raw(identity()));
-    command(mach_o::command::kBuildVersion, body().u32(kPlatform).u32(kLeastSystem).u32(kSystemSdk).u32(0));
+    command(mach_o::command::kBuildVersion,
+            body().u32(options_.platform).u32(options_.leastSystem).u32(kSystemSdk).u32(0));
     if (isExecutable()) {
       command(mach_o::command::kLoadDynamicLinker, body().u32(12).raw("/usr/lib/dyld"));
       command(mach_o::command::kMain, body().u64(instructions_.offset).u64(0));
     }
     if (options_.kind == MachOKind::dynamicLibrary)
-      library(mach_o::command::kDynamicLibraryIdentity, "@rpath/" + options_.text);
+      library(mach_o::command::kDynamicLibraryIdentity,
+              options_.installName.empty() ? "@rpath/" + options_.text : options_.installName);
     library(mach_o::command::kLoadDynamicLibrary, kSystemLibrary);
+    for (const std::string& name : options_.libraries)
+      library(mach_o::command::kLoadDynamicLibrary, name);
+    for (const std::string& name : options_.weakLibraries)
+      library(mach_o::command::kLoadWeakDynamicLibrary, name);
+    for (const std::string& path : options_.runPaths)
+      command(mach_o::command::kRunPath, body().u32(12).raw(path).raw("\0"sv));
     return commands_;
   }
 

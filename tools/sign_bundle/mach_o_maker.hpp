@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,14 @@ struct MachOOptions {
   std::size_t leastTextSize = 0;
   /// Use 64-bit offsets in a universal file.
   bool wideUniversal = false;
+  /// What the loader reads: names of libraries that are needed beside the system's, the same of those that
+  /// may be missing, run paths, the name of a library, which by default is made of `text`, and the target.
+  std::vector<std::string> libraries = {};
+  std::vector<std::string> weakLibraries = {};
+  std::vector<std::string> runPaths = {};
+  std::string installName = {};
+  std::uint32_t platform = 1;
+  std::uint32_t leastSystem = 0x000B0000;
 };
 
 /// A small unsigned Mach-O file for tests, whose program exits at once. The same options give the same bytes.
