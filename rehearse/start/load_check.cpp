@@ -27,6 +27,7 @@ constexpr std::size_t kMostTries = 1'000'000;
 constexpr std::string_view kExecutablePath = "@executable_path";
 constexpr std::string_view kLoaderPath = "@loader_path";
 constexpr std::string_view kRunPath = "@rpath/";
+constexpr std::string_view kSwift = "/usr/lib/swift/";
 
 /// The rest of a name that begins with a directory's placeholder, from its slash on.
 std::optional<std::string> restAfter(std::string_view placeholder, const std::string& name) {
@@ -57,7 +58,6 @@ bool isSystemLibrary(const std::string& path) {
   constexpr std::array<std::string_view, 3> kPlaces{"/usr/lib/", "/System/", "/Library/Apple/"};
   // The volume of the user's data appears here too.
   constexpr std::string_view kOtherVolumes = "/System/Volumes/";
-  constexpr std::string_view kSwift = "/usr/lib/swift/";
   const std::string plain = normal(path);
   if (plain.starts_with(kSwift)) {
     // Applications look here for all their libraries; the system has only those of the language. Those for
@@ -69,29 +69,23 @@ bool isSystemLibrary(const std::string& path) {
          std::ranges::any_of(kPlaces, [&](std::string_view place) { return plain.starts_with(place); });
 }
 
-std::vector<std::string> LoadCheck::obstacles(const std::string& executable, MachOLinkage linkage) {
+std::vector<MissingLibrary> LoadCheck::missingLibraries(const std::string& executable, MachOLinkage linkage) {
   images_.push_back({.path = executable, .loader = 0, .linkage = std::move(linkage)});
   for (std::size_t image = 0; image < images_.size(); ++image)
     loadLibraries(image);
-  std::vector<std::string> sentences;
-  for (Missing& missing : missing_) {
-    // A library that is already loaded is found by its own name, wherever it is.
-    if (!isLoadedAs(missing.library))
-      sentences.push_back(std::move(missing.sentence));
-  }
-  return sentences;
+  // A library that is already loaded is found by its own name, wherever it is.
+  std::erase_if(missing_, [this](const MissingLibrary& missing) { return isLoadedAs(missing.name); });
+  return std::move(missing_);
 }
 
 void LoadCheck::loadLibraries(std::size_t image) {
-  const std::string loader = platform::quoted(images_[image].path) + " (" + architecture_ + ")";
   // A copy: loading adds images.
   const std::vector<MachOLibrary> libraries = images_[image].linkage.libraries;
   for (const MachOLibrary& library : libraries) {
     const std::optional<std::string> reason = reasonNotToLoad(library.name, image);
-    if (!reason || library.isWeak)
-      continue;
-    const std::string needed = loader + " needs the library " + platform::quoted(library.name);
-    missing_.push_back({library.name, platform::sentence(needed, *reason)});
+    const bool isKnown = std::ranges::find(missing_, library.name, &MissingLibrary::name) != missing_.end();
+    if (reason && !library.isWeak && !isKnown)
+      missing_.push_back({.loader = images_[image].path, .name = library.name, .reason = *reason});
   }
 }
 
@@ -117,8 +111,12 @@ std::vector<LoadCheck::Candidate> LoadCheck::candidates(const std::string& name,
   const std::string rest = name.substr(kRunPath.size() - 1);
   std::vector<Candidate> all;
   while (true) {
-    for (const std::string& runPath : images_[image].linkage.runPaths)
-      all.push_back(candidate(runPath + rest, images_[image]));
+    for (const std::string& runPath : images_[image].linkage.runPaths) {
+      Candidate next = candidate(runPath + rest, images_[image]);
+      // Every application in the system's language looks there, mostly in vain.
+      if (next.where != Candidate::Where::elsewhere || !next.path.starts_with(kSwift))
+        all.push_back(std::move(next));
+    }
     if (image == 0)
       return all;
     image = images_[image].loader;

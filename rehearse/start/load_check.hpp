@@ -9,6 +9,14 @@
 
 namespace rehearse {
 
+/// A library that cannot be loaded.
+struct MissingLibrary {
+  std::string loader;  ///< the path in the bundle of the first code that needs it
+  std::string name;    ///< as the loader has it, such as "@rpath/libsample.dylib"
+  std::string reason;  ///< a clause for each place in which it was looked for
+  auto operator<=>(const MissingLibrary&) const = default;
+};
+
 /// Follows for one architecture what the dynamic loader does before a main executable runs: finds each
 /// library that it and its libraries need. What belongs to the system is taken to be there, since a Mac has
 /// most of its libraries in a cache and not as files.
@@ -18,19 +26,15 @@ class LoadCheck {
   LoadCheck(const BundleTree& tree, std::string architecture)
       : tree_(tree), architecture_(std::move(architecture)) {}
 
-  /// The libraries that cannot be loaded, a sentence each; empty when the code at `executable`, a path in the
+  /// The libraries that cannot be loaded, each once; empty when the code at `executable`, a path in the
   /// bundle without links, can be. To be called once. Throws `platform::Error` when a file cannot be read.
-  std::vector<std::string> obstacles(const std::string& executable, platform::MachOLinkage linkage);
+  std::vector<MissingLibrary> missingLibraries(const std::string& executable, platform::MachOLinkage linkage);
 
  private:
   struct Image {
     std::string path;  ///< relative to the bundle
     std::size_t loader = 0;
     platform::MachOLinkage linkage;
-  };
-  struct Missing {
-    std::string library;
-    std::string sentence;
   };
   /// A path to try. Inside the bundle it is relative to it, elsewhere absolute.
   struct Candidate {
@@ -50,7 +54,7 @@ class LoadCheck {
   const BundleTree& tree_;
   std::string architecture_;
   std::vector<Image> images_;  ///< in the order of loading, the executable first
-  std::vector<Missing> missing_;
+  std::vector<MissingLibrary> missing_;
   std::size_t tries_ = 0;
 };
 

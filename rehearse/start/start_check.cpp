@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <optional>
-#include <set>
 
 #include "platform/formats/property_list.hpp"
 #include "platform/foundation/error.hpp"
@@ -161,10 +161,14 @@ class StartCheck {
         continue;
       }
       checkTarget(place, linkage.targets);
-      for (std::string& sentence :
-           LoadCheck(tree_, slice.architecture).obstacles(executable.path, std::move(linkage)))
-        add(std::move(sentence));
+      for (const MissingLibrary& missing :
+           LoadCheck(tree_, slice.architecture).missingLibraries(executable.path, std::move(linkage)))
+        missing_[missing] += (missing_[missing].empty() ? "" : ", ") + slice.architecture;
     }
+    for (const auto& [missing, architectures] : missing_)
+      add(platform::sentence(platform::quoted(missing.loader) + " (" + architectures +
+                                 ") needs the library " + platform::quoted(missing.name),
+                             missing.reason));
     if (!anyUsed)
       refuseArchitectures(executable, slices);
   }
@@ -193,6 +197,7 @@ class StartCheck {
 
   BundleTree tree_;
   SystemVersion system_;
+  std::map<MissingLibrary, std::string> missing_;  ///< with the architectures for which it is missing
   std::vector<std::string> obstacles_;
 };
 

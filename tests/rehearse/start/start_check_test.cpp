@@ -181,12 +181,10 @@ TEST(StartCheck, whatMachOCodeIsBuiltFor) {
 
 TEST(StartCheck, librariesThatCannotBeLoaded) {
   const std::vector<std::pair<std::string, Change>> cases{
-      {"\"Contents/Frameworks/Kit.framework/Versions/A/Kit\" (ARCH) needs the library "
+      {"\"Contents/Frameworks/Kit.framework/Versions/A/Kit\" (x86_64, arm64) needs the library "
        "\"@loader_path/../../../libdeep.dylib\": \"Contents/Frameworks/libdeep.dylib\" is missing.",
        [](const Application& app) { fs::remove(app.frameworks() / "libdeep.dylib"); }},
-      {"\"/usr/lib/swift/Kit.framework/Versions/A/Kit\" is neither in the application nor part of the "
-       "system, "
-       "\"Contents/Frameworks/Kit.framework/Versions/A/Kit\" is missing",
+      {"Kit\": \"Contents/Frameworks/Kit.framework/Versions/A/Kit\" is missing.",
        [](const Application& app) { fs::remove_all(app.frameworks() / "Kit.framework"); }},
       {"\"/opt/homebrew/lib/libz.dylib\" is neither in the application nor part of the system",
        [](const Application& app) {
@@ -198,7 +196,7 @@ TEST(StartCheck, librariesThatCannotBeLoaded) {
        [](const Application& app) {
          app.library("libdeep.dylib", {.libraries = {"/usr/lib/../local/lib/libz.dylib"}});
        }},
-      {"\"@rpath/libswiftCompatibilitySpan.dylib\"",
+      {"\"@rpath/libswiftCompatibilitySpan.dylib\": \"Contents/Frameworks/libswift",
        [](const Application& app) {
          app.library("libdeep.dylib", {.libraries = {"@rpath/libswiftCompatibilitySpan.dylib"}});
        }},
@@ -225,11 +223,7 @@ TEST(StartCheck, librariesThatCannotBeLoaded) {
   for (const auto& [part, change] : cases) {
     const Application application;
     change(application);
-    const auto inArchitecture = [&part = part](const std::string& architecture) {
-      const auto place = part.find("ARCH");
-      return HasSubstr(place == std::string::npos ? part : std::string(part).replace(place, 4, architecture));
-    };
-    EXPECT_THAT(application.obstacles(), ElementsAre(inArchitecture("x86_64"), inArchitecture("arm64")));
+    EXPECT_THAT(application.obstacles(), ElementsAre(HasSubstr(part)));
   }
 
   const Application application;
