@@ -1,0 +1,207 @@
+#include "rehearse/report/sweep_picture.hpp"
+
+#include <algorithm>
+
+#include "platform/foundation/error.hpp"
+#include "rehearse/report/summary.hpp"
+#include "rehearse/report/wording.hpp"
+
+namespace rehearse {
+namespace {
+
+// A mark's place, in units of the picture.
+constexpr std::size_t kPitch = 5;
+constexpr std::size_t kRowHeight = 22;
+constexpr std::size_t kMarksInARow = 128;
+constexpr std::size_t kMargin = 8;
+
+/// How an outcome is drawn: a line along the row whose dashes are the marks, so that a run of thousands is
+/// one short path. Height and position differ, since not everybody sees the colours.
+struct Stroke {
+  const char* name;
+  std::size_t centre;  ///< from the row's top
+};
+
+Stroke strokeOf(PointOutcome outcome) {
+  switch (outcome) {
+    case PointOutcome::previous:
+      return {"previous", 11};
+    case PointOutcome::offered:
+      return {"offered", 7};
+    case PointOutcome::beside:
+      return {"beside", 3};
+    case PointOutcome::lost:
+      return {"lost", 7};
+    case PointOutcome::notReached:
+      return {"not-reached", 13};
+    case PointOutcome::notTried:
+      return {"not-tried", 7};
+  }
+  return {"", 0};
+}
+
+/// Points `first` to `last` have one outcome.
+struct Run {
+  std::size_t first;
+  std::size_t last;
+};
+
+std::vector<Run> runsOf(const std::vector<Point>& points) {
+  std::vector<Run> runs;
+  for (std::size_t index = 0; index < points.size(); ++index)
+    if (runs.empty() || points[index].outcome != points[runs.back().first].outcome)
+      runs.push_back({index, index});
+    else
+      runs.back().last = index;
+  return runs;
+}
+
+std::size_t x(std::size_t index) {
+  return kMargin + index % kMarksInARow * kPitch;
+}
+
+std::size_t y(std::size_t index) {
+  return kMargin + index / kMarksInARow * kRowHeight;
+}
+
+std::string pathOf(const Run& run, std::size_t centre) {
+  std::string path;
+  for (std::size_t first = run.first; first <= run.last;) {
+    const std::size_t last = std::min(run.last, first / kMarksInARow * kMarksInARow + kMarksInARow - 1);
+    path += "M" + std::to_string(x(first)) + " " + std::to_string(y(first) + centre) + "h" +
+            std::to_string((last - first + 1) * kPitch - 1);
+    first = last + 1;
+  }
+  return path;
+}
+
+/// "Points 12 to 400: previous, ditto: write 12 … ditto: fsync 400"
+std::string inWords(const Run& run, const Sweep& sweep) {
+  const Point& first = sweep.points[run.first];
+  const std::string start = textOf(std::uint64_t{run.first + 1});
+  if (run.first == run.last)
+    return "Point " + start + ": " + wordFor(first.outcome) + ", " + first.name;
+  return "Points " + start + " to " + textOf(std::uint64_t{run.last + 1}) + ": " + wordFor(first.outcome) +
+         ", " + first.name + " … " + sweep.points[run.last].name;
+}
+
+std::string anchorOf(const std::string& sweep, std::size_t point) {
+  return sweep + "-point-" + std::to_string(point + 1);
+}
+
+/// Larger than its neighbours, so that it is seen among thousands.
+void writeFault(HTMLWriter& html, const Point& point, std::size_t index) {
+  const std::string centre = std::to_string(x(index) + 2) + " " + std::to_string(y(index) + 7);
+  const bool isLost = point.outcome == PointOutcome::lost;
+  html.element("g", {{"class", isLost ? "fault loss" : "fault"}}, [&] {
+    html.element("title", {},
+                 point.name + ": " + wordFor(point.outcome) + (isLost ? "" : ", a promise is broken"));
+    html.element("path", {{"class", "disc"}, {"d", "M" + centre + "m-7 0a7 7 0 1 0 14 0a7 7 0 1 0-14 0"}});
+    html.element("path",
+                 {{"class", "sign"}, {"d", "M" + centre + (isLost ? "m-3-3l6 6m0-6l-6 6" : "m0-4v5m0 2v1")}});
+  });
+}
+
+void writeStrip(HTMLWriter& html, const Sweep& sweep, const std::vector<Run>& runs) {
+  const std::size_t columns = std::min(sweep.points.size(), kMarksInARow);
+  const std::size_t width = 2 * kMargin + columns * kPitch;
+  const std::size_t height = 2 * kMargin + y(sweep.points.size() - 1) - y(0) + 14;
+  // Short strips are not stretched.
+  html.element("svg",
+               {{"class", sweep.isControl ? "strip control" : "strip"},
+                {"role", "img"},
+                {"viewBox", "0 0 " + std::to_string(width) + " " + std::to_string(height)},
+                {"style", "max-width:" + std::to_string(width * 3 / 2) + "px"},
+                {"aria-label", "Strip of the sweep " + sweep.name + ": " + summaryOf(sweep)}},
+               [&] {
+                 for (const Run& run : runs) {
+                   const Stroke stroke = strokeOf(sweep.points[run.first].outcome);
+                   html.element("path", {{"class", stroke.name}, {"d", pathOf(run, stroke.centre)}},
+                                [&] { html.element("title", {}, inWords(run, sweep)); });
+                 }
+                 for (std::size_t index = 0; !sweep.isControl && index < sweep.points.size(); ++index)
+                   if (isFault(sweep.points[index]))
+                     writeFault(html, sweep.points[index], index);
+               });
+}
+
+void writeFaults(HTMLWriter& html, const Sweep& sweep, const std::string& anchor) {
+  html.element("ul", {{"class", "faults"}}, [&] {
+    for (std::size_t index = 0; index < sweep.points.size(); ++index) {
+      const Point& point = sweep.points[index];
+      if (!isFault(point))
+        continue;
+      html.element("li", {{"id", anchorOf(anchor, index)}}, [&] {
+        html.element("strong", {}, point.outcome == PointOutcome::lost ? "lost" : "promise broken");
+        html.text(" at ");
+        html.element("code", {}, point.name);
+        html.text(", point " + textOf(std::uint64_t{index + 1}));
+        if (point.outcome != PointOutcome::lost)
+          html.text(", which leaves: " + wordFor(point.outcome));
+        for (const std::string& violation : point.violations)
+          html.element("span", {{"class", "violation"}}, violation);
+      });
+    }
+  });
+}
+
+void writeKey(HTMLWriter& html, const Point& point, const std::string& word, const char* meaning) {
+  const Stroke stroke = strokeOf(point.outcome);
+  html.element("li", {}, [&] {
+    html.element("svg", {{"class", "strip"}, {"viewBox", "1 6 18 18"}, {"aria-hidden", "true"}}, [&] {
+      if (isFault(point))
+        writeFault(html, point, 0);
+      else
+        html.element("path",
+                     {{"class", stroke.name}, {"d", "M3 " + std::to_string(stroke.centre + 8) + "h14"}});
+    });
+    html.element("strong", {}, word);
+    html.text(std::string(": ") + meaning);
+  });
+}
+
+}  // namespace
+
+void writeKeyOfStrips(HTMLWriter& html) {
+  constexpr std::pair<PointOutcome, const char*> kMeanings[] = {
+      {PointOutcome::previous, "the previous application, complete"},
+      {PointOutcome::offered, "the new one, complete"},
+      {PointOutcome::beside, "the previous one, complete beside the target"},
+      {PointOutcome::lost, "no complete application"},
+      {PointOutcome::notReached, "the update ended before"},
+      {PointOutcome::notTried, "could not be tried"}};
+  Point point;
+  html.element("ul", {{"class", "key"}}, [&] {
+    for (const auto& [outcome, meaning] : kMeanings) {
+      point.outcome = outcome;
+      writeKey(html, point, wordFor(outcome), meaning);
+    }
+    point.violations = {""};
+    writeKey(html, point, "promise broken", "the list below the strip says which");
+  });
+}
+
+void writeSweep(HTMLWriter& html, const Sweep& sweep, const std::string& anchor) {
+  html.element("article", {{"class", "sweep"}, {"id", anchor}}, [&] {
+    html.element("h4", {}, sweep.name + (sweep.isControl ? " (control)" : ""));
+    html.element("p", {}, [&] {
+      html.element("span", {{"class", isFault(sweep) ? "judgement bad" : "judgement"}}, judgementOf(sweep));
+      html.text(" " + summaryOf(sweep) + ".");
+    });
+    if (sweep.points.empty())
+      return;
+    const std::vector<Run> runs = runsOf(sweep.points);
+    writeStrip(html, sweep, runs);
+    if (isFault(sweep) && !sweep.isControl)
+      writeFaults(html, sweep, anchor);
+    html.element("details", {}, [&] {
+      html.element("summary", {}, "The strip in words");
+      html.element("ul", {{"class", "runs"}}, [&] {
+        for (const Run& run : runs)
+          html.element("li", {}, inWords(run, sweep));
+      });
+    });
+  });
+}
+
+}  // namespace rehearse
