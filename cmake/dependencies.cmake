@@ -2,7 +2,7 @@ find_package(Threads REQUIRED)
 if(APPLE)
   # All that the system does not bring: headers, found by themselves, because the folder around them may be another system's.
   find_path(QUORIN_JSON_HEADERS nlohmann/json.hpp)
-  if(NOT QUORIN_JSON_HEADERS)
+  if(NOT EXISTS "${QUORIN_JSON_HEADERS}/nlohmann/json.hpp")
     message(FATAL_ERROR "Please install the headers of nlohmann-json 3.11 or newer, or name their folder with "
       "-DQUORIN_JSON_HEADERS=…")
   endif()
