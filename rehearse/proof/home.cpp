@@ -90,7 +90,7 @@ void Home::offer(const Offer& offer) {
   writeFile(plan_, platform::JSONEncoder().encode(plan).bytes());
 }
 
-Ending Home::run(const Watcher& watcher, Patience patience, pid_t parent) const {
+Ending Home::run(const Watcher& watcher, pid_t parent) const {
   Watcher meddling = watcher;
   if (story_ == Story::revert)
     meddling.after = [&, damaged = false](const SystemCall& call, std::int64_t result) mutable {
@@ -101,8 +101,7 @@ Ending Home::run(const Watcher& watcher, Patience patience, pid_t parent) const 
       if (watcher.after)
         watcher.after(call, result);
     };
-  const fs::path& updater = patience == Patience::usual ? material_.updater : material_.hastyUpdater;
-  return trace(updater, arguments(parent), meddling);
+  return trace(material_.updater, arguments(parent), meddling);
 }
 
 Ending Home::runUndisturbed() const {

@@ -20,9 +20,6 @@ enum class Story {
 
 std::string nameOf(Story story);
 
-/// How long the updater waits for others: minutes, or half a second.
-enum class Patience { usual, little };
-
 /// No process has this identifier.
 constexpr pid_t kEndedParent = 2147483647;
 
@@ -57,7 +54,7 @@ class Home {
   void offer(const Offer& offer);
 
   /// Runs the updater on the plan. Does to the installed application what the story has happen to it.
-  Ending run(const Watcher& watcher, Patience patience = Patience::usual, pid_t parent = kEndedParent) const;
+  Ending run(const Watcher& watcher, pid_t parent = kEndedParent) const;
   /// The same without a look at its calls and without the damage. For a process that adopts orphans and has
   /// no other children.
   Ending runUndisturbed() const;

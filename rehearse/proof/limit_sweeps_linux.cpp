@@ -139,8 +139,12 @@ Task readOnlyTask(const Material& material) {
 /// A process that is to become a tool is still a part of the updater, and a tool's time limit does not begin
 /// before its program does.
 bool isByTool(const SystemCall& call, const Material& material) {
-  return !call.byUpdater && call.program != material.updater.filename() &&
-         call.program != material.hastyUpdater.filename();
+  return !call.byUpdater && call.program != material.updater.filename();
+}
+
+void requireReason(const std::string& reason, const Ending& ending, Result& result) {
+  if (!ending.error.ends_with(reason))
+    result.violations.push_back("The reason is another: " + ending.error);
 }
 
 Task hangTask(const Material& material, std::size_t index) {
@@ -155,15 +159,15 @@ Task hangTask(const Material& material, std::size_t index) {
       reached = kindOf(call.number).name + " by " + call.program;
       return {.kind = Fate::Kind::hang};
     };
-    const Ending ending = home.run({.before = hang}, Patience::little);
+    const Ending ending = home.run({.before = hang, .leapingClock = true});
     if (reached.empty()) {
       report({"", "not reached", {}});
       return;
     }
     Result result{"hanging at call " + std::to_string(index) + ", " + reached, wordFor(home.standing()),
                   home.contradictions(ending, {.restart = true})};
-    if (ending.exitStatus != 0 && ending.error.find(" did not finish in time.\n") == std::string::npos)
-      result.violations.push_back("The reason is another: " + ending.error);
+    if (ending.exitStatus != 0)
+      requireReason(" did not finish in time.\n", ending, result);
     append(result.violations, nextUpdate(material, home));
     if (home.hasHalfAttachedImages())
       result.violations.push_back("The next update left a part of an image.");
@@ -175,11 +179,11 @@ Task endlessParentTask(const Material& material) {
   return [&material](const Place& place, const auto& report) {
     Home home(material, Story::update, place.home, place.temporary);
     home.furnish();
-    const Ending ending =
-        home.run({.before = [](const SystemCall&) { return Fate{}; }}, Patience::little, ::getpid());
+    const Ending ending = home.run(shortWaits(), ::getpid());
     Result result{"a parent that does not end", wordFor(home.standing()), home.contradictions(ending)};
-    if (ending.exitStatus != 1 || home.standing() != Standing::previous)
+    if (home.standing() != Standing::previous)
       result.violations.push_back("The application was updated under its parent.");
+    requireReason(" did not terminate in time.\n", ending, result);
     append(result.violations, nextUpdate(material, home));
     report(result);
   };
@@ -200,6 +204,20 @@ std::vector<PlannedSweep> limitSweeps(const Material& material, std::size_t ever
   }
   sweeps.push_back({"limit, a read-only temporary directory", {readOnlyTask(material)}});
   return sweeps;
+}
+
+Watcher hangingTool(const std::string& tool) {
+  const auto hang = [tool, hung = false](const SystemCall& call) mutable -> Fate {
+    if (hung || call.byUpdater || call.program != tool)
+      return {};
+    hung = true;
+    return {.kind = Fate::Kind::hang};
+  };
+  return {.before = hang, .leapingClock = true};
+}
+
+Watcher shortWaits() {
+  return {.before = [](const SystemCall&) { return Fate{}; }, .leapingClock = true};
 }
 
 PlannedSweep hangSweep(const Material& material, const std::vector<SystemCall>& calls, std::size_t every) {

@@ -19,8 +19,6 @@ struct Offer {
 /// What the updates of a proof are made of. It must exist as long as a sweep of it.
 struct Material {
   std::filesystem::path updater;
-  /// The same, which waits no more than half a second for others.
-  std::filesystem::path hastyUpdater;
   std::string identifier;
   std::string team;
   std::filesystem::path oldApplication;  ///< version 1.0

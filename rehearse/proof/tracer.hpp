@@ -55,13 +55,23 @@ struct Watcher {
   std::function<void(const SystemCall&, std::int64_t)> after = {};
   /// Called in the program's process before the program takes its place, and may change what it inherits.
   std::function<void()> prepare = {};
+  /// Where it is true, the program that was started does not wait in vain: each look at its monotonic clock
+  /// finds an hour gone by, as long as it has started nothing, and as long as a process below it hangs by its
+  /// fate and all between them live. At other times its clock advances as the system's does. What it starts
+  /// has the system's clock throughout.
+  ///
+  /// That program reads the time by system calls, since its auxiliary vector names no vDSO (getauxval(3),
+  /// vdso(7)); a filter has the tracer change what `clock_gettime` gives for `CLOCK_MONOTONIC` (seccomp(2),
+  /// ptrace(2)). A run without this pays nothing for it. Sleeping is not shortened: a program that sleeps
+  /// until its deadline in one call waits as long as it did.
+  bool leapingClock = false;
   /// After this time everything is ended by force.
   std::chrono::seconds timeLimit{20};
 };
 
 /// Runs a program and everything that it starts, and stops at each call of `systemCallKinds()`, until all of
-/// them have ended. For a process without other children. Throws `std::system_error` where the system refuses
-/// tracing.
+/// them have ended, apart from those that hang, which are then killed. For a process without other children.
+/// Throws `std::system_error` where the system refuses tracing.
 Ending trace(const std::filesystem::path& program, const std::vector<std::string>& arguments,
              const Watcher& watcher);
 

@@ -1,3 +1,4 @@
+#include <elf.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstddef>
+#include <ctime>
 #include <fstream>
 #include <map>
 #include <optional>
@@ -32,16 +34,56 @@ void require(bool holds, const char* what) {
 }
 
 /// The filter that hands the calls of interest to the tracer.
-std::vector<sock_filter> filterOfInterest() {
-  const auto& kinds = systemCallKinds();
+std::vector<sock_filter> filterOfInterest(bool withClock) {
+  std::vector<long> numbers;
+  for (const SystemCallKind& kind : systemCallKinds())
+    numbers.push_back(kind.number);
+  if (withClock)
+    numbers.push_back(SYS_clock_gettime);
   std::vector<sock_filter> filter;
   filter.push_back({BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)});
-  for (std::size_t index = 0; index < kinds.size(); ++index)
-    filter.push_back({BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint8_t>(kinds.size() - index), 0,
-                      static_cast<std::uint32_t>(kinds[index].number)});
+  for (std::size_t index = 0; index < numbers.size(); ++index)
+    filter.push_back({BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint8_t>(numbers.size() - index), 0,
+                      static_cast<std::uint32_t>(numbers[index])});
   filter.push_back({BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW});
   filter.push_back({BPF_RET | BPF_K, 0, 0, SECCOMP_RET_TRACE});
   return filter;
+}
+
+/// A word of a stopped thread's memory.
+class RemoteWord {
+ public:
+  RemoteWord(pid_t thread, std::uint64_t address) : thread_(thread), address_(address) {}
+
+  std::int64_t value() const {
+    errno = 0;
+    const std::int64_t value = ::ptrace(PTRACE_PEEKDATA, thread_, address_, nullptr);
+    require(errno == 0, "ptrace");
+    return value;
+  }
+  void set(std::int64_t value) const {
+    require(::ptrace(PTRACE_POKEDATA, thread_, address_, value) == 0, "ptrace");
+  }
+  void advance(std::int64_t words) { address_ += static_cast<std::uint64_t>(words) * sizeof(std::int64_t); }
+
+ private:
+  pid_t thread_;
+  std::uint64_t address_;
+};
+
+/// Takes the vDSO from a program that has just taken its place, so that it reads the time by system calls.
+void hideVdso(pid_t thread) {
+  user_regs_struct registers{};
+  require(::ptrace(PTRACE_GETREGS, thread, nullptr, &registers) == 0, "ptrace");
+  // The stack: the number of arguments, they and a null pointer, the environment and a null pointer, and the
+  // auxiliary vector in pairs of type and value.
+  RemoteWord word(thread, registers.rsp);
+  word.advance(word.value() + 2);
+  while (word.value() != 0)
+    word.advance(1);
+  for (word.advance(1); word.value() != AT_NULL; word.advance(2))
+    if (word.value() == AT_SYSINFO_EHDR)
+      word.set(AT_IGNORE);
 }
 
 /// A repeating alarm that interrupts the wait; one alone might come in front of it.
@@ -79,6 +121,7 @@ class Tracer {
  private:
   struct Thread {
     pid_t process = 0;
+    pid_t parent = 0;  ///< the process that started it
     std::string program;
     bool started = false;
     std::optional<SystemCall> call = std::nullopt;
@@ -89,9 +132,13 @@ class Tracer {
   void ended(pid_t thread, int status);
   void beforeCall(pid_t thread);
   void afterCall(pid_t thread);
+  void shiftClock(pid_t thread, const SystemCall& call);
+  bool waitsInVain() const;
+  const Thread* threadOf(pid_t process) const;
   void kill(const SystemCall& call, Fate::Victim victim);
   void killAll();
   Thread& known(pid_t thread);
+  static bool hangs(const Thread& thread) { return thread.fate.kind == Fate::Kind::hang; }
   /// Neither the tracing program before the tool has taken its place, nor the application.
   bool isOurs(const Thread& thread) const {
     return toolRuns_ && thread.program != "dash" && thread.program != "sh";
@@ -107,6 +154,8 @@ class Tracer {
   std::map<pid_t, Thread> threads_;
   bool toolRuns_ = false;
   bool everyoneDies_ = false;
+  bool hasStartedOthers_ = false;
+  std::int64_t secondsAhead_ = 0;
   Ending ending_;
 };
 
@@ -115,20 +164,23 @@ std::string programOf(pid_t thread) {
   return fs::read_symlink("/proc/" + std::to_string(thread) + "/exe", failure).filename();
 }
 
-pid_t processOf(pid_t thread) {
+/// A process identifier in a thread's status, by its key; none where the thread has ended.
+std::optional<pid_t> identifierIn(pid_t thread, const std::string& key) {
   std::ifstream status("/proc/" + std::to_string(thread) + "/status");
   for (std::string word; status >> word;) {
     pid_t process = 0;
-    if (word == "Tgid:" && status >> process)
+    if (word == key && status >> process)
       return process;
   }
-  return thread;
+  return std::nullopt;
 }
 
 Tracer::Thread& Tracer::known(pid_t thread) {
   const auto [place, isNew] = threads_.try_emplace(thread);
   if (isNew)
-    place->second = {processOf(thread), programOf(thread)};
+    place->second = {identifierIn(thread, "Tgid:").value_or(thread),
+                     identifierIn(thread, "PPid:").value_or(0), programOf(thread)};
+  hasStartedOthers_ = hasStartedOthers_ || place->second.process != tool_;
   return place->second;
 }
 
@@ -146,10 +198,7 @@ Ending Tracer::run() {
     if (thread > 0) {
       dispatch(thread, status);
     } else if (errno == EINTR) {
-      // What the watcher made hang does not end by itself.
-      ending_.overran = threads_.contains(tool_) || std::ranges::none_of(threads_, [](const auto& entry) {
-                          return entry.second.fate.kind == Fate::Kind::hang;
-                        });
+      ending_.overran = true;
       killAll();
     } else {
       require(errno == ECHILD, "waitpid");
@@ -175,6 +224,8 @@ void Tracer::dispatch(pid_t thread, int status) {
     afterCall(thread);
   } else if (event != 0) {
     if (event == PTRACE_EVENT_EXEC) {
+      if (thread == tool_ && watcher_.leapingClock)
+        hideVdso(thread);
       state.program = programOf(thread);
       toolRuns_ = true;
     }
@@ -189,6 +240,9 @@ void Tracer::dispatch(pid_t thread, int status) {
 
 void Tracer::ended(pid_t thread, int status) {
   threads_.erase(thread);
+  // What the watcher made hang does not end by itself.
+  if (std::ranges::all_of(threads_, [](const auto& entry) { return hangs(entry.second); }))
+    killAll();
   if (thread != tool_)
     return;
   if (WIFSIGNALED(status))
@@ -210,6 +264,12 @@ void Tracer::beforeCall(pid_t thread) {
       .arguments = {registers.rdi, registers.rsi, registers.rdx, registers.r10, registers.r8, registers.r9}};
   if (!isOurs(state)) {
     resume(thread);
+    return;
+  }
+  if (call.number == SYS_clock_gettime) {
+    if (call.byUpdater && call.arguments[0] == CLOCK_MONOTONIC)
+      state.call = call;
+    proceed(state.call ? PTRACE_SYSCALL : PTRACE_CONT, thread);
     return;
   }
   state.fate = watcher_.before(call);
@@ -260,6 +320,12 @@ void Tracer::afterCall(pid_t thread) {
   }
   const SystemCall call = *state.call;
   state.call.reset();
+  if (call.number == SYS_clock_gettime) {
+    if (registers.rax == 0)
+      shiftClock(thread, call);
+    resume(thread);
+    return;
+  }
   if (watcher_.after)
     watcher_.after(call, static_cast<std::int64_t>(registers.rax));
   if (state.fate.kind == Fate::Kind::failAfter)
@@ -271,6 +337,31 @@ void Tracer::afterCall(pid_t thread) {
   if (state.fate.kind == Fate::Kind::killAfter)
     kill(call, state.fate.victim);
   resume(thread);
+}
+
+void Tracer::shiftClock(pid_t thread, const SystemCall& call) {
+  constexpr std::int64_t kLeap = 3600;
+  if (waitsInVain())
+    secondsAhead_ += kLeap;
+  const RemoteWord seconds(thread, call.arguments[1] + offsetof(timespec, tv_sec));
+  seconds.set(seconds.value() + secondsAhead_);
+}
+
+bool Tracer::waitsInVain() const {
+  return !hasStartedOthers_ || std::ranges::any_of(threads_, [this](const auto& entry) {
+    const Thread* link = &entry.second;
+    if (!hangs(*link))
+      return false;
+    while (link && link->process != tool_ && link->parent != tool_)
+      link = threadOf(link->parent);
+    return link != nullptr;
+  });
+}
+
+const Tracer::Thread* Tracer::threadOf(pid_t process) const {
+  const auto found = std::ranges::find_if(
+      threads_, [process](const auto& entry) { return entry.second.process == process; });
+  return found == threads_.end() ? nullptr : &found->second;
 }
 
 void Tracer::kill(const SystemCall& call, Fate::Victim victim) {
@@ -294,7 +385,7 @@ void Tracer::killAll() {
 
 Ending trace(const fs::path& program, const std::vector<std::string>& arguments, const Watcher& watcher) {
   const TemporaryDirectory capture("/var/tmp");
-  std::vector<sock_filter> filter = filterOfInterest();
+  std::vector<sock_filter> filter = filterOfInterest(watcher.leapingClock);
   const sock_fprog filterProgram{static_cast<unsigned short>(filter.size()), filter.data()};
 
   const pid_t child = startProgram(program, arguments, capture.path(), [&] {

@@ -50,10 +50,8 @@ rehearse::Material makeSampleMaterial(const fs::path& directory) {
   test::installUpdater(prefix, {chain.root()});
   rehearse::Material material;
   material.updater = prefix / "bin/QuorinOstrevalUpdater";
-  material.hastyUpdater = prefix / "bin/HastyUpdater";
   material.identifier = kIdentifier;
   material.team = test::SampleChain::kTeam;
-  fs::copy_file(test::buildPrefix() / "tests/HastyUpdater", material.hastyUpdater);
   material.oldApplication = makeApplication(directory / "1.0", chain, "1.0", test::startingScript("1.0"));
   material.update = makeOffer(directory / "2.0", chain, "2.0", test::startingScript("2.0"));
   material.next = makeOffer(directory / "3.0", chain, "3.0", test::startingScript("3.0"));
