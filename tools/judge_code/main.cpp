@@ -4,7 +4,8 @@
 //   judge_code PATH IDENTIFIER TEAM       ... of this team?
 //   judge_code PATH --requirement TEXT    does it satisfy this requirement?
 // Prints one line: the verdict or, with --status before PATH, the status code of the check. Exits with 0 for
-// accepted code, 1 for refused code, 2 for a usage error.
+// accepted code, 1 for refused code, 2 for a usage error or when there is no verdict.
+#include <exception>
 #include <iostream>
 
 #include "platform/processes/process.hpp"
@@ -56,26 +57,39 @@ platform::OSStatus statusOfRefusal(const std::vector<std::string>& arguments) {
   return validity.status == platform::errSecSuccess ? platform::errSecCSReqFailed : validity.status;
 }
 
+/// Returns the exit status.
+int printVerdict(const std::vector<std::string>& arguments, bool asNumber) {
+  int exitStatus = 0;
+  std::string line;
+  try {
+    const std::string verdict = judge(arguments);
+    line = asNumber ? "0" : "accepted: " + verdict;
+  } catch (const platform::Error& error) {
+    exitStatus = 1;
+    line = asNumber ? std::to_string(statusOfRefusal(arguments)) : "refused: " + error.localizedDescription();
+  }
+  if (!(std::cout << line << std::endl))
+    throw platform::Error("The verdict could not be written.");
+  return exitStatus;
+}
+
 }  // namespace
 
 int main() {
-  std::vector<std::string> arguments = platform::ProcessInfo::arguments();
-  const bool asNumber = arguments.size() > 1 && arguments[1] == "--status";
-  if (asNumber)
-    arguments.erase(arguments.begin() + 1);
-  if (arguments.size() < 2 || arguments.size() > 4) {
-    std::cerr << "usage: judge_code [--status] PATH [IDENTIFIER [TEAM] | --requirement TEXT]\n";
-    return 2;
-  }
+  platform::ProcessInfo::secureStandardStreams();
   try {
-    const std::string verdict = judge(arguments);
-    std::cout << (asNumber ? "0" : "accepted: " + verdict) << '\n';
-    return 0;
-  } catch (const platform::Error& error) {
+    std::vector<std::string> arguments = platform::ProcessInfo::arguments();
+    const bool asNumber = arguments.size() > 1 && arguments[1] == "--status";
     if (asNumber)
-      std::cout << statusOfRefusal(arguments) << '\n';
-    else
-      std::cout << "refused: " << error.localizedDescription() << '\n';
-    return 1;
+      arguments.erase(arguments.begin() + 1);
+    const bool lacksRequirement = arguments.size() == 3 && arguments[2] == "--requirement";
+    if (arguments.size() < 2 || arguments.size() > 4 || lacksRequirement) {
+      std::cerr << "usage: judge_code [--status] PATH [IDENTIFIER [TEAM] | --requirement TEXT]\n";
+      return 2;
+    }
+    return printVerdict(arguments, asNumber);
+  } catch (const std::exception& error) {
+    std::cerr << "judge_code: " << error.what() << '\n';
+    return 2;
   }
 }
