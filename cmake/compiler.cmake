@@ -22,6 +22,8 @@ if(QUORIN_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   add_compile_options(-fstack-protector-strong -D_FORTIFY_SOURCE=2)
+  # The same program wherever the checkout is: macros of OpenSSL contain the path of the source.
+  add_compile_options(-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
   if(APPLE)
     add_link_options(-Wl,-dead_strip)
   else()
