@@ -33,7 +33,7 @@ auto readingPropertyList(const std::string& path, Part&& part) {
   try {
     return std::forward<Part>(part)();
   } catch (const PropertyListError& error) {
-    throw Error(sentence(quoted(path) + " cannot be read", error));
+    throw Error(sentence(platform::quoted(path) + " cannot be read", error));
   }
 }
 

@@ -1,0 +1,123 @@
+#include "rehearse/findings/bundle_facts.hpp"
+
+#include <algorithm>
+
+#include "platform/files/data.hpp"
+#include "platform/foundation/error.hpp"
+#include "platform/security/code_file.hpp"
+#include "platform/security/mach_o.hpp"
+#include "platform/security/mach_o_format.hpp"
+#include "platform/security/mach_o_linkage.hpp"
+#include "platform/security/security_error.hpp"
+#include "rehearse/findings/signature_facts.hpp"
+
+namespace rehearse {
+namespace {
+
+using platform::CodeFile;
+using platform::ItemKind;
+using platform::PropertyList;
+using platform::URL;
+
+constexpr const char* kInformation = "Contents/Info.plist";
+constexpr std::uint64_t kLargestInformation = 1U << 20U;
+
+URL location(const BundleTree& tree, const BundleTree::Item& item) {
+  return URL::fileURLWithPath((tree.root() / item.path).native());
+}
+
+PropertyList readInformation(const BundleTree& tree) {
+  const std::string path = platform::quoted((tree.root() / kInformation).native());
+  const BundleTree::Item* item = tree.resolve(kInformation).item;
+  if (item == nullptr || item->kind != ItemKind::file)
+    throw platform::Error(path + " is missing.");
+  try {
+    return platform::NSPropertyListSerialization::propertyListWithData(
+        platform::Data(CodeFile(platform::Entry::at(location(tree, *item))).content(kLargestInformation)));
+  } catch (const platform::PropertyListError& error) {
+    throw platform::Error(platform::sentence(path + " cannot be read", error));
+  }
+}
+
+std::string value(const PropertyList& information, const BundleTree& tree, const char* key) {
+  std::optional<std::string> text = information.stringForKey(key);
+  if (!text)
+    throw platform::Error(platform::quoted((tree.root() / kInformation).native()) + " has no " + key + ".");
+  return std::move(*text);
+}
+
+/// What the code of a Mac's architectures requires; the least, since it starts where one of them does.
+std::optional<SystemVersion> leastSystemOf(const CodeFile& file,
+                                           const std::vector<platform::MachOSlice>& slices) {
+  std::optional<SystemVersion> least;
+  for (const platform::MachOSlice& slice : slices) {
+    if (slice.architecture != "arm64" && slice.architecture != "x86_64")
+      continue;
+    for (const platform::MachOTarget& target : platform::readMachOLinkage(file, slice.range).targets) {
+      const SystemVersion version{target.major, target.minor, target.patch};
+      if (target.platform == platform::mach_o::build_platform::kMacOS)
+        least = std::min(least.value_or(version), version);
+    }
+  }
+  return least;
+}
+
+void readExecutable(BundleFacts& facts) {
+  const auto name = facts.information.stringForKey("CFBundleExecutable");
+  const BundleTree::Item* item = facts.tree.resolve("Contents/MacOS/" + name.value_or("")).item;
+  facts.whyNotSigned = "Its executable is missing.";
+  if (!name || item == nullptr || item->kind != ItemKind::file)
+    return;
+  facts.executable = item;
+  const URL executable = location(facts.tree, *item);
+  try {
+    const CodeFile file(platform::Entry::at(executable));
+    if (const auto slices = platform::readMachO(file)) {
+      facts.architectures.emplace();
+      for (const platform::MachOSlice& slice : *slices)
+        facts.architectures->insert(slice.architecture);
+      facts.leastSystem = leastSystemOf(file, *slices);
+    }
+    facts.signature = readSignatureFacts(facts.tree, executable);
+    facts.whyNotSigned.clear();
+  } catch (const platform::FormatError& error) {
+    facts.whyNotSigned = platform::sentence(platform::quoted(item->path) + " is not validly signed", error);
+  } catch (const platform::SecurityError& error) {
+    facts.whyNotSigned = error.localizedDescription();
+  }
+}
+
+void readLeastSystem(BundleFacts& facts) {
+  try {
+    const auto text = facts.information.stringForKey("LSMinimumSystemVersion");
+    if (text)
+      facts.leastSystem = std::max(facts.leastSystem.value_or(SystemVersion()), systemVersion(*text));
+  } catch (const platform::Error&) {
+    // What is not a version requires nothing.
+  }
+}
+
+}  // namespace
+
+BundleFacts readFacts(const std::filesystem::path& application, const std::string& source) {
+  BundleTree tree(application);
+  PropertyList information = readInformation(tree);
+  ApplicationName name{.bundleName = tree.root().filename().native(),
+                       .identifier = value(information, tree, "CFBundleIdentifier"),
+                       .version = value(information, tree, "CFBundleShortVersionString"),
+                       .build = value(information, tree, "CFBundleVersion"),
+                       .source = source};
+  BundleFacts facts{.name = std::move(name),
+                    .tree = std::move(tree),
+                    .information = std::move(information),
+                    .executable = nullptr,
+                    .architectures = {},
+                    .leastSystem = {},
+                    .signature = {},
+                    .whyNotSigned = {}};
+  readExecutable(facts);
+  readLeastSystem(facts);
+  return facts;
+}
+
+}  // namespace rehearse

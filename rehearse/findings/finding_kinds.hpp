@@ -1,0 +1,73 @@
+#pragma once
+
+#include <array>
+#include <string>
+#include <string_view>
+
+#include "rehearse/record/rehearsal.hpp"
+
+namespace rehearse {
+
+/// What is said of every finding with a key.
+struct FindingKind {
+  std::string_view key;
+  Severity severity;
+  std::string_view advice;
+};
+
+/// Every key, the worst first. docs/rehearsal.md has a section for each.
+inline constexpr std::array<FindingKind, 29> kFindingKinds{{
+    {"not-signed", Severity::fault,
+     "Sign the application with a Developer ID before it goes into the image."},
+    {"installed-not-signed", Severity::fault,
+     "Users of this version must install the new one by hand; tell them how."},
+    {"not-developer-id", Severity::fault, "Sign with the team's Developer ID Application certificate."},
+    {"identifier-changed", Severity::fault,
+     "Keep CFBundleIdentifier. Another identifier takes an installation by the user."},
+    {"team-changed", Severity::fault,
+     "Sign with the team of the installed version. Another team takes an installation by the user."},
+    {"downgrade", Severity::fault, "Offer a newer version, or raise CFBundleVersion."},
+    {"names-collide", Severity::fault, "Rename one of the two and sign again."},
+    {"signature-in-attributes", Severity::fault,
+     "Move scripts and data to Contents/Resources, where the seal covers them, and sign again."},
+    {"build-does-not-rise", Severity::warning, "Raise CFBundleVersion with every release."},
+    {"version-falls", Severity::warning, "Raise CFBundleShortVersionString with every release."},
+    {"architecture-lost", Severity::warning,
+     "Build a universal executable, or offer this release only to the Macs that it runs on."},
+    {"minimum-system-raised", Severity::warning,
+     "Offer this release only to users with that system or later."},
+    {"certificate-expired", Severity::warning, "Renew the certificate, and sign again with a time stamp."},
+    {"no-time-stamp", Severity::warning, "Sign with a secure time stamp (codesign --timestamp)."},
+    {"no-hardened-runtime", Severity::warning,
+     "Sign with the hardened runtime (codesign --options runtime)."},
+    {"no-notarization-ticket", Severity::warning,
+     "Notarize the application and staple the ticket to it before it goes into the image."},
+    {"debuggable", Severity::warning,
+     "Leave com.apple.security.get-task-allow out of the entitlements of a release."},
+    {"entitlement-needs-profile", Severity::warning,
+     "Put the profile at Contents/embedded.provisionprofile, or leave the entitlement out."},
+    {"entitlements-lost", Severity::warning, "Make sure that the application no longer needs them."},
+    {"requirement-changed", Severity::warning,
+     "Sign with the kind of certificate and the identifier of the installed version, without a designated "
+     "requirement of another form."},
+    {"unreadable-for-others", Severity::warning, "Make files readable for everyone (chmod -R go+rX)."},
+    {"writable-for-others", Severity::warning, "Take the permission away (chmod -R go-w)."},
+    {"link-leaves-bundle", Severity::warning, "Link to items in the application only, by relative paths."},
+    {"link-broken", Severity::note, "Remove the link, or add what it leads to."},
+    {"requirement-not-judged", Severity::note,
+     "Check with codesign on a Mac that the new version satisfies the designated requirement of the "
+     "installed "
+     "one."},
+    {"version-does-not-rise", Severity::note, "Raise CFBundleShortVersionString with every release."},
+    {"entitlements-added", Severity::note, "Make sure that the application needs them."},
+    {"bundle-renamed", Severity::note, "Nothing, unless the new name matters."},
+    {"space-needed", Severity::note, "Nothing, unless users are short of space."},
+}};
+
+/// A finding of the kind with that key, which must be one of the table.
+Finding finding(std::string_view key, std::string sentence);
+
+/// Sorts by severity, the worst first, then in the table's order.
+void sortWorstFirst(std::vector<Finding>& findings);
+
+}  // namespace rehearse

@@ -1,0 +1,85 @@
+#include <array>
+
+#include "platform/foundation/error.hpp"
+#include "rehearse/findings/dotted_version.hpp"
+#include "rehearse/findings/finding_kinds.hpp"
+#include "rehearse/findings/judgements.hpp"
+
+namespace rehearse {
+namespace {
+
+std::string fullVersion(const ApplicationName& name) {
+  return name.version + " (" + name.build + ")";
+}
+
+void judgeNumbers(const ApplicationName& installed, const ApplicationName& offered,
+                  std::vector<Finding>& findings) {
+  const auto build = compareVersions(offered.build, installed.build);
+  const auto version = compareVersions(offered.version, installed.version);
+  const std::string both =
+      "The new version is " + fullVersion(offered) + ", the installed one " + fullVersion(installed);
+  if (build < 0 || (build == 0 && version < 0)) {
+    findings.push_back(finding("downgrade", both + ": users would get an older version."));
+    return;
+  }
+  if (build == 0)
+    findings.push_back(
+        finding("build-does-not-rise", both + ": the build is the same, so that what compares builds takes "
+                                              "the update for installed, or offers it again and again."));
+  if (version < 0)
+    findings.push_back(
+        finding("version-falls", both + ": users would see a lower version although the build is higher."));
+  if (version == 0 && build > 0)
+    findings.push_back(finding("version-does-not-rise", both + ": users cannot tell the two apart."));
+}
+
+void judgeArchitectures(const BundleFacts& installed, const BundleFacts& offered,
+                        std::vector<Finding>& findings) {
+  struct Kind {
+    const char* architecture;
+    const char* consequence;
+  };
+  constexpr std::array<Kind, 2> kKinds{
+      {{"x86_64", "it does not start on Macs with Intel processors, where the installed version comes back"},
+       {"arm64", "Macs with Apple processors have to translate it, and ask the user for that if need be"}}};
+  if (!offered.architectures)
+    return;
+  for (const auto& [architecture, consequence] : kKinds) {
+    const bool had = !installed.architectures || installed.architectures->contains(architecture);
+    if (had && !offered.architectures->contains(architecture))
+      findings.push_back(finding("architecture-lost", std::string("The new version has no code for ") +
+                                                          architecture + ": " + consequence + "."));
+  }
+}
+
+void judgeLeastSystem(const BundleFacts& installed, const BundleFacts& offered,
+                      std::vector<Finding>& findings) {
+  if (!offered.leastSystem || *offered.leastSystem <= installed.leastSystem.value_or(SystemVersion()))
+    return;
+  const std::string before =
+      installed.leastSystem ? "macOS " + versionText(*installed.leastSystem) : std::string("no system");
+  findings.push_back(
+      finding("minimum-system-raised", "The new version requires macOS " + versionText(*offered.leastSystem) +
+                                           ", the installed one " + before +
+                                           ": on earlier systems it does not start, and the "
+                                           "installed version comes back after each attempt."));
+}
+
+}  // namespace
+
+void judgeVersions(const BundleFacts& installed, const BundleFacts& offered, std::vector<Finding>& findings) {
+  if (offered.name.identifier != installed.name.identifier)
+    findings.push_back(finding("identifier-changed",
+                               "The identifier is " + platform::quoted(offered.name.identifier) +
+                                   ", that of the installed version " +
+                                   platform::quoted(installed.name.identifier) + ": the update is refused."));
+  if (offered.name.bundleName != installed.name.bundleName)
+    findings.push_back(finding(
+        "bundle-renamed", "The new application is called " + platform::quoted(offered.name.bundleName) +
+                              "; users keep the name " + platform::quoted(installed.name.bundleName) + "."));
+  judgeNumbers(installed.name, offered.name, findings);
+  judgeArchitectures(installed, offered, findings);
+  judgeLeastSystem(installed, offered, findings);
+}
+
+}  // namespace rehearse
