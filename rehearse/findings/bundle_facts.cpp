@@ -62,6 +62,13 @@ std::optional<SystemVersion> leastSystemOf(const CodeFile& file,
   return least;
 }
 
+std::optional<platform::Directory> signatureDirectory(const BundleTree& tree) {
+  const BundleTree::Item* item = tree.resolve("Contents/_CodeSignature").item;
+  if (item == nullptr || item->kind != ItemKind::directory)
+    return std::nullopt;
+  return platform::Directory::open(location(tree, *item), platform::Directory::Links::refused);
+}
+
 void readExecutable(BundleFacts& facts) {
   const auto name = facts.information.stringForKey("CFBundleExecutable");
   const BundleTree::Item* item = facts.tree.resolve("Contents/MacOS/" + name.value_or("")).item;
@@ -78,7 +85,7 @@ void readExecutable(BundleFacts& facts) {
         facts.architectures->insert(slice.architecture);
       facts.leastSystem = leastSystemOf(file, *slices);
     }
-    facts.signature = readSignatureFacts(facts.tree, executable);
+    facts.signature = readSignatureFacts(executable, signatureDirectory(facts.tree));
     facts.whyNotSigned.clear();
   } catch (const platform::FormatError& error) {
     facts.whyNotSigned = platform::sentence(platform::quoted(item->path) + " is not validly signed", error);

@@ -16,7 +16,7 @@ struct FindingKind {
 };
 
 /// Every key, the worst first. docs/rehearsal.md has a section for each.
-inline constexpr std::array<FindingKind, 29> kFindingKinds{{
+inline constexpr std::array<FindingKind, 30> kFindingKinds{{
     {"not-signed", Severity::fault,
      "Sign the application with a Developer ID before it goes into the image."},
     {"installed-not-signed", Severity::fault,
@@ -30,6 +30,9 @@ inline constexpr std::array<FindingKind, 29> kFindingKinds{{
     {"names-collide", Severity::fault, "Rename one of the two and sign again."},
     {"signature-in-attributes", Severity::fault,
      "Move scripts and data to Contents/Resources, where the seal covers them, and sign again."},
+    {"library-of-other-team", Severity::fault,
+     "Sign all libraries with the application's certificate, or give the application the entitlement "
+     "com.apple.security.cs.disable-library-validation."},
     {"build-does-not-rise", Severity::warning, "Raise CFBundleVersion with every release."},
     {"version-falls", Severity::warning, "Raise CFBundleShortVersionString with every release."},
     {"architecture-lost", Severity::warning,

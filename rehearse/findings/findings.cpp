@@ -14,7 +14,7 @@ std::vector<Finding> compare(const std::filesystem::path& installed, const std::
   const BundleFacts before = readFacts(installed, installed.native());
   const BundleFacts after = readFacts(offered, offered.native());
   std::vector<Finding> findings;
-  for (const auto judge : {judgeVersions, judgeSignatures, judgeEntitlements, judgeFiles})
+  for (const auto judge : {judgeVersions, judgeSignatures, judgeEntitlements, judgeLibraries, judgeFiles})
     judge(before, after, findings);
   sortWorstFirst(findings);
   return findings;

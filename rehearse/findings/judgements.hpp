@@ -13,6 +13,7 @@ void judgeSignatures(const BundleFacts& installed, const BundleFacts& offered,
                      std::vector<Finding>& findings);
 void judgeEntitlements(const BundleFacts& installed, const BundleFacts& offered,
                        std::vector<Finding>& findings);
+void judgeLibraries(const BundleFacts& installed, const BundleFacts& offered, std::vector<Finding>& findings);
 void judgeFiles(const BundleFacts& installed, const BundleFacts& offered, std::vector<Finding>& findings);
 
 }  // namespace rehearse

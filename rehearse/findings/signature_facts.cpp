@@ -15,7 +15,6 @@ using platform::PropertyList;
 using platform::SignedSlice;
 using platform::URL;
 
-constexpr const char* kSignatures = "Contents/_CodeSignature";
 constexpr const char* kLeafMark = "1.2.840.113635.100.6.1.13";
 constexpr const char* kIntermediateMark = "1.2.840.113635.100.6.2.6";
 
@@ -110,16 +109,10 @@ bool SignatureFacts::isDeveloperID() const {
   });
 }
 
-SignatureFacts readSignatureFacts(const BundleTree& tree, const URL& executable) {
-  std::optional<Directory> signatures;
-  if (const BundleTree::Item* item = tree.resolve(kSignatures).item;
-      item != nullptr && item->kind == platform::ItemKind::directory)
-    signatures =
-        Directory::open(URL::fileURLWithPath((tree.root() / item->path).native()), Directory::Links::refused);
-  return platform::atPlace(platform::quoted(executable.path()), platform::errSecCSSignatureFailed, [&] {
-    const platform::SignedCode code =
-        platform::readSignedCode(platform::CodeFile(platform::Entry::at(executable)), signatures);
-    return factsOf(code.slices);
+SignatureFacts readSignatureFacts(const URL& file, const std::optional<Directory>& signatures) {
+  return platform::atPlace(platform::quoted(file.path()), platform::errSecCSSignatureFailed, [&] {
+    return factsOf(
+        platform::readSignedCode(platform::CodeFile(platform::Entry::at(file)), signatures).slices);
   });
 }
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/files/directory.hpp"
 #include "platform/files/url.hpp"
 #include "platform/security/requirement.hpp"
-#include "rehearse/start/bundle_tree.hpp"
 
 namespace rehearse {
 
@@ -29,8 +29,10 @@ struct SignatureFacts {
   bool isDeveloperID() const;
 };
 
-/// Reads the signature of the executable of a bundle. Throws `SecurityError` when it has none, or one that
+/// Reads the signature of a file. `signatures` is its bundle's directory for the signature of an executable
+/// that is not a Mach-O file, if it has one. Throws `SecurityError` when there is no signature, or one that
 /// cannot be read.
-SignatureFacts readSignatureFacts(const BundleTree& tree, const platform::URL& executable);
+SignatureFacts readSignatureFacts(const platform::URL& file,
+                                  const std::optional<platform::Directory>& signatures);
 
 }  // namespace rehearse

@@ -78,6 +78,13 @@ std::vector<MissingLibrary> LoadCheck::missingLibraries(const std::string& execu
   return std::move(missing_);
 }
 
+std::vector<std::string> LoadCheck::loadedLibraries() const {
+  std::vector<std::string> paths;
+  for (std::size_t image = 1; image < images_.size(); ++image)
+    paths.push_back(images_[image].path);
+  return paths;
+}
+
 void LoadCheck::loadLibraries(std::size_t image) {
   // A copy: loading adds images.
   const std::vector<MachOLibrary> libraries = images_[image].linkage.libraries;

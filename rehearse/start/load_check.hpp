@@ -30,6 +30,9 @@ class LoadCheck {
   /// bundle without links, can be. To be called once. Throws `platform::Error` when a file cannot be read.
   std::vector<MissingLibrary> missingLibraries(const std::string& executable, platform::MachOLinkage linkage);
 
+  /// The libraries in the bundle that are loaded, as paths in it without links. After `missingLibraries`.
+  std::vector<std::string> loadedLibraries() const;
+
  private:
   struct Image {
     std::string path;  ///< relative to the bundle
