@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "rehearse/proof/home.hpp"
@@ -7,13 +8,20 @@
 
 namespace rehearse {
 
-/// The home stands on a disk of its own. Behind each change of a file, a copy is made of what has really been
-/// written to the disk by then, without a flush. The copy is mounted as after a restart, with its journal's
-/// recovery: a complete application must stand there, and the next update must work. Where the system has no
-/// loop devices, the tasks fail.
-std::vector<PlannedSweep> powerCutSweeps(const Material& material, std::size_t every);
+/// The home is on a disk with this file system, "ext4", "xfs" or "btrfs", and an update runs there while
+/// everything that reaches the disk is recorded, with its flushes. Then the disk is set back to what a power
+/// cut leaves, and mounted as after a restart, with its journal's recovery: a complete application must be at
+/// the target's path, and the next update must work. The cuts are
+/// - behind each change of a file, with what the system has written by then of its own accord;
+/// - the same, with names and sizes written at once and content only when it is flushed;
+/// - between any two flushes of the disk, with the writes in between lost in part: a disk writes a block of
+///   4096 bytes whole or not at all, in any order, and keeps what was written before a flush. A file system
+///   that cannot be mounted then has broken its promise, and is a violation like any other.
+std::vector<PlannedSweep> powerCutSweeps(const Material& material, const std::string& fileSystem,
+                                         std::size_t every);
 
-/// False where the system has no loop devices for that, or forbids them.
-bool hasDisks(const Place& place);
+/// Why the system cannot have them tried on this file system, a sentence; empty where it can. Throws
+/// `std::invalid_argument` for a file system that has no sweeps.
+std::string obstacleToPowerCuts(const std::string& fileSystem, const Place& place);
 
 }  // namespace rehearse

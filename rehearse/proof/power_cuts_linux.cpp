@@ -1,19 +1,26 @@
 #include <fcntl.h>
+#include <linux/btrfs.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
+#include <map>
+#include <optional>
+#include <random>
 #include <set>
 #include <stdexcept>
+#include <utility>
 
 #include "platform/files/file_descriptor.hpp"
 #include "rehearse/files/program.hpp"
 #include "rehearse/files/trees.hpp"
 #include "rehearse/proof/power_cuts.hpp"
+#include "rehearse/proof/recorded_disk.hpp"
 #include "rehearse/proof/system_calls.hpp"
 #include "rehearse/proof/verdict.hpp"
 
@@ -22,19 +29,30 @@ namespace fs = std::filesystem;
 namespace rehearse {
 namespace {
 
-constexpr std::uintmax_t kDiskSize = 24 << 20;
+constexpr std::uint64_t kMebibyte = 1 << 20;
+constexpr std::size_t kBlock = 4096;
 
-/// What a disk keeps that was not flushed.
-enum class Metadata {
-  whenever,  ///< what the system wrote of its own accord
-  always,    ///< names and sizes at once, content only when it was flushed
+struct FileSystem {
+  std::string name;
+  std::vector<std::string> make;  ///< a program and its arguments
+  std::uint64_t size;             ///< of a disk, without the home's content
+  std::string namesFirst;         ///< the options with which names reach the disk before content does
+  /// Writes the file system's own records up to now, and no other file's content.
+  void (*commit)(const fs::path& volume);
 };
 
 struct Conditions {
+  const FileSystem& fileSystem;
   Story story;
-  std::string options;  ///< of the mount
-  Metadata metadata;
-  bool withoutSync;  ///< the flush before the exchange is taken out
+  enum class Cut { asWritten, namesFirst, betweenFlushes } cut;
+  bool withoutSync = false;  ///< the flush before the exchange is taken out
+};
+
+/// What had been written when a call ended.
+struct Mark {
+  std::string call;
+  std::size_t writes;
+  bool isSampled;
 };
 
 void runOrThrow(const std::string& program, const std::vector<std::string>& arguments) {
@@ -43,39 +61,123 @@ void runOrThrow(const std::string& program, const std::vector<std::string>& argu
     throw std::runtime_error(program + ": " + outcome.error);
 }
 
-/// A disk in a file, mounted as long as this lives.
-class Disk {
- public:
-  Disk(fs::path file, fs::path mountPoint, const std::string& options)
-      : file_(std::move(file)), mountPoint_(std::move(mountPoint)) {
-    fs::create_directories(mountPoint_);
-    runOrThrow("/bin/mount", {"-t", "ext4", "-o", "loop" + options, file_.native(), mountPoint_.native()});
-  }
-  Disk(const Disk&) = delete;
-  Disk& operator=(const Disk&) = delete;
-  ~Disk() { ::umount2(mountPoint_.c_str(), MNT_DETACH); }
-
-  const fs::path& file() const { return file_; }
-  const fs::path& mountPoint() const { return mountPoint_; }
-
- private:
-  fs::path file_;
-  fs::path mountPoint_;
-};
-
-fs::path makeDiskFile(const fs::path& path) {
-  writeFile(path, "");
-  fs::resize_file(path, kDiskSize);
-  runOrThrow("/sbin/mkfs.ext4", {"-q", "-F", path.native()});
-  return path;
+void flush(const fs::path& volume) {
+  const platform::FileDescriptor root(::open(volume.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (::syncfs(root.get()) != 0)
+    throw std::runtime_error("the disk could not be written");
 }
 
-/// Makes the journal keep everything up to now, without writing any other file's content.
-void commitMetadata(const fs::path& volume) {
+/// The journals of ext4 and XFS keep all that precedes what a flushed file needs.
+void commitByFlush(const fs::path& volume) {
   const platform::FileDescriptor file(
       ::open((volume / "ticker").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
   if (!file.isOpen() || ::write(file.get(), "x", 1) != 1 || ::fsync(file.get()) != 0)
     throw std::runtime_error("the disk could not be written");
+}
+
+/// On btrfs a flushed file's log has nothing else in it; a transaction has all names.
+void commitTransaction(const fs::path& volume) {
+  const platform::FileDescriptor root(::open(volume.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  std::uint64_t transaction = 0;
+  const bool isNew = ::ioctl(root.get(), BTRFS_IOC_START_SYNC, &transaction) == 0;
+  if (!isNew || ::ioctl(root.get(), BTRFS_IOC_WAIT_SYNC, &transaction) != 0)
+    throw std::runtime_error("the disk could not be written");
+}
+
+const FileSystem& fileSystemOf(const std::string& name) {
+  static const std::vector<FileSystem> kAll{
+      {"ext4", {"/sbin/mkfs.ext4", "-q", "-F"}, 24 * kMebibyte, ",data=writeback", commitByFlush},
+      {"xfs", {"/sbin/mkfs.xfs", "-q"}, 320 * kMebibyte, "", commitByFlush},
+      {"btrfs", {"/sbin/mkfs.btrfs", "-q"}, 128 * kMebibyte, "", commitTransaction},
+  };
+  const auto found = std::ranges::find(kAll, name, &FileSystem::name);
+  if (found == kAll.end())
+    throw std::invalid_argument("There are no power cuts on " + name + ".");
+  return *found;
+}
+
+fs::path makeDiskFile(const FileSystem& fileSystem, const fs::path& path, std::uint64_t content) {
+  writeFile(path, "");
+  fs::resize_file(path, fileSystem.size + content);
+  std::vector<std::string> arguments(fileSystem.make.begin() + 1, fileSystem.make.end());
+  arguments.push_back(path.native());
+  runOrThrow(fileSystem.make.front(), arguments);
+  return path;
+}
+
+/// A disk in a file, mounted as long as this lives. What is written meanwhile can be taken back later.
+class Volume {
+ public:
+  Volume(ReversibleFile& content, const fs::path& directory, const FileSystem& fileSystem,
+         const std::string& options)
+      : mountPoint_(directory / "volume"), disk_(content, placeIn(directory)) {
+    fs::create_directories(mountPoint_);
+    runOrThrow("/bin/mount",
+               {"-t", fileSystem.name, "-o", "loop" + options, disk_.path().native(), mountPoint_.native()});
+  }
+  Volume(const Volume&) = delete;
+  Volume& operator=(const Volume&) = delete;
+  ~Volume() {
+    if (::umount2(mountPoint_.c_str(), 0) != 0)
+      ::umount2(mountPoint_.c_str(), MNT_DETACH);
+  }
+
+  const fs::path& mountPoint() const { return mountPoint_; }
+  const RecordedDisk& disk() const { return disk_; }
+
+ private:
+  static fs::path placeIn(const fs::path& directory) {
+    fs::path path = directory / "device";
+    writeFile(path, "");
+    return path;
+  }
+
+  fs::path mountPoint_;
+  RecordedDisk disk_;
+};
+
+/// More than an update of this material and the one after it occupy at any time.
+std::uint64_t spaceFor(const Material& material) {
+  std::uint64_t application = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(material.oldApplication))
+    application += entry.is_regular_file() && !entry.is_symlink() ? entry.file_size() : 0;
+  const auto image = std::max({fs::file_size(material.update.image), fs::file_size(material.broken.image),
+                               fs::file_size(material.next.image)});
+  return 4 * application + 8 * image;
+}
+
+/// Writes that a disk makes whole or not at all.
+std::vector<DiskWrite> blocksOf(const std::vector<DiskWrite>& writes, std::size_t begin, std::size_t end) {
+  std::vector<DiskWrite> blocks;
+  for (std::size_t index = begin; index < end; ++index) {
+    const auto& [offset, bytes] = writes[index];
+    for (std::size_t done = 0, size = 0; done < bytes.size(); done += size) {
+      size = std::min(bytes.size() - done, kBlock - (offset + done) % kBlock);
+      blocks.push_back({offset + done, bytes.substr(done, size)});
+    }
+  }
+  return blocks;
+}
+
+using Selection = std::vector<bool>;
+
+/// What a disk may keep of several blocks, the same for the same name on each machine. All of them are not
+/// among it.
+std::map<Selection, std::string> partsOf(std::size_t blocks, const std::string& name) {
+  std::seed_seq seed(name.begin(), name.end());
+  std::mt19937 random(seed);
+  const auto half = [&] {
+    Selection kept(blocks);
+    std::generate(kept.begin(), kept.end(), [&random] { return random() % 2 == 0; });
+    return kept;
+  };
+  Selection last(blocks);
+  last.back() = true;
+  std::map<Selection, std::string> parts{{Selection(blocks), "none"}, {last, "the last"}};
+  parts.emplace(half(), "a half");
+  parts.emplace(half(), "another half");
+  parts.erase(Selection(blocks, true));
+  return parts;
 }
 
 class PowerCuts {
@@ -84,58 +186,112 @@ class PowerCuts {
             const std::function<void(const Result&)>& report)
       : material_(material),
         conditions_(conditions),
+        options_(conditions.cut == Conditions::Cut::asWritten ? "" : conditions.fileSystem.namesFirst),
+        place_(place),
         every_(every),
         report_(report),
-        copy_(place.home / "copy"),
-        temporary_(place.temporary),
-        disk_(makeDiskFile(place.home / "disk"), place.home / "volume", conditions.options),
-        home_(material, conditions.story, disk_.mountPoint(), place.temporary) {}
+        content_(makeDiskFile(conditions.fileSystem, place.home / "disk", spaceFor(material))),
+        home_(material, conditions.story, place.home / "volume", place.temporary) {}
 
   void run() {
-    home_.furnish();
-    ::sync();
-    const Ending ending =
-        home_.run({.before = [this](const SystemCall& call) { return fateOf(call); },
-                   .after = [this](const SystemCall& call, std::int64_t) { lookAfter(call); },
-                   .timeLimit = std::chrono::hours(1)});
-    if (ending.overran || ending.signal != 0)
-      throw std::runtime_error("the run did not end by itself");
-    cut("the end");
+    recordUpdate();
+    content_.takeBack(0);
+    if (conditions_.cut == Conditions::Cut::betweenFlushes)
+      tryBetweenFlushes();
+    else
+      tryBehindCalls();
   }
 
  private:
-  Fate fateOf(const SystemCall& call) {
+  void recordUpdate() {
+    const Volume volume(content_, place_.home, conditions_.fileSystem, options_);
+    home_.furnish();
+    flush(volume.mountPoint());
+    begin_ = volume.disk().writes();
+    const Ending ending =
+        home_.run({.before = [this](const SystemCall& call) { return fateOf(call); },
+                   .after = [&](const SystemCall& call, std::int64_t) { lookAfter(call, volume); },
+                   .timeLimit = std::chrono::minutes(10)});
+    if (ending.overran || ending.signal != 0)
+      throw std::runtime_error("the run did not end by itself");
+    mark("the end", volume, true);
+    history_ = volume.disk().history();
+  }
+
+  Fate fateOf(const SystemCall& call) const {
     const bool isLeftOut = conditions_.withoutSync && call.byUpdater && isFlush(call);
     return {.kind = isLeftOut ? Fate::Kind::pretend : Fate::Kind::proceed};
   }
 
   /// The order of names is what the promise hangs on, so no renaming is left out.
-  void lookAfter(const SystemCall& call) {
+  void lookAfter(const SystemCall& call, const Volume& volume) {
+    const std::size_t turn = ++turns_[{call.program, call.number}];
     if (!changesFiles(call))
       return;
     ++changes_;
-    if (changes_ % every_ == 0 || isRename(call))
-      cut(kindOf(call.number).name + " by " + call.program);
+    mark(call.program + ": " + kindOf(call.number).name + " " + std::to_string(turn), volume,
+         changes_ % every_ == 0 || isRename(call));
   }
 
-  /// The power fails here. What is on the disk is looked at by a process of its own, as after a restart.
-  void cut(const std::string& where) {
-    if (conditions_.metadata == Metadata::always)
-      commitMetadata(disk_.mountPoint());
-    const std::string content = readFile(disk_.file());
-    if (!seen_.insert(std::hash<std::string>()(content)).second)
-      return;
+  void mark(const std::string& call, const Volume& volume, bool isSampled) {
+    if (isSampled && conditions_.cut != Conditions::Cut::asWritten)
+      conditions_.fileSystem.commit(volume.mountPoint());
+    marks_.push_back({call, volume.disk().writes(), isSampled});
+  }
+
+  void tryBehindCalls() {
+    std::optional<std::size_t> latest;
+    for (const Mark& mark : marks_)
+      if (mark.isSampled && std::exchange(latest, mark.writes) != mark.writes) {
+        makeWrites(mark.writes);
+        tryRestart("behind " + mark.call);
+      }
+  }
+
+  void tryBetweenFlushes() {
+    std::map<std::string, std::size_t> flushes;
+    std::size_t intervals = 0;
+    std::size_t begin = begin_;
+    for (const std::size_t end : history_.flushes) {
+      if (end <= begin)
+        continue;
+      const auto mark = std::ranges::lower_bound(marks_, end, {}, &Mark::writes);
+      const std::string& call = mark == marks_.end() ? marks_.back().call : mark->call;
+      const std::string name = call + ", flush " + std::to_string(++flushes[call]);
+      if (intervals++ % every_ == 0)
+        tryParts(begin, end, name);
+      begin = end;
+    }
+  }
+
+  void tryParts(std::size_t begin, std::size_t end, const std::string& name) {
+    makeWrites(begin);
+    const std::vector<DiskWrite> blocks = blocksOf(history_.writes, begin, end);
+    for (const auto& [kept, part] : partsOf(blocks.size(), name)) {
+      for (std::size_t index = 0; index < blocks.size(); ++index)
+        if (kept[index])
+          content_.write(blocks[index].offset, blocks[index].bytes);
+      tryRestart(name + ", " + part + " of the writes before it");
+      content_.takeBack(begin);
+    }
+  }
+
+  void makeWrites(std::size_t end) {
+    for (std::size_t index = content_.writes(); index < end; ++index)
+      content_.write(history_.writes[index].offset, history_.writes[index].bytes);
+  }
+
+  /// A process of its own looks at the disk as after a restart, and leaves it as it was.
+  void tryRestart(const std::string& point) {
     const pid_t child = ::fork();
     if (child == 0) {
-      writeFile(copy_, content);
-      report_(afterRestart(nameOf(conditions_.story) + ": power cut after change " +
-                           std::to_string(changes_) + ", " + where));
+      const std::size_t writes = content_.writes();
+      const Result result = afterRestart(nameOf(conditions_.story) + ", power cut: " + point);
+      content_.takeBack(writes);
+      report_(result);
       ::_exit(0);
     }
-    int status = 0;
-    while (::waitpid(child, &status, 0) < 0 && errno == EINTR)
-      continue;
-    if (child < 0 || status != 0)
+    if (child < 0 || waitFor(child) != 0)
       throw std::runtime_error("a look at the disk failed");
   }
 
@@ -144,15 +300,14 @@ class PowerCuts {
     try {
       // The application that the next update starts must have written its line before that is read.
       if (::prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0 || ::unshare(CLONE_NEWNS) != 0 ||
-          ::mount("tmpfs", temporary_.c_str(), "tmpfs", 0, "mode=0777") != 0 ||
-          ::mount(temporary_.c_str(), "/tmp", nullptr, MS_BIND, nullptr) != 0)
+          ::mount("tmpfs", place_.temporary.c_str(), "tmpfs", 0, "mode=0777") != 0 ||
+          ::mount(place_.temporary.c_str(), "/tmp", nullptr, MS_BIND, nullptr) != 0)
         throw std::runtime_error("a mount namespace or the adoption of orphans is refused");
-      const Disk disk(copy_, disk_.mountPoint(), conditions_.options);
-      Home& home = home_;
-      result.outcome = wordFor(home.standing());
-      result.violations = losses(home);
+      const Volume volume(content_, place_.home, conditions_.fileSystem, options_);
+      result.outcome = wordFor(home_.standing());
+      result.violations = losses(home_);
       if (result.violations.empty())
-        append(result.violations, nextUpdate(material_, home));
+        append(result.violations, nextUpdate(material_, home_));
     } catch (const std::exception& failure) {
       result.violations.push_back(failure.what());
     }
@@ -161,19 +316,22 @@ class PowerCuts {
 
   const Material& material_;
   Conditions conditions_;
+  std::string options_;
+  Place place_;
   std::size_t every_;
   const std::function<void(const Result&)>& report_;
-  fs::path copy_;
-  fs::path temporary_;
-  Disk disk_;
+  ReversibleFile content_;
   Home home_;
+  std::map<std::pair<std::string, long>, std::size_t> turns_;
   std::size_t changes_ = 0;
-  std::set<std::size_t> seen_;
+  std::vector<Mark> marks_;
+  std::size_t begin_ = 0;  ///< the writes before the update
+  DiskHistory history_;
 };
 
-PlannedSweep sweepUnder(const Material& material, const std::string& name, const Conditions& conditions,
+PlannedSweep sweepUnder(const Material& material, const Conditions& conditions, const std::string& name,
                         std::size_t every) {
-  return {nameOf(conditions.story) + ", power cuts, " + name,
+  return {nameOf(conditions.story) + ", power cuts on " + conditions.fileSystem.name + ", " + name,
           {[&material, conditions, every](const Place& place, const auto& report) {
             PowerCuts(material, conditions, place, every, report).run();
           }},
@@ -182,25 +340,30 @@ PlannedSweep sweepUnder(const Material& material, const std::string& name, const
 
 }  // namespace
 
-std::vector<PlannedSweep> powerCutSweeps(const Material& material, std::size_t every) {
+std::vector<PlannedSweep> powerCutSweeps(const Material& material, const std::string& fileSystem,
+                                         std::size_t every) {
+  using Cut = Conditions::Cut;
+  const FileSystem& kind = fileSystemOf(fileSystem);
   std::vector<PlannedSweep> sweeps;
   for (const Story story : {Story::update, Story::rollback, Story::revert}) {
+    sweeps.push_back(sweepUnder(material, {kind, story, Cut::asWritten}, "as the system writes", every));
+    sweeps.push_back(sweepUnder(material, {kind, story, Cut::namesFirst}, "names written first", every));
     sweeps.push_back(
-        sweepUnder(material, "as the system writes", {story, "", Metadata::whenever, false}, every));
-    sweeps.push_back(sweepUnder(material, "names written first",
-                                {story, ",data=writeback", Metadata::always, false}, every));
+        sweepUnder(material, {kind, story, Cut::betweenFlushes}, "writes lost between flushes", every));
   }
-  sweeps.push_back(sweepUnder(material, "names written first, no flush before the exchange",
-                              {Story::update, ",data=writeback", Metadata::always, true}, every));
+  sweeps.push_back(sweepUnder(material, {kind, Story::update, Cut::namesFirst, true},
+                              "names written first, no flush before the exchange", every));
   return sweeps;
 }
 
-bool hasDisks(const Place& place) {
+std::string obstacleToPowerCuts(const std::string& fileSystem, const Place& place) {
+  const FileSystem& kind = fileSystemOf(fileSystem);
   try {
-    const Disk disk(makeDiskFile(place.home / "disk"), place.home / "volume", "");
-    return true;
-  } catch (const std::exception&) {
-    return false;
+    ReversibleFile content(makeDiskFile(kind, place.home / "disk", 0));
+    const Volume volume(content, place.home, kind, kind.namesFirst);
+    return {};
+  } catch (const std::exception& failure) {
+    return "The system does not mount " + fileSystem + ": " + failure.what();
   }
 }
 

@@ -30,12 +30,13 @@ using rehearse::Story;
 constexpr int kSkipped = 77;
 
 constexpr const char* kUsage =
-    "Usage: prove_updates [--every N] [WORD]...\n"
+    "Usage: prove_updates [--every N] [--disk ext4|xfs|btrfs] [WORD]...\n"
     "Tries one point of N, by default all, of the sweeps that have one of the words in their names, by "
-    "default all.\n";
+    "default all. Power is cut on disks with ext4 by default.\n";
 
 struct Arguments {
   std::size_t every = 1;
+  std::string disk = "ext4";
   std::vector<std::string> words;
 };
 
@@ -44,6 +45,8 @@ Arguments parse(const std::vector<std::string>& texts) {
   for (std::size_t index = 0; index < texts.size(); ++index) {
     if (texts[index] == "--every" && index + 1 < texts.size())
       arguments.every = std::max(1UL, std::stoul(texts[++index]));
+    else if (texts[index] == "--disk" && index + 1 < texts.size())
+      arguments.disk = texts[++index];
     else if (!texts[index].starts_with('-'))
       arguments.words.push_back(texts[index]);
     else
@@ -53,7 +56,8 @@ Arguments parse(const std::vector<std::string>& texts) {
 }
 
 std::vector<PlannedSweep> allSweeps(const Material& material, const rehearse::Place& place,
-                                    std::size_t every) {
+                                    const Arguments& arguments) {
+  const std::size_t every = arguments.every;
   std::vector<PlannedSweep> sweeps;
   for (const Story story : {Story::update, Story::rollback, Story::revert}) {
     const auto calls = rehearse::record(material, story, place);
@@ -66,10 +70,11 @@ std::vector<PlannedSweep> allSweeps(const Material& material, const rehearse::Pl
       sweeps.push_back(hangSweep(material, calls, every));
     }
   }
-  if (rehearse::hasDisks(place))
-    std::ranges::move(powerCutSweeps(material, every), std::back_inserter(sweeps));
+  const std::string obstacle = rehearse::obstacleToPowerCuts(arguments.disk, place);
+  if (obstacle.empty())
+    std::ranges::move(powerCutSweeps(material, arguments.disk, every), std::back_inserter(sweeps));
   else
-    std::printf("Without power cuts: the system mounts no disk for them.\n");
+    std::printf("Without power cuts. %s\n", obstacle.c_str());
   std::ranges::move(limitSweeps(material, every), std::back_inserter(sweeps));
   return sweeps;
 }
@@ -110,7 +115,7 @@ int main(int argc, char** argv) {
     // An update spends half its time waiting for its tools.
     const unsigned workers = 2 * std::max(1U, std::thread::hardware_concurrency());
     std::vector<rehearse::Tally> tallies;
-    for (const PlannedSweep& sweep : allSweeps(material, *place, arguments.every))
+    for (const PlannedSweep& sweep : allSweeps(material, *place, arguments))
       if (isWanted(sweep, arguments.words))
         tallies.push_back(run(sweep, directory.path(), workers));
     if (tallies.empty())
