@@ -20,7 +20,7 @@ class Mount {
   /// An empty file system in memory at the directory `at`, writable for everybody. It holds `bytes` at the
   /// most, and half of the memory without a size.
   static Mount inMemory(const std::filesystem::path& at, std::optional<std::uint64_t> bytes = std::nullopt);
-  /// Makes the directory `what` visible at the directory `at`, without what is mounted in it.
+  /// Makes the directory `what` visible at the directory `at`, with what is mounted in it.
   static Mount bound(const std::filesystem::path& what, const std::filesystem::path& at);
   /// Makes the directory `at` read-only, for the superuser too, without what is mounted in it.
   static Mount readOnly(const std::filesystem::path& at);
@@ -60,14 +60,19 @@ class PrivatePlace {
   const std::filesystem::path& home() const { return home_; }
   /// What the updater and its tools see as "/tmp", by a path that does not pass it.
   const std::filesystem::path& temporary() const { return temporary_; }
+  /// The path by which this process reaches what was at `path` before: another one for what is below "/tmp".
+  /// `path` is absolute and without links; resolve them before the place is made.
+  std::filesystem::path reachable(const std::filesystem::path& path) const;
 
  private:
   std::filesystem::path home_;
   std::filesystem::path temporary_;
+  std::filesystem::path systemTemporary_;  ///< where the system's "/tmp" is reached
   std::optional<Mount> directoryMount_;
   std::optional<Mount> homeMount_;
   std::optional<Mount> temporaryMount_;
   std::optional<Mount> systemTemporaryMount_;
+  std::optional<Mount> ownTemporaryMount_;
 };
 
 }  // namespace rehearse

@@ -96,7 +96,7 @@ Mount Mount::inMemory(const fs::path& at, std::optional<std::uint64_t> bytes) {
 }
 
 Mount Mount::bound(const fs::path& what, const fs::path& at) {
-  mount(what.c_str(), at, nullptr, MS_BIND, nullptr);
+  mount(what.c_str(), at, nullptr, MS_BIND | MS_REC, nullptr);
   return Mount(at);
 }
 
@@ -135,7 +135,14 @@ PrivatePlace::PrivatePlace(const fs::path& directory, Storage storage) {
     homeMount_ = Mount::inMemory(home_);
     temporaryMount_ = Mount::inMemory(temporary_);
   }
-  systemTemporaryMount_ = Mount::bound(temporary_, kTemporary);
+  systemTemporary_ = place / "outside";
+  makeDirectory(systemTemporary_, fs::perms(0755));
+  systemTemporaryMount_ = Mount::bound(kTemporary, systemTemporary_);
+  ownTemporaryMount_ = Mount::bound(temporary_, kTemporary);
+}
+
+fs::path PrivatePlace::reachable(const fs::path& path) const {
+  return isBelow(path, kTemporary) ? systemTemporary_ / path.lexically_relative(kTemporary) : path;
 }
 
 }  // namespace rehearse

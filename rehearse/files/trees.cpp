@@ -24,7 +24,7 @@ TemporaryDirectory::TemporaryDirectory(const fs::path& parent)
 
 TemporaryDirectory::~TemporaryDirectory() {
   try {
-    platform::NSFileManager::defaultManager().removeItemAtURL(platform::URL::fileURLWithPath(path_.native()));
+    removeItem(path_);
   } catch (const platform::Error&) {
     // It was moved or mounted away, and nothing waits for the answer.
   }
@@ -52,6 +52,11 @@ std::string readFile(const fs::path& path) {
   std::ostringstream content;
   content << stream.rdbuf();
   return content.str();
+}
+
+void removeItem(const fs::path& path) {
+  if (fs::exists(fs::symlink_status(path)))
+    platform::NSFileManager::defaultManager().removeItemAtURL(platform::URL::fileURLWithPath(path.native()));
 }
 
 void copyTree(const fs::path& from, const fs::path& to) {

@@ -29,6 +29,10 @@ void writeFile(const std::filesystem::path& path, std::string_view content);
 
 std::string readFile(const std::filesystem::path& path);
 
+/// Removes a file, a link or a tree, if it is there; directories of the caller that forbid changes too.
+/// Throws `platform::Error`.
+void removeItem(const std::filesystem::path& path);
+
 /// Copies a directory with everything in it, links as links.
 void copyTree(const std::filesystem::path& from, const std::filesystem::path& to);
 

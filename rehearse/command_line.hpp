@@ -1,0 +1,50 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/foundation/error.hpp"
+#include "rehearse/record/rehearsal.hpp"
+#include "rehearse/start/start_check.hpp"
+
+namespace rehearse {
+
+/// A command line that cannot be used; the sentence says why.
+class UsageError : public platform::Error {
+ public:
+  using Error::Error;
+};
+
+/// The sweeps of a proof.
+enum class ProofPart { kills, faults, powerCuts, limits };
+
+/// What the command is asked for. Paths are as they were given.
+struct CommandLine {
+  std::filesystem::path image;
+  std::vector<std::filesystem::path> installed;
+  std::optional<std::filesystem::path> plan;
+  std::optional<std::filesystem::path> report;
+  std::filesystem::path scratch = "/var/tmp";
+  SystemVersion system{14, 0, 0};
+  std::vector<std::filesystem::path> anchors;
+  std::vector<ProofPart> proof;  ///< in the order above, each once
+  unsigned every = 1;            ///< of the points of a sweep, one of so many is tried
+  unsigned jobs = 1;
+  Shard shard;
+  bool json = false;
+  std::vector<std::filesystem::path> merge;
+  bool help = false;
+};
+
+/// The options, one a line.
+extern const char* const kUsage;
+
+/// Parses the words after the program's name. Throws `UsageError`.
+CommandLine parseCommandLine(const std::vector<std::string>& words);
+
+/// The options that change what is tried, as they are recorded: in one order, whatever order they came in.
+std::vector<std::string> recordedOptions(const CommandLine& line);
+
+}  // namespace rehearse

@@ -1,0 +1,160 @@
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <optional>
+
+#include "platform/files/data.hpp"
+#include "platform/foundation/error.hpp"
+#include "platform/processes/process.hpp"
+#include "rehearse/command_line.hpp"
+#include "rehearse/files/private_place.hpp"
+#include "rehearse/files/trees.hpp"
+#include "rehearse/record/rehearsal_json.hpp"
+#include "rehearse/report/html_report.hpp"
+#include "rehearse/report/text_report.hpp"
+#include "rehearse/stories/rehearse_release.hpp"
+#include "rehearse/stories/supervision.hpp"
+
+namespace fs = std::filesystem;
+
+namespace rehearse {
+namespace {
+
+constexpr int kNotRehearsed = 2;
+
+/// One line on a terminal that is written over by the next, and nothing elsewhere.
+class Progress {
+ public:
+  Progress() : isShown_(::isatty(STDERR_FILENO) == 1) {}
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+  ~Progress() { show({}); }
+
+  void show(const std::string& text) const {
+    if (isShown_)
+      std::cerr << "\r\x1b[K" << text << std::flush;
+  }
+
+ private:
+  bool isShown_;
+};
+
+/// An absolute path without links. Throws `platform::Error` for what does not exist.
+fs::path resolved(const fs::path& path) {
+  std::error_code failure;
+  fs::path result = fs::canonical(path, failure);
+  if (failure)
+    throw platform::SystemError(platform::quoted(path.native()) + " cannot be read", failure.value());
+  return result;
+}
+
+std::vector<fs::path> resolved(const std::vector<fs::path>& paths) {
+  std::vector<fs::path> result;
+  for (const fs::path& path : paths)
+    result.push_back(resolved(path));
+  return result;
+}
+
+std::optional<fs::path> resolved(const std::optional<fs::path>& path) {
+  return path ? std::optional(resolved(*path)) : std::nullopt;
+}
+
+/// Makes the directory of the report, which is empty then, and returns its path without links.
+fs::path makeReportDirectory(const fs::path& directory) {
+  std::error_code failure;
+  fs::create_directories(directory, failure);
+  if (failure)
+    throw platform::SystemError(
+        "The report directory " + platform::quoted(directory.native()) + " cannot be made", failure.value());
+  const bool isEmpty = fs::is_empty(directory, failure);
+  if (failure)
+    throw platform::SystemError(
+        "The report directory " + platform::quoted(directory.native()) + " cannot be read", failure.value());
+  if (!isEmpty)
+    throw platform::Error("The report directory " + platform::quoted(directory.native()) + " is not empty.");
+  if (::access(directory.c_str(), W_OK) != 0)
+    throw platform::SystemError(
+        "The report directory " + platform::quoted(directory.native()) + " cannot be written", errno);
+  return resolved(directory);
+}
+
+void writeReport(const Rehearsal& rehearsal, const fs::path& directory, bool withPlan) {
+  const auto write = [&](const char* name, const std::string& text) {
+    platform::Data(text).write(platform::URL::fileURLWithPath((directory / name).native()),
+                               platform::DataWritingOptions::atomic);
+  };
+  write("report.html", htmlReport(rehearsal));
+  write("report.json", json(rehearsal));
+  if (withPlan)
+    write("plan.json", rehearsal.plan);
+}
+
+/// Writes the result to standard output and returns the exit status.
+int tell(const Rehearsal& rehearsal, bool asJSON) {
+  const std::string text = asJSON ? json(rehearsal) + "\n" : textReport(rehearsal);
+  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
+    throw platform::SystemError("The result could not be written", errno);
+  return exitStatus(rehearsal);
+}
+
+int merge(const CommandLine& line) {
+  std::vector<Rehearsal> records;
+  for (const fs::path& path : line.merge)
+    records.push_back(rehearsalFromJSON(std::string(
+        platform::Data::contentsOf(platform::URL::fileURLWithPath(resolved(path).native())).bytes())));
+  const fs::path directory = makeReportDirectory(*line.report);
+  const Rehearsal rehearsal = merged(records);
+  writeReport(rehearsal, directory, true);
+  return tell(rehearsal, line.json);
+}
+
+int rehearse(const CommandLine& line) {
+  // Links are resolved while "/tmp" is still the system's.
+  Request request{.image = resolved(line.image),
+                  .installed = resolved(line.installed),
+                  .plan = resolved(line.plan),
+                  .anchors = resolved(line.anchors),
+                  .system = line.system,
+                  .options = recordedOptions(line),
+                  .shard = line.shard,
+                  .progress = {},
+                  .prove = {}};
+  const fs::path scratchParent = resolved(line.scratch);
+  const auto report = line.report ? std::optional(makeReportDirectory(*line.report)) : std::nullopt;
+  return supervise(scratchParent, [&](const fs::path& scratch) {
+    const PrivatePlace place(scratch / "place");
+    const Progress progress;
+    request.progress = [&](const std::string& text) { progress.show(text); };
+    const Rehearsal rehearsal = rehearseRelease(request, place, scratch);
+    progress.show({});
+    if (report)
+      writeReport(rehearsal, place.reachable(*report), !line.plan);
+    return tell(rehearsal, line.json);
+  });
+}
+
+int run(const std::vector<std::string>& words) {
+  try {
+    const CommandLine line = parseCommandLine(words);
+    if (line.help) {
+      std::cout << kUsage;
+      return EXIT_SUCCESS;
+    }
+    return line.merge.empty() ? rehearse(line) : merge(line);
+  } catch (const UsageError& error) {
+    std::cerr << "quorin-rehearse: " << error.what() << "\n\n" << kUsage;
+  } catch (const std::exception& error) {
+    std::cerr << "quorin-rehearse: " << error.what() << '\n';
+  }
+  return kNotRehearsed;
+}
+
+}  // namespace
+}  // namespace rehearse
+
+int main(int count, char** words) {
+  platform::ProcessInfo::secureStandardStreams();
+  return rehearse::run({words + (count > 0 ? 1 : 0), words + count});
+}

@@ -1,0 +1,191 @@
+#include "rehearse/stories/rehearse_release.hpp"
+
+#include <chrono>
+#include <ctime>
+
+#include "platform/foundation/best_effort.hpp"
+#include "platform/foundation/error.hpp"
+#include "rehearse/findings/findings.hpp"
+#include "rehearse/stories/application_source.hpp"
+
+namespace fs = std::filesystem;
+
+namespace rehearse {
+namespace {
+
+using QuorinOstrevalUpdater::InstallPlan;
+
+constexpr std::uint64_t kMegabyte = 1'000'000;
+/// For the prefix, certificates, plans and what a file system needs itself.
+constexpr std::uint64_t kReserve = 100 * kMegabyte;
+/// A volume is rarely compressed to less than a quarter of its size.
+constexpr std::uint64_t kUsualCompression = 4;
+
+/// In the private place: the application, its image and every image made of it.
+std::uint64_t neededFor(std::uint64_t image, std::uint64_t application) {
+  constexpr std::uint64_t kImages = 3;         // the image, with a flipped byte, truncated
+  constexpr std::uint64_t kApplications = 10;  // four made images and one in the making, a copy, two versions
+                                               // at the target, a volume being attached
+  return kImages * image + kApplications * application + kReserve;
+}
+
+void requireSpace(const fs::path& scratch, std::uint64_t needed) {
+  const std::uint64_t available = fs::space(scratch).available;
+  if (available < needed)
+    throw platform::Error("The rehearsal needs about " + std::to_string(needed / kMegabyte) + " MB in " +
+                          platform::quoted(scratch.parent_path().native()) + ", which has " +
+                          std::to_string(available / kMegabyte) + " MB free; --scratch names another place.");
+}
+
+/// Runs a part of the reading; its failure names the item as it was given.
+template <typename Part>
+auto reading(const std::string& what, const fs::path& item, Part&& part) {
+  const std::string subject = what + " " + platform::quoted(item.native()) + " cannot be read";
+  try {
+    return part();
+  } catch (const platform::Error& failure) {
+    throw platform::Error(platform::sentence(subject, failure));
+  } catch (const fs::filesystem_error& failure) {
+    throw platform::Error(platform::sentence(subject, failure.code().message()));
+  }
+}
+
+InstallPlan readPlan(const fs::path& path) {
+  return platform::JSONDecoder().decode<InstallPlan>(
+      platform::Data::contentsOf(platform::URL::fileURLWithPath(path.native())));
+}
+
+std::string presentDate() {
+  const std::time_t now = std::time(nullptr);
+  std::tm time{};
+  char text[32] = {};
+  if (::gmtime_r(&now, &time) == nullptr ||
+      std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &time) == 0)
+    throw platform::Error("The date is not known.");
+  return text;
+}
+
+/// What was not tried, with the installed version if there are several.
+std::vector<std::string> notTriedIn(const std::vector<Pairing>& pairings) {
+  std::vector<std::string> sentences;
+  for (const Pairing& pairing : pairings)
+    for (const Step& step : pairing.steps)
+      if (step.verdict == StepVerdict::notTried) {
+        const std::string version =
+            pairings.size() > 1 ? ", over " + pairing.installed.version : std::string();
+        sentences.push_back(step.name + version + ": " + step.message);
+      }
+  return sentences;
+}
+
+class Rehearser {
+ public:
+  Rehearser(const Request& request, const PrivatePlace& place, const fs::path& scratch)
+      : request_(request),
+        place_(place),
+        scratch_(scratch),
+        plan_(request.plan ? std::optional(reading("The plan", *request.plan,
+                                                   [&] { return readPlan(place.reachable(*request.plan)); }))
+                           : std::nullopt),
+        prefix_(scratch / "prefix", reachable(request.anchors)) {}
+
+  Rehearsal run() {
+    const auto begin = std::chrono::steady_clock::now();
+    Rehearsal rehearsal;
+    rehearsal.date = presentDate();
+    const std::uint64_t imageSize =
+        reading("The image", request_.image, [&] { return fs::file_size(place_.reachable(request_.image)); });
+    requireSpace(scratch_, neededFor(imageSize, kUsualCompression * imageSize));
+    progress("reading the image");
+    const Release release = readRelease(imageSize);
+    rehearsal.subject = {.image = request_.image.native(),
+                         .imageDigest = release.digest,
+                         .updaterDigest = prefix_.digest(),
+                         .options = request_.options};
+    rehearsal.shards = {request_.shard};
+    if (release.application)
+      rehearsal.offered = release.application->name;
+    ChangedImages images(prefix_, release, scratch_ / "images");
+    const Offering offering{.prefix = prefix_,
+                            .release = release,
+                            .images = images,
+                            .system = request_.system,
+                            .plan = plan_,
+                            .progress = request_.progress};
+    for (const fs::path& installed : request_.installed)
+      rehearsal.pairings.push_back(rehearseOne(offering, installed, rehearsal.plan));
+    rehearsal.judgedNotRun = {"the start of the application on macOS " +
+                                  std::to_string(request_.system.major) + "." +
+                                  std::to_string(request_.system.minor),
+                              "the tools of macOS: the programs in libexec/quorin do their work here"};
+    rehearsal.notTried = notTriedIn(rehearsal.pairings);
+    rehearsal.duration = std::chrono::duration_cast<Milliseconds>(std::chrono::steady_clock::now() - begin);
+    return rehearsal;
+  }
+
+ private:
+  std::vector<fs::path> reachable(const std::vector<fs::path>& paths) const {
+    std::vector<fs::path> result;
+    for (const fs::path& path : paths)
+      result.push_back(place_.reachable(path));
+    return result;
+  }
+
+  void progress(const std::string& text) const {
+    if (request_.progress)
+      request_.progress(text);
+  }
+
+  /// Of several applications in the image, the plan's or the first installed one's is meant.
+  Release readRelease(std::uint64_t imageSize) {
+    std::string identifier;
+    if (plan_)
+      identifier = plan_->expectedBundleIdentifier;
+    else if (fs::is_directory(place_.reachable(request_.installed.front())))
+      platform::bestEffort(
+          [&] { identifier = nameOf(place_.reachable(request_.installed.front()), {}).identifier; });
+    Release release = reading("The image", request_.image, [&] {
+      return rehearse::readRelease(prefix_, place_.reachable(request_.image), request_.image.native(),
+                                   identifier, scratch_ / "release");
+    });
+    if (release.application)
+      requireSpace(scratch_, neededFor(imageSize, release.application->size));
+    return release;
+  }
+
+  Pairing rehearseOne(const Offering& offering, const fs::path& source, std::string& plan) {
+    const fs::path directory = scratch_ / "installed";
+    const platform::ScopeExit removal([&] { removeItem(directory); });
+    progress("reading " + source.filename().native());
+    const Application installed = reading("The installed application", source, [&] {
+      const auto bundle =
+          bringApplication(prefix_, place_.reachable(source), directory,
+                           offering.release.application ? offering.release.application->name.identifier : "");
+      if (!bundle)
+        throw platform::Error("The image contains no application.");
+      return readApplication(prefix_, *bundle, source.native());
+    });
+    if (plan.empty())
+      plan = platform::JSONEncoder()
+                 .encode(plan_ ? *plan_ : planFor(offering.release, installed.bundle.filename()))
+                 .bytes();
+    Pairing pairing = rehearsePairing(offering, installed, place_.home() / "user");
+    if (pairing.wouldInstall && request_.prove)
+      pairing.sweeps = request_.prove(prefix_, offering.release, installed, scratch_ / "proof");
+    return pairing;
+  }
+
+  const Request& request_;
+  const PrivatePlace& place_;
+  const fs::path& scratch_;
+  std::optional<InstallPlan> plan_;
+  PrivatePrefix prefix_;
+};
+
+}  // namespace
+
+Rehearsal rehearseRelease(const Request& request, const PrivatePlace& place, const fs::path& scratch) {
+  return Rehearser(request, place, scratch).run();
+}
+
+}  // namespace rehearse

@@ -1,0 +1,99 @@
+#include "rehearse/stories/release.hpp"
+
+#include "platform/foundation/error.hpp"
+#include "platform/foundation/text.hpp"
+#include "platform/security/requirement.hpp"
+#include "platform/security/static_code.hpp"
+#include "rehearse/findings/findings.hpp"
+#include "rehearse/stories/application_source.hpp"
+#include "support/code_signature.hpp"
+#include "updater/diskimage/file_digest.hpp"
+
+namespace fs = std::filesystem;
+
+namespace rehearse {
+namespace {
+
+using platform::URL;
+using QuorinOstrevalUpdater::InstallPlan;
+
+/// The team of a signature that satisfies what the updater requires. Throws `platform::Error`.
+std::string verifiedTeam(const fs::path& bundle, const std::string& identifier, const fs::path& anchors) {
+  platform::StaticCode code = platform::StaticCode::atLocation(URL::fileURLWithPath(bundle.native()));
+  const std::string team = code.signingInformation().teamIdentifier.value_or("");
+  const auto requirement = QuorinSupport::CodeSignature::developerIDRequirement(identifier, team);
+  if (!requirement)
+    throw platform::Error(team.empty() ? "The signature names no team."
+                                       : "The identifier or the team has characters that are not allowed.");
+  const platform::Requirement compiled = platform::Requirement::parse(*requirement);
+  code.checkValidity(&compiled, URL::fileURLWithPath(anchors.native()));
+  return team;
+}
+
+}  // namespace
+
+Application readApplication(const PrivatePrefix& prefix, const fs::path& bundle, const std::string& source) {
+  Application application{.bundle = bundle,
+                          .name = nameOf(bundle, source),
+                          .inventory = inventory(bundle),
+                          .team = {},
+                          .signatureFailure = {},
+                          .size = sizeOfTree(bundle)};
+  try {
+    application.team = verifiedTeam(bundle, application.name.identifier, prefix.anchors());
+  } catch (const platform::Error& failure) {
+    application.signatureFailure = failure.localizedDescription();
+  }
+  return application;
+}
+
+Release readRelease(const PrivatePrefix& prefix, const fs::path& image, const std::string& source,
+                    const std::string& identifier, const fs::path& directory) {
+  fs::create_directories(directory);
+  Release release{.image = directory / "offered.dmg", .source = source, .digest = {}, .application = {}};
+  fs::copy_file(image, release.image);
+  fs::permissions(release.image, fs::perms(0644));
+  release.digest = QuorinOstrevalUpdater::sha256(URL::fileURLWithPath(release.image.native()));
+  const auto bundle = bringApplication(prefix, release.image, directory / "application", identifier);
+  if (bundle)
+    release.application = readApplication(prefix, *bundle, source);
+  return release;
+}
+
+InstallPlan planFor(const Release& release, const std::string& bundleName) {
+  InstallPlan plan;
+  plan.dmgPath = "/Users/Shared/" + fs::path(release.source).filename().native();
+  plan.targetAppPath = "/Applications/" + bundleName;
+  plan.statusPath = "/Users/Shared/update-status.json";
+  plan.expectedSHA256 = release.digest;
+  if (release.application) {
+    plan.expectedBundleIdentifier = release.application->name.identifier;
+    plan.expectedTeamIdentifier = release.application->team;
+    plan.expectedVersion = release.application->name.version;
+    plan.expectedBuild = release.application->name.build;
+  }
+  return plan;
+}
+
+std::vector<std::string> differences(const InstallPlan& plan, const Release& release) {
+  std::vector<std::string> sentences;
+  const auto compare = [&](const std::string& what, const std::string& expected, const std::string& actual,
+                           const std::string& holder) {
+    if (!platform::canonicallyEquivalent(expected, actual))
+      sentences.push_back("The plan expects the " + what + " " + platform::quoted(expected) + ", " + holder +
+                          " has " + platform::quoted(actual) + ".");
+  };
+  compare("digest", platform::lowercased(plan.expectedSHA256), release.digest, "the image");
+  if (!release.application)
+    return sentences;
+  const Application& application = *release.application;
+  const std::string holder = "the application in the image";
+  compare("identifier", plan.expectedBundleIdentifier, application.name.identifier, holder);
+  compare("version", plan.expectedVersion, application.name.version, holder);
+  compare("build", plan.expectedBuild, application.name.build, holder);
+  if (!application.team.empty())
+    compare("team", plan.expectedTeamIdentifier, application.team, holder);
+  return sentences;
+}
+
+}  // namespace rehearse

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "rehearse/files/private_prefix.hpp"
+#include "rehearse/files/trees.hpp"
+#include "rehearse/record/rehearsal.hpp"
+#include "updater/records/install_plan.hpp"
+
+namespace rehearse {
+
+/// An application that was copied for the rehearsal.
+struct Application {
+  std::filesystem::path bundle;
+  ApplicationName name;
+  Inventory inventory;
+  std::string team;  ///< that has signed it with a Developer ID; empty without a valid signature of one
+  std::string signatureFailure;  ///< why there is no such team, a sentence
+  std::uint64_t size = 0;        ///< of its files, in bytes
+};
+
+/// Reads an application whose copy is `bundle`. Throws `platform::Error` when it has no identity.
+Application readApplication(const PrivatePrefix& prefix, const std::filesystem::path& bundle,
+                            const std::string& source);
+
+/// What is to be published.
+struct Release {
+  std::filesystem::path image;             ///< a copy
+  std::string source;                      ///< as it was given
+  std::string digest;                      ///< SHA-256 of the image, lower-case hexadecimal
+  std::optional<Application> application;  ///< nothing when the image contains none
+};
+
+/// Copies the image and the application in it into `directory`. `identifier` says which one is meant if there
+/// are several. Throws `platform::Error` when the image cannot be read.
+Release readRelease(const PrivatePrefix& prefix, const std::filesystem::path& image,
+                    const std::string& source, const std::string& identifier,
+                    const std::filesystem::path& directory);
+
+/// The plan that an application writes to install the release. Its paths are examples.
+QuorinOstrevalUpdater::InstallPlan planFor(const Release& release, const std::string& bundleName);
+
+/// In what the plan's expectations differ from the release, a sentence each, such as "The plan expects
+/// version 2.1, and the image contains 2.0."
+std::vector<std::string> differences(const QuorinOstrevalUpdater::InstallPlan& plan, const Release& release);
+
+}  // namespace rehearse
