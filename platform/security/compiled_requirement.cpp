@@ -1,7 +1,10 @@
+#include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <optional>
 
 #include "platform/formats/byte_reader.hpp"
+#include "platform/foundation/text.hpp"
 #include "platform/security/code_blobs.hpp"
 #include "platform/security/requirement.hpp"
 
@@ -103,7 +106,7 @@ class Reader {
       case operation::kTrustedAnchor:
         return {.kind = Kind::anchorGeneric, .text = "anchor trusted"};
       case operation::kIdentifier:
-        return withValue({.kind = Kind::identifier, .text = "identifier "}, data());
+        return withValue({.kind = Kind::identifier, .text = "identifier "}, text());
       case operation::kCodeDirectoryHash:
         return withHash({.kind = Kind::codeDirectoryHash, .text = "cdhash "});
       case operation::kCertificateHash:
@@ -144,7 +147,7 @@ class Reader {
   RequirementNode certificateSubject() {
     constexpr std::string_view kSubject = "subject.";
     RequirementNode result = certificate(Kind::certificateSubject, "[");
-    const std::string key(data());
+    const std::string key = text();
     if (!key.starts_with(kSubject) || !Certificate::isSubjectField(key.substr(kSubject.size())))
       refuseUnknown();
     result.key = key.substr(kSubject.size());
@@ -163,14 +166,14 @@ class Reader {
   }
 
   RequirementNode information() {
-    RequirementNode result{.kind = Kind::information, .key = std::string(data())};
+    RequirementNode result{.kind = Kind::information, .key = text()};
     result.text = "info[" + result.key + "]";
     return result;
   }
   RequirementNode informationValue() {
     RequirementNode result = information();
     result.text += " = ";
-    return withValue(std::move(result), data());
+    return withValue(std::move(result), text());
   }
   RequirementNode informationField() { return withMatch(information()); }
 
@@ -200,7 +203,15 @@ class Reader {
     if (match != kEqual)
       refuseUnknown();
     result.text += " = ";
-    return withValue(std::move(result), data());
+    return withValue(std::move(result), text());
+  }
+
+  /// Data that becomes part of a text.
+  std::string text() {
+    const std::optional<std::string> text = stringFromUTF8(data());
+    if (!text)
+      throw FormatError("it has a string that is not valid UTF-8");
+    return *text;
   }
 
   /// A length and that many bytes, padded to a multiple of four.

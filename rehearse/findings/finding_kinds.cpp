@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "platform/foundation/error.hpp"
+
 namespace rehearse {
 namespace {
 
@@ -15,11 +17,13 @@ std::size_t placeOf(std::string_view key) {
 
 }  // namespace
 
-Finding finding(std::string_view key, std::string sentence) {
+Finding finding(std::string_view key, const std::string& sentence) {
   const FindingKind& kind = kFindingKinds.at(placeOf(key));
+  // Values of the application are part of it, and must not break out of a line.
+  const std::string escaped = platform::quoted(sentence);
   return {.severity = kind.severity,
           .key = std::string(key),
-          .sentence = std::move(sentence),
+          .sentence = escaped.substr(1, escaped.size() - 2),
           .advice = std::string(kind.advice)};
 }
 

@@ -15,7 +15,7 @@ struct FindingKind {
   std::string_view advice;
 };
 
-/// Every key, the worst first. docs/rehearsal.md has a section for each.
+/// Every key, the worst first. docs/rehearsal.md explains each.
 inline constexpr std::array<FindingKind, 30> kFindingKinds{{
     {"not-signed", Severity::fault,
      "Sign the application with a Developer ID before it goes into the image."},
@@ -68,7 +68,7 @@ inline constexpr std::array<FindingKind, 30> kFindingKinds{{
 }};
 
 /// A finding of the kind with that key, which must be one of the table.
-Finding finding(std::string_view key, std::string sentence);
+Finding finding(std::string_view key, const std::string& sentence);
 
 /// Sorts by severity, the worst first, then in the table's order.
 void sortWorstFirst(std::vector<Finding>& findings);

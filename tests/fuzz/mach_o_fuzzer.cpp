@@ -1,4 +1,5 @@
 #include "platform/security/mach_o.hpp"
+#include "platform/security/mach_o_linkage.hpp"
 #include "tests/fuzz/fuzz_input.hpp"
 #include "tests/platform/security/memory_source.hpp"
 
@@ -8,6 +9,7 @@ void fuzz::read(const std::string& bytes) {
   if (!slices)
     return;
   for (const platform::MachOSlice& slice : *slices) {
+    platform::readMachOLinkage(file, slice.range);
     // Whatever is promised to lie in the file can be read from it.
     file.read(slice.range.offset, slice.range.length);
     if (slice.signature)

@@ -268,6 +268,14 @@ TEST(Findings, areTheWorstFirstWithKeysOfTheTable) {
     EXPECT_TRUE(item.sentence.ends_with('.') && item.advice.ends_with('.')) << item.key;
 }
 
+TEST(Findings, everyKeyIsExplained) {
+  constexpr std::array kNames{"note", "warning", "fault"};
+  const std::string page = test::readFile(QUORIN_REHEARSAL_PAGE);
+  for (const rehearse::FindingKind& kind : rehearse::kFindingKinds)
+    EXPECT_THAT(page, HasSubstr("| `" + std::string(kind.key) + "` | " +
+                                kNames.at(static_cast<std::size_t>(kind.severity)) + " | "));
+}
+
 TEST(Findings, whatCannotBeRead) {
   const test::TemporaryDirectory directory;
   const fs::path application = make(directory, {});
