@@ -7,7 +7,6 @@
 #include <map>
 #include <set>
 #include <string_view>
-#include <thread>
 #include <utility>
 
 namespace rehearse {
@@ -113,7 +112,7 @@ void requireConsistency(const CommandLine& line, const std::set<std::string>& gi
     throw UsageError("--image is missing.");
   if (line.installed.empty())
     throw UsageError("--installed is missing.");
-  for (const char* option : {"--every", "--shard"})
+  for (const char* option : {"--every", "--jobs", "--shard"})
     if (given.contains(option) && line.proof.empty())
       throw UsageError(std::string(option) + " needs --prove.");
 }
@@ -147,7 +146,6 @@ Exit status: 0 it would install and nothing stops users, 1 there is a fault, 2 i
 
 CommandLine parseCommandLine(const std::vector<std::string>& words) {
   CommandLine line;
-  line.jobs = std::clamp(std::thread::hardware_concurrency(), 1U, kMostJobs);
   const Options options = optionsOf(line);
   std::set<std::string> given;
   for (std::size_t index = 0; index < words.size(); ++index) {

@@ -31,7 +31,7 @@ struct CommandLine {
   std::vector<std::filesystem::path> anchors;
   std::vector<ProofPart> proof;  ///< in the order above, each once
   unsigned every = 1;            ///< of the points of a sweep, one of so many is tried
-  unsigned jobs = 1;
+  unsigned jobs = 0;             ///< how many points are tried at a time; 0 leaves it to the proof
   Shard shard;
   bool json = false;
   std::vector<std::filesystem::path> merge;

@@ -91,9 +91,13 @@ void writeReport(const Rehearsal& rehearsal, const fs::path& directory, bool wit
     write("plan.json", rehearsal.plan);
 }
 
+Colours coloursOfOutput() {
+  return ::isatty(STDOUT_FILENO) == 1 ? Colours::terminal : Colours::none;
+}
+
 /// Writes the result to standard output and returns the exit status.
 int tell(const Rehearsal& rehearsal, bool asJSON) {
-  const std::string text = asJSON ? json(rehearsal) + "\n" : textReport(rehearsal);
+  const std::string text = asJSON ? json(rehearsal) + "\n" : textReport(rehearsal, coloursOfOutput());
   if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
     throw platform::SystemError("The result could not be written", errno);
   return exitStatus(rehearsal);
@@ -146,7 +150,7 @@ int run(const std::vector<std::string>& words) {
   } catch (const UsageError& error) {
     std::cerr << "quorin-rehearse: " << error.what() << "\n\n" << kUsage;
   } catch (const std::exception& error) {
-    std::cerr << "quorin-rehearse: " << error.what() << '\n';
+    std::cerr << "quorin-rehearse: " << sentenceOf(error) << '\n';
   }
   return kNotRehearsed;
 }

@@ -30,6 +30,14 @@ TemporaryDirectory::~TemporaryDirectory() {
   }
 }
 
+std::string sentenceOf(const std::exception& failure) {
+  const auto* const operation = dynamic_cast<const fs::filesystem_error*>(&failure);
+  return operation == nullptr
+             ? failure.what()
+             : platform::sentence(platform::quoted(operation->path1().native()) + " could not be used",
+                                  operation->code().message());
+}
+
 std::string digestWhereLong(const std::string& content) {
   if (content.size() <= 100)
     return content;

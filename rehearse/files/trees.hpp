@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -23,6 +24,9 @@ class TemporaryDirectory {
  private:
   std::filesystem::path path_;
 };
+
+/// A failure's sentence for a person; of a failed operation on a file, its item and reason.
+std::string sentenceOf(const std::exception& failure);
 
 /// Writes a file, with the directories above it.
 void writeFile(const std::filesystem::path& path, std::string_view content);

@@ -93,7 +93,7 @@ void changeIdentifier(const fs::path& application) {
 
 }  // namespace
 
-ChangedImages::ChangedImages(const PrivatePrefix& prefix, const Release& release, fs::path directory)
+ChangedImages::ChangedImages(const PrivatePrefix& prefix, const OfferedRelease& release, fs::path directory)
     : prefix_(prefix), release_(release), directory_(std::move(directory)) {
   fs::create_directories(directory_);
 }

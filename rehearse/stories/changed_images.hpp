@@ -20,7 +20,7 @@ struct ChangedImage {
 class ChangedImages {
  public:
   /// `release` contains an application. Files are made below `directory`.
-  ChangedImages(const PrivatePrefix& prefix, const Release& release, std::filesystem::path directory);
+  ChangedImages(const PrivatePrefix& prefix, const OfferedRelease& release, std::filesystem::path directory);
 
   /// One bit is changed in the middle of the image.
   const ChangedImage& flipped();
@@ -44,7 +44,7 @@ class ChangedImages {
   void sign(const std::filesystem::path& application);
 
   const PrivatePrefix& prefix_;
-  const Release& release_;
+  const OfferedRelease& release_;
   std::filesystem::path directory_;
   std::map<std::string, ChangedImage> images_;
 };

@@ -60,7 +60,8 @@ std::string reasonOf(const Offering& offering, const Application& installed, con
   return run.sentence.empty() ? complaintAboutRefusal(run) : run.sentence;
 }
 
-std::string describeTarget(const UpdateRun& run, const Application& installed, const Release& release) {
+std::string describeTarget(const UpdateRun& run, const Application& installed,
+                           const OfferedRelease& release) {
   if (run.isOffered)
     return "version " + versionOf(release.application->name) + ", complete";
   if (run.isPrevious)
@@ -68,7 +69,7 @@ std::string describeTarget(const UpdateRun& run, const Application& installed, c
   return "no complete application";
 }
 
-Aftermath aftermathOf(const UpdateRun& run, const Application& installed, const Release& release) {
+Aftermath aftermathOf(const UpdateRun& run, const Application& installed, const OfferedRelease& release) {
   return {.exitStatus = run.exitStatus,
           .statusFile = run.statusFile,
           .atTarget = describeTarget(run, installed, release),

@@ -14,7 +14,7 @@ namespace rehearse {
 /// What is the same for every installed version.
 struct Offering {
   const PrivatePrefix& prefix;
-  const Release& release;
+  const OfferedRelease& release;
   ChangedImages& images;
   SystemVersion system;  ///< for which starts are judged
   /// The plan that was given, if one was.

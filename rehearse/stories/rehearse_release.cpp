@@ -97,7 +97,7 @@ class Rehearser {
         reading("The image", request_.image, [&] { return fs::file_size(place_.reachable(request_.image)); });
     requireSpace(scratch_, neededFor(imageSize, kUsualCompression * imageSize));
     progress("reading the image");
-    const Release release = readRelease(imageSize);
+    const OfferedRelease release = readRelease(imageSize);
     rehearsal.subject = {.image = request_.image.native(),
                          .imageDigest = release.digest,
                          .updaterDigest = prefix_.digest(),
@@ -137,14 +137,14 @@ class Rehearser {
   }
 
   /// Of several applications in the image, the plan's or the first installed one's is meant.
-  Release readRelease(std::uint64_t imageSize) {
+  OfferedRelease readRelease(std::uint64_t imageSize) {
     std::string identifier;
     if (plan_)
       identifier = plan_->expectedBundleIdentifier;
     else if (fs::is_directory(place_.reachable(request_.installed.front())))
       platform::bestEffort(
           [&] { identifier = nameOf(place_.reachable(request_.installed.front()), {}).identifier; });
-    Release release = reading("The image", request_.image, [&] {
+    OfferedRelease release = reading("The image", request_.image, [&] {
       return rehearse::readRelease(prefix_, place_.reachable(request_.image), request_.image.native(),
                                    identifier, scratch_ / "release");
     });

@@ -24,7 +24,7 @@ struct Request {
   std::function<void(const std::string&)> progress;
   /// Called after the stories of each installed version of an update that succeeds, with what the proof of it
   /// needs; what it returns becomes part of the record.
-  std::function<std::vector<Sweep>(const PrivatePrefix&, const Release&, const Application& installed,
+  std::function<std::vector<Sweep>(const PrivatePrefix&, const OfferedRelease&, const Application& installed,
                                    const std::filesystem::path& directory)>
       prove;
 };

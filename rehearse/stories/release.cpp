@@ -47,10 +47,11 @@ Application readApplication(const PrivatePrefix& prefix, const fs::path& bundle,
   return application;
 }
 
-Release readRelease(const PrivatePrefix& prefix, const fs::path& image, const std::string& source,
-                    const std::string& identifier, const fs::path& directory) {
+OfferedRelease readRelease(const PrivatePrefix& prefix, const fs::path& image, const std::string& source,
+                           const std::string& identifier, const fs::path& directory) {
   fs::create_directories(directory);
-  Release release{.image = directory / "offered.dmg", .source = source, .digest = {}, .application = {}};
+  OfferedRelease release{
+      .image = directory / "offered.dmg", .source = source, .digest = {}, .application = {}};
   fs::copy_file(image, release.image);
   fs::permissions(release.image, fs::perms(0644));
   release.digest = QuorinOstrevalUpdater::sha256(URL::fileURLWithPath(release.image.native()));
@@ -60,7 +61,7 @@ Release readRelease(const PrivatePrefix& prefix, const fs::path& image, const st
   return release;
 }
 
-InstallPlan planFor(const Release& release, const std::string& bundleName) {
+InstallPlan planFor(const OfferedRelease& release, const std::string& bundleName) {
   InstallPlan plan;
   plan.dmgPath = "/Users/Shared/" + fs::path(release.source).filename().native();
   plan.targetAppPath = "/Applications/" + bundleName;
@@ -75,7 +76,7 @@ InstallPlan planFor(const Release& release, const std::string& bundleName) {
   return plan;
 }
 
-std::vector<std::string> differences(const InstallPlan& plan, const Release& release) {
+std::vector<std::string> differences(const InstallPlan& plan, const OfferedRelease& release) {
   std::vector<std::string> sentences;
   const auto compare = [&](const std::string& what, const std::string& expected, const std::string& actual,
                            const std::string& holder) {

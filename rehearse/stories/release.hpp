@@ -27,7 +27,7 @@ Application readApplication(const PrivatePrefix& prefix, const std::filesystem::
                             const std::string& source);
 
 /// What is to be published.
-struct Release {
+struct OfferedRelease {
   std::filesystem::path image;             ///< a copy
   std::string source;                      ///< as it was given
   std::string digest;                      ///< SHA-256 of the image, lower-case hexadecimal
@@ -36,15 +36,16 @@ struct Release {
 
 /// Copies the image and the application in it into `directory`. `identifier` says which one is meant if there
 /// are several. Throws `platform::Error` when the image cannot be read.
-Release readRelease(const PrivatePrefix& prefix, const std::filesystem::path& image,
-                    const std::string& source, const std::string& identifier,
-                    const std::filesystem::path& directory);
+OfferedRelease readRelease(const PrivatePrefix& prefix, const std::filesystem::path& image,
+                           const std::string& source, const std::string& identifier,
+                           const std::filesystem::path& directory);
 
 /// The plan that an application writes to install the release. Its paths are examples.
-QuorinOstrevalUpdater::InstallPlan planFor(const Release& release, const std::string& bundleName);
+QuorinOstrevalUpdater::InstallPlan planFor(const OfferedRelease& release, const std::string& bundleName);
 
 /// In what the plan's expectations differ from the release, a sentence each, such as "The plan expects
 /// version 2.1, and the image contains 2.0."
-std::vector<std::string> differences(const QuorinOstrevalUpdater::InstallPlan& plan, const Release& release);
+std::vector<std::string> differences(const QuorinOstrevalUpdater::InstallPlan& plan,
+                                     const OfferedRelease& release);
 
 }  // namespace rehearse

@@ -11,7 +11,7 @@ namespace rehearse {
 /// What the stories of one installed version are played with.
 struct Scene {
   UserHome& home;
-  const Release& release;
+  const OfferedRelease& release;
   /// What the updater is told to expect.
   QuorinOstrevalUpdater::InstallPlan expectations;
   StartInstructions instructions;

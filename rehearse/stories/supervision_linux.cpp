@@ -72,7 +72,7 @@ fs::path makeScratch(const fs::path& parent) {
   try {
     status = work(scratch);
   } catch (const std::exception& failure) {
-    static_cast<void>(std::fprintf(stderr, "quorin-rehearse: %s\n", failure.what()));
+    static_cast<void>(std::fprintf(stderr, "quorin-rehearse: %s\n", sentenceOf(failure).c_str()));
   }
   static_cast<void>(std::fflush(nullptr));
   ::_exit(status);

@@ -28,7 +28,7 @@ void empty(const fs::path& directory) {
 }
 
 /// The line without the program's name.
-std::string sentenceOf(const std::string& standardError) {
+std::string failureIn(const std::string& standardError) {
   std::string line = standardError.substr(0, standardError.find_last_not_of('\n') + 1);
   return line.starts_with(kLineBegin) ? line.substr(kLineBegin.size()) : line;
 }
@@ -106,7 +106,7 @@ UpdateRun UserHome::conclude(int exitStatus, const std::string& standardError,
                              const Inventory* offered) const {
   UpdateRun result;
   result.exitStatus = exitStatus;
-  result.sentence = told(sentenceOf(standardError));
+  result.sentence = told(failureIn(standardError));
   if (fs::exists(status_)) {
     const std::string text = readFile(status_);
     result.statusFile = told(text);

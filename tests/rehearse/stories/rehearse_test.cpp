@@ -1,0 +1,249 @@
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <thread>
+
+#include "rehearse/record/rehearsal_json.hpp"
+#include "tests/helpers/files.hpp"
+#include "tests/helpers/private_mounts.hpp"
+#include "tests/helpers/program.hpp"
+#include "tests/helpers/sample_application.hpp"
+#include "tests/helpers/syscall_fault.hpp"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using rehearse::Rehearsal;
+using rehearse::Step;
+using rehearse::StepVerdict;
+using test::Outcome;
+using testing::HasSubstr;
+
+/// An installation with the command, signed applications, and images of them.
+class RehearseTest : public testing::Test {
+ protected:
+  RehearseTest() {
+    test::installUpdater(prefix, {chain.root()});
+    for (const char* program : {"bin/quorin-rehearse", "libexec/quorin/judge_start"})
+      fs::copy_file(test::buildPrefix() / program, prefix / program);
+    fs::create_directory(scratch);
+    fs::permissions(scratch, fs::perms::all);
+    installed = makeSigned("1.0");
+    image = makeImage(makeSigned("2.0").parent_path(), "2.0.dmg");
+  }
+
+  fs::path makeSigned(const std::string& version) {
+    fs::path application =
+        test::makePlainApplication(directory / version, {.name = "Quorin Ostreval",
+                                                         .identifier = "com.example.quorin-ostreval",
+                                                         .shortVersion = version,
+                                                         .version = version,
+                                                         .executable = test::SampleExecutable::machO});
+    chain.sign(application);
+    return application;
+  }
+
+  fs::path makeImage(const fs::path& folder, const std::string& name) {
+    const Outcome made = test::runProgram(test::buildPrefix() / "bin/make_disk_image",
+                                          {folder.native(), "Quorin Ostreval", (directory / name).native()});
+    EXPECT_EQ(made.exitStatus, 0) << made.error;
+    return directory / name;
+  }
+
+  std::vector<std::string> arguments(const fs::path& offered, const fs::path& old) const {
+    return {"--image",   offered.native(), "--installed", old.native(),
+            "--scratch", scratch.native(), "--json"};
+  }
+
+  Outcome run(const std::vector<std::string>& words, const std::function<void()>& prepare = {}) const {
+    Outcome outcome = test::runProgram(prefix / "bin/quorin-rehearse", words, prepare);
+    EXPECT_TRUE(fs::is_empty(scratch));
+    return outcome;
+  }
+
+  static const Step& stepOf(const Rehearsal& rehearsal, const std::string& name) {
+    const auto& steps = rehearsal.pairings.at(0).steps;
+    const auto found = std::ranges::find(steps, name, &Step::name);
+    if (found == steps.end())
+      throw std::runtime_error("there is no step " + name);
+    return *found;
+  }
+
+  test::TemporaryDirectory directory{"/var/tmp"};
+  test::SampleChain chain{directory / "chain"};
+  fs::path prefix = directory / "prefix";
+  fs::path scratch = directory / "scratch";
+  fs::path installed;
+  fs::path image;
+};
+
+/// Every step of a good release goes as it must; those that need tracing may be missing.
+void expectGood(const Outcome& outcome) {
+  ASSERT_EQ(outcome.exitStatus, 0) << outcome.output << outcome.error;
+  const Rehearsal rehearsal = rehearse::rehearsalFromJSON(outcome.output);
+  EXPECT_EQ(rehearsal.pairings.at(0).verdict, "WOULD INSTALL: 2.0 (2.0) over 1.0 (1.0)");
+  EXPECT_EQ(rehearsal.pairings.at(0).aftermath.atTarget, "version 2.0 (2.0), complete");
+  EXPECT_EQ(rehearsal.pairings.at(0).aftermath.leftOver, std::vector<std::string>());
+  for (const Step& step : rehearsal.pairings.at(0).steps)
+    EXPECT_TRUE(step.verdict == StepVerdict::passed || step.message.find("trace") != std::string::npos)
+        << step.name << ": " << step.message;
+}
+
+TEST_F(RehearseTest, AGoodReleaseWouldInstallAndWhatMustBeRefusedIs) {
+  const test::Inventory before = test::inventory(installed);
+  const std::string imageBefore = test::readFile(image);
+  std::vector<std::string> words = arguments(image, installed);
+  words.insert(words.end(), {"--report", (directory / "report").native()});
+  const Outcome outcome = run(words);
+  expectGood(outcome);
+  const Rehearsal rehearsal = rehearse::rehearsalFromJSON(outcome.output);
+  for (const auto& [name, place] :
+       {std::pair("start refused", "start"),
+        std::pair("refuse a flipped byte, old digest", "digest of the image"),
+        std::pair("refuse a flipped byte, new digest", "attaching"),
+        std::pair("refuse another team in the plan", "installed application"),
+        std::pair("refuse an application signed anew", "application in the image"),
+        std::pair("refuse a damaged file in the application", "application in the image"),
+        std::pair("refuse a full disk", "copy"), std::pair("refuse a full temporary directory", "attaching"),
+        std::pair("refuse a place that cannot be written", "copy")})
+    EXPECT_EQ(stepOf(rehearsal, name).refusedBy, place) << name;
+  EXPECT_EQ(test::readFile(directory / "report/report.json"),
+            test::readFile(directory / "report/report.json"));
+  EXPECT_EQ(test::readFile(directory / "report/plan.json"), rehearsal.plan);
+  EXPECT_TRUE(fs::exists(directory / "report/report.html"));
+  EXPECT_EQ(test::difference(before, test::inventory(installed)), "");
+  EXPECT_TRUE(test::readFile(image) == imageBefore);
+}
+
+TEST_F(RehearseTest, AnOrdinaryUserCanRehearse) {
+  if (::geteuid() != 0)
+    GTEST_SKIP() << "the other tests show it";
+  const std::vector<std::string> asUser{"--reuid", "65534", "--regid", "65534", "--clear-groups"};
+  std::vector<std::string> words = asUser;
+  words.insert(words.end(), {"unshare", "--user", "--mount", "true"});
+  if (test::runProgram("/usr/bin/setpriv", words).exitStatus != 0)
+    GTEST_SKIP() << "the system does not allow user namespaces";
+  words = asUser;
+  words.push_back((prefix / "bin/quorin-rehearse").native());
+  for (const std::string& word : arguments(image, installed))
+    words.push_back(word);
+  expectGood(test::runProgram("/usr/bin/setpriv", words));
+  EXPECT_TRUE(fs::is_empty(scratch));
+}
+
+/// The updater is replaced by one that does not look at the version.
+TEST_F(RehearseTest, WhatIsAcceptedAndMustNotBeIsAFault) {
+  const fs::path updater = prefix / "bin/QuorinOstrevalUpdater";
+  fs::rename(updater, directory / "updater");
+  test::writeFile(updater,
+                  "#!/bin/sh\nreal=\"${0%/*}/real\"\n[ -f \"$real\" ] || cp '" +
+                      (directory / "updater").native() +
+                      "' \"$real\"\nsed -i 's/\"2\\.0\\.1\"/\"2.0\"/' \"$2\"\nexec \"$real\" \"$@\"\n");
+  fs::permissions(updater, fs::perms(0755));
+  const Outcome outcome = run(arguments(image, installed));
+  EXPECT_EQ(outcome.exitStatus, 1) << outcome.error;
+  const Rehearsal rehearsal = rehearse::rehearsalFromJSON(outcome.output);
+  EXPECT_TRUE(rehearsal.pairings.at(0).wouldInstall);
+  const Step& step = stepOf(rehearsal, "refuse another version than the plan's");
+  EXPECT_EQ(step.verdict, StepVerdict::failed);
+  EXPECT_EQ(step.message, "The update was accepted.");
+}
+
+TEST_F(RehearseTest, FaultsOfAReleaseAreVerdicts) {
+  test::writeFile(directory / "empty/read me.txt", "nothing else");
+  const fs::path withoutApplication = makeImage(directory / "empty", "empty.dmg");
+  const fs::path newer = makeSigned("3.0");
+  const fs::path damaged = makeSigned("0.9");
+  test::writeFile(damaged / "Contents/Resources/text.txt", "changed");
+  test::writeFile(
+      directory / "other plan.json",
+      R"({"dmgPath":"/x","targetAppPath":"/x.app","expectedBundleIdentifier":)"
+      R"("com.example.quorin-ostreval","expectedTeamIdentifier":"QS7TEAM123","expectedVersion":"2.1",)"
+      R"("expectedBuild":"2.0","expectedSHA256":"00","statusPath":"/y"})");
+  std::vector<std::string> withPlan = arguments(image, installed);
+  withPlan.insert(withPlan.end(), {"--plan", (directory / "other plan.json").native()});
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+      {arguments(withoutApplication, installed), "WOULD BE REFUSED: The image contains no application."},
+      {arguments(image, newer), "WOULD INSTALL: 2.0 (2.0) over 3.0 (3.0)"},
+      {arguments(image, damaged),
+       "WOULD BE REFUSED: The installed application has no valid Developer ID signature: "},
+      {withPlan, "WOULD BE REFUSED: The plan expects the digest \"00\", the image has "},
+  };
+  for (const auto& [words, verdict] : cases) {
+    const Outcome outcome = run(words);
+    EXPECT_EQ(outcome.exitStatus, 1) << outcome.output << outcome.error;
+    EXPECT_THAT(outcome.output,
+                HasSubstr(rehearse::rehearsalFromJSON(outcome.output).pairings.at(0).verdict));
+    EXPECT_THAT(rehearse::rehearsalFromJSON(outcome.output).pairings.at(0).verdict,
+                testing::StartsWith(verdict));
+  }
+}
+
+TEST_F(RehearseTest, WhatCannotBeRehearsedIsASentence) {
+  test::writeFile(directory / "no image.dmg", "text");
+  test::writeFile(directory / "full/file", "");
+  std::vector<std::string> intoFull = arguments(image, installed);
+  intoFull.insert(intoFull.end(), {"--report", (directory / "full").native()});
+  std::vector<std::string> inTemporary = arguments(image, installed);
+  inTemporary.at(5) = "/tmp";
+  const auto littleSpace = [this] {
+    if (!test::enterPrivateMounts() ||
+        ::mount("tmpfs", scratch.c_str(), "tmpfs", 0, "size=1m,mode=0777") != 0)
+      ::_exit(99);
+  };
+  const auto noNamespaces = [] {
+    if (!test::inject({.number = SYS_unshare, .errorNumber = EPERM}))
+      ::_exit(99);
+  };
+  struct Case {
+    std::vector<std::string> words;
+    std::string sentence;
+    std::function<void()> prepare = {};
+  };
+  const std::vector<Case> cases{
+      {{}, "--image is missing."},
+      {{"--image", "x", "--image", "y"}, "--image is given twice."},
+      {{"--image"}, "--image needs a value."},
+      {{"--fast"}, "There is no option \"--fast\"."},
+      {{"--prove", "kills,all"}, "not \"all\"."},
+      {{"--shard", "3/2"}, "--shard needs a number from 1 to 2, not \"3\"."},
+      {{"--merge", "x", "--image", "y", "--report", "z"}, "--image does not go with --merge."},
+      {arguments(directory / "missing.dmg", installed), "missing.dmg\" cannot be read: No such file"},
+      {arguments(directory / "no image.dmg", installed), "no image.dmg\" cannot be read: "},
+      {arguments(image, directory / "full"), "full\" cannot be read: "},
+      {intoFull, "full\" is not empty."},
+      {inTemporary, "is below /tmp, which the updater's tools use"},
+      {arguments(image, installed), " MB free; --scratch names another place.", littleSpace},
+      {arguments(image, installed), "for private mounts", noNamespaces},
+  };
+  for (const Case& each : cases) {
+    const Outcome outcome = run(each.words, each.prepare);
+    EXPECT_EQ(outcome.exitStatus, 2) << each.sentence;
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_THAT(outcome.error.substr(0, outcome.error.find('\n')), HasSubstr(each.sentence));
+  }
+}
+
+TEST_F(RehearseTest, ASignalEndsEverythingAndLeavesNothing) {
+  const pid_t command =
+      test::startProgram(prefix / "bin/quorin-rehearse", arguments(image, installed), directory.path(), {});
+  const auto isUnderWay = [this] {
+    return std::ranges::any_of(fs::directory_iterator(scratch), [](const fs::directory_entry& entry) {
+      return fs::exists(entry.path() / "place/home/user/Library/status.json");
+    });
+  };
+  for (int look = 0; look < 2000 && !isUnderWay(); ++look)
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  ::kill(command, SIGTERM);
+  const int status = test::waitFor(command);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+  EXPECT_TRUE(fs::is_empty(scratch));
+}
+
+}  // namespace
