@@ -28,6 +28,8 @@ class HTMLReport {
   void writeConcerns();
   void writeConcern(const Concern& concern);
   void writePairing(const Pairing& pairing, std::size_t index);
+  /// The titles of the faults that concern an installed version.
+  std::vector<std::string> faultsOf(const Pairing& pairing) const;
   void writeSteps(const Pairing& pairing);
   void writeAftermath(const Aftermath& aftermath);
   void writeSweeps(const Pairing& pairing, std::size_t index);
@@ -165,7 +167,9 @@ void HTMLReport::writeSteps(const Pairing& pairing) {
           html_.element("th", {{"scope", "row"}}, [&] {
             html_.text(step.name);
             if (!step.refusedBy.empty())
-              html_.element("span", {{"class", "by"}}, " by the " + step.refusedBy);
+              html_.element(
+                  "span", {{"class", "by"}},
+                  (step.verdict == StepVerdict::passed ? " by the " : " refused by the ") + step.refusedBy);
             if (!step.message.empty())
               html_.element("span", {{"class", "message"}}, step.message);
           });
@@ -216,6 +220,15 @@ void HTMLReport::writeSweeps(const Pairing& pairing, std::size_t index) {
     writeSweep(html_, pairing.sweeps[sweep], anchorOf(index) + "-sweep-" + std::to_string(sweep + 1));
 }
 
+std::vector<std::string> HTMLReport::faultsOf(const Pairing& pairing) const {
+  std::vector<std::string> titles;
+  for (const Concern& concern : concerns_)
+    if (concern.severity == Severity::fault &&
+        std::ranges::find(concern.versions, versionOf(pairing.installed)) != concern.versions.end())
+      titles.push_back(concern.title);
+  return titles;
+}
+
 void HTMLReport::writePairing(const Pairing& pairing, std::size_t index) {
   html_.element("section", {{"class", "pairing"}, {"id", anchorOf(index)}}, [&] {
     html_.element("h2", {}, "Over " + versionOf(pairing.installed));
@@ -223,7 +236,9 @@ void HTMLReport::writePairing(const Pairing& pairing, std::size_t index) {
       html_.element("code", {}, pairing.installed.source);
       html_.text(", " + pairing.installed.identifier);
     });
-    html_.element("p", {{"class", isFault(pairing) ? "judgement bad" : "judgement"}}, pairing.verdict);
+    html_.element("p", {{"class", pairing.wouldInstall ? "judgement" : "judgement bad"}}, pairing.verdict);
+    if (const std::vector<std::string> faults = faultsOf(pairing); pairing.wouldInstall && !faults.empty())
+      html_.element("p", {{"class", "judgement bad"}}, "But: " + listed(faults) + ".");
     if (!pairing.phases.empty() || !pairing.diskUse.empty())
       html_.element("h3", {}, "The update");
     writeRoad(html_, pairing);

@@ -85,7 +85,8 @@ std::vector<Ranked> concernsOf(const Pairing& pairing) {
 
 std::string numberOf(Severity severity, const std::vector<Concern>& concerns) {
   const auto number = std::ranges::count(concerns, severity, &Concern::severity);
-  return counted(static_cast<std::uint64_t>(number), wordFor(severity));
+  return number == 0 ? "no " + wordFor(severity)
+                     : counted(static_cast<std::uint64_t>(number), wordFor(severity));
 }
 
 }  // namespace
@@ -137,7 +138,7 @@ std::string judgementOf(const Rehearsal& rehearsal, const std::vector<Concern>& 
       numberOf(Severity::fault, concerns) + ", " + numberOf(Severity::warning, concerns) + ".";
   if (exitStatus(rehearsal) != 0)
     return "Not ready to publish: " + numbers;
-  return "Nothing found that speaks against publishing: " + numbers;
+  return "Nothing speaks against publishing: " + numbers;
 }
 
 Counts countsOf(const Sweep& sweep) {
@@ -166,6 +167,7 @@ std::string summaryOf(const Sweep& sweep) {
 std::string judgementOf(const Sweep& sweep) {
   const Counts counts = countsOf(sweep);
   const std::uint64_t lost = counts.of(PointOutcome::lost);
+  const std::uint64_t broken = counts.violations - lost;
   if (sweep.isControl) {
     const std::string control = "The control " + platform::quoted(sweep.name);
     if (lost > 0)
@@ -175,8 +177,9 @@ std::string judgementOf(const Sweep& sweep) {
            (isFault(sweep) ? "." : "; not all of its points were tried.");
   }
   if (counts.violations > 0)
-    return "At " + counted(counts.violations, "point") + " a promise is broken" +
-           (lost > 0 ? ", and at " + counted(lost, "point") + " the application is lost." : ".");
+    return lost > 0 ? "The application is lost at " + counted(lost, "point") +
+                          (broken > 0 ? ", and a promise is broken at " + textOf(broken) + " more." : ".")
+                    : "A promise is broken at " + counted(broken, "point") + ".";
   if (counts.of(PointOutcome::notTried) == sweep.points.size())
     return "No point was tried.";
   return "Every promise was kept.";

@@ -33,7 +33,7 @@ std::string judgementOf(const Rehearsal& rehearsal, const std::vector<Concern>& 
 /// How often each outcome is in a sweep, and how many points broke a promise.
 struct Counts {
   std::array<std::uint64_t, 6> outcomes{};  ///< by `PointOutcome`
-  std::uint64_t violations = 0;             ///< points at fault, the lost ones among them
+  std::uint64_t violations = 0;             ///< points at fault, all lost ones among them
 
   std::uint64_t of(PointOutcome outcome) const { return outcomes.at(static_cast<std::size_t>(outcome)); }
 };

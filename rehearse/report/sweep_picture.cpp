@@ -11,7 +11,8 @@ namespace {
 
 // A mark's place, in units of the picture.
 constexpr std::size_t kPitch = 5;
-constexpr std::size_t kRowHeight = 22;
+constexpr std::size_t kMarkHeight = 10;
+constexpr std::size_t kRowHeight = 14;
 constexpr std::size_t kMarksInARow = 128;
 constexpr std::size_t kMargin = 8;
 
@@ -25,17 +26,17 @@ struct Stroke {
 Stroke strokeOf(PointOutcome outcome) {
   switch (outcome) {
     case PointOutcome::previous:
-      return {"previous", 11};
+      return {"previous", 8};
     case PointOutcome::offered:
-      return {"offered", 7};
+      return {"offered", 5};
     case PointOutcome::beside:
-      return {"beside", 3};
+      return {"beside", 2};
     case PointOutcome::lost:
-      return {"lost", 7};
+      return {"lost", 5};
     case PointOutcome::notReached:
-      return {"not-reached", 13};
+      return {"not-reached", 9};
     case PointOutcome::notTried:
-      return {"not-tried", 7};
+      return {"not-tried", 5};
   }
   return {"", 0};
 }
@@ -91,7 +92,7 @@ std::string anchorOf(const std::string& sweep, std::size_t point) {
 
 /// Larger than its neighbours, so that it is seen among thousands.
 void writeFault(HTMLWriter& html, const Point& point, std::size_t index) {
-  const std::string centre = std::to_string(x(index) + 2) + " " + std::to_string(y(index) + 7);
+  const std::string centre = std::to_string(x(index) + 2) + " " + std::to_string(y(index) + kMarkHeight / 2);
   const bool isLost = point.outcome == PointOutcome::lost;
   html.element("g", {{"class", isLost ? "fault loss" : "fault"}}, [&] {
     html.element("title", {},
@@ -105,13 +106,13 @@ void writeFault(HTMLWriter& html, const Point& point, std::size_t index) {
 void writeStrip(HTMLWriter& html, const Sweep& sweep, const std::vector<Run>& runs) {
   const std::size_t columns = std::min(sweep.points.size(), kMarksInARow);
   const std::size_t width = 2 * kMargin + columns * kPitch;
-  const std::size_t height = 2 * kMargin + y(sweep.points.size() - 1) - y(0) + 14;
+  const std::size_t height = 2 * kMargin + y(sweep.points.size() - 1) - y(0) + kMarkHeight;
   // Short strips are not stretched.
   html.element("svg",
                {{"class", sweep.isControl ? "strip control" : "strip"},
                 {"role", "img"},
                 {"viewBox", "0 0 " + std::to_string(width) + " " + std::to_string(height)},
-                {"style", "max-width:" + std::to_string(width * 3 / 2) + "px"},
+                {"style", "max-width:" + std::to_string(width * 5 / 4) + "px"},
                 {"aria-label", "Strip of the sweep " + sweep.name + ": " + summaryOf(sweep)}},
                [&] {
                  for (const Run& run : runs) {
@@ -148,7 +149,7 @@ void writeFaults(HTMLWriter& html, const Sweep& sweep, const std::string& anchor
 void writeKey(HTMLWriter& html, const Point& point, const std::string& word, const char* meaning) {
   const Stroke stroke = strokeOf(point.outcome);
   html.element("li", {}, [&] {
-    html.element("svg", {{"class", "strip"}, {"viewBox", "1 6 18 18"}, {"aria-hidden", "true"}}, [&] {
+    html.element("svg", {{"class", "strip"}, {"viewBox", "1 4 18 18"}, {"aria-hidden", "true"}}, [&] {
       if (isFault(point))
         writeFault(html, point, 0);
       else

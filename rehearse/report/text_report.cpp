@@ -108,7 +108,8 @@ void TextReport::append(const Step& step) {
                      paddedLeft(step.verdict == StepVerdict::notTried ? "" : textOf(step.duration), 8) +
                      "  " + platform::printable(step.name);
   if (!step.refusedBy.empty())
-    text += ", by the " + platform::printable(step.refusedBy);
+    text += (step.verdict == StepVerdict::passed ? ", by the " : ", refused by the ") +
+            platform::printable(step.refusedBy);
   if (!step.message.empty())
     text += ": " + platform::printable(step.message);
   line(text);

