@@ -22,7 +22,7 @@ int write(const FileDescriptor& file) {
 int flush(const FileDescriptor& file) {
   if (uninterrupted([&] { return ::fcntl(file.get(), F_FULLFSYNC); }) != -1)
     return 0;
-  const bool isUnsupported = errno == ENOTSUP || errno == ENOTTY || errno == EINVAL;
+  const bool isUnsupported = errno == ENOTSUP || errno == EOPNOTSUPP || errno == ENOTTY || errno == EINVAL;
   return isUnsupported ? write(file) : errno;
 }
 

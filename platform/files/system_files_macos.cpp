@@ -12,10 +12,11 @@ namespace platform {
 
 int renameOnce(const Entry& from, const Entry& to, RenameMode mode) noexcept {
   static constexpr std::array<unsigned, 3> kFlags{0, RENAME_EXCL, RENAME_SWAP};
-  return ::renameatx_np(from.directory.get(), from.name.c_str(), to.directory.get(), to.name.c_str(),
-                        kFlags.at(static_cast<std::size_t>(mode))) == 0
-             ? 0
-             : errno;
+  if (::renameatx_np(from.directory.get(), from.name.c_str(), to.directory.get(), to.name.c_str(),
+                     kFlags.at(static_cast<std::size_t>(mode))) == 0)
+    return 0;
+  // Two numbers on this system; file systems return either.
+  return errno == EOPNOTSUPP ? ENOTSUP : errno;
 }
 
 FileDescriptor openItself(const Entry& entry) {

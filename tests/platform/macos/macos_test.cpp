@@ -244,7 +244,7 @@ TEST_F(Files, AReplacementIsOneExchangeBetweenFlushes) {
 }
 
 TEST_F(Files, AVolumeThatCannotExchangeGetsRenames) {
-  for (const int number : {ENOTSUP, EINVAL}) {
+  for (const int number : {ENOTSUP, EOPNOTSUPP, EINVAL}) {
     recorder.errorNumbers = {{"SWAP", number}, {"EXCL", number}, {"F_FULLFSYNC", number}};
     EXPECT_EQ(replace(), "");
     std::filesystem::rename(directory_ / "old", directory_ / "new");

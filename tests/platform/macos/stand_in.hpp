@@ -258,6 +258,12 @@ inline char*** _NSGetArgv() {
   return &first;
 }
 
+// Two numbers there, one here.
+#undef ENOTSUP
+#undef EOPNOTSUPP
+#define ENOTSUP 95
+#define EOPNOTSUPP 102
+
 // Calls of the kernel: recorded, then made by what Linux has in their place.
 inline constexpr int F_FULLFSYNC = 51;
 inline constexpr int O_EVTONLY = O_PATH;
