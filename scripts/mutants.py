@@ -1,11 +1,14 @@
 """Measures the tests by faults put into the product: scripts/mutants [--list] [--named] [SELECTION]...
 
-Each mutant in scripts/mutants.txt changes a few lines in a copy of the checkout, in build/mutants. What it touches is
-built; then the tests that are named for it run and, if none of them fails, all tests. A mutant that no test sees
-has survived. A SELECTION is a mutant's name, its number or a range such as 3-7; --named runs only the named tests
-and --list prints the mutants. The exit status is 0 when every mutant was seen, apart from those that the list explains.
+Each mutant in scripts/mutants.txt changes a few lines in a copy of the checkout, in build/mutants. The programs of the
+tests that are named for it are built and run; if none of them fails, all tests are. A mutant that no test sees has
+survived. A SELECTION is a mutant's name, its number or a range such as 3-7; --named runs only the named tests and --list
+prints the mutants. The last lines are a table for a document. The exit status is 0 when every mutant was seen, apart
+from those that the list explains.
 """
 import collections
+import json
+import os
 import pathlib
 import re
 import shutil
@@ -18,8 +21,14 @@ TREE = COPY / "tree"
 # The files that a mutant was built of and that no build without mutants has followed; a run may be interrupted.
 PENDING = COPY / "changed"
 LONGEST_TEST = "120"
+# One point in so many of each sweep is tried, as in the proof's short form.
+PROOF_STRIDE = "131"
+PROOF_SKIPPED = 77
+# With ccache, a mutant that was built before and a file that is as it was before cost next to nothing.
+ENVIRONMENT = dict(os.environ, **({"CMAKE_CXX_COMPILER_LAUNCHER": "ccache", "CCACHE_NOHASHDIR": "1",
+                                   "CCACHE_BASEDIR": str(COPY)} if shutil.which("ccache") else {}))
 
-Mutant = collections.namedtuple("Mutant", "number name promise tests survives changes")
+Mutant = collections.namedtuple("Mutant", "number name promise tests sweeps survives changes")
 
 
 def parse(text):
@@ -38,8 +47,8 @@ def parse(text):
                 key, value = line.split(": ", 1)
                 fields[key] = value
                 last = ""
-        mutants.append(Mutant(len(mutants) + 1, name, fields["promise"], fields["tests"], fields.get("survives"),
-                              [[file, "\n".join(old), "\n".join(new)] for file, old, new in changes]))
+        mutants.append(Mutant(len(mutants) + 1, name, fields["promise"], fields["tests"], fields.get("sweeps"),
+                              fields.get("survives"), [[file, "\n".join(old), "\n".join(new)] for file, old, new in changes]))
     return mutants
 
 
@@ -70,9 +79,19 @@ def restore(files):
             shutil.copyfile(ROOT / file, TREE / file)
 
 
-def build():
-    steps = ["cmake --preset dev -DQUORIN_TESTS=ON", "cmake --build --preset dev"]
-    return subprocess.run(" && ".join(steps), shell=True, cwd=TREE, capture_output=True, text=True)
+def build(targets=()):
+    subprocess.run(["cmake", "--preset", "dev", "-DQUORIN_TESTS=ON"], cwd=TREE, env=ENVIRONMENT, capture_output=True)
+    chosen = ["--target", *targets] if targets else []
+    return subprocess.run(["cmake", "--build", "--preset", "dev", *chosen], cwd=TREE, env=ENVIRONMENT,
+                          capture_output=True, text=True)
+
+
+def programs(pattern):
+    """The programs of these tests, as targets of the build. They depend on those that they start."""
+    command = ["ctest", "--preset", "dev", "--show-only=json-v1", "-R", pattern]
+    listing = json.loads(subprocess.run(command, cwd=TREE, capture_output=True, text=True, check=True).stdout)
+    tree = TREE / "build/dev"
+    return sorted({str(pathlib.Path(test["command"][0]).relative_to(tree)) for test in listing["tests"]})
 
 
 def failing_test(pattern, extra=()):
@@ -81,19 +100,35 @@ def failing_test(pattern, extra=()):
     outcome = subprocess.run(command, cwd=TREE, capture_output=True, text=True, errors="replace")
     if outcome.returncode == 0:
         return None
-    failed = re.search(r"^\s*\d+ - (\S+) \((?!Skipped|Not Run|Disabled)", outcome.stdout, re.MULTILINE)
+    failed = re.search(r"^\s*\d+ - (\S+) \((?!Skipped|Not Run|Disabled)(\w+)", outcome.stdout, re.MULTILINE)
     if not failed:
         raise LookupError("no test could be run: " + (outcome.stdout + outcome.stderr).strip()[-200:])
-    return failed[1]
+    return failed[1] + (", which did not end" if failed[2] == "Timeout" else "")
+
+
+def failing_sweep(words):
+    """The first sweep of the proof that fails, of those with one of the words in their names, or None."""
+    command = ["build/dev/tests/prove_updates", "--every", PROOF_STRIDE, *words.split("|")]
+    outcome = subprocess.run(command, cwd=TREE, capture_output=True, text=True, errors="replace")
+    if outcome.returncode == 0:
+        return None
+    if outcome.returncode == PROOF_SKIPPED or "No sweep has" in outcome.stderr:
+        raise LookupError("the proof could not be run: " + (outcome.stdout + outcome.stderr).strip()[-200:])
+    failed = re.search(r"^(\S.*?)(?: +\d+){4}  .*(?:NOT AS IT SHOULD BE|a control must lose)", outcome.stdout, re.MULTILINE)
+    return "prove_updates, " + (failed[1] if failed else "an update that nothing disturbs")
 
 
 def verdict(mutant, only_named):
     """Returns whether the mutant was seen, and by what."""
     try:
         apply(mutant)
-        if build().returncode != 0:
+        if build(programs(mutant.tests)).returncode != 0:
             raise LookupError("it does not build")
-        seen_by = failing_test(mutant.tests) or (None if only_named else failing_test(".", ["-E", mutant.tests]))
+        seen_by = failing_sweep(mutant.sweeps) if mutant.sweeps else failing_test(mutant.tests)
+        if not seen_by and not only_named:
+            if build().returncode != 0:
+                raise LookupError("it does not build")
+            seen_by = failing_test(".") if mutant.sweeps else failing_test(".", ["-E", mutant.tests])
     except LookupError as problem:
         return False, f"NOT TRIED: {problem}"
     finally:
@@ -123,15 +158,18 @@ def main():
     if outcome.returncode != 0:
         sys.exit("mutants: the checkout does not build:\n" + outcome.stdout[-3000:])
     PENDING.write_text("")
-    named = "|".join(mutant.tests for mutant in mutants)
-    broken = failing_test(named)
+    tests = [mutant.tests for mutant in mutants if not mutant.sweeps]
+    sweeps = [mutant.sweeps for mutant in mutants if mutant.sweeps]
+    broken = (tests and failing_test("|".join(tests))) or (sweeps and failing_sweep("|".join(sweeps)))
     if broken:
         sys.exit(f"mutants: {broken} fails without any mutant")
-    missed = 0
+    missed, table = 0, []
     for mutant in mutants:
         seen, by = verdict(mutant, "--named" in options)
         missed += not seen
-        print(f"{mutant.number:3} {mutant.name:34} {by}\n      {mutant.promise}", flush=True)
+        table.append(f"| {mutant.name} | {mutant.promise} | {by} |")
+        print(f"{mutant.number:3} {mutant.name:34} {by}", flush=True)
+    print("", "| Mutant | Promise | Seen by |", "|---|---|---|", *table, "", sep="\n")
     print(f"{len(mutants)} mutants, {missed} not seen")
     return 1 if missed else 0
 
