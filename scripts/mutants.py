@@ -114,8 +114,9 @@ def failing_sweep(words):
         return None
     if outcome.returncode == PROOF_SKIPPED or "No sweep has" in outcome.stderr:
         raise LookupError("the proof could not be run: " + (outcome.stdout + outcome.stderr).strip()[-200:])
-    failed = re.search(r"^(\S.*?)(?: +\d+){4}  .*(?:NOT AS IT SHOULD BE|a control must lose)", outcome.stdout, re.MULTILINE)
-    return "prove_updates, " + (failed[1] if failed else "an update that nothing disturbs")
+    failed = re.search(r"^(\S.*?)(?: +\d+){4}  .*(?:NOT AS IT SHOULD BE|a control must lose)", outcome.stdout,
+                       re.MULTILINE)
+    return "prove_updates: " + (failed[1] if failed else outcome.stderr.strip()[-200:])
 
 
 def verdict(mutant, only_named):
