@@ -58,7 +58,8 @@ struct Mark {
 void runOrThrow(const std::string& program, const std::vector<std::string>& arguments) {
   const Outcome outcome = runProgram(program, arguments);
   if (outcome.exitStatus != 0)
-    throw std::runtime_error(program + ": " + outcome.error);
+    throw std::runtime_error(program +
+                             (outcome.error.empty() ? " cannot be executed" : ": " + outcome.error));
 }
 
 void flush(const fs::path& volume) {
@@ -159,24 +160,24 @@ std::vector<DiskWrite> blocksOf(const std::vector<DiskWrite>& writes, std::size_
   return blocks;
 }
 
-using Selection = std::vector<bool>;
+using Kept = std::vector<bool>;
 
 /// What a disk may keep of several blocks, the same for the same name on each machine. All of them are not
 /// among it.
-std::map<Selection, std::string> partsOf(std::size_t blocks, const std::string& name) {
+std::map<Kept, std::string> partsOf(std::size_t blocks, const std::string& name) {
   std::seed_seq seed(name.begin(), name.end());
   std::mt19937 random(seed);
   const auto half = [&] {
-    Selection kept(blocks);
+    Kept kept(blocks);
     std::generate(kept.begin(), kept.end(), [&random] { return random() % 2 == 0; });
     return kept;
   };
-  Selection last(blocks);
+  Kept last(blocks);
   last.back() = true;
-  std::map<Selection, std::string> parts{{Selection(blocks), "none"}, {last, "the last"}};
+  std::map<Kept, std::string> parts{{Kept(blocks), "none"}, {last, "the last"}};
   parts.emplace(half(), "a half");
   parts.emplace(half(), "another half");
-  parts.erase(Selection(blocks, true));
+  parts.erase(Kept(blocks, true));
   return parts;
 }
 
@@ -271,7 +272,7 @@ class PowerCuts {
       for (std::size_t index = 0; index < blocks.size(); ++index)
         if (kept[index])
           content_.write(blocks[index].offset, blocks[index].bytes);
-      tryRestart(name + ", " + part + " of the writes before it");
+      tryRestart(std::string(name).append(", ").append(part).append(" of the writes before it"));
       content_.takeBack(begin);
     }
   }
@@ -309,7 +310,7 @@ class PowerCuts {
       if (result.violations.empty())
         append(result.violations, nextUpdate(material_, home_));
     } catch (const std::exception& failure) {
-      result.violations.push_back(failure.what());
+      result.violations.emplace_back(failure.what());
     }
     return result;
   }
