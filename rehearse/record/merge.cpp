@@ -166,6 +166,7 @@ Rehearsal merged(const std::vector<Rehearsal>& records) {
     requireSameSubject(records.front(), record);
   std::vector<Shard> shards = completeShards(records);
   std::vector<const Rehearsal*> ordered;
+  ordered.reserve(records.size());
   for (const Rehearsal& record : records)
     ordered.push_back(&record);
   std::ranges::sort(ordered, {}, [](const Rehearsal* record) { return record->shards; });
@@ -180,6 +181,7 @@ Rehearsal merged(const std::vector<Rehearsal>& records) {
   }
   for (std::size_t index = 0; index < result.pairings.size(); ++index) {
     std::vector<const Pairing*> pairings;
+    pairings.reserve(ordered.size());
     for (const Rehearsal* record : ordered)
       pairings.push_back(&record->pairings[index]);
     result.pairings[index] = united(pairings);

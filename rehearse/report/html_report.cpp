@@ -30,6 +30,7 @@ class HTMLReport {
   void writePairing(const Pairing& pairing, std::size_t index);
   /// The titles of the faults that concern an installed version.
   std::vector<std::string> faultsOf(const Pairing& pairing) const;
+  void writeStep(const Step& step);
   void writeSteps(const Pairing& pairing);
   void writeAftermath(const Aftermath& aftermath);
   void writeSweeps(const Pairing& pairing, std::size_t index);
@@ -151,6 +152,21 @@ void HTMLReport::writeConcerns() {
   });
 }
 
+void HTMLReport::writeStep(const Step& step) {
+  html_.element("tr", {}, [&] {
+    html_.element("td", {}, [&] { writeStepWord(html_, step); });
+    html_.element("th", {{"scope", "row"}}, [&] {
+      html_.text(step.name);
+      const char* by = step.verdict == StepVerdict::passed ? " by the " : " refused by the ";
+      if (!step.refusedBy.empty())
+        html_.element("span", {{"class", "by"}}, by + step.refusedBy);
+      if (!step.message.empty())
+        html_.element("span", {{"class", "message"}}, step.message);
+    });
+    html_.element("td", {}, step.verdict == StepVerdict::notTried ? "" : textOf(step.duration));
+  });
+}
+
 void HTMLReport::writeSteps(const Pairing& pairing) {
   html_.element("h3", {}, "Steps");
   html_.element("table", {{"class", "steps"}}, [&] {
@@ -162,19 +178,7 @@ void HTMLReport::writeSteps(const Pairing& pairing) {
     });
     html_.element("tbody", {}, [&] {
       for (const Step& step : pairing.steps)
-        html_.element("tr", {}, [&] {
-          html_.element("td", {}, [&] { writeStepWord(html_, step); });
-          html_.element("th", {{"scope", "row"}}, [&] {
-            html_.text(step.name);
-            if (!step.refusedBy.empty())
-              html_.element(
-                  "span", {{"class", "by"}},
-                  (step.verdict == StepVerdict::passed ? " by the " : " refused by the ") + step.refusedBy);
-            if (!step.message.empty())
-              html_.element("span", {{"class", "message"}}, step.message);
-          });
-          html_.element("td", {}, step.verdict == StepVerdict::notTried ? "" : textOf(step.duration));
-        });
+        writeStep(step);
     });
   });
 }

@@ -108,6 +108,7 @@ std::vector<Concern> concerns(const Rehearsal& rehearsal) {
     return std::pair(-static_cast<int>(each.second.severity), each.first);
   });
   std::vector<Concern> result;
+  result.reserve(ranked.size());
   for (Ranked& each : ranked)
     result.push_back(std::move(each.second));
   return result;

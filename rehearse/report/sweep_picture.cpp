@@ -1,6 +1,8 @@
 #include "rehearse/report/sweep_picture.hpp"
 
 #include <algorithm>
+#include <array>
+#include <utility>
 
 #include "platform/foundation/error.hpp"
 #include "rehearse/report/summary.hpp"
@@ -14,6 +16,7 @@ constexpr std::size_t kPitch = 5;
 constexpr std::size_t kMarkHeight = 10;
 constexpr std::size_t kRowHeight = 14;
 constexpr std::size_t kMarksInARow = 128;
+// Above and below the rows, for the marks that are larger.
 constexpr std::size_t kMargin = 8;
 
 /// How an outcome is drawn: a line along the row whose dashes are the marks, so that a run of thousands is
@@ -58,7 +61,7 @@ std::vector<Run> runsOf(const std::vector<Point>& points) {
 }
 
 std::size_t x(std::size_t index) {
-  return kMargin + index % kMarksInARow * kPitch;
+  return index % kMarksInARow * kPitch;
 }
 
 std::size_t y(std::size_t index) {
@@ -105,7 +108,7 @@ void writeFault(HTMLWriter& html, const Point& point, std::size_t index) {
 
 void writeStrip(HTMLWriter& html, const Sweep& sweep, const std::vector<Run>& runs) {
   const std::size_t columns = std::min(sweep.points.size(), kMarksInARow);
-  const std::size_t width = 2 * kMargin + columns * kPitch;
+  const std::size_t width = columns * kPitch;
   const std::size_t height = 2 * kMargin + y(sweep.points.size() - 1) - y(0) + kMarkHeight;
   // Short strips are not stretched.
   html.element("svg",
@@ -149,12 +152,12 @@ void writeFaults(HTMLWriter& html, const Sweep& sweep, const std::string& anchor
 void writeKey(HTMLWriter& html, const Point& point, const std::string& word, const char* meaning) {
   const Stroke stroke = strokeOf(point.outcome);
   html.element("li", {}, [&] {
-    html.element("svg", {{"class", "strip"}, {"viewBox", "1 4 18 18"}, {"aria-hidden", "true"}}, [&] {
+    html.element("svg", {{"class", "strip"}, {"viewBox", "-7 4 18 18"}, {"aria-hidden", "true"}}, [&] {
       if (isFault(point))
         writeFault(html, point, 0);
       else
         html.element("path",
-                     {{"class", stroke.name}, {"d", "M3 " + std::to_string(stroke.centre + 8) + "h14"}});
+                     {{"class", stroke.name}, {"d", "M-5 " + std::to_string(stroke.centre + 8) + "h14"}});
     });
     html.element("strong", {}, word);
     html.text(std::string(": ") + meaning);
@@ -164,13 +167,13 @@ void writeKey(HTMLWriter& html, const Point& point, const std::string& word, con
 }  // namespace
 
 void writeKeyOfStrips(HTMLWriter& html) {
-  constexpr std::pair<PointOutcome, const char*> kMeanings[] = {
-      {PointOutcome::previous, "the previous application, complete"},
-      {PointOutcome::offered, "the new one, complete"},
-      {PointOutcome::beside, "the previous one, complete beside the target"},
-      {PointOutcome::lost, "no complete application"},
-      {PointOutcome::notReached, "the update ended before"},
-      {PointOutcome::notTried, "could not be tried"}};
+  constexpr std::array<std::pair<PointOutcome, const char*>, 6> kMeanings = {
+      {{PointOutcome::previous, "the previous application, complete"},
+       {PointOutcome::offered, "the new one, complete"},
+       {PointOutcome::beside, "the previous one, complete beside the target"},
+       {PointOutcome::lost, "no complete application"},
+       {PointOutcome::notReached, "the update ended before"},
+       {PointOutcome::notTried, "could not be tried"}}};
   Point point;
   html.element("ul", {{"class", "key"}}, [&] {
     for (const auto& [outcome, meaning] : kMeanings) {

@@ -1,7 +1,7 @@
 #include "rehearse/report/text_report.hpp"
 
 #include <algorithm>
-#include <sstream>
+#include <array>
 
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/text.hpp"
@@ -131,9 +131,8 @@ void TextReport::append(const Aftermath& aftermath) {
 void TextReport::append(const std::vector<Sweep>& sweeps) {
   if (sweeps.empty())
     return;
-  constexpr PointOutcome kColumns[] = {PointOutcome::previous,   PointOutcome::offered,
-                                       PointOutcome::beside,     PointOutcome::lost,
-                                       PointOutcome::notReached, PointOutcome::notTried};
+  constexpr std::array kColumns = {PointOutcome::previous, PointOutcome::offered,    PointOutcome::beside,
+                                   PointOutcome::lost,     PointOutcome::notReached, PointOutcome::notTried};
   std::size_t nameWidth = 0;
   for (const Sweep& sweep : sweeps)
     nameWidth = std::max(nameWidth, width(platform::printable(sweep.name)));
