@@ -2,9 +2,12 @@
 
 Each mutant in scripts/mutants.txt changes a few lines in a copy of the checkout, in build/mutants. The programs of the
 tests that are named for it are built and run; if none of them fails, all tests are. A mutant that no test sees has
-survived. A SELECTION is a mutant's name, its number or a range such as 3-7; --named runs only the named tests and --list
-prints the mutants. The last lines are a table for a document. The exit status is 0 when every mutant was seen, apart
-from those that the list explains.
+survived. A SELECTION is a mutant's name, its number or a range such as 3-7. The last lines are a table for a document.
+The exit status is 0 when every mutant was seen, apart from those that the list explains.
+  --named       runs only the named tests
+  --against=RE  runs the tests whose names match, instead of the named ones, and all of them: each mutant's line has every
+                test that saw it, and the last lines name the tests without which these mutants would be seen as well
+  --list        prints the mutants
 """
 import collections
 import json
@@ -106,6 +109,31 @@ def failing_test(pattern, extra=()):
     return failed[1] + (", which did not end" if failed[2] == "Timeout" else "")
 
 
+def failing_tests(pattern):
+    """All that fail."""
+    command = ["ctest", "--preset", "dev", "--timeout", LONGEST_TEST, "-R", pattern]
+    outcome = subprocess.run(command, cwd=TREE, capture_output=True, text=True, errors="replace")
+    return re.findall(r"^\s*\d+ - (\S+) \((?!Skipped|Not Run|Disabled)", outcome.stdout, re.MULTILINE)
+
+
+def compare(mutants, pattern):
+    """Which tests see each mutant, and which of them are not needed for any."""
+    listing = subprocess.run(["ctest", "--preset", "dev", "--show-only", "-R", pattern], cwd=TREE, capture_output=True,
+                             text=True, check=True)
+    spare = set(re.findall(r"^ +Test +#\d+: (\S+)", listing.stdout, re.MULTILINE))
+    for mutant in mutants:
+        try:
+            apply(mutant)
+            built = build(programs(pattern)).returncode == 0
+            tests = failing_tests(pattern) if built else []
+        finally:
+            restore(file for file, _, _ in mutant.changes)
+        print(f"{mutant.number:3} {mutant.name:34} {' '.join(tests) if built else 'NOT TRIED'}", flush=True)
+        if len(tests) == 1:
+            spare -= set(tests)
+    print("\nNone of these tests is the only one that sees one of the mutants:", *sorted(spare), sep="\n  ")
+
+
 def failing_sweep(words):
     """The first sweep of the proof that fails, of those with one of the words in their names, or None."""
     command = ["build/dev/tests/prove_updates", "--every", PROOF_STRIDE, *words.split("|")]
@@ -144,7 +172,8 @@ def verdict(mutant, only_named):
 def main():
     arguments = sys.argv[1:]
     options = {argument for argument in arguments if argument.startswith("-")}
-    if options - {"--list", "--named"}:
+    against = [option.removeprefix("--against=") for option in options if option.startswith("--against=")]
+    if options - {"--list", "--named"} - {f"--against={pattern}" for pattern in against}:
         sys.exit(__doc__)
     mutants = selected(parse((ROOT / "scripts/mutants.txt").read_text()),
                        [argument for argument in arguments if argument not in options])
@@ -159,6 +188,11 @@ def main():
     if outcome.returncode != 0:
         sys.exit("mutants: the checkout does not build:\n" + outcome.stdout[-3000:])
     PENDING.write_text("")
+    if against:
+        if failing_tests(against[0]):
+            sys.exit("mutants: one of these tests fails without any mutant")
+        compare(mutants, against[0])
+        return 0
     tests = [mutant.tests for mutant in mutants if not mutant.sweeps]
     sweeps = [mutant.sweeps for mutant in mutants if mutant.sweeps]
     broken = (tests and failing_test("|".join(tests))) or (sweeps and failing_sweep("|".join(sweeps)))
