@@ -58,8 +58,9 @@ struct Mark {
 void runOrThrow(const std::string& program, const std::vector<std::string>& arguments) {
   const Outcome outcome = runProgram(program, arguments);
   if (outcome.exitStatus != 0)
-    throw std::runtime_error(program +
-                             (outcome.error.empty() ? " cannot be executed" : ": " + outcome.error));
+    throw std::runtime_error(outcome.error.empty()
+                                 ? program + " cannot be executed"
+                                 : program + ": " + outcome.error.substr(0, outcome.error.find('\n')));
 }
 
 void flush(const fs::path& volume) {
@@ -124,7 +125,7 @@ class Volume {
   }
 
   const fs::path& mountPoint() const { return mountPoint_; }
-  const RecordedDisk& disk() const { return disk_; }
+  RecordedDisk& disk() { return disk_; }
 
  private:
   static fs::path placeIn(const fs::path& directory) {
@@ -205,7 +206,7 @@ class PowerCuts {
 
  private:
   void recordUpdate() {
-    const Volume volume(content_, place_.home, conditions_.fileSystem, options_);
+    Volume volume(content_, place_.home, conditions_.fileSystem, options_);
     home_.furnish();
     flush(volume.mountPoint());
     begin_ = volume.disk().writes();
@@ -216,7 +217,7 @@ class PowerCuts {
     if (ending.overran || ending.signal != 0)
       throw std::runtime_error("the run did not end by itself");
     mark("the end", volume, true);
-    history_ = volume.disk().history();
+    history_ = volume.disk().takeHistory();
   }
 
   Fate fateOf(const SystemCall& call) const {
@@ -225,7 +226,7 @@ class PowerCuts {
   }
 
   /// The order of names is what the promise hangs on, so no renaming is left out.
-  void lookAfter(const SystemCall& call, const Volume& volume) {
+  void lookAfter(const SystemCall& call, Volume& volume) {
     const std::size_t turn = ++turns_[{call.program, call.number}];
     if (!changesFiles(call))
       return;
@@ -234,7 +235,7 @@ class PowerCuts {
          changes_ % every_ == 0 || isRename(call));
   }
 
-  void mark(const std::string& call, const Volume& volume, bool isSampled) {
+  void mark(const std::string& call, Volume& volume, bool isSampled) {
     if (isSampled && conditions_.cut != Conditions::Cut::asWritten)
       conditions_.fileSystem.commit(volume.mountPoint());
     marks_.push_back({call, volume.disk().writes(), isSampled});

@@ -43,7 +43,8 @@ class RecordedDisk {
   const std::filesystem::path& path() const { return path_; }
   /// How many writes have been made.
   std::size_t writes() const;
-  DiskHistory history() const;
+  /// All of that, once.
+  DiskHistory takeHistory();
 
  private:
   void serve();

@@ -96,9 +96,9 @@ std::size_t RecordedDisk::writes() const {
   return history_.writes.size();
 }
 
-DiskHistory RecordedDisk::history() const {
+DiskHistory RecordedDisk::takeHistory() {
   const std::scoped_lock lock(mutex_);
-  return history_;
+  return std::exchange(history_, {});
 }
 
 void RecordedDisk::serve() {

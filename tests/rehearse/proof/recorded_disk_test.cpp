@@ -44,7 +44,7 @@ TEST(RecordedDisk, knowsWhatAFlushLeftUncertain) {
     // Behind the end there is no disk.
     EXPECT_EQ(::pwrite(file.get(), "x", 1, 65'536), -1);
   }
-  const rehearse::DiskHistory history = disk->history();
+  const rehearse::DiskHistory history = disk->takeHistory();
   disk.reset();
   ASSERT_EQ(history.writes.size(), 3U);
   EXPECT_EQ(history.flushes, std::vector<std::size_t>{1});
