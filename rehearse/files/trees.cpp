@@ -6,7 +6,9 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "platform/crypto/digest.hpp"
 #include "platform/files/file_manager.hpp"
+#include "platform/foundation/bytes.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/text.hpp"
 #include "platform/foundation/uuid.hpp"
@@ -41,8 +43,8 @@ std::string sentenceOf(const std::exception& failure) {
 std::string digestWhereLong(const std::string& content) {
   if (content.size() <= 100)
     return content;
-  return std::to_string(content.size()) + " bytes with hash " +
-         std::to_string(std::hash<std::string>()(content));
+  return std::to_string(content.size()) + " bytes with SHA-256 " +
+         platform::hexadecimal(platform::digestOf(platform::DigestAlgorithm::sha256, content));
 }
 
 void writeFile(const fs::path& path, std::string_view content) {
@@ -72,6 +74,10 @@ void copyTree(const fs::path& from, const fs::path& to) {
 }
 
 Inventory inventory(const fs::path& root) {
+  return inventory(root, [](const fs::path& file) { return digestWhereLong(readFile(file)); });
+}
+
+Inventory inventory(const fs::path& root, const std::function<std::string(const fs::path&)>& contentOf) {
   Inventory entries;
   for (const auto& entry : fs::recursive_directory_iterator(root)) {
     const auto status = entry.symlink_status();
@@ -82,7 +88,7 @@ Inventory inventory(const fs::path& root) {
       description << "directory " << std::oct << static_cast<unsigned>(status.permissions());
     else if (fs::is_regular_file(status))
       description << "file " << std::oct << static_cast<unsigned>(status.permissions()) << ' '
-                  << digestWhereLong(readFile(entry.path()));
+                  << contentOf(entry.path());
     else
       description << "other";
     entries.emplace(platform::canonicallyDecomposed(entry.path().lexically_relative(root).native()),

@@ -1,37 +1,43 @@
 #pragma once
 
-#include <cstddef>
 #include <vector>
 
-#include "rehearse/proof/home.hpp"
+#include "rehearse/proof/recording.hpp"
 #include "rehearse/proof/sweep.hpp"
+#include "rehearse/proof/verdict.hpp"
 
 namespace rehearse {
 
-/// The calls that an undisturbed run of a story makes, in order. Throws `std::runtime_error` where it does
-/// not go as the story does. For a process that has settled at `place`.
-std::vector<SystemCall> record(const Material& material, Story story, const Place& place);
+/// What the sweeps over the calls of one story are made from. All must exist as long as a sweep.
+struct Rehearsed {
+  const Material& material;
+  const NextUpdates& nextUpdates;
+  Story story;
+  const std::vector<RecordedCall>& calls;
+  Selection selection;
+};
 
-/// One call fails, with each of the errors that it can give. `every` takes one point of so many, but all of
-/// the calls by which the updater itself changes files.
-PlannedSweep faultSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
-                        std::size_t every);
+/// Whether a call is made by a judge in the place of `open`, which says nothing about the real one.
+bool isJudges(const Rehearsed& rehearsed, const RecordedCall& call);
+
+/// One call fails, with each of the errors that it can give. The calls by which the updater itself changes
+/// files are in each sample.
+PlannedSweep faultSweep(const Rehearsed& rehearsed);
 
 /// The file system breaks: from one call on every change of a file fails, or every renaming; or one renaming
 /// is made and reported as failed.
-std::vector<PlannedSweep> breakdownSweeps(const Material& material, Story story,
-                                          const std::vector<SystemCall>& calls, std::size_t every);
+std::vector<PlannedSweep> breakdownSweeps(const Rehearsed& rehearsed);
 
-/// The caller, the tool or all of them die before and after each call.
-PlannedSweep killSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
-                       std::size_t every);
+/// The caller, the updater or all of them die before and after each call. What is left when all of them die
+/// is what was observed there, see `DiskObserver` and `run`; after the death of one the others go on, so
+/// those points are runs.
+PlannedSweep killSweep(const Rehearsed& rehearsed);
 
 /// All of them die at a call, and once more during the update that follows.
-PlannedSweep secondKillSweep(const Material& material, Story story, const std::vector<SystemCall>& calls,
-                             std::size_t every);
+PlannedSweep secondKillSweep(const Rehearsed& rehearsed);
 
 /// A control: the file system knows no exchange of names. The target's place is then empty for an instant,
 /// and a kill in it must be seen.
-PlannedSweep killSweepWithoutExchange(const Material& material);
+PlannedSweep killSweepWithoutExchange(const Material& material, const Selection& selection);
 
 }  // namespace rehearse

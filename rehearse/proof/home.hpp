@@ -7,7 +7,6 @@
 
 #include "rehearse/proof/material.hpp"
 #include "rehearse/proof/tracer.hpp"
-#include "updater/records/install_plan.hpp"
 
 namespace rehearse {
 
@@ -19,6 +18,9 @@ enum class Story {
 };
 
 std::string nameOf(Story story);
+
+/// The name with "*" in the place of each random identifier.
+std::string withoutIdentifiers(const std::string& name);
 
 /// No process has this identifier.
 constexpr pid_t kEndedParent = 2147483647;
@@ -40,7 +42,7 @@ struct Excuses {
   bool start = false;    ///< have the new application live, whose process died before its program began
 };
 
-/// A home with an installed application, version 1.0, and an offered update.
+/// A home with the installed application and an offered update.
 class Home {
  public:
   /// What is in `directory` is the home's, and what is in `temporary`, which is "/tmp" for the updater. Both
@@ -48,10 +50,13 @@ class Home {
   Home(const Material& material, Story story, std::filesystem::path directory,
        std::filesystem::path temporary);
 
-  /// Makes everything as it is before a first update.
+  /// Makes everything as it is before a first update. What is so already is kept.
   void furnish();
   /// Makes another offer: a new image and plan, no ready file, no status file; the rest stays.
   void offer(const Offer& offer);
+
+  /// Reads all files anew from now on: what is on a disk may have changed by other ways than system calls.
+  void readAnew();
 
   /// Runs the updater on the plan. Does to the installed application what the story has happen to it.
   Ending run(const Watcher& watcher, pid_t parent = kEndedParent) const;
@@ -59,6 +64,7 @@ class Home {
   /// no other children.
   Ending runUndisturbed() const;
 
+  /// Where the offered application is the same as the one before, it is `offered`.
   Standing standing() const;
   /// Whether the application of this offer stands at the target's path, complete.
   bool stands(const Offer& offer) const;
@@ -81,12 +87,25 @@ class Home {
   /// Whether the registry of images holds one that is neither attached nor gone.
   bool hasHalfAttachedImages() const;
 
+  bool hasStatus() const;
+  bool isReady() const;
+
+  /// Everything that the next update could depend on, as one SHA-256: what is in the home and in the
+  /// temporary directory apart from what the next offer replaces. Identifiers that are random count as the
+  /// same.
+  std::string digest() const;
+
+  const Material& material() const { return material_; }
+  Story story() const { return story_; }
   const std::filesystem::path& directory() const { return directory_; }
+  const std::filesystem::path& temporary() const { return temporary_; }
+  const std::filesystem::path& applications() const { return applications_; }
   const std::filesystem::path& target() const { return target_; }
 
  private:
   std::vector<std::string> arguments(pid_t parent) const;
-  std::vector<std::string> starts() const;
+  void clear() const;
+  Inventory inventoryOf(const std::filesystem::path& application) const;
   void damageApplication() const;
 
   const Material& material_;
@@ -94,14 +113,13 @@ class Home {
   std::filesystem::path directory_;
   std::filesystem::path temporary_;
   std::filesystem::path applications_ = directory_ / "Pro gramme \xC3\xA9";
-  std::filesystem::path target_ = applications_ / "Quorin Ostreval.app";
+  std::filesystem::path target_ = applications_ / material_.bundleName;
   std::filesystem::path image_ = directory_ / "offered.dmg";
   std::filesystem::path plan_ = directory_ / "plan.json";
   std::filesystem::path status_ = directory_ / "status.json";
   std::filesystem::path ready_ = directory_ / "ready";
-  Inventory previous_;
-  Inventory offered_;
-  std::string offeredVersion_;
+  KnownApplication previous_;
+  KnownApplication offered_;
 };
 
 }  // namespace rehearse

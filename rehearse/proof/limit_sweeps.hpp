@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "rehearse/proof/call_sweeps.hpp"
 #include "rehearse/proof/home.hpp"
 #include "rehearse/proof/sweep.hpp"
 #include "rehearse/proof/tracer.hpp"
@@ -10,11 +11,13 @@
 namespace rehearse {
 
 /// From nothing to enough, in steps: free space beside the application and in the temporary directory,
-/// descriptors, the size of a file, memory. And a temporary directory that is read-only.
-std::vector<PlannedSweep> limitSweeps(const Material& material, std::size_t every);
+/// descriptors, processes (for the superuser only), the size of a file, memory. And a temporary directory
+/// that is read-only. Some steps from nothing to enough are in each sample.
+std::vector<PlannedSweep> limitSweeps(const Material& material, const NextUpdates& nextUpdates,
+                                      const Selection& selection);
 
 /// Tools that never go on from one of their calls, and a parent that does not end.
-PlannedSweep hangSweep(const Material& material, const std::vector<SystemCall>& calls, std::size_t every);
+PlannedSweep hangSweep(const Rehearsed& rehearsed);
 
 /// For `trace`, with the updater's waits made short: the first tool of this name, such as "hdiutil", hangs at
 /// the first call that it makes. The updater must then end with "… did not finish in time."

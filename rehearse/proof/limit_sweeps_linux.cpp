@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "rehearse/proof/at_call.hpp"
 #include "rehearse/proof/limit_sweeps.hpp"
 #include "rehearse/proof/system_calls.hpp"
 #include "rehearse/proof/verdict.hpp"
@@ -68,7 +69,7 @@ constexpr Excuses kAnything{.status = true, .restart = true, .start = true};
 
 constexpr std::size_t kAmple = std::size_t(1) << 30;
 
-std::vector<Limit> limits() {
+std::vector<Limit> limits(const Material& material) {
   const auto resource = [](auto which) {
     return [which](const Home&, const Place&, std::size_t value, Watcher& watcher) {
       watcher.prepare = [which, value] {
@@ -78,29 +79,40 @@ std::vector<Limit> limits() {
       };
     };
   };
-  return {
-      {"free space beside the application", 4096, 131'072, 8192,
+  // As many steps for a great application as for a small one.
+  const auto stepTo = [](std::size_t enough, std::size_t leastStep) {
+    constexpr std::size_t kSteps = 256;
+    return std::max(leastStep, enough / kSteps / leastStep * leastStep);
+  };
+  std::vector<Limit> limits{
+      {"free space beside the application", stepTo(material.enoughBeside, 4096), material.enoughBeside, 8192,
        [](const Home&, const Place& place, std::size_t value, Watcher&) { setFreeSpace(place.home, value); },
        [](const Place& place) { setSize(place.home, kAmple); }},
-      {"free space in the temporary directory", 4096, 524'288, 0,
+      {"free space in the temporary directory", stepTo(material.enoughTemporary, 4096),
+       material.enoughTemporary, 0,
        [](const Home&, const Place& place, std::size_t value, Watcher&) {
          setFreeSpace(place.temporary, value);
        },
        [](const Place& place) { setSize(place.temporary, kAmple); }},
       {"open files", 1, 64, 4, resource(RLIMIT_NOFILE)},
-      {"processes", 1, 16, 1,
-       [](const Home& home, const Place&, std::size_t value, Watcher& watcher) {
-         const unsigned user = ordinaryUser();
-         giveAway(home.directory(), user);
-         watcher.prepare = [value, user] { limitProcesses(value, user); };
-       }},
-      {"the size of a file", 256, 65'536, 1024, resource(RLIMIT_FSIZE)},
-      {"memory", 1 << 20, 512 << 20, 1 << 20, resource(RLIMIT_AS)},
+      {"the size of a file", stepTo(material.enoughFile, 256), material.enoughFile, 1024,
+       resource(RLIMIT_FSIZE)},
+      {"memory", 1 << 20, material.enoughMemory, 1 << 20, resource(RLIMIT_AS)},
   };
+  // Only the superuser can have a user without other processes.
+  if (::geteuid() == 0)
+    limits.push_back(
+        {"processes", 1, 16, 1, [](const Home& home, const Place&, std::size_t value, Watcher& watcher) {
+           const unsigned user = ordinaryUser();
+           giveAway(home.directory(), user);
+           watcher.prepare = [value, user] { limitProcesses(value, user); };
+         }});
+  return limits;
 }
 
-Task limitTask(const Material& material, const Limit& limit, std::size_t value) {
-  return [&material, limit, value](const Place& place, const auto& report) {
+Task limitTask(const Material& material, const NextUpdates& nextUpdates, const Limit& limit,
+               std::size_t value) {
+  return [&material, &nextUpdates, limit, value](const Place& place, const auto& report) {
     Home home(material, Story::update, place.home, place.temporary);
     limit.lift(place);
     home.furnish();
@@ -108,18 +120,18 @@ Task limitTask(const Material& material, const Limit& limit, std::size_t value) 
     limit.set(home, place, value, watcher);
     const Ending ending = home.run(watcher);
     limit.lift(place);
-    Result result{limit.name + ": " + std::to_string(value), wordFor(home.standing()), losses(home)};
+    Result result{"", outcomeOf(home), losses(home)};
     if (value >= limit.sentence)
       append(result.violations, home.contradictions(ending, kAnything));
     if (value == limit.enough && ending.exitStatus != 0)
       result.violations.push_back("It is never enough: " + ending.error);
-    append(result.violations, nextUpdate(material, home));
+    append(result.violations, nextUpdates(material, home));
     report(result);
   };
 }
 
-Task readOnlyTask(const Material& material) {
-  return [&material](const Place& place, const auto& report) {
+Task readOnlyTask(const Material& material, const NextUpdates& nextUpdates) {
+  return [&material, &nextUpdates](const Place& place, const auto& report) {
     Home home(material, Story::update, place.home, place.temporary);
     home.furnish();
     const auto remount = [&place](unsigned long flags) {
@@ -129,9 +141,8 @@ Task readOnlyTask(const Material& material) {
     remount(MS_RDONLY);
     const Ending ending = home.run({.before = [](const SystemCall&) { return Fate{}; }});
     remount(0);
-    Result result{"a read-only temporary directory", wordFor(home.standing()),
-                  home.contradictions(ending, kAnything)};
-    append(result.violations, nextUpdate(material, home));
+    Result result{"", outcomeOf(home), home.contradictions(ending, kAnything)};
+    append(result.violations, nextUpdates(material, home));
     report(result);
   };
 }
@@ -147,62 +158,63 @@ void requireReason(const std::string& reason, const Ending& ending, Result& resu
     result.violations.push_back("The reason is another: " + ending.error);
 }
 
-Task hangTask(const Material& material, std::size_t index) {
-  return [&material, index](const Place& place, const auto& report) {
-    Home home(material, Story::update, place.home, place.temporary);
+Task hangTask(const Rehearsed& rehearsed, const std::string& call) {
+  return [=](const Place& place, const auto& report) {
+    Home home(rehearsed.material, Story::update, place.home, place.temporary);
     home.furnish();
-    std::size_t count = 0;
-    std::string reached;
-    const auto hang = [&](const SystemCall& call) -> Fate {
-      if (count++ != index || !isByTool(call, material))
-        return {};
-      reached = kindOf(call.number).name + " by " + call.program;
-      return {.kind = Fate::Kind::hang};
-    };
-    const Ending ending = home.run({.before = hang, .leapingClock = true});
-    if (reached.empty()) {
-      report({"", "not reached", {}});
+    AtCall hang(call, {.kind = Fate::Kind::hang});
+    Watcher watcher = hang.watcher();
+    watcher.leapingClock = true;
+    const Ending ending = home.run(watcher);
+    if (!hang.isReached()) {
+      report({"", PointOutcome::notReached});
       return;
     }
-    Result result{"hanging at call " + std::to_string(index) + ", " + reached, wordFor(home.standing()),
-                  home.contradictions(ending, {.restart = true})};
+    Result result{"", outcomeOf(home), home.contradictions(ending, {.restart = true})};
     if (ending.exitStatus != 0)
       requireReason(" did not finish in time.\n", ending, result);
-    append(result.violations, nextUpdate(material, home));
-    if (home.hasHalfAttachedImages())
-      result.violations.push_back("The next update left a part of an image.");
+    append(result.violations, rehearsed.nextUpdates(rehearsed.material, home));
     report(result);
   };
 }
 
-Task endlessParentTask(const Material& material) {
-  return [&material](const Place& place, const auto& report) {
+Task endlessParentTask(const Material& material, const NextUpdates& nextUpdates) {
+  return [&material, &nextUpdates](const Place& place, const auto& report) {
     Home home(material, Story::update, place.home, place.temporary);
     home.furnish();
     const Ending ending = home.run(shortWaits(), ::getpid());
-    Result result{"a parent that does not end", wordFor(home.standing()), home.contradictions(ending)};
+    Result result{"", outcomeOf(home), home.contradictions(ending)};
     if (home.standing() != Standing::previous)
       result.violations.push_back("The application was updated under its parent.");
     requireReason(" did not terminate in time.\n", ending, result);
-    append(result.violations, nextUpdate(material, home));
+    append(result.violations, nextUpdates(material, home));
     report(result);
   };
 }
 
 }  // namespace
 
-std::vector<PlannedSweep> limitSweeps(const Material& material, std::size_t every) {
+std::vector<PlannedSweep> limitSweeps(const Material& material, const NextUpdates& nextUpdates,
+                                      const Selection& selection) {
+  // Both ends alone would show nothing.
+  constexpr std::size_t kStepsInEachSample = 8;
   std::vector<PlannedSweep> sweeps;
-  for (const Limit& limit : limits()) {
-    PlannedSweep sweep{"limit, " + limit.name, {}};
-    // Both ends alone would show nothing.
-    const std::size_t step = std::min(limit.step * every, std::max(limit.step, limit.enough / 8));
-    for (std::size_t value = 0; value < limit.enough; value += step)
-      sweep.tasks.push_back(limitTask(material, limit, value));
-    sweep.tasks.push_back(limitTask(material, limit, limit.enough));
+  for (const Limit& limit : limits(material)) {
+    PlannedSweep sweep("limit, " + limit.name, selection);
+    const std::size_t steps = limit.enough / limit.step;
+    const std::size_t wide = std::max<std::size_t>(1, steps / kStepsInEachSample);
+    for (std::size_t step = 0; step <= steps; ++step) {
+      const std::size_t value = step == steps ? limit.enough : step * limit.step;
+      const std::string name = std::to_string(value);
+      if (sweep.selects(name, step % wide == 0 || step == steps))
+        sweep.add({name, limitTask(material, nextUpdates, limit, value)});
+    }
     sweeps.push_back(std::move(sweep));
   }
-  sweeps.push_back({"limit, a read-only temporary directory", {readOnlyTask(material)}});
+  PlannedSweep readOnly("limit, a read-only temporary directory", selection);
+  if (readOnly.selects("read-only"))
+    readOnly.add({"read-only", readOnlyTask(material, nextUpdates)});
+  sweeps.push_back(std::move(readOnly));
   return sweeps;
 }
 
@@ -220,11 +232,14 @@ Watcher shortWaits() {
   return {.before = [](const SystemCall&) { return Fate{}; }, .leapingClock = true};
 }
 
-PlannedSweep hangSweep(const Material& material, const std::vector<SystemCall>& calls, std::size_t every) {
-  PlannedSweep sweep{"time, a tool hangs or the parent does not end", {endlessParentTask(material)}};
-  for (std::size_t index = 0; index < calls.size(); index += every)
-    if (isByTool(calls[index], material))
-      sweep.tasks.push_back(hangTask(material, index));
+PlannedSweep hangSweep(const Rehearsed& rehearsed) {
+  PlannedSweep sweep("time, a tool hangs or the parent does not end", rehearsed.selection);
+  const std::string parent = "a parent that does not end";
+  if (sweep.selects(parent, true))
+    sweep.add({parent, endlessParentTask(rehearsed.material, rehearsed.nextUpdates)});
+  for (const RecordedCall& call : rehearsed.calls)
+    if (isByTool(call.call, rehearsed.material) && !isJudges(rehearsed, call) && sweep.selects(call.name))
+      sweep.add({call.name, hangTask(rehearsed, call.name)});
   return sweep;
 }
 

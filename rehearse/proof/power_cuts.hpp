@@ -18,7 +18,7 @@ namespace rehearse {
 ///   4096 bytes whole or not at all, in any order, and keeps what was written before a flush. A file system
 ///   that cannot be mounted then has broken its promise, and is a violation like any other.
 std::vector<PlannedSweep> powerCutSweeps(const Material& material, const std::string& fileSystem,
-                                         std::size_t every);
+                                         const Selection& selection);
 
 /// Why the system cannot have them tried on this file system, a sentence; empty where it can. Throws
 /// `std::invalid_argument` for a file system that has no sweeps.

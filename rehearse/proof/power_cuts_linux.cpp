@@ -141,7 +141,7 @@ class Volume {
 /// More than an update of this material and the one after it occupy at any time.
 std::uint64_t spaceFor(const Material& material) {
   std::uint64_t application = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(material.oldApplication))
+  for (const auto& entry : fs::recursive_directory_iterator(material.oldBundle))
     application += entry.is_regular_file() && !entry.is_symlink() ? entry.file_size() : 0;
   const auto image = std::max({fs::file_size(material.update.image), fs::file_size(material.broken.image),
                                fs::file_size(material.next.image)});
@@ -161,24 +161,24 @@ std::vector<DiskWrite> blocksOf(const std::vector<DiskWrite>& writes, std::size_
   return blocks;
 }
 
-using Kept = std::vector<bool>;
+using KeptBlocks = std::vector<bool>;
 
 /// What a disk may keep of several blocks, the same for the same name on each machine. All of them are not
 /// among it.
-std::map<Kept, std::string> partsOf(std::size_t blocks, const std::string& name) {
+std::map<KeptBlocks, std::string> partsOf(std::size_t blocks, const std::string& name) {
   std::seed_seq seed(name.begin(), name.end());
   std::mt19937 random(seed);
   const auto half = [&] {
-    Kept kept(blocks);
+    KeptBlocks kept(blocks);
     std::generate(kept.begin(), kept.end(), [&random] { return random() % 2 == 0; });
     return kept;
   };
-  Kept last(blocks);
+  KeptBlocks last(blocks);
   last.back() = true;
-  std::map<Kept, std::string> parts{{Kept(blocks), "none"}, {last, "the last"}};
+  std::map<KeptBlocks, std::string> parts{{KeptBlocks(blocks), "none"}, {last, "the last"}};
   parts.emplace(half(), "a half");
   parts.emplace(half(), "another half");
-  parts.erase(Kept(blocks, true));
+  parts.erase(KeptBlocks(blocks, true));
   return parts;
 }
 
@@ -288,7 +288,7 @@ class PowerCuts {
     const pid_t child = ::fork();
     if (child == 0) {
       const std::size_t writes = content_.writes();
-      const Result result = afterRestart(nameOf(conditions_.story) + ", power cut: " + point);
+      const Result result = afterRestart(point);
       content_.takeBack(writes);
       report_(result);
       ::_exit(0);
@@ -298,7 +298,7 @@ class PowerCuts {
   }
 
   Result afterRestart(const std::string& point) {
-    Result result{point, "none", {}};
+    Result result{point};
     try {
       // The application that the next update starts must have written its line before that is read.
       if (::prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0 || ::unshare(CLONE_NEWNS) != 0 ||
@@ -306,7 +306,8 @@ class PowerCuts {
           ::mount(place_.temporary.c_str(), "/tmp", nullptr, MS_BIND, nullptr) != 0)
         throw std::runtime_error("a mount namespace or the adoption of orphans is refused");
       const Volume volume(content_, place_.home, conditions_.fileSystem, options_);
-      result.outcome = wordFor(home_.standing());
+      home_.readAnew();
+      result.outcome = outcomeOf(home_);
       result.violations = losses(home_);
       if (result.violations.empty())
         append(result.violations, nextUpdate(material_, home_));
@@ -332,29 +333,34 @@ class PowerCuts {
 };
 
 PlannedSweep sweepUnder(const Material& material, const Conditions& conditions, const std::string& name,
-                        std::size_t every) {
-  return {nameOf(conditions.story) + ", power cuts on " + conditions.fileSystem.name + ", " + name,
-          {[&material, conditions, every](const Place& place, const auto& report) {
-            PowerCuts(material, conditions, place, every, report).run();
-          }},
-          conditions.withoutSync};
+                        const Selection& selection) {
+  PlannedSweep sweep(nameOf(conditions.story) + ", power cuts on " + conditions.fileSystem.name + ", " + name,
+                     selection, conditions.withoutSync);
+  // One recorded update has all of them.
+  const std::string cuts = "all cuts";
+  if (sweep.selects(cuts))
+    sweep.add(
+        {cuts, [&material, conditions, every = selection.every](const Place& place, const auto& report) {
+           PowerCuts(material, conditions, place, every, report).run();
+         }});
+  return sweep;
 }
 
 }  // namespace
 
 std::vector<PlannedSweep> powerCutSweeps(const Material& material, const std::string& fileSystem,
-                                         std::size_t every) {
+                                         const Selection& selection) {
   using Cut = Conditions::Cut;
   const FileSystem& kind = fileSystemOf(fileSystem);
   std::vector<PlannedSweep> sweeps;
   for (const Story story : {Story::update, Story::rollback, Story::revert}) {
-    sweeps.push_back(sweepUnder(material, {kind, story, Cut::asWritten}, "as the system writes", every));
-    sweeps.push_back(sweepUnder(material, {kind, story, Cut::namesFirst}, "names written first", every));
+    sweeps.push_back(sweepUnder(material, {kind, story, Cut::asWritten}, "as the system writes", selection));
+    sweeps.push_back(sweepUnder(material, {kind, story, Cut::namesFirst}, "names written first", selection));
     sweeps.push_back(
-        sweepUnder(material, {kind, story, Cut::betweenFlushes}, "writes lost between flushes", every));
+        sweepUnder(material, {kind, story, Cut::betweenFlushes}, "writes lost between flushes", selection));
   }
   sweeps.push_back(sweepUnder(material, {kind, Story::update, Cut::namesFirst, true},
-                              "names written first, no flush before the exchange", every));
+                              "names written first, no flush before the exchange", selection));
   return sweeps;
 }
 

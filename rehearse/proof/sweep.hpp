@@ -1,21 +1,27 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "rehearse/proof/selection.hpp"
+#include "rehearse/record/rehearsal.hpp"
 
 namespace rehearse {
 
-/// What came of one point of a sweep: a word, such as "old" or "new", and what is wrong, a sentence each.
+/// What came of one point of a sweep.
 struct Result {
-  std::string point;
-  std::string outcome;
-  std::vector<std::string> violations;
+  std::string point;  ///< empty for the name that was planned
+  PointOutcome outcome = PointOutcome::notTried;
+  std::vector<std::string> violations = {};  ///< a sentence each
+  std::string state = {};                    ///< where that was looked at: as `DiskObserver` describes it
 };
 
 /// The directories of one worker: `home` and `temporary`, which is "/tmp" to it, each a file system in memory
-/// of its own that nobody else sees.
+/// that nobody else sees.
 struct Place {
   std::filesystem::path home;
   std::filesystem::path temporary;
@@ -24,23 +30,56 @@ struct Place {
 /// Tries one point or several, and tells of each.
 using Task = std::function<void(const Place&, const std::function<void(const Result&)>&)>;
 
-struct PlannedSweep {
+struct PlannedPoint {
   std::string name;
-  std::vector<Task> tasks;
-  /// True for a control: something that keeps the promise was taken away, and it must be seen to break.
-  bool mustFail = false;
+  Task task;
+  /// What is on the disk at this point, as one run showed, for points that leave just that; else empty. Of
+  /// all points with the same state a few are run, see `run`.
+  std::string state = {};
 };
 
-/// Gives the process a mount namespace of its own with a worker's place below `directory`, and makes it adopt
-/// the orphans of what it starts. Throws `std::system_error` where the system refuses it.
-Place settle(const std::filesystem::path& directory);
+/// The points of a sweep that were selected, in order.
+class PlannedSweep {
+ public:
+  PlannedSweep(std::string name, Selection selection, bool isControl = false)
+      : name_(std::move(name)), selection_(selection), isControl_(isControl) {}
 
-/// Ends that, so that `directory` can be removed.
-void leave(const std::filesystem::path& directory);
+  /// Counts a point, and returns whether it is to be added. Where `always`, it is part of each sample, as the
+  /// first one is.
+  bool selects(const std::string& point, bool always = false);
+  void add(PlannedPoint point) { points_.push_back(std::move(point)); }
 
-/// Runs the tasks in several processes and tells of each result as it comes. A task that throws or dies is a
-/// violation.
-void runTasks(const std::vector<Task>& tasks, const std::filesystem::path& directory, unsigned workers,
-              const std::function<void(const Result&)>& report);
+  const std::string& name() const { return name_; }
+  const std::vector<PlannedPoint>& points() const { return points_; }
+  std::uint64_t total() const { return total_; }
+  bool isControl() const { return isControl_; }
+
+ private:
+  std::string name_;
+  Selection selection_;
+  bool isControl_;
+  std::vector<PlannedPoint> points_;
+  std::uint64_t total_ = 0;
+};
+
+/// How points are tried at the same time.
+struct Workshop {
+  std::filesystem::path directory;  ///< exists and is not below "/tmp"
+  unsigned workers = 1;
+  std::function<void()> settle = {};  ///< what each worker does first, with its private mounts
+};
+
+/// Runs `body` in a process with a place below the workshop and returns its result. Throws `ProofRefused`
+/// where the system does not grant private mounts or tracing, and `platform::Error` with what the process
+/// failed from.
+std::string inPlace(const Workshop& workshop, const std::function<std::string(const Place&)>& body);
+
+/// Tries the points of a sweep in several processes, and tells of each when it is known. Of those with the
+/// same state, the first is run and up to three others, and the state that such a run leaves is compared with
+/// the one that was observed, until one run has confirmed it; the others are then recorded as observed, with
+/// its outcome. A task that throws or dies is a violation. What a sweep that has one task with many points
+/// tells of is its total.
+Sweep run(const PlannedSweep& sweep, const Workshop& workshop,
+          const std::function<void(const Point&)>& report);
 
 }  // namespace rehearse

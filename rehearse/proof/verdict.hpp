@@ -1,14 +1,17 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "rehearse/proof/home.hpp"
+#include "rehearse/record/rehearsal.hpp"
 
 namespace rehearse {
 
-/// "old", "new", "damaged" or "neither".
-std::string wordFor(Standing standing);
+/// What is at the target's path. Nothing complete there is a loss, though the previous application may be
+/// complete beside it: a caller that allows that says `beside`.
+PointOutcome outcomeOf(const Home& home);
 
 /// What may not be left, however the run ended: anything under a name that no part of an update gives.
 std::vector<std::string> strangersIn(const Home& home);
@@ -25,7 +28,21 @@ void append(std::vector<std::string>& to, const std::vector<std::string>& more);
 std::vector<std::string> leftoversAgainst(const Ending& ending, Story story, const Home& home);
 
 /// Lets an undisturbed update to the next version run, which must succeed and leave nothing that was not
-/// there. Where the story damaged the application, the update must refuse to replace it.
+/// there, not even a half attached image. Where the story damaged the application, the update must refuse to
+/// replace it.
 std::vector<std::string> nextUpdate(const Material& material, Home& home);
+
+/// The same, but where an update of this material has been tried in the same circumstances before, that is,
+/// where everything that it could depend on was the same, byte for byte, what was found then is returned.
+/// The findings are kept below `directory`, for all processes.
+class NextUpdates {
+ public:
+  explicit NextUpdates(std::filesystem::path directory);
+
+  std::vector<std::string> operator()(const Material& material, Home& home) const;
+
+ private:
+  std::filesystem::path directory_;
+};
 
 }  // namespace rehearse

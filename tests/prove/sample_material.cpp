@@ -1,5 +1,6 @@
 #include "tests/prove/sample_material.hpp"
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -38,8 +39,10 @@ rehearse::Offer makeOffer(const fs::path& folder, const test::SampleChain& chain
                        {application.parent_path().native(), "Quorin Ostreval", image.native()});
   if (made.exitStatus != 0)
     throw std::runtime_error("make_disk_image: " + made.error);
-  return {image, QuorinOstrevalUpdater::sha256(platform::URL::fileURLWithPath(image.native())), version,
-          version, test::inventory(application)};
+  return {.image = image,
+          .digest = QuorinOstrevalUpdater::sha256(platform::URL::fileURLWithPath(image.native())),
+          .application = {version, version, test::inventory(application)},
+          .sealedFile = rehearse::sealedFileOf(application)};
 }
 
 }  // namespace
@@ -52,7 +55,10 @@ rehearse::Material makeSampleMaterial(const fs::path& directory) {
   material.updater = prefix / "bin/QuorinOstrevalUpdater";
   material.identifier = kIdentifier;
   material.team = test::SampleChain::kTeam;
-  material.oldApplication = makeApplication(directory / "1.0", chain, "1.0", test::startingScript("1.0"));
+  material.oldBundle = makeApplication(directory / "1.0", chain, "1.0", test::startingScript("1.0"));
+  material.bundleName = material.oldBundle.filename();
+  material.old = {"1.0", "1.0", test::inventory(material.oldBundle)};
+  material.starts = std::make_shared<rehearse::WrittenStarts>();
   material.update = makeOffer(directory / "2.0", chain, "2.0", test::startingScript("2.0"));
   material.next = makeOffer(directory / "3.0", chain, "3.0", test::startingScript("3.0"));
   material.broken = makeOffer(directory / "broken", chain, "2.0", "#!/no/such/interpreter\n");

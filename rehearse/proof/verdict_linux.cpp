@@ -1,7 +1,14 @@
-#include "rehearse/proof/verdict.hpp"
+#include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <iterator>
+#include <utility>
+
+#include "rehearse/files/trees.hpp"
+#include "rehearse/proof/verdict.hpp"
+
+namespace fs = std::filesystem;
 
 namespace rehearse {
 namespace {
@@ -15,18 +22,18 @@ std::string listed(const std::set<std::string>& names) {
 
 }  // namespace
 
-std::string wordFor(Standing standing) {
-  switch (standing) {
+PointOutcome outcomeOf(const Home& home) {
+  switch (home.standing()) {
     case Standing::previous:
-      return "old";
+      return PointOutcome::previous;
     case Standing::offered:
-      return "new";
+      return PointOutcome::offered;
     case Standing::damaged:
-      return "damaged";
+      return home.previousStandsBeside() ? PointOutcome::beside : PointOutcome::lost;
     case Standing::neither:
-      return "neither";
+      return PointOutcome::lost;
   }
-  return {};
+  return PointOutcome::lost;
 }
 
 void append(std::vector<std::string>& to, const std::vector<std::string>& more) {
@@ -73,6 +80,34 @@ std::vector<std::string> nextUpdate(const Material& material, Home& home) {
   std::ranges::set_difference(home.leftovers(), before, std::inserter(added, added.end()));
   if (!added.empty())
     complaints.push_back("The next update left" + listed(added));
+  if (home.hasHalfAttachedImages())
+    complaints.emplace_back("The next update left a part of an image.");
+  return complaints;
+}
+
+NextUpdates::NextUpdates(fs::path directory) : directory_(std::move(directory)) {
+  fs::create_directories(directory_);
+}
+
+std::vector<std::string> NextUpdates::operator()(const Material& material, Home& home) const {
+  const fs::path known = directory_ / (nameOf(home.story()) + "-" + home.digest());
+  std::vector<std::string> complaints;
+  if (fs::exists(known)) {
+    std::ifstream lines(known);
+    for (std::string line; std::getline(lines, line);)
+      complaints.push_back(line);
+    return complaints;
+  }
+  complaints = nextUpdate(material, home);
+  std::string text;
+  for (std::string line : complaints) {
+    std::ranges::replace(line, '\n', ' ');
+    text += line + '\n';
+  }
+  // Another process may have found the same; what is there is complete at each moment.
+  const fs::path written = known.native() + "-" + std::to_string(::getpid());
+  writeFile(written, text);
+  fs::rename(written, known);
   return complaints;
 }
 

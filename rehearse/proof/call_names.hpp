@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "rehearse/proof/tracer.hpp"
+
+namespace rehearse {
+
+/// Names the calls of a run so that the same call has the same name in each run on each machine, however the
+/// processes take turns: "ditto: openat 17" is the 17th such call of all processes with that program.
+class CallNames {
+ public:
+  /// Names the next call. A process that the updater has made and that is not yet a tool is
+  /// "QuorinOstrevalUpdater, child".
+  std::string next(const SystemCall& call);
+
+ private:
+  std::string updater_;
+  std::map<std::pair<std::string, long>, std::size_t> counts_;
+};
+
+}  // namespace rehearse

@@ -1,0 +1,123 @@
+#include "rehearse/proof/prove.hpp"
+
+#include <algorithm>
+#include <thread>
+#include <utility>
+
+#include "rehearse/proof/call_sweeps.hpp"
+#include "rehearse/proof/limit_sweeps.hpp"
+#include "rehearse/proof/power_cuts.hpp"
+#include "rehearse/proof/release_material.hpp"
+#include "rehearse/proof/verdict.hpp"
+
+namespace rehearse {
+namespace {
+
+/// The proof of one update.
+class Proof {
+ public:
+  Proof(const ProofOptions& options, const Material& material,
+        const std::function<void(const ProofProgress&)>& progress)
+      : options_(options),
+        material_(material),
+        progress_(progress),
+        nextUpdates_(options.directory / "next-updates"),
+        selection_{std::max<std::size_t>(options.every, 1), options.shard},
+        workshop_{options.directory,
+                  options.jobs != 0 ? options.jobs : 2 * std::max(1U, std::thread::hardware_concurrency()),
+                  [&material] { material.starts->settle(); }} {}
+
+  std::vector<Sweep> run() {
+    for (const Story story : {Story::update, Story::rollback, Story::revert})
+      runStory(story);
+    if (has(ProofKind::powerCuts))
+      runPowerCuts();
+    if (has(ProofKind::limits))
+      for (const PlannedSweep& sweep : limitSweeps(material_, nextUpdates_, selection_))
+        run(sweep);
+    return std::move(results_);
+  }
+
+ private:
+  bool has(ProofKind kind) const { return options_.kinds.contains(kind); }
+
+  bool isWanted(const std::string& sweep) const {
+    return options_.words.empty() || std::ranges::any_of(options_.words, [&](const std::string& word) {
+             return sweep.find(word) != std::string::npos;
+           });
+  }
+
+  void runStory(Story story) {
+    const bool isUpdate = story == Story::update;
+    if (!has(ProofKind::kills) && !has(ProofKind::faults) && !(isUpdate && has(ProofKind::limits)))
+      return;
+    if (story == Story::rollback && !material_.canRefuseStart) {
+      notTried(nameOf(story),
+               "Both applications have the same executable, so that the start of the new one alone "
+               "cannot be refused.");
+      return;
+    }
+    const std::vector<RecordedCall> calls = record(material_, story, workshop_);
+    const Rehearsed rehearsed{material_, nextUpdates_, story, calls, selection_};
+    if (has(ProofKind::faults)) {
+      run(faultSweep(rehearsed));
+      for (const PlannedSweep& sweep : breakdownSweeps(rehearsed))
+        run(sweep);
+    }
+    if (has(ProofKind::kills)) {
+      run(killSweep(rehearsed));
+      run(secondKillSweep(rehearsed));
+      if (isUpdate)
+        run(killSweepWithoutExchange(material_, selection_));
+    }
+    if (isUpdate && has(ProofKind::limits))
+      run(hangSweep(rehearsed));
+  }
+
+  void runPowerCuts() {
+    const std::string obstacle = inPlace(
+        workshop_, [this](const Place& place) { return obstacleToPowerCuts(options_.fileSystem, place); });
+    if (obstacle.empty())
+      for (const PlannedSweep& sweep : powerCutSweeps(material_, options_.fileSystem, selection_))
+        run(sweep);
+    else if (isWanted("power cuts"))
+      notTried("power cuts", obstacle);
+  }
+
+  void notTried(const std::string& name, const std::string& reason) {
+    results_.push_back(
+        {.name = name, .total = 1, .points = {{name, PointOutcome::notTried, PointMethod::run, {reason}}}});
+  }
+
+  void run(const PlannedSweep& sweep) {
+    if (!isWanted(sweep.name()))
+      return;
+    std::size_t done = 0;
+    results_.push_back(rehearse::run(sweep, workshop_, [&](const Point& point) {
+      if (progress_)
+        progress_({sweep.name(), ++done, sweep.points().size(), point});
+    }));
+  }
+
+  const ProofOptions& options_;
+  const Material& material_;
+  const std::function<void(const ProofProgress&)>& progress_;
+  NextUpdates nextUpdates_;
+  Selection selection_;
+  Workshop workshop_;
+  std::vector<Sweep> results_;
+};
+
+}  // namespace
+
+std::vector<Sweep> prove(const ProofOptions& options, const Material& material,
+                         const std::function<void(const ProofProgress&)>& progress) {
+  return Proof(options, material, progress).run();
+}
+
+std::vector<Sweep> prove(const ProofOptions& options, const Release& release,
+                         const std::function<void(const ProofProgress&)>& progress) {
+  return prove(options, materialOf(release), progress);
+}
+
+}  // namespace rehearse

@@ -1,0 +1,113 @@
+#include "rehearse/proof/recording.hpp"
+
+#include <algorithm>
+#include <map>
+#include <sstream>
+
+#include "platform/foundation/error.hpp"
+#include "rehearse/proof/call_names.hpp"
+#include "rehearse/proof/disk_observer.hpp"
+#include "rehearse/proof/system_calls.hpp"
+
+namespace rehearse {
+namespace {
+
+/// Whether an undisturbed run went as its story goes.
+bool wentAsItGoes(Story story, const Ending& ending, const Home& home,
+                  const std::vector<RecordedCall>& calls) {
+  const bool isUpdate = story == Story::update;
+  return ending.exitStatus == (isUpdate ? 0 : 1) && home.contradictions(ending).empty() &&
+         home.leftovers().empty() &&
+         std::ranges::count_if(calls, isExchangeOfNames, &RecordedCall::call) == (isUpdate ? 1 : 2);
+}
+
+std::string complaint(Story story, const Ending& ending, const Home& home) {
+  std::string text = "An undisturbed " + nameOf(story) + " does not go as expected: " + ending.error;
+  for (const std::string& contradiction : home.contradictions(ending))
+    text += " " + contradiction;
+  for (const std::string& name : home.leftovers())
+    text += " There is left " + name + ".";
+  return text;
+}
+
+std::vector<RecordedCall> recordIn(const Place& place, const Material& material, Story story) {
+  Home home(material, story, place.home, place.temporary);
+  home.furnish();
+  DiskObserver disk(home);
+  CallNames names;
+  std::vector<RecordedCall> calls;
+  std::map<pid_t, std::size_t> pending;
+  const Ending ending =
+      home.run({.before =
+                    [&](const SystemCall& call) {
+                      pending[call.process] = calls.size();
+                      calls.push_back({names.next(call), call, disk.state(), {}});
+                      return Fate{};
+                    },
+                .after =
+                    [&](const SystemCall& call, std::int64_t) {
+                      if (const auto found = pending.find(call.process);
+                          found != pending.end() && calls[found->second].call.number == call.number)
+                        calls[found->second].after = disk.state();
+                    }});
+  if (!wentAsItGoes(story, ending, home, calls))
+    throw platform::Error(complaint(story, ending, home));
+  return calls;
+}
+
+/// One call a line, and the states in lines before the first call that has them.
+std::string textOf(const std::vector<RecordedCall>& calls) {
+  std::map<std::string, std::size_t> states;
+  std::ostringstream text;
+  const auto numberOf = [&](const std::string& state) {
+    const auto [place, isNew] = states.try_emplace(state, states.size());
+    if (isNew)
+      text << "s " << state << '\n';
+    return place->second;
+  };
+  for (const RecordedCall& call : calls) {
+    const std::size_t before = numberOf(call.before);
+    const std::size_t after = numberOf(call.after);
+    text << "c " << before << ' ' << after << ' ' << call.call.process << ' ' << call.call.byUpdater << ' '
+         << call.call.number;
+    for (const std::uint64_t argument : call.call.arguments)
+      text << ' ' << argument;
+    text << ' ' << call.call.program << '\t' << call.name << '\n';
+  }
+  return text.str();
+}
+
+std::vector<RecordedCall> fromText(const std::string& text) {
+  std::istringstream lines(text);
+  std::vector<std::string> states;
+  std::vector<RecordedCall> calls;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("s ")) {
+      states.push_back(line.substr(2));
+      continue;
+    }
+    std::istringstream fields(line.substr(2));
+    std::size_t before = 0;
+    std::size_t after = 0;
+    RecordedCall call;
+    fields >> before >> after >> call.call.process >> call.call.byUpdater >> call.call.number;
+    for (std::uint64_t& argument : call.call.arguments)
+      fields >> argument;
+    fields.get();
+    std::getline(fields, call.call.program, '\t');
+    std::getline(fields, call.name);
+    call.before = states.at(before);
+    call.after = states.at(after);
+    calls.push_back(std::move(call));
+  }
+  return calls;
+}
+
+}  // namespace
+
+std::vector<RecordedCall> record(const Material& material, Story story, const Workshop& workshop) {
+  return fromText(
+      inPlace(workshop, [&](const Place& place) { return textOf(recordIn(place, material, story)); }));
+}
+
+}  // namespace rehearse

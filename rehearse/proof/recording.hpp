@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "rehearse/proof/home.hpp"
+#include "rehearse/proof/sweep.hpp"
+
+namespace rehearse {
+
+/// A call of an undisturbed update, with what was on the disk around it as `DiskObserver` describes it.
+struct RecordedCall {
+  std::string name;  ///< see `CallNames`
+  SystemCall call;
+  std::string before;
+  std::string after;  ///< empty where the process ended in the call
+};
+
+/// The calls that an undisturbed run of a story makes, in order. Throws `ProofRefused` where the system does
+/// not allow what that needs, and `platform::Error` where it does not go as the story does.
+std::vector<RecordedCall> record(const Material& material, Story story, const Workshop& workshop);
+
+}  // namespace rehearse
