@@ -1,31 +1,35 @@
 #pragma once
 
-#include <string>
 #include <utility>
+#include <vector>
 
 #include "rehearse/proof/call_names.hpp"
+#include "rehearse/proof/recording.hpp"
 #include "rehearse/proof/tracer.hpp"
 
 namespace rehearse {
 
-/// Decides the fate of the call with a name, and remembers the call.
+/// Decides the fate of one call.
 class AtCall {
  public:
-  AtCall(std::string name, Fate fate) : name_(std::move(name)), fate_(fate) {}
+  AtCall(const Material& material, RecordedCall call, Fate fate)
+      : call_(std::move(call)), fate_(fate), names_(material.updater.filename()) {}
 
   Watcher watcher() {
-    return {.before = [this](const SystemCall& call) {
-      if (isReached_ || names_.next(call) != name_)
-        return Fate{};
-      isReached_ = true;
-      return fate_;
-    }};
+    return {.before =
+                [this](const SystemCall& call) {
+                  if (isReached_ || names_.next(call) != call_.name)
+                    return Fate{};
+                  isReached_ = true;
+                  return fate_;
+                },
+            .calls = std::vector<long>{call_.call.number}};
   }
 
   bool isReached() const { return isReached_; }
 
  private:
-  std::string name_;
+  RecordedCall call_;
   Fate fate_;
   CallNames names_;
   bool isReached_ = false;

@@ -5,8 +5,6 @@
 namespace rehearse {
 
 std::string CallNames::next(const SystemCall& call) {
-  if (call.byUpdater)
-    updater_ = call.program;
   const std::string process =
       call.program == updater_ && !call.byUpdater ? call.program + ", child" : call.program;
   const std::size_t turn = ++counts_[{process, call.number}];

@@ -13,8 +13,11 @@ namespace rehearse {
 /// processes take turns: "ditto: openat 17" is the 17th such call of all processes with that program.
 class CallNames {
  public:
-  /// Names the next call. A process that the updater has made and that is not yet a tool is
-  /// "QuorinOstrevalUpdater, child".
+  /// `updater` is the name of the updater's program.
+  explicit CallNames(std::string updater) : updater_(std::move(updater)) {}
+
+  /// Names the next call; those of one kind must not be left out. A process that the updater has made and
+  /// that is not yet a tool is "QuorinOstrevalUpdater, child".
   std::string next(const SystemCall& call);
 
  private:

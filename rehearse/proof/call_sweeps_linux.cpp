@@ -57,7 +57,7 @@ Task faultTask(const Rehearsed& rehearsed, const RecordedCall& call, int error, 
   return [=, &call](const Place& place, const auto& report) {
     Home home(rehearsed.material, rehearsed.story, place.home, place.temporary);
     home.furnish();
-    AtCall fault(call.name, failing(call.call, error));
+    AtCall fault(rehearsed.material, call, failing(call.call, error));
     const Ending ending = home.run(fault.watcher());
     if (!fault.isReached()) {
       report({"", PointOutcome::notReached});
@@ -104,13 +104,15 @@ Task breakdownTask(const Rehearsed& rehearsed, const Breakdown& breakdown, std::
     Home home(rehearsed.material, story, place.home, place.temporary);
     home.furnish();
     std::size_t count = 0;
-    const Ending ending = home.run({.before = [&](const SystemCall& call) -> Fate {
-      if (!breakdown.concerns(call))
-        return {};
-      const bool isTurn = breakdown.lasts ? count >= turn : count == turn;
-      ++count;
-      return isTurn ? breakdown.fate : Fate{};
-    }});
+    const Ending ending =
+        home.run({.before = [&](const SystemCall& call) -> Fate {
+                    if (!breakdown.concerns(call))
+                      return {};
+                    const bool isTurn = breakdown.lasts ? count >= turn : count == turn;
+                    ++count;
+                    return isTurn ? breakdown.fate : Fate{};
+                  },
+                  .calls = breakdown.concerns == isRename ? renames() : callsThatChangeFiles()});
     if (count <= turn) {
       report({"", PointOutcome::notReached});
       return;
@@ -144,11 +146,11 @@ std::string nameOf(Victim victim) {
   return {};
 }
 
-Task killTask(const Rehearsed& rehearsed, const RecordedCall& call, Fate fate, const std::string& second) {
+Task killTask(const Rehearsed& rehearsed, const RecordedCall& call, Fate fate, const RecordedCall* second) {
   return [=, &call](const Place& place, const auto& report) {
     Home home(rehearsed.material, rehearsed.story, place.home, place.temporary);
     home.furnish();
-    AtCall death(call.name, fate);
+    AtCall death(rehearsed.material, call, fate);
     const Ending ending = home.run(death.watcher());
     if (!death.isReached()) {
       report({"", PointOutcome::notReached});
@@ -159,13 +161,13 @@ Task killTask(const Rehearsed& rehearsed, const RecordedCall& call, Fate fate, c
     result.violations = ending.exitStatus == 0 ? strangersIn(home) : losses(home);
     if (ending.signal == 0)
       append(result.violations, home.contradictions(ending, excusesForDeathAt(call.call)));
-    if (fate.victim == Victim::everyone && second.empty())
+    if (fate.victim == Victim::everyone && second == nullptr)
       result.state = DiskObserver(home).state();
-    if (!second.empty()) {
+    if (second != nullptr) {
       home.offer(rehearsed.material.update);
-      home.run(AtCall(second, fate).watcher());
+      home.run(AtCall(rehearsed.material, *second, fate).watcher());
       if (home.standing() == Standing::neither)
-        result.violations.push_back("After a second kill at \"" + second +
+        result.violations.push_back("After a second kill at \"" + second->name +
                                     "\" no complete application is at the target's path.");
     }
     append(result.violations, rehearsed.nextUpdates(rehearsed.material, home));
@@ -268,7 +270,7 @@ PlannedSweep killSweep(const Rehearsed& rehearsed) {
         const std::string name =
             call.name + (isBefore ? ": before it " : ": after it ") + nameOf(victim) + " killed";
         if (sweep.selects(name))
-          sweep.add({name, killTask(rehearsed, call, {.kind = kind, .victim = victim}, {}),
+          sweep.add({name, killTask(rehearsed, call, {.kind = kind, .victim = victim}, nullptr),
                      victim != Victim::everyone ? std::string()
                      : isBefore                 ? call.before
                                                 : call.after});
@@ -284,11 +286,11 @@ PlannedSweep secondKillSweep(const Rehearsed& rehearsed) {
   PlannedSweep sweep(nameOf(rehearsed.story) + ", a kill and another in the update after",
                      rehearsed.selection);
   forOwnCalls(rehearsed, [&](std::size_t index, const RecordedCall& call) {
-    const std::string& second = rehearsed.calls[index * kStep % rehearsed.calls.size()].name;
-    const std::string name = call.name + ", then " + second;
+    const RecordedCall& second = rehearsed.calls[index * kStep % rehearsed.calls.size()];
+    const std::string name = call.name + ", then " + second.name;
     if (sweep.selects(name))
       sweep.add(
-          {name, killTask(rehearsed, call, {.kind = Kind::killBefore, .victim = Victim::everyone}, second)});
+          {name, killTask(rehearsed, call, {.kind = Kind::killBefore, .victim = Victim::everyone}, &second)});
   });
   return sweep;
 }

@@ -8,6 +8,7 @@
 #include <cctype>
 #include <cerrno>
 #include <fstream>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
@@ -152,6 +153,8 @@ void Home::readAnew() {
 Ending Home::run(const Watcher& watcher, pid_t parent) const {
   Watcher meddling = watcher;
   meddling.timeLimit = std::max(watcher.timeLimit, material_.timeLimit);
+  if (story_ == Story::revert && meddling.calls)
+    std::ranges::copy(renames(), std::back_inserter(*meddling.calls));
   if (story_ == Story::revert)
     meddling.after = [&, damaged = false](const SystemCall& call, std::int64_t result) mutable {
       if (!damaged && call.byUpdater && isExchangeOfNames(call) && result == 0) {

@@ -116,7 +116,7 @@ Task limitTask(const Material& material, const NextUpdates& nextUpdates, const L
     Home home(material, Story::update, place.home, place.temporary);
     limit.lift(place);
     home.furnish();
-    Watcher watcher{.before = [](const SystemCall&) { return Fate{}; }};
+    Watcher watcher{.before = [](const SystemCall&) { return Fate{}; }, .calls = std::vector<long>()};
     limit.set(home, place, value, watcher);
     const Ending ending = home.run(watcher);
     limit.lift(place);
@@ -139,7 +139,8 @@ Task readOnlyTask(const Material& material, const NextUpdates& nextUpdates) {
         throw std::system_error(errno, std::generic_category(), "a read-only file system");
     };
     remount(MS_RDONLY);
-    const Ending ending = home.run({.before = [](const SystemCall&) { return Fate{}; }});
+    const Ending ending =
+        home.run({.before = [](const SystemCall&) { return Fate{}; }, .calls = std::vector<long>()});
     remount(0);
     Result result{"", outcomeOf(home), home.contradictions(ending, kAnything)};
     append(result.violations, nextUpdates(material, home));
@@ -158,11 +159,11 @@ void requireReason(const std::string& reason, const Ending& ending, Result& resu
     result.violations.push_back("The reason is another: " + ending.error);
 }
 
-Task hangTask(const Rehearsed& rehearsed, const std::string& call) {
+Task hangTask(const Rehearsed& rehearsed, const RecordedCall& call) {
   return [=](const Place& place, const auto& report) {
     Home home(rehearsed.material, Story::update, place.home, place.temporary);
     home.furnish();
-    AtCall hang(call, {.kind = Fate::Kind::hang});
+    AtCall hang(rehearsed.material, call, {.kind = Fate::Kind::hang});
     Watcher watcher = hang.watcher();
     watcher.leapingClock = true;
     const Ending ending = home.run(watcher);
@@ -229,7 +230,8 @@ Watcher hangingTool(const std::string& tool) {
 }
 
 Watcher shortWaits() {
-  return {.before = [](const SystemCall&) { return Fate{}; }, .leapingClock = true};
+  return {
+      .before = [](const SystemCall&) { return Fate{}; }, .calls = std::vector<long>(), .leapingClock = true};
 }
 
 PlannedSweep hangSweep(const Rehearsed& rehearsed) {
@@ -239,7 +241,7 @@ PlannedSweep hangSweep(const Rehearsed& rehearsed) {
     sweep.add({parent, endlessParentTask(rehearsed.material, rehearsed.nextUpdates)});
   for (const RecordedCall& call : rehearsed.calls)
     if (isByTool(call.call, rehearsed.material) && !isJudges(rehearsed, call) && sweep.selects(call.name))
-      sweep.add({call.name, hangTask(rehearsed, call.name)});
+      sweep.add({call.name, hangTask(rehearsed, call)});
   return sweep;
 }
 

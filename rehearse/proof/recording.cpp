@@ -34,7 +34,7 @@ std::vector<RecordedCall> recordIn(const Place& place, const Material& material,
   Home home(material, story, place.home, place.temporary);
   home.furnish();
   DiskObserver disk(home);
-  CallNames names;
+  CallNames names(material.updater.filename());
   std::vector<RecordedCall> calls;
   std::map<pid_t, std::size_t> pending;
   const Ending ending =

@@ -26,6 +26,9 @@ const SystemCallKind& kindOf(long number);
 /// True where a file system that has become read-only refuses the call.
 bool changesFiles(const SystemCall& call);
 bool isRename(const SystemCall& call);
+/// The numbers of the calls for which that may be true.
+std::vector<long> callsThatChangeFiles();
+std::vector<long> renames();
 bool isExchangeOfNames(const SystemCall& call);
 /// True where the call puts a whole file system on the disk.
 bool isFlush(const SystemCall& call);

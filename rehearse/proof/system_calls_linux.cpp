@@ -11,61 +11,60 @@
 namespace rehearse {
 namespace {
 
-const std::vector<int> kMemory = {ENOMEM};
-const std::vector<int> kLook = {EIO, EACCES};
-const std::vector<int> kOpen = {EACCES, EMFILE, EIO, ENOSPC, EINTR};
-const std::vector<int> kRead = {EIO, EINTR};
-const std::vector<int> kWrite = {ENOSPC, EIO, EINTR};
-const std::vector<int> kNames = {EIO, EACCES, ENOSPC};
-const std::vector<int> kSpawn = {EAGAIN, ENOMEM};
-
 std::vector<SystemCallKind> makeKinds() {
+  const std::vector<int> forMemory = {ENOMEM};
+  const std::vector<int> forLook = {EIO, EACCES};
+  const std::vector<int> forOpen = {EACCES, EMFILE, EIO, ENOSPC, EINTR};
+  const std::vector<int> forRead = {EIO, EINTR};
+  const std::vector<int> forWrite = {ENOSPC, EIO, EINTR};
+  const std::vector<int> forNames = {EIO, EACCES, ENOSPC};
+  const std::vector<int> forSpawn = {EAGAIN, ENOMEM};
   return {
-      {SYS_open, "open", kOpen},
-      {SYS_openat, "openat", kOpen},
-      {SYS_openat2, "openat2", kOpen},
-      {SYS_creat, "creat", kOpen, true},
+      {SYS_open, "open", forOpen},
+      {SYS_openat, "openat", forOpen},
+      {SYS_openat2, "openat2", forOpen},
+      {SYS_creat, "creat", forOpen, true},
       {SYS_close, "close", {EIO, EINTR}},
-      {SYS_read, "read", kRead},
-      {SYS_pread64, "pread64", kRead},
-      {SYS_readv, "readv", kRead},
-      {SYS_getdents64, "getdents64", kRead},
-      {SYS_write, "write", kWrite, true},
-      {SYS_pwrite64, "pwrite64", kWrite, true},
-      {SYS_writev, "writev", kWrite, true},
-      {SYS_copy_file_range, "copy_file_range", kWrite, true},
-      {SYS_sendfile, "sendfile", kWrite, true},
-      {SYS_fallocate, "fallocate", kWrite, true},
-      {SYS_truncate, "truncate", kWrite, true},
-      {SYS_ftruncate, "ftruncate", kWrite, true},
+      {SYS_read, "read", forRead},
+      {SYS_pread64, "pread64", forRead},
+      {SYS_readv, "readv", forRead},
+      {SYS_getdents64, "getdents64", forRead},
+      {SYS_write, "write", forWrite, true},
+      {SYS_pwrite64, "pwrite64", forWrite, true},
+      {SYS_writev, "writev", forWrite, true},
+      {SYS_copy_file_range, "copy_file_range", forWrite, true},
+      {SYS_sendfile, "sendfile", forWrite, true},
+      {SYS_fallocate, "fallocate", forWrite, true},
+      {SYS_truncate, "truncate", forWrite, true},
+      {SYS_ftruncate, "ftruncate", forWrite, true},
       {SYS_lseek, "lseek", {EIO}},
-      {SYS_stat, "stat", kLook},
-      {SYS_lstat, "lstat", kLook},
+      {SYS_stat, "stat", forLook},
+      {SYS_lstat, "lstat", forLook},
       {SYS_fstat, "fstat", {EIO}},
-      {SYS_newfstatat, "newfstatat", kLook},
-      {SYS_statx, "statx", kLook},
-      {SYS_access, "access", kLook},
-      {SYS_faccessat, "faccessat", kLook},
-      {SYS_faccessat2, "faccessat2", kLook},
+      {SYS_newfstatat, "newfstatat", forLook},
+      {SYS_statx, "statx", forLook},
+      {SYS_access, "access", forLook},
+      {SYS_faccessat, "faccessat", forLook},
+      {SYS_faccessat2, "faccessat2", forLook},
       {SYS_statfs, "statfs", {EIO}},
       {SYS_fstatfs, "fstatfs", {EIO}},
-      {SYS_readlink, "readlink", kLook},
-      {SYS_readlinkat, "readlinkat", kLook},
+      {SYS_readlink, "readlink", forLook},
+      {SYS_readlinkat, "readlinkat", forLook},
       {SYS_getcwd, "getcwd", {ENOMEM}},
-      {SYS_chdir, "chdir", kLook},
-      {SYS_fchdir, "fchdir", kLook},
-      {SYS_mkdir, "mkdir", kNames, true},
-      {SYS_mkdirat, "mkdirat", kNames, true},
-      {SYS_rename, "rename", kNames, true},
-      {SYS_renameat, "renameat", kNames, true},
-      {SYS_renameat2, "renameat2", kNames, true},
-      {SYS_link, "link", kNames, true},
-      {SYS_linkat, "linkat", kNames, true},
-      {SYS_symlink, "symlink", kNames, true},
-      {SYS_symlinkat, "symlinkat", kNames, true},
-      {SYS_unlink, "unlink", kNames, true},
-      {SYS_unlinkat, "unlinkat", kNames, true},
-      {SYS_rmdir, "rmdir", kNames, true},
+      {SYS_chdir, "chdir", forLook},
+      {SYS_fchdir, "fchdir", forLook},
+      {SYS_mkdir, "mkdir", forNames, true},
+      {SYS_mkdirat, "mkdirat", forNames, true},
+      {SYS_rename, "rename", forNames, true},
+      {SYS_renameat, "renameat", forNames, true},
+      {SYS_renameat2, "renameat2", forNames, true},
+      {SYS_link, "link", forNames, true},
+      {SYS_linkat, "linkat", forNames, true},
+      {SYS_symlink, "symlink", forNames, true},
+      {SYS_symlinkat, "symlinkat", forNames, true},
+      {SYS_unlink, "unlink", forNames, true},
+      {SYS_unlinkat, "unlinkat", forNames, true},
+      {SYS_rmdir, "rmdir", forNames, true},
       {SYS_chmod, "chmod", {EIO, EPERM}, true},
       {SYS_fchmod, "fchmod", {EIO, EPERM}, true},
       {SYS_fchmodat, "fchmodat", {EIO, EPERM}, true},
@@ -89,15 +88,15 @@ std::vector<SystemCallKind> makeKinds() {
       {SYS_dup2, "dup2", {EMFILE}},
       {SYS_dup3, "dup3", {EMFILE}},
       {SYS_pipe2, "pipe2", {EMFILE}},
-      {SYS_mmap, "mmap", kMemory},
-      {SYS_mremap, "mremap", kMemory},
-      {SYS_brk, "brk", kMemory},
-      {SYS_mprotect, "mprotect", kMemory},
-      {SYS_munmap, "munmap", kMemory},
-      {SYS_fork, "fork", kSpawn},
-      {SYS_vfork, "vfork", kSpawn},
-      {SYS_clone, "clone", kSpawn},
-      {SYS_clone3, "clone3", kSpawn},
+      {SYS_mmap, "mmap", forMemory},
+      {SYS_mremap, "mremap", forMemory},
+      {SYS_brk, "brk", forMemory},
+      {SYS_mprotect, "mprotect", forMemory},
+      {SYS_munmap, "munmap", forMemory},
+      {SYS_fork, "fork", forSpawn},
+      {SYS_vfork, "vfork", forSpawn},
+      {SYS_clone, "clone", forSpawn},
+      {SYS_clone3, "clone3", forSpawn},
       {SYS_execve, "execve", {EIO, EACCES, ENOMEM}},
       {SYS_setsid, "setsid", {EPERM}},
       {SYS_close_range, "close_range", {EPERM}},
@@ -131,6 +130,18 @@ bool changesFiles(const SystemCall& call) {
 
 bool isRename(const SystemCall& call) {
   return kindOf(call.number).name.starts_with("rename");
+}
+
+std::vector<long> callsThatChangeFiles() {
+  std::vector<long> numbers{SYS_openat};
+  for (const SystemCallKind& kind : systemCallKinds())
+    if (kind.changesFiles)
+      numbers.push_back(kind.number);
+  return numbers;
+}
+
+std::vector<long> renames() {
+  return {SYS_rename, SYS_renameat, SYS_renameat2};
 }
 
 bool isExchangeOfNames(const SystemCall& call) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,9 @@ struct Ending {
 /// Who looks at the calls. While either is called, the caller stands still.
 struct Watcher {
   std::function<Fate(const SystemCall&)> before;
+  /// The numbers of the calls at which to stop, of those in `systemCallKinds()`: all where there is no value.
+  /// Each stop takes more time than most calls.
+  std::optional<std::vector<long>> calls = std::nullopt;
   /// Called behind each call that was made, with the result that it had or a negative error number, whatever
   /// its fate makes of that.
   std::function<void(const SystemCall&, std::int64_t)> after = {};
@@ -69,7 +73,7 @@ struct Watcher {
   std::chrono::seconds timeLimit{20};
 };
 
-/// Runs a program and everything that it starts, and stops at each call of `systemCallKinds()`, until all of
+/// Runs a program and everything that it starts, and stops at the calls that the watcher wants, until all of
 /// them have ended, apart from those that hang, which are then killed. For a process without other children.
 /// Throws `std::system_error` where the system refuses tracing.
 Ending trace(const std::filesystem::path& program, const std::vector<std::string>& arguments,

@@ -34,11 +34,12 @@ void require(bool holds, const char* what) {
 }
 
 /// The filter that hands the calls of interest to the tracer.
-std::vector<sock_filter> filterOfInterest(bool withClock) {
+std::vector<sock_filter> filterOfInterest(const Watcher& watcher) {
   std::vector<long> numbers;
   for (const SystemCallKind& kind : systemCallKinds())
-    numbers.push_back(kind.number);
-  if (withClock)
+    if (!watcher.calls || std::ranges::find(*watcher.calls, kind.number) != watcher.calls->end())
+      numbers.push_back(kind.number);
+  if (watcher.leapingClock)
     numbers.push_back(SYS_clock_gettime);
   std::vector<sock_filter> filter;
   filter.push_back({BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)});
@@ -385,7 +386,7 @@ void Tracer::killAll() {
 
 Ending trace(const fs::path& program, const std::vector<std::string>& arguments, const Watcher& watcher) {
   const TemporaryDirectory capture("/var/tmp");
-  std::vector<sock_filter> filter = filterOfInterest(watcher.leapingClock);
+  std::vector<sock_filter> filter = filterOfInterest(watcher);
   const sock_fprog filterProgram{static_cast<unsigned short>(filter.size()), filter.data()};
 
   const pid_t child = startProgram(program, arguments, capture.path(), [&] {
