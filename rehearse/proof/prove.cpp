@@ -115,7 +115,7 @@ std::vector<Sweep> prove(const ProofOptions& options, const Material& material,
   return Proof(options, material, progress).run();
 }
 
-std::vector<Sweep> prove(const ProofOptions& options, const Release& release,
+std::vector<Sweep> prove(const ProofOptions& options, const ProvedRelease& release,
                          const std::function<void(const ProofProgress&)>& progress) {
   return prove(options, materialOf(release), progress);
 }

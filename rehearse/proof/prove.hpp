@@ -46,8 +46,8 @@ struct ReleasedImage {
   std::filesystem::path application;
 };
 
-/// An update of a release.
-struct Release {
+/// The update of an installed application to a release.
+struct ProvedRelease {
   /// A `PrivatePrefix` that nothing else uses meanwhile: in the place of its `open` is the judge of starts.
   std::filesystem::path prefix;
   SystemVersion system;             ///< that starts are judged for
@@ -73,7 +73,7 @@ struct ProofProgress {
 /// else `platform::Error` says what is different. Throws `ProofRefused` where the system does not allow
 /// private mounts or tracing. What it cannot try for another reason is a sweep with one point, `notTried`,
 /// whose violation is the reason. For a process with one thread and no other children.
-std::vector<Sweep> prove(const ProofOptions& options, const Release& release,
+std::vector<Sweep> prove(const ProofOptions& options, const ProvedRelease& release,
                          const std::function<void(const ProofProgress&)>& progress);
 
 /// The same with what updates are made of.

@@ -54,7 +54,7 @@ Offer offerOf(const ReleasedImage& released) {
 
 }  // namespace
 
-Material materialOf(const Release& release) {
+Material materialOf(const ProvedRelease& release) {
   Material material;
   material.updater = release.prefix / "bin/QuorinOstrevalUpdater";
   material.bundleName = release.installed.filename();

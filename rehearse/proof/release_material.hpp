@@ -7,6 +7,6 @@ namespace rehearse {
 
 /// What the updates of a release are made of. The files and directories of the release are used in place.
 /// Throws `platform::Error` when one cannot be read.
-Material materialOf(const Release& release);
+Material materialOf(const ProvedRelease& release);
 
 }  // namespace rehearse
