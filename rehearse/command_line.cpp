@@ -85,7 +85,7 @@ Options optionsOf(CommandLine& line) {
   return {
       {"--image", {[&](const std::string& value) { line.image = value; }}},
       {"--installed", {[&](const std::string& value) { line.installed.emplace_back(value); }, true}},
-      {"--plan", {[&](const std::string& value) { line.plan = value; }}},
+      {kPlanOption, {[&](const std::string& value) { line.plan = value; }}},
       {"--report", {[&](const std::string& value) { line.report = value; }}},
       {"--scratch", {[&](const std::string& value) { line.scratch = value; }}},
       {"--macos", {[&](const std::string& value) { line.system = versionOf(value); }}},
@@ -177,7 +177,7 @@ CommandLine parseCommandLine(const std::vector<std::string>& words) {
 std::vector<std::string> recordedOptions(const CommandLine& line) {
   std::vector<std::string> options{"--macos " + textOf(line.system)};
   if (line.plan)
-    options.emplace_back("--plan");
+    options.emplace_back(kPlanOption);
   if (!line.proof.empty()) {
     std::string parts;
     for (const auto& [name, part] : kProofParts)

@@ -44,6 +44,9 @@ extern const char* const kUsage;
 /// Parses the words after the program's name. Throws `UsageError`.
 CommandLine parseCommandLine(const std::vector<std::string>& words);
 
+/// Recorded when a plan was given.
+inline constexpr const char* kPlanOption = "--plan";
+
 /// The options that change what is tried, as they are recorded: in one order, whatever order they came in.
 std::vector<std::string> recordedOptions(const CommandLine& line);
 

@@ -1,11 +1,13 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <optional>
 
 #include "platform/files/data.hpp"
+#include "platform/formats/json.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/processes/process.hpp"
 #include "rehearse/command_line.hpp"
@@ -61,33 +63,35 @@ std::optional<fs::path> resolved(const std::optional<fs::path>& path) {
   return path ? std::optional(resolved(*path)) : std::nullopt;
 }
 
-/// Makes the directory of the report, which is empty then, and returns its path without links.
-fs::path makeReportDirectory(const fs::path& directory) {
+/// The path without links of the report's directory, which is empty or can be made. Throws `platform::Error`.
+fs::path usableReportDirectory(const fs::path& directory) {
+  const std::string subject = "The report directory " + platform::quoted(directory.native());
   std::error_code failure;
-  fs::create_directories(directory, failure);
+  fs::path result = fs::weakly_canonical(fs::absolute(directory), failure);
+  if (!failure && fs::exists(result, failure) && !fs::is_empty(result, failure) && !failure)
+    throw platform::Error(subject + " is not empty.");
   if (failure)
-    throw platform::SystemError(
-        "The report directory " + platform::quoted(directory.native()) + " cannot be made", failure.value());
-  const bool isEmpty = fs::is_empty(directory, failure);
-  if (failure)
-    throw platform::SystemError(
-        "The report directory " + platform::quoted(directory.native()) + " cannot be read", failure.value());
-  if (!isEmpty)
-    throw platform::Error("The report directory " + platform::quoted(directory.native()) + " is not empty.");
-  if (::access(directory.c_str(), W_OK) != 0)
-    throw platform::SystemError(
-        "The report directory " + platform::quoted(directory.native()) + " cannot be written", errno);
-  return resolved(directory);
+    throw platform::SystemError(subject + " cannot be used", failure.value());
+  fs::path existing = result;
+  while (!fs::exists(existing, failure) && existing.has_relative_path())
+    existing = existing.parent_path();
+  if (!fs::is_directory(existing))
+    throw platform::SystemError(subject + " cannot be used", ENOTDIR);
+  if (::access(existing.c_str(), W_OK) != 0)
+    throw platform::SystemError(subject + " cannot be written", errno);
+  return result;
 }
 
-void writeReport(const Rehearsal& rehearsal, const fs::path& directory, bool withPlan) {
+void writeReport(const Rehearsal& rehearsal, const fs::path& directory) {
+  fs::create_directories(directory);
   const auto write = [&](const char* name, const std::string& text) {
     platform::Data(text).write(platform::URL::fileURLWithPath((directory / name).native()),
                                platform::DataWritingOptions::atomic);
   };
   write("report.html", htmlReport(rehearsal));
   write("report.json", json(rehearsal));
-  if (withPlan)
+  // The plan of a rehearsal with one is the user's.
+  if (std::ranges::find(rehearsal.subject.options, kPlanOption) == rehearsal.subject.options.end())
     write("plan.json", rehearsal.plan);
 }
 
@@ -97,20 +101,28 @@ Colours coloursOfOutput() {
 
 /// Writes the result to standard output and returns the exit status.
 int tell(const Rehearsal& rehearsal, bool asJSON) {
-  const std::string text = asJSON ? json(rehearsal) + "\n" : textReport(rehearsal, coloursOfOutput());
+  const std::string text = asJSON ? json(rehearsal) : textReport(rehearsal, coloursOfOutput());
   if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
     throw platform::SystemError("The result could not be written", errno);
   return exitStatus(rehearsal);
 }
 
+Rehearsal readReport(const fs::path& path) {
+  try {
+    return rehearsalFromJSON(
+        std::string(platform::Data::contentsOf(platform::URL::fileURLWithPath(path.native())).bytes()));
+  } catch (const platform::DecodingError& failure) {
+    throw platform::Error(platform::sentence(platform::quoted(path.native()) + " is not a report", failure));
+  }
+}
+
 int merge(const CommandLine& line) {
   std::vector<Rehearsal> records;
   for (const fs::path& path : line.merge)
-    records.push_back(rehearsalFromJSON(std::string(
-        platform::Data::contentsOf(platform::URL::fileURLWithPath(resolved(path).native())).bytes())));
-  const fs::path directory = makeReportDirectory(*line.report);
+    records.push_back(readReport(resolved(path)));
+  const fs::path directory = usableReportDirectory(*line.report);
   const Rehearsal rehearsal = merged(records);
-  writeReport(rehearsal, directory, true);
+  writeReport(rehearsal, directory);
   return tell(rehearsal, line.json);
 }
 
@@ -126,7 +138,7 @@ int rehearse(const CommandLine& line) {
                   .progress = {},
                   .prove = {}};
   const fs::path scratchParent = resolved(line.scratch);
-  const auto report = line.report ? std::optional(makeReportDirectory(*line.report)) : std::nullopt;
+  const auto report = line.report ? std::optional(usableReportDirectory(*line.report)) : std::nullopt;
   return supervise(scratchParent, [&](const fs::path& scratch) {
     const PrivatePlace place(scratch / "place");
     const Progress progress;
@@ -134,7 +146,7 @@ int rehearse(const CommandLine& line) {
     const Rehearsal rehearsal = rehearseRelease(request, place, scratch);
     progress.show({});
     if (report)
-      writeReport(rehearsal, place.reachable(*report), !line.plan);
+      writeReport(rehearsal, place.reachable(*report));
     return tell(rehearsal, line.json);
   });
 }

@@ -50,10 +50,10 @@ std::string reasonOf(const Offering& offering, const Application& installed, con
            platform::quoted(installed.name.identifier) + ".";
   if (offered->team.empty())
     return platform::sentence("The application in the image has no valid Developer ID signature",
-                              offered->signatureFailure);
+                              platform::Error(offered->signatureFailure));
   if (installed.team.empty())
     return platform::sentence("The installed application has no valid Developer ID signature",
-                              installed.signatureFailure);
+                              platform::Error(installed.signatureFailure));
   if (offered->team != installed.team)
     return "The image contains an application of the team " + platform::quoted(offered->team) +
            ", installed is one of " + platform::quoted(installed.team) + ".";
@@ -113,6 +113,10 @@ void addFindings(const Offering& offering, const Application& installed, Pairing
   std::ranges::stable_sort(pairing.findings, std::ranges::greater(), &Finding::severity);
 }
 
+bool wasSwapped(const UpdateRun& run) {
+  return std::ranges::find(run.observation.phases, kSwapPhase, &Phase::name) != run.observation.phases.end();
+}
+
 /// The undisturbed update.
 void rehearseUpdate(const Offering& offering, const Application& installed, const Scene& scene,
                     Pairing& pairing) {
@@ -134,7 +138,7 @@ void rehearseUpdate(const Offering& offering, const Application& installed, cons
     if (run.exitStatus == 0)
       pairing.verdict = "WOULD FAIL: " + complaint;
     return {.verdict = StepVerdict::failed,
-            .refusedBy = refusingPlace(run, !run.starts.empty()),
+            .refusedBy = refusingPlace(run, wasSwapped(run)),
             .message = complaint.empty() ? run.sentence : complaint};
   }));
 }

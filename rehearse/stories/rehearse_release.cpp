@@ -18,8 +18,6 @@ using QuorinOstrevalUpdater::InstallPlan;
 constexpr std::uint64_t kMegabyte = 1'000'000;
 /// For the prefix, certificates, plans and what a file system needs itself.
 constexpr std::uint64_t kReserve = 100 * kMegabyte;
-/// A volume is rarely compressed to less than a quarter of its size.
-constexpr std::uint64_t kUsualCompression = 4;
 
 /// In the private place: the application, its image and every image made of it.
 std::uint64_t neededFor(std::uint64_t image, std::uint64_t application) {
@@ -87,17 +85,15 @@ class Rehearser {
         plan_(request.plan ? std::optional(reading("The plan", *request.plan,
                                                    [&] { return readPlan(place.reachable(*request.plan)); }))
                            : std::nullopt),
+        imageSize_(roomForImage()),
         prefix_(scratch / "prefix", reachable(request.anchors)) {}
 
   Rehearsal run() {
     const auto begin = std::chrono::steady_clock::now();
     Rehearsal rehearsal;
     rehearsal.date = presentDate();
-    const std::uint64_t imageSize =
-        reading("The image", request_.image, [&] { return fs::file_size(place_.reachable(request_.image)); });
-    requireSpace(scratch_, neededFor(imageSize, kUsualCompression * imageSize));
     progress("reading the image");
-    const OfferedRelease release = readRelease(imageSize);
+    const OfferedRelease release = readRelease();
     rehearsal.subject = {.image = request_.image.native(),
                          .imageDigest = release.digest,
                          .updaterDigest = prefix_.digest(),
@@ -124,6 +120,15 @@ class Rehearser {
   }
 
  private:
+  /// The image's size, for which there is room. An application is rarely smaller than its image; its own size
+  /// is known once the image is read.
+  std::uint64_t roomForImage() const {
+    const std::uint64_t size =
+        reading("The image", request_.image, [&] { return fs::file_size(place_.reachable(request_.image)); });
+    requireSpace(scratch_, neededFor(size, size));
+    return size;
+  }
+
   std::vector<fs::path> reachable(const std::vector<fs::path>& paths) const {
     std::vector<fs::path> result;
     for (const fs::path& path : paths)
@@ -137,7 +142,7 @@ class Rehearser {
   }
 
   /// Of several applications in the image, the plan's or the first installed one's is meant.
-  OfferedRelease readRelease(std::uint64_t imageSize) {
+  OfferedRelease readRelease() {
     std::string identifier;
     if (plan_)
       identifier = plan_->expectedBundleIdentifier;
@@ -149,7 +154,7 @@ class Rehearser {
                                    identifier, scratch_ / "release");
     });
     if (release.application)
-      requireSpace(scratch_, neededFor(imageSize, release.application->size));
+      requireSpace(scratch_, neededFor(imageSize_, release.application->size));
     return release;
   }
 
@@ -179,6 +184,7 @@ class Rehearser {
   const PrivatePlace& place_;
   const fs::path& scratch_;
   std::optional<InstallPlan> plan_;
+  std::uint64_t imageSize_;
   PrivatePrefix prefix_;
 };
 

@@ -30,6 +30,14 @@ std::string verifiedTeam(const fs::path& bundle, const std::string& identifier, 
   return team;
 }
 
+/// Paths begin with the bundle then.
+std::string withoutDirectory(std::string sentence, const fs::path& directory) {
+  const std::string prefix = directory.native() + "/";
+  for (std::size_t at = 0; (at = sentence.find(prefix)) != std::string::npos;)
+    sentence.erase(at, prefix.size());
+  return sentence;
+}
+
 }  // namespace
 
 Application readApplication(const PrivatePrefix& prefix, const fs::path& bundle, const std::string& source) {
@@ -42,7 +50,7 @@ Application readApplication(const PrivatePrefix& prefix, const fs::path& bundle,
   try {
     application.team = verifiedTeam(bundle, application.name.identifier, prefix.anchors());
   } catch (const platform::Error& failure) {
-    application.signatureFailure = failure.localizedDescription();
+    application.signatureFailure = withoutDirectory(failure.localizedDescription(), bundle.parent_path());
   }
   return application;
 }

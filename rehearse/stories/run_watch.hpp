@@ -21,6 +21,9 @@ struct WatchedPlaces {
   std::filesystem::path readyFile;
 };
 
+/// The name of the phase in which the two applications change places.
+inline constexpr const char* kSwapPhase = "swap";
+
 /// What was seen of a run, without being in its way.
 struct Observation {
   int status = 0;        ///< as `waitpid` gives it

@@ -115,6 +115,10 @@ UpdateRun UserHome::conclude(int exitStatus, const std::string& standardError,
     });
   }
   result.starts = judgedStarts(prefix_.path());
+  for (JudgedStart& start : result.starts) {
+    start.application = told(start.application);
+    start.reason = told(start.reason);
+  }
   result.leftOver = leftovers();
   if (exitStatus == 0)
     for (const fs::path& file : {image_, plan_})

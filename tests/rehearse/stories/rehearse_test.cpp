@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <sys/mount.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -24,6 +25,8 @@ using rehearse::Step;
 using rehearse::StepVerdict;
 using test::Outcome;
 using testing::HasSubstr;
+
+constexpr unsigned kOrdinaryUser = 65534;
 
 /// An installation with the command, signed applications, and images of them.
 class RehearseTest : public testing::Test {
@@ -83,6 +86,10 @@ class RehearseTest : public testing::Test {
   fs::path image;
 };
 
+bool becomeOrdinary() {
+  return ::setgroups(0, nullptr) == 0 && ::setgid(kOrdinaryUser) == 0 && ::setuid(kOrdinaryUser) == 0;
+}
+
 /// Every step of a good release goes as it must; those that need tracing may be missing.
 void expectGood(const Outcome& outcome) {
   ASSERT_EQ(outcome.exitStatus, 0) << outcome.output << outcome.error;
@@ -95,12 +102,19 @@ void expectGood(const Outcome& outcome) {
         << step.name << ": " << step.message;
 }
 
+/// As an ordinary user where the system lets one have private mounts; the next test is the superuser's.
 TEST_F(RehearseTest, AGoodReleaseWouldInstallAndWhatMustBeRefusedIs) {
   const test::Inventory before = test::inventory(installed);
   const std::string imageBefore = test::readFile(image);
   std::vector<std::string> words = arguments(image, installed);
-  words.insert(words.end(), {"--report", (directory / "report").native()});
-  const Outcome outcome = run(words);
+  words.insert(words.end(), {"--report", (directory / "reports/new/report").native()});
+  fs::create_directory(directory / "reports");
+  fs::permissions(directory / "reports", fs::perms::all);
+  const Outcome outcome = run(words, [] {
+    if (::geteuid() == 0 &&
+        test::inChild([] { return becomeOrdinary() && test::enterPrivateMounts() ? 0 : 1; }) == 0)
+      static_cast<void>(becomeOrdinary());
+  });
   expectGood(outcome);
   const Rehearsal rehearsal = rehearse::rehearsalFromJSON(outcome.output);
   for (const auto& [name, place] :
@@ -113,46 +127,30 @@ TEST_F(RehearseTest, AGoodReleaseWouldInstallAndWhatMustBeRefusedIs) {
         std::pair("refuse a full disk", "copy"), std::pair("refuse a full temporary directory", "attaching"),
         std::pair("refuse a place that cannot be written", "copy")})
     EXPECT_EQ(stepOf(rehearsal, name).refusedBy, place) << name;
-  EXPECT_EQ(test::readFile(directory / "report/report.json"),
-            test::readFile(directory / "report/report.json"));
-  EXPECT_EQ(test::readFile(directory / "report/plan.json"), rehearsal.plan);
-  EXPECT_TRUE(fs::exists(directory / "report/report.html"));
+  EXPECT_EQ(test::readFile(directory / "reports/new/report/report.json"),
+            test::readFile(directory / "reports/new/report/report.json"));
+  EXPECT_EQ(test::readFile(directory / "reports/new/report/plan.json"), rehearsal.plan);
+  EXPECT_TRUE(fs::exists(directory / "reports/new/report/report.html"));
   EXPECT_EQ(test::difference(before, test::inventory(installed)), "");
   EXPECT_TRUE(test::readFile(image) == imageBefore);
 }
 
-TEST_F(RehearseTest, AnOrdinaryUserCanRehearse) {
-  if (::geteuid() != 0)
-    GTEST_SKIP() << "the other tests show it";
-  const std::vector<std::string> asUser{"--reuid", "65534", "--regid", "65534", "--clear-groups"};
-  std::vector<std::string> words = asUser;
-  words.insert(words.end(), {"unshare", "--user", "--mount", "true"});
-  if (test::runProgram("/usr/bin/setpriv", words).exitStatus != 0)
-    GTEST_SKIP() << "the system does not allow user namespaces";
-  words = asUser;
-  words.push_back((prefix / "bin/quorin-rehearse").native());
-  for (const std::string& word : arguments(image, installed))
-    words.push_back(word);
-  expectGood(test::runProgram("/usr/bin/setpriv", words));
-  EXPECT_TRUE(fs::is_empty(scratch));
-}
-
-/// The updater is replaced by one that does not look at the version.
+/// The judge of starts is replaced by one that accepts every start, and so an update is accepted that must
+/// not be.
 TEST_F(RehearseTest, WhatIsAcceptedAndMustNotBeIsAFault) {
-  const fs::path updater = prefix / "bin/QuorinOstrevalUpdater";
-  fs::rename(updater, directory / "updater");
-  test::writeFile(updater,
-                  "#!/bin/sh\nreal=\"${0%/*}/real\"\n[ -f \"$real\" ] || cp '" +
-                      (directory / "updater").native() +
-                      "' \"$real\"\nsed -i 's/\"2\\.0\\.1\"/\"2.0\"/' \"$2\"\nexec \"$real\" \"$@\"\n");
-  fs::permissions(updater, fs::perms(0755));
+  const fs::path judge = prefix / "libexec/quorin/judge_start";
+  fs::rename(judge, directory / "judge");
+  test::writeFile(judge, "#!/bin/sh\nreal=\"${0%/*}/real\"\n[ -f \"$real\" ] || cp '" +
+                             (directory / "judge").native() +
+                             "' \"$real\"\nsed -i 's/[0-9a-f]\\{64\\}//' \"${0%/libexec/*}\""
+                             "/share/quorin/start/instructions.plist\nexec \"$real\" \"$@\"\n");
+  fs::permissions(judge, fs::perms(0755));
   const Outcome outcome = run(arguments(image, installed));
   EXPECT_EQ(outcome.exitStatus, 1) << outcome.error;
   const Rehearsal rehearsal = rehearse::rehearsalFromJSON(outcome.output);
   EXPECT_TRUE(rehearsal.pairings.at(0).wouldInstall);
-  const Step& step = stepOf(rehearsal, "refuse another version than the plan's");
-  EXPECT_EQ(step.verdict, StepVerdict::failed);
-  EXPECT_EQ(step.message, "The update was accepted.");
+  for (const Step& step : rehearsal.pairings.at(0).steps)
+    EXPECT_EQ(step.verdict == StepVerdict::failed, step.name == "start refused") << step.name << step.message;
 }
 
 TEST_F(RehearseTest, FaultsOfAReleaseAreVerdicts) {
@@ -166,22 +164,34 @@ TEST_F(RehearseTest, FaultsOfAReleaseAreVerdicts) {
       R"({"dmgPath":"/x","targetAppPath":"/x.app","expectedBundleIdentifier":)"
       R"("com.example.quorin-ostreval","expectedTeamIdentifier":"QS7TEAM123","expectedVersion":"2.1",)"
       R"("expectedBuild":"2.0","expectedSHA256":"00","statusPath":"/y"})");
-  std::vector<std::string> withPlan = arguments(image, installed);
-  withPlan.insert(withPlan.end(), {"--plan", (directory / "other plan.json").native()});
-  const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
-      {arguments(withoutApplication, installed), "WOULD BE REFUSED: The image contains no application."},
-      {arguments(image, newer), "WOULD INSTALL: 2.0 (2.0) over 3.0 (3.0)"},
-      {arguments(image, damaged),
-       "WOULD BE REFUSED: The installed application has no valid Developer ID signature: "},
-      {withPlan, "WOULD BE REFUSED: The plan expects the digest \"00\", the image has "},
+  std::vector<std::string> newerWithPlan = arguments(image, newer);
+  newerWithPlan.insert(newerWithPlan.end(), {"--plan", (directory / "other plan.json").native()});
+  const std::string noSignature =
+      "WOULD BE REFUSED: The installed application has no valid Developer ID signature: ";
+  struct Case {
+    std::vector<std::string> words;
+    std::string verdict;
+    std::string refusedBy;
+    std::string finding = {};
   };
-  for (const auto& [words, verdict] : cases) {
-    const Outcome outcome = run(words);
+  const std::vector<Case> cases{
+      {arguments(withoutApplication, installed), "WOULD BE REFUSED: The image contains no application.",
+       "application in the image"},
+      {arguments(image, damaged),
+       noSignature + "\"Quorin Ostreval.app/Contents/Resources/text.txt\" was changed after signing.",
+       "installed application"},
+      {newerWithPlan, "WOULD BE REFUSED: The plan expects the digest \"00\", the image has ",
+       "digest of the image", "downgrade"},
+  };
+  for (const Case& each : cases) {
+    const Outcome outcome = run(each.words);
     EXPECT_EQ(outcome.exitStatus, 1) << outcome.output << outcome.error;
-    EXPECT_THAT(outcome.output,
-                HasSubstr(rehearse::rehearsalFromJSON(outcome.output).pairings.at(0).verdict));
-    EXPECT_THAT(rehearse::rehearsalFromJSON(outcome.output).pairings.at(0).verdict,
-                testing::StartsWith(verdict));
+    const Rehearsal rehearsal = rehearse::rehearsalFromJSON(outcome.output);
+    EXPECT_THAT(rehearsal.pairings.at(0).verdict, testing::StartsWith(each.verdict));
+    EXPECT_EQ(stepOf(rehearsal, "update").refusedBy, each.refusedBy);
+    if (!each.finding.empty()) {
+      EXPECT_EQ(rehearsal.pairings.at(0).findings.at(0).key, each.finding);
+    }
   }
 }
 
