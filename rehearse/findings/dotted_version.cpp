@@ -50,9 +50,9 @@ void takeDot(std::string_view& text) {
 
 std::weak_ordering compareVersions(std::string_view one, std::string_view other) {
   while (!one.empty() || !other.empty()) {
-    if (const auto order = compareNumbers(takeNumber(one), takeNumber(other)); order != 0)
+    if (const auto order = compareNumbers(takeNumber(one), takeNumber(other)); std::is_neq(order))
       return order;
-    if (const auto order = compareLetters(takeLetters(one), takeLetters(other)); order != 0)
+    if (const auto order = compareLetters(takeLetters(one), takeLetters(other)); std::is_neq(order))
       return order;
     takeDot(one);
     takeDot(other);

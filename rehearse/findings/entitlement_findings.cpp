@@ -25,6 +25,10 @@ std::string joined(const std::vector<std::string>& texts) {
   return all;
 }
 
+std::string inParentheses(const std::string& value) {
+  return " (" + value + ")";
+}
+
 void judgeChanges(const Entitlements& installed, const Entitlements& offered,
                   std::vector<Finding>& findings) {
   std::vector<std::string> lost;
@@ -32,13 +36,13 @@ void judgeChanges(const Entitlements& installed, const Entitlements& offered,
   for (const auto& [key, value] : installed) {
     const auto found = offered.find(key);
     if (found == offered.end())
-      lost.push_back(key + " (" + value + ") is gone");
+      lost.emplace_back(key).append(inParentheses(value)).append(" is gone");
     else if (found->second != value)
-      lost.push_back(key + " is " + found->second + " instead of " + value);
+      lost.emplace_back(key).append(" is ").append(found->second).append(" instead of ").append(value);
   }
   for (const auto& [key, value] : offered) {
     if (!installed.contains(key))
-      added.push_back(key + " (" + value + ")");
+      added.emplace_back(key).append(inParentheses(value));
   }
   if (!lost.empty())
     findings.push_back(finding(
@@ -74,7 +78,11 @@ void judgeEntitlements(const BundleFacts& installed, const BundleFacts& offered,
                                  "No provisioning profile is embedded, and one must allow " +
                                      joined(restricted) + ": macOS may end the application as it starts."));
   }
-  if (installed.signature)
+  if (offered.signature->hasOtherEntitlements ||
+      (installed.signature && installed.signature->hasOtherEntitlements))
+    findings.push_back(finding("entitlements-not-judged",
+                               "The entitlements are signed in binary form only, which is not read here."));
+  else if (installed.signature)
     judgeChanges(installed.signature->entitlements, entitlements, findings);
 }
 

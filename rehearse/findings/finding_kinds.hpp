@@ -16,7 +16,7 @@ struct FindingKind {
 };
 
 /// Every key, the worst first. docs/rehearsal.md explains each.
-inline constexpr std::array<FindingKind, 30> kFindingKinds{{
+inline constexpr std::array<FindingKind, 31> kFindingKinds{{
     {"not-signed", Severity::fault,
      "Sign the application with a Developer ID before it goes into the image."},
     {"installed-not-signed", Severity::fault,
@@ -61,6 +61,7 @@ inline constexpr std::array<FindingKind, 30> kFindingKinds{{
      "Check with codesign on a Mac that the new version satisfies the designated requirement of the "
      "installed "
      "one."},
+    {"entitlements-not-judged", Severity::note, "Compare them with codesign on a Mac."},
     {"version-does-not-rise", Severity::note, "Raise CFBundleShortVersionString with every release."},
     {"entitlements-added", Severity::note, "Make sure that the application needs them."},
     {"bundle-renamed", Severity::note, "Nothing, unless the new name matters."},

@@ -92,6 +92,8 @@ SignatureFacts factsOf(const std::vector<SignedSlice>& slices) {
   if (!allStamped)
     facts.stamped.reset();
   facts.entitlements = entitlementsOf(slices.front());
+  facts.hasOtherEntitlements = component(slices.front(), platform::slot::kEntitlements).empty() &&
+                               !component(slices.front(), platform::slot::kEntitlementsDER).empty();
   facts.designatedRequirement = designatedRequirementOf(slices.front());
   return facts;
 }

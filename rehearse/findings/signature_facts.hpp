@@ -19,6 +19,7 @@ struct SignatureFacts {
   /// The latest of all architectures; nothing when one has no time stamp.
   std::optional<std::chrono::system_clock::time_point> stamped;
   std::map<std::string, std::string> entitlements;  ///< of the first architecture, the values as text
+  bool hasOtherEntitlements = false;                ///< only in a form that is not read here
   /// The compiled designated requirement of the first architecture; empty when it has none of its own.
   std::string designatedRequirement;
 

@@ -141,10 +141,11 @@ class StartCheck {
       add(*obstacle);
   }
 
-  /// A slice that no Mac with this system would run does not matter.
+  /// Code for arm64 does not matter to a system from before its Macs, unless there is no other.
   bool isUsed(const MachOSlice& slice, const std::vector<MachOSlice>& all) const {
+    const bool isOnly = std::ranges::find(all, kX86, &MachOSlice::architecture) == all.end();
     return slice.architecture == kX86 ||
-           (slice.architecture == kArm64 && (system_ >= kFirstOnArm64 || all.size() == 1));
+           (slice.architecture == kArm64 && (system_ >= kFirstOnArm64 || isOnly));
   }
 
   void checkSlices(const BundleTree::Item& executable, const CodeFile& file,

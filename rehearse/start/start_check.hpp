@@ -11,7 +11,9 @@ struct SystemVersion {
   unsigned major = 0;
   unsigned minor = 0;
   unsigned patch = 0;
-  auto operator<=>(const SystemVersion&) const = default;
+
+  auto operator<=>(const SystemVersion&) const =
+      default;  // NOLINT(modernize-use-nullptr): the compiler's own text
 };
 
 /// "14", "14.0" or "14.0.1". Throws `platform::Error` for anything else.

@@ -83,6 +83,20 @@ const SampleChain& chainWith(const std::string& name, const std::string& team,
   return chains.try_emplace(name, workshop() / name, team, options).first->second;
 }
 
+struct Case {
+  std::vector<std::string> keys;
+  std::function<void(Release& installed, Release& offered)> change;
+};
+
+void expectKeys(const std::vector<Case>& cases) {
+  for (std::size_t index = 0; index < cases.size(); ++index) {
+    Release installed;
+    Release offered = next();
+    cases[index].change(installed, offered);
+    EXPECT_EQ(keys(findings(installed, offered)), cases[index].keys) << index;
+  }
+}
+
 Change executableFor(const std::vector<Architecture>& architectures, std::uint32_t leastSystem = 0x000B0000) {
   return [=](const fs::path& application) {
     test::writeFile(application / "Contents/MacOS/Sample Application",
@@ -97,10 +111,6 @@ std::vector<std::string> withEntitlements(const std::string& name, const std::st
 }
 
 TEST(Findings, ofVersionsAndArchitectures) {
-  struct Case {
-    std::vector<std::string> keys;
-    std::function<void(Release& installed, Release& offered)> change;
-  };
   const std::vector<Case> cases{
       {{}, [](Release&, Release&) {}},
       {{"downgrade"}, [](Release& installed, Release&) { installed.build = "10"; }},
@@ -120,19 +130,10 @@ TEST(Findings, ofVersionsAndArchitectures) {
       {{"minimum-system-raised"}, [](Release&, Release& offered) {
          offered.beforeSigning = executableFor({Architecture::x86_64, Architecture::arm64}, 0x000C0000);
        }}};
-  for (std::size_t index = 0; index < cases.size(); ++index) {
-    Release installed;
-    Release offered = next();
-    cases[index].change(installed, offered);
-    EXPECT_EQ(keys(findings(installed, offered)), cases[index].keys) << index;
-  }
+  expectKeys(cases);
 }
 
 TEST(Findings, ofSignatures) {
-  struct Case {
-    std::vector<std::string> keys;
-    std::function<void(Release& installed, Release& offered)> change;
-  };
   const auto expired = []() -> const SampleChain& {
     return chainWith("expired", SampleChain::kTeam, {"--defect", "expired"});
   };
@@ -168,12 +169,7 @@ TEST(Findings, ofSignatures) {
            fs::create_symlink("_CodeSignature/CodeResources", application / "Contents/CodeResources");
          };
        }}};
-  for (std::size_t index = 0; index < cases.size(); ++index) {
-    Release installed;
-    Release offered = next();
-    cases[index].change(installed, offered);
-    EXPECT_EQ(keys(findings(installed, offered)), cases[index].keys) << index;
-  }
+  expectKeys(cases);
 }
 
 TEST(Findings, ofLibrariesUnderTheHardenedRuntime) {
