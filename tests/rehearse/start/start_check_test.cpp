@@ -88,7 +88,8 @@ TEST(StartCheck, whatRealApplicationsDoIsNoObstacle) {
        [](const Application& app) {
          app.program({.libraries = {"@loader_path/../Frameworks/libone.dylib"}});
          app.library("libone.dylib", {.libraries = {"@rpath/libtwo.dylib"}, .runPaths = {"@loader_path"}});
-         app.library("libtwo.dylib", {});
+         app.library("libtwo.dylib", {.libraries = {"@rpath/libthree.dylib"}});  // of the one that loaded it
+         app.library("libthree.dylib", {});
        }},
       {"a library that another one has loaded under the same name",
        [](const Application& app) {
