@@ -4,17 +4,19 @@
 
 namespace rehearse {
 
-bool isFault(const Point& point) {
-  return point.outcome == PointOutcome::lost || !point.violations.empty();
+bool isFault(const Sweep& sweep, const Point& point) {
+  if (point.outcome == PointOutcome::lost)
+    return !sweep.isControl;
+  return !point.violations.empty();
 }
 
 bool isFault(const Sweep& sweep) {
-  if (!sweep.isControl)
-    return std::ranges::any_of(sweep.points, [](const Point& point) { return isFault(point); });
+  if (std::ranges::any_of(sweep.points, [&](const Point& point) { return isFault(sweep, point); }))
+    return true;
   const auto isKept = [](const Point& point) {
     return point.outcome != PointOutcome::lost && point.outcome != PointOutcome::notTried;
   };
-  return sweep.points.size() == sweep.total && std::ranges::all_of(sweep.points, isKept);
+  return sweep.isControl && sweep.points.size() == sweep.total && std::ranges::all_of(sweep.points, isKept);
 }
 
 bool isFault(const Pairing& pairing) {

@@ -133,8 +133,7 @@ struct Subject {
   auto operator<=>(const Subject&) const = default;
 };
 
-/// Shard I of N holds the points I, I + N, I + 2 N … of every sweep that proves something by points, in the
-/// sweep's order.
+/// Shard I of N holds the points I, I + N, I + 2 N … of every sweep, in its order.
 struct Shard {
   unsigned number = 1;  ///< from 1 on
   unsigned count = 1;
@@ -155,11 +154,12 @@ struct Rehearsal {
   auto operator<=>(const Rehearsal&) const = default;
 };
 
-/// Whether a point is at fault: a promise was broken there, or no complete application was left.
-bool isFault(const Point& point);
+/// Whether a point of the sweep is at fault: a promise was broken there, or no complete application was left,
+/// which in a control is no fault.
+bool isFault(const Sweep& sweep, const Point& point);
 
-/// Whether a sweep found a fault. A control did if all of its points were tried and none lost the
-/// application.
+/// Whether a point of the sweep is at fault, or the sweep is a control, all of its points were tried, and
+/// none lost the application.
 bool isFault(const Sweep& sweep);
 
 /// Whether users would be stopped or harmed: the update would not install, a step failed, a finding is a

@@ -105,7 +105,7 @@ void HTMLReport::writeFacts() {
         static_cast<std::uint64_t>(std::ranges::count(pairing.steps, StepVerdict::passed, &Step::verdict));
     for (const Sweep& sweep : pairing.sweeps) {
       points += sweep.points.size();
-      lost += sweep.isControl ? 0 : countsOf(sweep).of(PointOutcome::lost);
+      lost += countsOf(sweep).losses;
     }
     beside = std::max(beside, pairing.aftermath.greatestBesideTarget);
     temporary = std::max(temporary, pairing.aftermath.greatestTemporary);

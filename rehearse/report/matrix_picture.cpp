@@ -28,19 +28,19 @@ void writeMark(HTMLWriter& html, const char* tone, const char* mark, const std::
 void writeProof(HTMLWriter& html, const Pairing& pairing) {
   std::uint64_t tried = 0;
   std::uint64_t lost = 0;
-  std::uint64_t violations = 0;
+  std::uint64_t faults = 0;
   for (const Sweep& sweep : pairing.sweeps) {
     const Counts counts = countsOf(sweep);
     tried += sweep.points.size() - counts.of(PointOutcome::notTried);
-    lost += sweep.isControl ? 0 : counts.of(PointOutcome::lost);
-    violations += sweep.isControl ? 0 : counts.violations;
+    lost += counts.losses;
+    faults += counts.faults;
   }
   const bool hasFault =
       std::ranges::any_of(pairing.sweeps, [](const Sweep& sweep) { return isFault(sweep); });
   if (lost > 0)
     writeMark(html, "failed", "✕", textOf(lost) + " lost");
-  else if (violations > 0)
-    writeMark(html, "failed", "✕", textOf(violations) + " broken");
+  else if (faults > 0)
+    writeMark(html, "failed", "✕", textOf(faults) + " broken");
   else if (hasFault)
     writeMark(html, "failed", "✕", "control failed");
   else if (tried > 0)

@@ -18,14 +18,14 @@ Concern concernOf(const Sweep& sweep, const Counts& counts, const Point& first) 
   const std::string at =
       " of the sweep " + platform::quoted(sweep.name) + ", the first at " + platform::quoted(first.name);
   Concern concern{.severity = Severity::fault, .title = {}, .sentence = {}, .advice = {}, .versions = {}};
-  if (const std::uint64_t lost = counts.of(PointOutcome::lost); lost > 0) {
+  if (counts.losses > 0) {
     concern.title = "the application is lost";
-    concern.sentence = "No complete application is left at " + counted(lost, "point") + at +
+    concern.sentence = "No complete application is left at " + counted(counts.losses, "point") + at +
                        ". Users whose update ends there have no application.";
   } else {
     concern.title = "a promise is broken";
-    concern.sentence = "A promise is broken at " + counted(counts.violations, "point") + at + ": " +
-                       first.violations.front();
+    concern.sentence =
+        "A promise is broken at " + counted(counts.faults, "point") + at + ": " + first.violations.front();
   }
   concern.advice = "Do not publish with this updater before the reason is known.";
   return concern;
@@ -34,7 +34,8 @@ Concern concernOf(const Sweep& sweep, const Counts& counts, const Point& first) 
 void append(std::vector<Ranked>& concerns, const Sweep& sweep) {
   if (!isFault(sweep))
     return;
-  if (sweep.isControl) {
+  const Counts counts = countsOf(sweep);
+  if (counts.faults == 0) {
     concerns.emplace_back(Urgency::brokenPromise,
                           Concern{.severity = Severity::fault,
                                   .title = "a control shows nothing",
@@ -43,10 +44,9 @@ void append(std::vector<Ranked>& concerns, const Sweep& sweep) {
                                   .versions = {}});
     return;
   }
-  const Counts counts = countsOf(sweep);
-  const bool isLoss = counts.of(PointOutcome::lost) > 0;
+  const bool isLoss = counts.losses > 0;
   const auto first = std::ranges::find_if(sweep.points, [&](const Point& point) {
-    return isLoss ? point.outcome == PointOutcome::lost : isFault(point);
+    return isFault(sweep, point) && (!isLoss || point.outcome == PointOutcome::lost);
   });
   concerns.emplace_back(isLoss ? Urgency::loss : Urgency::brokenPromise, concernOf(sweep, counts, *first));
 }
@@ -146,7 +146,9 @@ Counts countsOf(const Sweep& sweep) {
   Counts counts;
   for (const Point& point : sweep.points) {
     ++counts.outcomes.at(static_cast<std::size_t>(point.outcome));
-    counts.violations += isFault(point) ? 1U : 0U;
+    const bool isAtFault = isFault(sweep, point);
+    counts.faults += isAtFault ? 1U : 0U;
+    counts.losses += isAtFault && point.outcome == PointOutcome::lost ? 1U : 0U;
   }
   return counts;
 }
@@ -167,20 +169,21 @@ std::string summaryOf(const Sweep& sweep) {
 
 std::string judgementOf(const Sweep& sweep) {
   const Counts counts = countsOf(sweep);
-  const std::uint64_t lost = counts.of(PointOutcome::lost);
-  const std::uint64_t broken = counts.violations - lost;
+  if (counts.faults > 0) {
+    const std::uint64_t broken = counts.faults - counts.losses;
+    return counts.losses > 0
+               ? "The application is lost at " + counted(counts.losses, "point") +
+                     (broken > 0 ? ", and a promise is broken at " + textOf(broken) + " more." : ".")
+               : "A promise is broken at " + counted(broken, "point") + ".";
+  }
   if (sweep.isControl) {
     const std::string control = "The control " + platform::quoted(sweep.name);
-    if (lost > 0)
+    if (const std::uint64_t lost = counts.of(PointOutcome::lost); lost > 0)
       return control + " loses the application at " + counted(lost, "point") +
              ", which it must: the sweeps see a loss.";
     return control + " does not lose the application, which it must" +
            (isFault(sweep) ? "." : "; not all of its points were tried.");
   }
-  if (counts.violations > 0)
-    return lost > 0 ? "The application is lost at " + counted(lost, "point") +
-                          (broken > 0 ? ", and a promise is broken at " + textOf(broken) + " more." : ".")
-                    : "A promise is broken at " + counted(broken, "point") + ".";
   if (counts.of(PointOutcome::notTried) == sweep.points.size())
     return "No point was tried.";
   return "Every promise was kept.";

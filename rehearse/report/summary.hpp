@@ -30,10 +30,11 @@ std::string verdictOf(const Rehearsal& rehearsal);
 /// What follows from it in a sentence, such as "Not ready to publish: 2 faults, 1 warning."
 std::string judgementOf(const Rehearsal& rehearsal, const std::vector<Concern>& concerns);
 
-/// How often each outcome is in a sweep, and how many points broke a promise.
+/// How often each outcome is in a sweep, and how many points are at fault.
 struct Counts {
   std::array<std::uint64_t, 6> outcomes{};  ///< by `PointOutcome`
-  std::uint64_t violations = 0;             ///< points at fault, all lost ones among them
+  std::uint64_t faults = 0;
+  std::uint64_t losses = 0;  ///< those of the faults that lost the application
 
   std::uint64_t of(PointOutcome outcome) const { return outcomes.at(static_cast<std::size_t>(outcome)); }
 };

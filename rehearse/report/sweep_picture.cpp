@@ -123,8 +123,8 @@ void writeStrip(HTMLWriter& html, const Sweep& sweep, const std::vector<Run>& ru
                    html.element("path", {{"class", stroke.name}, {"d", pathOf(run, stroke.centre)}},
                                 [&] { html.element("title", {}, inWords(run, sweep)); });
                  }
-                 for (std::size_t index = 0; !sweep.isControl && index < sweep.points.size(); ++index)
-                   if (isFault(sweep.points[index]))
+                 for (std::size_t index = 0; index < sweep.points.size(); ++index)
+                   if (isFault(sweep, sweep.points[index]))
                      writeFault(html, sweep.points[index], index);
                });
 }
@@ -133,7 +133,7 @@ void writeFaults(HTMLWriter& html, const Sweep& sweep, const std::string& anchor
   html.element("ul", {{"class", "faults"}}, [&] {
     for (std::size_t index = 0; index < sweep.points.size(); ++index) {
       const Point& point = sweep.points[index];
-      if (!isFault(point))
+      if (!isFault(sweep, point))
         continue;
       html.element("li", {{"id", anchorOf(anchor, index)}}, [&] {
         html.element("strong", {}, point.outcome == PointOutcome::lost ? "lost" : "promise broken");
@@ -153,7 +153,7 @@ void writeKey(HTMLWriter& html, const Point& point, const std::string& word, con
   const Stroke stroke = strokeOf(point.outcome);
   html.element("li", {}, [&] {
     html.element("svg", {{"class", "strip"}, {"viewBox", "-7 4 18 18"}, {"aria-hidden", "true"}}, [&] {
-      if (isFault(point))
+      if (isFault(Sweep(), point))
         writeFault(html, point, 0);
       else
         html.element("path",
@@ -196,7 +196,7 @@ void writeSweep(HTMLWriter& html, const Sweep& sweep, const std::string& anchor)
       return;
     const std::vector<Run> runs = runsOf(sweep.points);
     writeStrip(html, sweep, runs);
-    if (isFault(sweep) && !sweep.isControl)
+    if (countsOf(sweep).faults > 0)
       writeFaults(html, sweep, anchor);
     html.element("details", {}, [&] {
       html.element("summary", {}, "The strip in words");

@@ -140,14 +140,14 @@ void TextReport::append(const std::vector<Sweep>& sweeps) {
   std::string header = padded("Sweep", nameWidth + 2) + paddedLeft("points", 10);
   for (const PointOutcome outcome : kColumns)
     header += "  " + paddedLeft(wordFor(outcome), std::max<std::size_t>(7, wordFor(outcome).size()));
-  line(header + "  violations");
+  line(header + "    at fault");
   for (const Sweep& sweep : sweeps) {
     const Counts counts = countsOf(sweep);
     std::string row = "  " + padded(platform::printable(sweep.name), nameWidth) +
                       paddedLeft(textOf(std::uint64_t{sweep.points.size()}), 10);
     for (const PointOutcome outcome : kColumns)
       row += "  " + paddedLeft(textOf(counts.of(outcome)), std::max<std::size_t>(7, wordFor(outcome).size()));
-    row += "  " + paddedLeft(sweep.isControl ? "control" : textOf(counts.violations), 10);
+    row += "  " + paddedLeft(textOf(counts.faults), 10);
     line(coloured(isFault(sweep) ? Colour::red : Colour::plain, row));
   }
   for (const Sweep& sweep : sweeps) {
@@ -159,7 +159,7 @@ void TextReport::append(const std::vector<Sweep>& sweeps) {
   }
   for (const Sweep& sweep : sweeps)
     for (const Point& point : sweep.points)
-      if (!sweep.isControl && isFault(point)) {
+      if (isFault(sweep, point)) {
         std::string text = "  " + coloured(Colour::red, wordFor(point.outcome)) + "  " +
                            platform::printable(sweep.name) + ": " + platform::printable(point.name) + ":";
         for (const std::string& violation : point.violations)

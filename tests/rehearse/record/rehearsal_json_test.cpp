@@ -156,6 +156,8 @@ TEST(ExitStatusTest, IsOneForEachKindOfFault) {
   control.pairings[0].sweeps[0].isControl = true;
   control.pairings[0].sweeps[0].points[7].outcome = PointOutcome::lost;
   EXPECT_EQ(exitStatus(control), 0);
+  control.pairings[0].sweeps[0].points[8].violations = {"The status file is wrong."};
+  EXPECT_EQ(exitStatus(control), 1);
 }
 
 }  // namespace

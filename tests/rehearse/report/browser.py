@@ -4,6 +4,7 @@ import base64
 import fcntl
 import json
 import os
+import select
 import subprocess
 import tempfile
 
@@ -21,7 +22,6 @@ class Browser:
         return self
 
     def _start(self):
-        ours_to_write, ours_to_read = None, None
         theirs_to_read, ours_to_write = os.pipe()
         ours_to_read, theirs_to_write = os.pipe()
         # Out of the way of descriptors 3 and 4, at which the browser expects them.
@@ -78,6 +78,8 @@ class Browser:
 
     def _receive(self):
         while b"\0" not in self._pending:
+            if not select.select([self._from], [], [], 60)[0]:
+                raise RuntimeError("Chromium does not answer.")
             more = os.read(self._from.fileno(), 1 << 20)
             if not more:
                 raise RuntimeError("Chromium ended unexpectedly.")

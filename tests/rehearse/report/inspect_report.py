@@ -2,7 +2,7 @@
 """Opens reports in a browser and checks what a reader relies on: inspect_report.py [--controls] [--picture FILE] REPORT.html...
 
 Where REPORT.json is beside a report, its faults must be found on the page, and it must follow the schema. With --controls,
-copies of the first report are damaged, and each damage must be found. With --picture, pictures of the first report are
+copies of the first report and its record are damaged, and each damage must be found. With --picture, pictures of the first report are
 written: FILE.png, and the same with -dark, -narrow, -narrow-dark and -page in its name.
 """
 
@@ -155,7 +155,7 @@ class Report:
         for pairing in self.record["pairings"]:
             for sweep in pairing["sweeps"]:
                 for point in sweep["points"]:
-                    if not sweep["isControl"] and (point["outcome"] == "lost" or point["violations"]):
+                    if not sweep["isControl"] if point["outcome"] == "lost" else point["violations"]:
                         yield point
 
     def faults(self):
@@ -191,7 +191,7 @@ def inspect(browser, file, quiet=False):
     return failed
 
 
-# A damage of a report, and the check that must find it.
+# A damage of a report or of its record, and the check that must find it.
 CONTROLS = [
     ("<main>", "<main><img src='http://127.0.0.1:9/x.png' alt='x'>", "loads nothing else and has no error"),
     ("<main>", "<script>1</script><main>", "loads nothing else and has no error"),
@@ -203,21 +203,21 @@ CONTROLS = [
     ("<h3>", "<h5>", "structure"),
     ("<main>", "<main><svg role='img' width='9' height='9'></svg>", "pictures and links have names"),
     ("class=\"faults\"", "class=\"faults\" style=\"display:none\"", "faults are found by their text"),
+    ("\"verdict\":\"passed\"", "\"verdict\":\"fine\"", "the record follows its schema"),
     ("@media print {", "@media print { body { display: none; }", "prints"),
 ]
 
 
 def failed_controls(browser, file):
     failed = []
-    text = file.read_text()
+    originals = [file, file.with_suffix(".json")]
     with tempfile.TemporaryDirectory() as directory:
-        damaged = pathlib.Path(directory) / "damaged.html"
-        record = file.with_suffix(".json")
-        if record.exists():
-            damaged.with_suffix(".json").write_bytes(record.read_bytes())
         for part, by, check in CONTROLS:
-            damaged.write_text(text.replace(part, by, 1))
-            found = part in text and check in inspect(browser, damaged, quiet=True)
+            texts = [original.read_text() for original in originals]
+            for original, text in zip(originals, texts):
+                (pathlib.Path(directory) / original.name).write_text(text.replace(part, by, 1))
+            damaged = pathlib.Path(directory) / file.name
+            found = any(part in text for text in texts) and check in inspect(browser, damaged, quiet=True)
             print(f"  {'ok    ' if found else 'FAILED'}  damaged, so that it fails: {check}")
             if not found:
                 failed.append(check)
