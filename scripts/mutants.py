@@ -23,7 +23,7 @@ COPY = ROOT / "build/mutants"
 TREE = COPY / "tree"
 # The files that a mutant was built of and that no build without mutants has followed; a run may be interrupted.
 PENDING = COPY / "changed"
-LONGEST_TEST = "120"
+LONGEST_TEST = "300"
 # One point in so many of each sweep is tried, as in the proof's short form.
 PROOF_STRIDE = "131"
 PROOF_SKIPPED = 77
@@ -144,7 +144,9 @@ def failing_sweep(words):
         raise LookupError("the proof could not be run: " + (outcome.stdout + outcome.stderr).strip()[-200:])
     failed = re.search(r"^(\S.*?)(?: +\d+){4}  .*(?:NOT AS IT SHOULD BE|a control must lose)", outcome.stdout,
                        re.MULTILINE)
-    return "prove_updates: " + (failed[1] if failed else outcome.stderr.strip()[-200:])
+    if not failed:
+        print(outcome.stderr.strip(), file=sys.stderr)
+    return "prove_updates: " + (failed[1] if failed else "a story that nothing disturbs")
 
 
 def verdict(mutant, only_named):

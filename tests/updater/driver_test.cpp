@@ -1,13 +1,16 @@
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <new>
 #include <stdexcept>
 #include <thread>
 
 #include "tests/helpers/files.hpp"
 #include "tests/helpers/program.hpp"
+#include "tests/helpers/syscall_fault.hpp"
 #include "updater/driver/arguments.hpp"
 #include "updater/driver/failure_description.hpp"
 #include "updater/driver/parent_process.hpp"
@@ -112,6 +115,20 @@ TEST(StatusFileTest, FailuresStaySilentAndHarmless) {
         std::string("/proc/none/status.json"), std::string("/tmp/a\0b", 8)})
     writeStatus(kStatus, path);
   EXPECT_EQ(test::inventory(directory.path()), before);
+}
+
+TEST(StatusFileTest, AStatusThatCannotBeWrittenLeavesNoneOfAnEarlierUpdate) {
+  const test::TemporaryDirectory directory;
+  const std::string path = (directory / "status.json").native();
+  const InstallStatus older{.succeeded = true, .message = "It works.", .version = "1.0"};
+  for (const InstallStatus& existing : {older, kStatus}) {
+    writeStatus(existing, path);
+    EXPECT_EQ(test::inChild([&] {
+                return test::inject({SYS_fsync, EIO}) ? (writeStatus(kStatus, path), 0) : 1;
+              }),
+              0);
+    EXPECT_EQ(fs::exists(path), existing == kStatus) << existing.version;
+  }
 }
 
 }  // namespace
