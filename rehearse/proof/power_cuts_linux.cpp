@@ -19,6 +19,7 @@
 #include "platform/files/file_descriptor.hpp"
 #include "rehearse/files/program.hpp"
 #include "rehearse/files/trees.hpp"
+#include "rehearse/proof/call_names.hpp"
 #include "rehearse/proof/power_cuts.hpp"
 #include "rehearse/proof/recorded_disk.hpp"
 #include "rehearse/proof/system_calls.hpp"
@@ -182,15 +183,18 @@ std::map<KeptBlocks, std::string> partsOf(std::size_t blocks, const std::string&
   return parts;
 }
 
+/// Whether a point is in the sample.
+using SampleTest = std::function<bool(const std::string& point)>;
+
 class PowerCuts {
  public:
-  PowerCuts(const Material& material, const Conditions& conditions, const Place& place, std::size_t every,
-            const std::function<void(const Result&)>& report)
+  PowerCuts(const Material& material, const Conditions& conditions, const Place& place,
+            const SampleTest& samples, const std::function<void(const Result&)>& report)
       : material_(material),
         conditions_(conditions),
         options_(conditions.cut == Conditions::Cut::asWritten ? "" : conditions.fileSystem.namesFirst),
         place_(place),
-        every_(every),
+        samples_(samples),
         report_(report),
         content_(makeDiskFile(conditions.fileSystem, place.home / "disk", spaceFor(material))),
         home_(material, conditions.story, place.home / "volume", place.temporary) {}
@@ -227,12 +231,9 @@ class PowerCuts {
 
   /// The order of names is what the promise hangs on, so no renaming is left out.
   void lookAfter(const SystemCall& call, Volume& volume) {
-    const std::size_t turn = ++turns_[{call.program, call.number}];
-    if (!changesFiles(call))
-      return;
-    ++changes_;
-    mark(call.program + ": " + kindOf(call.number).name + " " + std::to_string(turn), volume,
-         changes_ % every_ == 0 || isRename(call));
+    const std::string name = names_.next(call);
+    if (changesFiles(call))
+      mark(name, volume, samples_(name) || isRename(call));
   }
 
   void mark(const std::string& call, Volume& volume, bool isSampled) {
@@ -252,7 +253,6 @@ class PowerCuts {
 
   void tryBetweenFlushes() {
     std::map<std::string, std::size_t> flushes;
-    std::size_t intervals = 0;
     std::size_t begin = begin_;
     for (const std::size_t end : history_.flushes) {
       if (end <= begin)
@@ -260,7 +260,7 @@ class PowerCuts {
       const auto mark = std::ranges::lower_bound(marks_, end, {}, &Mark::writes);
       const std::string& call = mark == marks_.end() ? marks_.back().call : mark->call;
       const std::string name = call + ", flush " + std::to_string(++flushes[call]);
-      if (intervals++ % every_ == 0)
+      if (begin == begin_ || samples_(name))
         tryParts(begin, end, name);
       begin = end;
     }
@@ -321,12 +321,11 @@ class PowerCuts {
   Conditions conditions_;
   std::string options_;
   Place place_;
-  std::size_t every_;
+  SampleTest samples_;
   const std::function<void(const Result&)>& report_;
   ReversibleFile content_;
   Home home_;
-  std::map<std::pair<std::string, long>, std::size_t> turns_;
-  std::size_t changes_ = 0;
+  CallNames names_;
   std::vector<Mark> marks_;
   std::size_t begin_ = 0;  ///< the writes before the update
   DiskHistory history_;
@@ -336,13 +335,15 @@ PlannedSweep sweepUnder(const Material& material, const Conditions& conditions, 
                         const Selection& selection) {
   PlannedSweep sweep(nameOf(conditions.story) + ", power cuts on " + conditions.fileSystem.name + ", " + name,
                      selection, conditions.withoutSync);
+  const auto samples = [selection, name = sweep.name()](const std::string& point) {
+    return selection.samples(name, point);
+  };
   // One recorded update has all of them.
   const std::string cuts = "all cuts";
   if (sweep.selects(cuts))
-    sweep.add(
-        {cuts, [&material, conditions, every = selection.every](const Place& place, const auto& report) {
-           PowerCuts(material, conditions, place, every, report).run();
-         }});
+    sweep.add({cuts, [&material, conditions, samples](const Place& place, const auto& report) {
+                 PowerCuts(material, conditions, place, samples, report).run();
+               }});
   return sweep;
 }
 
