@@ -188,13 +188,13 @@ using SampleTest = std::function<bool(const std::string& point)>;
 
 class PowerCuts {
  public:
-  PowerCuts(const Material& material, const Conditions& conditions, const Place& place,
-            const SampleTest& samples, const std::function<void(const Result&)>& report)
+  PowerCuts(const Material& material, const Conditions& conditions, const Place& place, SampleTest samples,
+            const std::function<void(const Result&)>& report)
       : material_(material),
         conditions_(conditions),
         options_(conditions.cut == Conditions::Cut::asWritten ? "" : conditions.fileSystem.namesFirst),
         place_(place),
-        samples_(samples),
+        samples_(std::move(samples)),
         report_(report),
         content_(makeDiskFile(conditions.fileSystem, place.home / "disk", spaceFor(material))),
         home_(material, conditions.story, place.home / "volume", place.temporary) {}
@@ -229,11 +229,13 @@ class PowerCuts {
     return {.kind = isLeftOut ? Fate::Kind::pretend : Fate::Kind::proceed};
   }
 
-  /// The order of names is what the promise hangs on, so no renaming is left out.
+  /// The order of names is what the promise hangs on, so no cut behind a renaming is left out. Between
+  /// flushes the sample has the system's own and those of the sampled calls.
   void lookAfter(const SystemCall& call, Volume& volume) {
     const std::string name = names_.next(call);
     if (changesFiles(call))
-      mark(name, volume, samples_(name) || isRename(call));
+      mark(name, volume,
+           samples_(name) || (isRename(call) && conditions_.cut != Conditions::Cut::betweenFlushes));
   }
 
   void mark(const std::string& call, Volume& volume, bool isSampled) {
@@ -260,8 +262,7 @@ class PowerCuts {
       const auto mark = std::ranges::lower_bound(marks_, end, {}, &Mark::writes);
       const std::string& call = mark == marks_.end() ? marks_.back().call : mark->call;
       const std::string name = call + ", flush " + std::to_string(++flushes[call]);
-      if (begin == begin_ || samples_(name))
-        tryParts(begin, end, name);
+      tryParts(begin, end, name);
       begin = end;
     }
   }
