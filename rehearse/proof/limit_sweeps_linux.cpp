@@ -186,7 +186,7 @@ Task endlessParentTask(const Material& material, const NextUpdates& nextUpdates)
     const Ending ending = home.run(shortWaits(), ::getpid());
     Result result{"", outcomeOf(home), home.contradictions(ending)};
     if (home.standing() != Standing::previous)
-      result.violations.push_back("The application was updated under its parent.");
+      result.violations.emplace_back("The application was updated under its parent.");
     requireReason(" did not terminate in time.\n", ending, result);
     append(result.violations, nextUpdates(material, home));
     report(result);
