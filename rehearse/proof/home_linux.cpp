@@ -155,6 +155,8 @@ Ending Home::run(const Watcher& watcher, pid_t parent) const {
   meddling.timeLimit = std::max(watcher.timeLimit, material_.timeLimit);
   if (story_ == Story::revert && meddling.calls)
     std::ranges::copy(renames(), std::back_inserter(*meddling.calls));
+  if (story_ == Story::revert && !meddling.after)
+    meddling.wantsAfter = isExchangeOfNames;
   if (story_ == Story::revert)
     meddling.after = [&, damaged = false](const SystemCall& call, std::int64_t result) mutable {
       if (!damaged && call.byUpdater && isExchangeOfNames(call) && result == 0) {

@@ -1,8 +1,11 @@
 #include "rehearse/proof/recording.hpp"
 
 #include <algorithm>
+#include <list>
 #include <map>
+#include <set>
 #include <sstream>
+#include <utility>
 
 #include "platform/foundation/error.hpp"
 #include "rehearse/proof/call_names.hpp"
@@ -30,26 +33,46 @@ std::string complaint(Story story, const Ending& ending, const Home& home) {
   return text;
 }
 
+/// Whether a call is made in each run. How the memory of several threads is arranged is not the same twice.
+bool isSteady(const SystemCall& call, std::set<pid_t>& forked) {
+  const std::string& name = kindOf(call.number).name;
+  if (name == "clone" || name == "clone3")
+    forked.insert(call.process);
+  return !forked.contains(call.process) || (name != "munmap" && name != "mprotect");
+}
+
 std::vector<RecordedCall> recordIn(const Place& place, const Material& material, Story story) {
   Home home(material, story, place.home, place.temporary);
   home.furnish();
   DiskObserver disk(home);
   CallNames names(material.updater.filename());
   std::vector<RecordedCall> calls;
-  std::map<pid_t, std::size_t> pending;
-  const Ending ending =
-      home.run({.before =
-                    [&](const SystemCall& call) {
-                      pending[call.process] = calls.size();
-                      calls.push_back({names.next(call), call, disk.state(), {}});
-                      return Fate{};
-                    },
-                .after =
-                    [&](const SystemCall& call, std::int64_t) {
-                      if (const auto found = pending.find(call.process);
-                          found != pending.end() && calls[found->second].call.number == call.number)
-                        calls[found->second].after = disk.state();
-                    }});
+  std::set<pid_t> forked;
+  std::list<std::size_t> pending;
+  const auto before = [&](const SystemCall& call) {
+    std::string name = names.next(call);
+    if (isSteady(call, forked)) {
+      calls.push_back({std::move(name), call, disk.state(), {}});
+      // What changes no file leaves what it found.
+      if (changesFiles(call))
+        pending.push_back(calls.size() - 1);
+      else
+        calls.back().after = calls.back().before;
+    }
+    return Fate{};
+  };
+  const auto after = [&](const SystemCall& call, std::int64_t) {
+    const auto found = std::ranges::find_if(pending, [&](std::size_t index) {
+      const SystemCall& begun = calls[index].call;
+      return begun.process == call.process && begun.number == call.number &&
+             begun.arguments == call.arguments;
+    });
+    if (found == pending.end())
+      return;
+    calls[*found].after = disk.state();
+    pending.erase(found);
+  };
+  const Ending ending = home.run({.before = before, .after = after, .wantsAfter = changesFiles});
   if (!wentAsItGoes(story, ending, home, calls))
     throw platform::Error(complaint(story, ending, home));
   return calls;

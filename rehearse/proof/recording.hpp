@@ -16,8 +16,9 @@ struct RecordedCall {
   std::string after;  ///< empty where the process ended in the call
 };
 
-/// The calls that an undisturbed run of a story makes, in order. Throws `ProofRefused` where the system does
-/// not allow what that needs, and `platform::Error` where it does not go as the story does.
+/// The calls that an undisturbed run of a story makes, in order, without those that another run may not make.
+/// Throws `ProofRefused` where the system does not allow what that needs, and `platform::Error` where it does
+/// not go as the story does.
 std::vector<RecordedCall> record(const Material& material, Story story, const Workshop& workshop);
 
 }  // namespace rehearse

@@ -57,6 +57,8 @@ struct Watcher {
   /// Called behind each call that was made, with the result that it had or a negative error number, whatever
   /// its fate makes of that.
   std::function<void(const SystemCall&, std::int64_t)> after = {};
+  /// Which calls `after` is called behind: all without it.
+  bool (*wantsAfter)(const SystemCall&) = nullptr;
   /// Called in the program's process before the program takes its place, and may change what it inherits.
   std::function<void()> prepare = {};
   /// Where it is true, the program that was started does not wait in vain: each look at its monotonic clock

@@ -299,7 +299,7 @@ void Tracer::beforeCall(pid_t thread) {
     case Fate::Kind::hang:
       break;
     case Fate::Kind::proceed:
-      if (!watcher_.after) {
+      if (!watcher_.after || (watcher_.wantsAfter != nullptr && !watcher_.wantsAfter(call))) {
         resume(thread);
         break;
       }
