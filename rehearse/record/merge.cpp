@@ -74,16 +74,20 @@ std::vector<Shard> completeShards(const std::vector<Rehearsal>& records) {
   return {shards.begin(), shards.end()};
 }
 
-/// Deals out the points of each list in turn, which is the inverse of how a sweep is divided.
+/// The points of all shards, each once. A point's place in its shard, relative to the shard's size, is about
+/// its place in the sweep, whose points the shards have evenly.
 std::vector<Point> interleaved(const std::vector<const std::vector<Point>*>& shards) {
-  std::size_t longest = 0;
+  std::vector<std::pair<double, const Point*>> placed;
   for (const auto* points : shards)
-    longest = std::max(longest, points->size());
+    for (std::size_t index = 0; index < points->size(); ++index)
+      placed.emplace_back((static_cast<double>(index) + 0.5) / static_cast<double>(points->size()),
+                          &(*points)[index]);
+  std::ranges::stable_sort(placed, {}, &std::pair<double, const Point*>::first);
+  std::set<Point> known;
   std::vector<Point> result;
-  for (std::size_t index = 0; index < longest; ++index)
-    for (const auto* points : shards)
-      if (index < points->size())
-        result.push_back((*points)[index]);
+  for (const auto& [place, point] : placed)
+    if (known.insert(*point).second)
+      result.push_back(*point);
   return result;
 }
 
@@ -125,12 +129,14 @@ std::vector<Sweep> unitedSweeps(const std::vector<const Pairing*>& shards) {
   std::vector<Sweep> sweeps;
   for (const Pairing* shard : shards)
     for (const Sweep& sweep : shard->sweeps) {
-      const Sweep* known = named(sweeps, sweep.name);
+      Sweep* known = named(sweeps, sweep.name);
       if (known == nullptr)
         sweeps.push_back(
             {.name = sweep.name, .total = sweep.total, .isControl = sweep.isControl, .points = {}});
-      else if (known->total != sweep.total || known->isControl != sweep.isControl)
-        refuse("they differ in what the sweep " + platform::quoted(sweep.name) + " consists of");
+      else if (known->isControl != sweep.isControl)
+        refuse("they differ in whether the sweep " + platform::quoted(sweep.name) + " is a control");
+      else
+        known->total = std::max(known->total, sweep.total);
     }
   for (Sweep& sweep : sweeps) {
     std::vector<const std::vector<Point>*> parts;
@@ -139,8 +145,7 @@ std::vector<Sweep> unitedSweeps(const std::vector<const Pairing*>& shards) {
         if (part.name == sweep.name)
           parts.push_back(&part.points);
     sweep.points = interleaved(parts);
-    if (sweep.points.size() > sweep.total)
-      refuse("the sweep " + platform::quoted(sweep.name) + " has more points than it consists of");
+    sweep.total = std::max<std::uint64_t>(sweep.total, sweep.points.size());
   }
   return sweeps;
 }

@@ -133,7 +133,7 @@ struct Subject {
   auto operator<=>(const Subject&) const = default;
 };
 
-/// Shard I of N holds the points I, I + N, I + 2 N … of every sweep, in its order.
+/// Shards have the points of every sweep evenly, in the sweep's order, and each point is in one of them.
 struct Shard {
   unsigned number = 1;  ///< from 1 on
   unsigned count = 1;

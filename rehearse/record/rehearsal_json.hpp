@@ -14,7 +14,8 @@ std::string json(const Rehearsal& rehearsal);
 /// version. Members that are not known are ignored.
 Rehearsal rehearsalFromJSON(const std::string& text);
 
-/// Joins the shards of one rehearsal. Points are put in the order of their sweep. Nothing that one shard
+/// Joins the shards of one rehearsal. Points are put about in the order of their
+/// sweep; one that several shards have counts once. Nothing that one shard
 /// found is dropped: findings and what was not tried are united, and of the verdicts on one step the failed
 /// one counts, then the passed one. What else is measured is the first shard's. The date is the earliest, the
 /// duration the longest. The image and the applications are the same if their digests and versions are,
