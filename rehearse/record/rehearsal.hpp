@@ -10,6 +10,9 @@ namespace rehearse {
 
 using Milliseconds = std::chrono::milliseconds;
 
+// Defaulted comparisons are mistaken for null pointers.
+// NOLINTBEGIN(modernize-use-nullptr, readability-implicit-bool-conversion)
+
 /// How much a finding matters: to know, to consider before publishing, or users would be stopped.
 enum class Severity { note, warning, fault };
 
@@ -153,6 +156,8 @@ struct Rehearsal {
   std::vector<std::string> notTried;      ///< with the reason, a sentence each
   auto operator<=>(const Rehearsal&) const = default;
 };
+
+// NOLINTEND(modernize-use-nullptr, readability-implicit-bool-conversion)
 
 /// Whether a point of the sweep is at fault: a promise was broken there, or no complete application was left,
 /// which in a control is no fault.
