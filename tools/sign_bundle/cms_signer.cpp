@@ -74,22 +74,18 @@ void addSigningTime(CMS_SignerInfo& signer, std::time_t moment) {
             kStep);
 }
 
-void addBinding(CMS_SignerInfo& signer, const std::vector<SignedCodeDirectory>& directories,
-                DirectoryBinding binding) {
-  if (binding == DirectoryBinding::both || binding == DirectoryBinding::list) {
-    const auto hashes = attribute(objectIdentifier(platform::kHashListAttribute).get(), V_ASN1_OCTET_STRING,
-                                  {hashList(directories)});
-    succeeded(::CMS_signed_add1_attr(&signer, hashes.get()), kStep);
-  }
-  if (binding == DirectoryBinding::both || binding == DirectoryBinding::digests) {
-    std::vector<std::string> namedDigests;
-    namedDigests.reserve(directories.size());
-    for (const SignedCodeDirectory& directory : directories)
-      namedDigests.push_back(namedDigest(directory));
-    const auto digests =
-        attribute(objectIdentifier(platform::kDigestSetAttribute).get(), V_ASN1_SEQUENCE, namedDigests);
-    succeeded(::CMS_signed_add1_attr(&signer, digests.get()), kStep);
-  }
+/// Binds all code directories, in the two lists that signing tools write.
+void addBinding(CMS_SignerInfo& signer, const std::vector<SignedCodeDirectory>& directories) {
+  const auto hashes = attribute(objectIdentifier(platform::kHashListAttribute).get(), V_ASN1_OCTET_STRING,
+                                {hashList(directories)});
+  succeeded(::CMS_signed_add1_attr(&signer, hashes.get()), kStep);
+  std::vector<std::string> namedDigests;
+  namedDigests.reserve(directories.size());
+  for (const SignedCodeDirectory& directory : directories)
+    namedDigests.push_back(namedDigest(directory));
+  const auto digests =
+      attribute(objectIdentifier(platform::kDigestSetAttribute).get(), V_ASN1_SEQUENCE, namedDigests);
+  succeeded(::CMS_signed_add1_attr(&signer, digests.get()), kStep);
 }
 
 std::string signatureValueOf(CMS_SignerInfo& signer) {
@@ -188,7 +184,7 @@ std::string signCodeDirectories(const std::vector<SignedCodeDirectory>& director
   const std::time_t moment = statedMoment(*identity.leaf.certificate);
   if (hasAttributes) {
     addSigningTime(*signer, moment);
-    addBinding(*signer, directories, options.binding);
+    addBinding(*signer, directories);
   }
 
   succeeded(::CMS_final(message.get(), content.get(), nullptr, flags), kStep);

@@ -13,9 +13,6 @@ struct SignedCodeDirectory {
   std::string blob;
 };
 
-/// The signed attributes that list all code directories: property list of hashes, set of digests.
-enum class DirectoryBinding { both, list, digests, none };
-
 /// A single defect of an otherwise good signature, for tests.
 enum class SignatureDefect {
   none,
@@ -36,7 +33,6 @@ enum class SignatureDefect {
 
 struct MessageOptions {
   bool timeStamp = false;
-  DirectoryBinding binding = DirectoryBinding::both;
   SignatureDefect defect = SignatureDefect::none;
 };
 

@@ -35,7 +35,7 @@ sign_bundle make-chain DIRECTORY --team TEAM [--name NAME] [--keys rsa|ec]
 sign_bundle sign BUNDLE-OR-MACH-O (--chain DIRECTORY | --ad-hoc) [--identifier IDENTIFIER] [--team TEAM]
     [--hash sha256|sha1+sha256|sha384] [--sealed-hash sha256|sha1+sha256|sha1] [--page-size BYTES]
     [--hardened-runtime] [--entitlements FILE] [--later-component FILE] [--time-stamp] [--without-requirements]
-    [--bind both|list|digests|none] [--defect DEFECT]
+    [--defect DEFECT]
     DEFECT: two-signers, carried-content, without-signed-attributes, weak-digest, other-content-type,
     other-time-stamp, unsorted-digests
 
@@ -104,11 +104,6 @@ std::vector<Option> signingOptions(SigningOptions& options) {
                   {"sha1+sha256", SealedDigests::sha1AndSha256},
                   {"sha1", SealedDigests::sha1}}),
           choice("--page-size", options.pageSizeExponent, {{"unlimited", 0}, {"4096", 12}, {"16384", 14}}),
-          choice("--bind", message.binding,
-                 {{"both", DirectoryBinding::both},
-                  {"list", DirectoryBinding::list},
-                  {"digests", DirectoryBinding::digests},
-                  {"none", DirectoryBinding::none}}),
           choice("--defect", message.defect,
                  {{"two-signers", twoSigners},
                   {"carried-content", carriedContent},

@@ -54,17 +54,6 @@ TEST(CertificateChain, aDefectiveOneIsRefusedWithTheRightStatus) {
   }
 }
 
-TEST(CertificateChain, everyKindOfLeafIsValidAndTheRequirementDecides) {
-  for (const auto& [kind, status] : {std::pair{"kernel-extensions", errSecSuccess},
-                                     {"store", errSecCSReqFailed},
-                                     {"development", errSecCSReqFailed}}) {
-    const SigningWorkshop workshop({"--leaf", kind});
-    const fs::path application = workshop.signedApplication({.executable = test::SampleExecutable::machO});
-    EXPECT_EQ(workshop.judge(application).status, errSecSuccess) << kind;
-    EXPECT_EQ(workshop.judge(application, test::sampleRequirement()).status, status) << kind;
-  }
-}
-
 TEST(CMSSignature, aDefectiveOneIsRefusedWithTheReason) {
   const SigningWorkshop workshop;
   for (const auto& [defect, reason] : {std::pair{"two-signers", "not by one signer"},

@@ -177,44 +177,6 @@ TEST(MalformedCode, anUnknownComponentWithoutADigestIsIgnored) {
   }
 }
 
-/// The verdict on the file after its code and its strong code directory have been replaced by other code's,
-/// with the signature over its own weak directory kept.
-test::Verdict withOtherAlternate(const fs::path& file, const std::vector<std::string>& options) {
-  const std::string other = test::readFile(machO("other", "arm64", options, "other"));
-  const std::string mine = test::readFile(file);
-  const auto alternate = readEmbeddedSignature(signatureOf(mine)).at(0x1000);
-  const auto replacement = readEmbeddedSignature(signatureOf(other)).at(0x1000);
-  EXPECT_EQ(alternate.size(), replacement.size());
-  const std::size_t codeLimit = readMachO(MemorySource(other))->front().signature->offset;
-  const std::string spliced = other.substr(0, codeLimit) + mine.substr(codeLimit);
-  test::writeFile(file, with(spliced, spliced.find(alternate), replacement));
-  return workshop().judge(file);
-}
-
-struct BindingCase {
-  const char* bound;
-  const char* digests;
-  bool accepted;
-};
-
-TEST(MalformedCode, anAlternateCodeDirectoryOfOtherCodeIsRefusedWhicheverListBindsIt) {
-  for (const auto& [bound, digests, accepted] :
-       {BindingCase{"both", "sha1+sha256", true}, BindingCase{"list", "sha1+sha256", true},
-        BindingCase{"digests", "sha1+sha256", true}, BindingCase{"none", "sha1+sha256", false},
-        BindingCase{"none", "sha256", true}}) {
-    const std::string name = std::string(bound) + " " + digests;
-    const std::vector<std::string> options{"--bind", bound,          "--hash",
-                                           digests,  "--identifier", "com.example.tool"};
-    const fs::path file = machO(name, "arm64", options, "first");
-    EXPECT_EQ(workshop().judge(file).accepted(), accepted) << name;
-    if (std::string_view(bound) != "none") {
-      const test::Verdict verdict = withOtherAlternate(file, options);
-      EXPECT_EQ(verdict.status, platform::errSecCSSignatureFailed) << name;
-      EXPECT_THAT(verdict.sentence, testing::HasSubstr("code directories are not those that were signed"));
-    }
-  }
-}
-
 TEST(MalformedCode, codeSignedWithSHA1AloneIsRefused) {
   const fs::path file = machO("weak", "arm64", {"--hash", "sha1+sha256"});
   const std::string whole = test::readFile(file);

@@ -218,19 +218,35 @@ TEST(SignedAttributes, areReadFromTheBytesThatWereSigned) {
   ASSERT_EQ(slice.directories.size(), 2U);
   const auto anchors = platform::TrustAnchors::inDirectory(location(workshop().anchors()));
   const std::string_view original = slice.components.at(platform::slot::kSignature);
+  const auto refusalOf = [&](const Message& message,
+                             const std::vector<platform::CodeDirectory>& directories) {
+    try {
+      platform::verifyCMSSignature(encode(message.root), directories, anchors);
+      return std::string();
+    } catch (const platform::FormatError& error) {
+      return error.reason();
+    }
+  };
   for (const Variant& variant : kVariants) {
     Message message{decodeAll(original).front()};
     variant.change(message);
     if (variant.when == Signed::after)
       message.sign();
-    std::string refusal;
-    try {
-      platform::verifyCMSSignature(encode(message.root), slice.directories, anchors);
-    } catch (const platform::FormatError& error) {
-      refusal = error.reason();
-    }
+    const std::string refusal = refusalOf(message, slice.directories);
     EXPECT_THAT(refusal, testing::HasSubstr(variant.refusal)) << variant.name;
     EXPECT_EQ(refusal.empty(), *variant.refusal == '\0') << variant.name << ": " << refusal;
+  }
+  // Each list alone binds the second directory, which the message digest does not cover.
+  std::string otherCode(slice.directories.back().blob());
+  otherCode.back() = static_cast<char>(otherCode.back() ^ 1);
+  const std::vector<platform::CodeDirectory> others{slice.directories.front(),
+                                                    platform::CodeDirectory::read(otherCode)};
+  for (const std::string& list : {kHashList, kDigestSet}) {
+    Message message{decodeAll(original).front()};
+    message.remove(list);
+    message.sign();
+    EXPECT_EQ(refusalOf(message, slice.directories), "");
+    EXPECT_THAT(refusalOf(message, others), testing::HasSubstr(kOtherDirectories));
   }
 }
 
