@@ -326,7 +326,7 @@ class PowerCuts {
   const std::function<void(const Result&)>& report_;
   ReversibleFile content_;
   Home home_;
-  CallNames names_;
+  CallNames names_{material_.updater.filename()};
   std::vector<Mark> marks_;
   std::size_t begin_ = 0;  ///< the writes before the update
   DiskHistory history_;
