@@ -74,14 +74,14 @@ Task faultTask(const Rehearsed& rehearsed, const RecordedCall& call, int error, 
 
 /// A file system that breaks: a kind of calls fails, from one on or that one alone.
 struct Breakdown {
-  std::string name;
+  const char* name;
   bool (*concerns)(const SystemCall&);
   Fate fate;
   bool lasts;
 };
 
-const Breakdown kReadOnly{"the disk turns read-only", changesFiles, {Kind::fail, EROFS}, true};
-const std::array kOfNames{
+constexpr Breakdown kReadOnly{"the disk turns read-only", changesFiles, {Kind::fail, EROFS}, true};
+constexpr std::array kOfNames{
     Breakdown{"names can no longer be changed", isRename, {Kind::fail, EIO}, true},
     Breakdown{"a name is changed, and the answer is an error", isRename, {Kind::failAfter, EIO}, false},
     Breakdown{"a name is changed, and the call interrupted", isRename, {Kind::failAfter, EINTR}, false},
