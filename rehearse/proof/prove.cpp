@@ -86,7 +86,7 @@ class Proof {
 
   void notTried(const std::string& name, const std::string& reason) {
     results_.push_back(
-        {.name = name, .total = 1, .points = {{name, PointOutcome::notTried, PointMethod::run, {reason}}}});
+        {.name = name, .total = 1, .points = {{reason, PointOutcome::notTried, PointMethod::run, {}}}});
   }
 
   void run(const PlannedSweep& sweep) {

@@ -8,7 +8,7 @@ namespace rehearse {
 namespace {
 
 constexpr int kNameWidth = 66;
-constexpr int kCountWidth = 8;
+constexpr int kCountWidth = 9;
 
 void add(std::ostream& text, const Tally& tally, const std::string& verdict) {
   text << std::left << std::setw(kNameWidth) << tally.name << std::right;
