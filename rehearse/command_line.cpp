@@ -16,11 +16,11 @@ constexpr unsigned kMostJobs = 256;
 constexpr unsigned kMostShards = 10'000;
 constexpr unsigned kGreatestStep = 1'000'000;
 
-constexpr std::array<std::pair<std::string_view, ProofPart>, 4> kProofParts{
-    {{"kills", ProofPart::kills},
-     {"faults", ProofPart::faults},
-     {"power-cuts", ProofPart::powerCuts},
-     {"limits", ProofPart::limits}}};
+constexpr std::array<std::pair<std::string_view, ProofKind>, 4> kProofKinds{
+    {{"kills", ProofKind::kills},
+     {"faults", ProofKind::faults},
+     {"power-cuts", ProofKind::powerCuts},
+     {"limits", ProofKind::limits}}};
 
 unsigned number(std::string_view option, std::string_view text, unsigned most) {
   unsigned value = 0;
@@ -41,18 +41,18 @@ std::vector<std::string> splitAtCommas(const std::string& text) {
   return parts;
 }
 
-std::vector<ProofPart> proofParts(const std::string& text) {
-  std::set<ProofPart> parts;
+std::set<ProofKind> proofKinds(const std::string& text) {
+  std::set<ProofKind> kinds;
   for (const std::string& word : splitAtCommas(text)) {
     const auto* const part =
-        std::ranges::find(kProofParts, word, [](const auto& entry) { return entry.first; });
-    if (part == kProofParts.end())
+        std::ranges::find(kProofKinds, word, [](const auto& entry) { return entry.first; });
+    if (part == kProofKinds.end())
       throw UsageError(
           "--prove needs kills, faults, power-cuts or limits, or several with commas between them, not " +
           platform::quoted(word) + ".");
-    parts.insert(part->second);
+    kinds.insert(part->second);
   }
-  return {parts.begin(), parts.end()};
+  return kinds;
 }
 
 Shard shardOf(const std::string& text) {
@@ -90,7 +90,7 @@ Options optionsOf(CommandLine& line) {
       {"--scratch", {[&](const std::string& value) { line.scratch = value; }}},
       {"--macos", {[&](const std::string& value) { line.system = versionOf(value); }}},
       {"--anchors", {[&](const std::string& value) { line.anchors.emplace_back(value); }, true}},
-      {"--prove", {[&](const std::string& value) { line.proof = proofParts(value); }}},
+      {"--prove", {[&](const std::string& value) { line.proof = proofKinds(value); }}},
       {"--every", {[&](const std::string& value) { line.every = number("--every", value, kGreatestStep); }}},
       {"--jobs", {[&](const std::string& value) { line.jobs = number("--jobs", value, kMostJobs); }}},
       {"--shard", {[&](const std::string& value) { line.shard = shardOf(value); }}},
@@ -180,8 +180,8 @@ std::vector<std::string> recordedOptions(const CommandLine& line) {
     options.emplace_back(kPlanOption);
   if (!line.proof.empty()) {
     std::string parts;
-    for (const auto& [name, part] : kProofParts)
-      if (std::ranges::find(line.proof, part) != line.proof.end())
+    for (const auto& [name, part] : kProofKinds)
+      if (line.proof.contains(part))
         parts += (parts.empty() ? "" : ",") + std::string(name);
     options.push_back("--prove " + parts);
     options.push_back("--every " + std::to_string(line.every));

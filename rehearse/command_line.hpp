@@ -2,10 +2,12 @@
 
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "platform/foundation/error.hpp"
+#include "rehearse/proof/prove.hpp"
 #include "rehearse/record/rehearsal.hpp"
 #include "rehearse/start/start_check.hpp"
 
@@ -17,9 +19,6 @@ class UsageError : public platform::Error {
   using Error::Error;
 };
 
-/// The sweeps of a proof.
-enum class ProofPart { kills, faults, powerCuts, limits };
-
 /// What the command is asked for. Paths are as they were given.
 struct CommandLine {
   std::filesystem::path image;
@@ -29,9 +28,9 @@ struct CommandLine {
   std::filesystem::path scratch = "/var/tmp";
   SystemVersion system{14, 0, 0};
   std::vector<std::filesystem::path> anchors;
-  std::vector<ProofPart> proof;  ///< in the order above, each once
-  unsigned every = 1;            ///< of the points of a sweep, one of so many is tried
-  unsigned jobs = 0;             ///< how many points are tried at a time; 0 leaves it to the proof
+  std::set<ProofKind> proof;
+  unsigned every = 1;  ///< of the points of a sweep, one of so many is tried
+  unsigned jobs = 0;   ///< how many points are tried at a time; 0 leaves it to the proof
   Shard shard;
   bool json = false;
   std::vector<std::filesystem::path> merge;

@@ -13,6 +13,7 @@
 #include "rehearse/command_line.hpp"
 #include "rehearse/files/private_place.hpp"
 #include "rehearse/files/trees.hpp"
+#include "rehearse/proving.hpp"
 #include "rehearse/record/rehearsal_json.hpp"
 #include "rehearse/report/html_report.hpp"
 #include "rehearse/report/text_report.hpp"
@@ -143,11 +144,28 @@ int rehearse(const CommandLine& line) {
     const PrivatePlace place(scratch / "place");
     const Progress progress;
     request.progress = [&](const std::string& text) { progress.show(text); };
-    const Rehearsal rehearsal = rehearseRelease(request, place, scratch);
+    std::string proofFailure;
+    if (!line.proof.empty())
+      request.prove = [&](const PrivatePrefix& prefix, const OfferedRelease& release,
+                          const Application& installed, const fs::path& directory) -> std::vector<Sweep> {
+        try {
+          return proveUpdate(line, prefix, release, installed, directory, request.progress);
+        } catch (const platform::Error& failure) {
+          proofFailure = failure.localizedDescription();
+          return {};
+        }
+      };
+    Rehearsal rehearsal = rehearseRelease(request, place, scratch);
     progress.show({});
+    if (!proofFailure.empty())
+      rehearsal.notTried.push_back("the proof: " + proofFailure);
     if (report)
       writeReport(rehearsal, place.reachable(*report));
-    return tell(rehearsal, line.json);
+    const int status = tell(rehearsal, line.json);
+    if (proofFailure.empty())
+      return status;
+    std::cerr << "quorin-rehearse: The update could not be proved: " << proofFailure << '\n';
+    return status == EXIT_SUCCESS ? kNotRehearsed : status;
   });
 }
 

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <ctime>
 
+#include "platform/files/file_manager.hpp"
 #include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/error.hpp"
 #include "rehearse/findings/findings.hpp"
@@ -63,6 +64,13 @@ std::string presentDate() {
   return text;
 }
 
+fs::path makeConfidential(const fs::path& directory) {
+  platform::NSFileManager::defaultManager().createDirectoryAtURL(
+      platform::URL::fileURLWithPath(directory.native()), platform::IntermediateDirectories::no,
+      platform::DirectoryAccess::ownerOnly);
+  return directory;
+}
+
 /// What was not tried, with the installed version if there are several.
 std::vector<std::string> notTriedIn(const std::vector<Pairing>& pairings) {
   std::vector<std::string> sentences;
@@ -82,6 +90,7 @@ class Rehearser {
       : request_(request),
         place_(place),
         scratch_(scratch),
+        confidential_(makeConfidential(scratch / "confidential")),
         plan_(request.plan ? std::optional(reading("The plan", *request.plan,
                                                    [&] { return readPlan(place.reachable(*request.plan)); }))
                            : std::nullopt),
@@ -101,7 +110,7 @@ class Rehearser {
     rehearsal.shards = {request_.shard};
     if (release.application)
       rehearsal.offered = release.application->name;
-    ChangedImages images(prefix_, release, scratch_ / "images");
+    ChangedImages images(prefix_, release, confidential_ / "images");
     const Offering offering{.prefix = prefix_,
                             .release = release,
                             .images = images,
@@ -151,7 +160,7 @@ class Rehearser {
           [&] { identifier = nameOf(place_.reachable(request_.installed.front()), {}).identifier; });
     OfferedRelease release = reading("The image", request_.image, [&] {
       return rehearse::readRelease(prefix_, place_.reachable(request_.image), request_.image.native(),
-                                   identifier, scratch_ / "release");
+                                   identifier, confidential_ / "release");
     });
     if (release.application)
       requireSpace(scratch_, neededFor(imageSize_, release.application->size));
@@ -159,7 +168,7 @@ class Rehearser {
   }
 
   Pairing rehearseOne(const Offering& offering, const fs::path& source, std::string& plan) {
-    const fs::path directory = scratch_ / "installed";
+    const fs::path directory = confidential_ / "installed";
     const platform::ScopeExit removal([&] { removeItem(directory); });
     progress("reading " + source.filename().native());
     const Application installed = reading("The installed application", source, [&] {
@@ -171,9 +180,7 @@ class Rehearser {
       return readApplication(prefix_, *bundle, source.native());
     });
     if (plan.empty())
-      plan = platform::JSONEncoder()
-                 .encode(plan_ ? *plan_ : planFor(offering.release, installed.bundle.filename()))
-                 .bytes();
+      plan = textOf(plan_ ? *plan_ : planFor(offering.release, installed.bundle.filename()));
     Pairing pairing = rehearsePairing(offering, installed, place_.home() / "user");
     if (pairing.wouldInstall && request_.prove)
       pairing.sweeps = request_.prove(prefix_, offering.release, installed, scratch_ / "proof");
@@ -183,6 +190,7 @@ class Rehearser {
   const Request& request_;
   const PrivatePlace& place_;
   const fs::path& scratch_;
+  fs::path confidential_;  ///< for what is not published yet
   std::optional<InstallPlan> plan_;
   std::uint64_t imageSize_;
   PrivatePrefix prefix_;

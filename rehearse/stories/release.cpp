@@ -84,6 +84,26 @@ InstallPlan planFor(const OfferedRelease& release, const std::string& bundleName
   return plan;
 }
 
+std::string textOf(const InstallPlan& plan) {
+  const platform::Data json = platform::JSONEncoder().encode(plan);
+  std::string text;
+  bool isInString = false;
+  bool isEscaped = false;
+  for (const char character : json.bytes()) {
+    if (!isInString && character == '}')
+      text += '\n';
+    text += character;
+    if (!isInString && (character == '{' || character == ','))
+      text += "\n  ";
+    if (!isInString && character == ':')
+      text += ' ';
+    if (character == '"' && !isEscaped)
+      isInString = !isInString;
+    isEscaped = isInString && character == '\\' && !isEscaped;
+  }
+  return text + "\n";
+}
+
 std::vector<std::string> differences(const InstallPlan& plan, const OfferedRelease& release) {
   std::vector<std::string> sentences;
   const auto compare = [&](const std::string& what, const std::string& expected, const std::string& actual,

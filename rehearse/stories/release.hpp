@@ -43,6 +43,9 @@ OfferedRelease readRelease(const PrivatePrefix& prefix, const std::filesystem::p
 /// The plan that an application writes to install the release. Its paths are examples.
 QuorinOstrevalUpdater::InstallPlan planFor(const OfferedRelease& release, const std::string& bundleName);
 
+/// The plan as JSON text for a person, with a line for each member.
+std::string textOf(const QuorinOstrevalUpdater::InstallPlan& plan);
+
 /// In what the plan's expectations differ from the release, a sentence each, such as "The plan expects
 /// version 2.1, and the image contains 2.0."
 std::vector<std::string> differences(const QuorinOstrevalUpdater::InstallPlan& plan,

@@ -53,12 +53,13 @@ class Signals {
   sigset_t before_{};
 };
 
-/// A directory for this process only until it is removed, which its owner asks for.
 fs::path makeScratch(const fs::path& parent) {
   const fs::path scratch = parent / ("quorin-rehearsal-" + platform::UUID().uuidString());
   platform::NSFileManager::defaultManager().createDirectoryAtURL(
       platform::URL::fileURLWithPath(scratch.native()), platform::IntermediateDirectories::no,
       platform::DirectoryAccess::ownerOnly);
+  // A sweep runs the updater as another user.
+  fs::permissions(scratch, fs::perms(0711));
   return scratch;
 }
 

@@ -54,6 +54,7 @@ UserHome::UserHome(const PrivatePrefix& prefix, fs::path directory, const Applic
       capture_(directory_ / "capture") {
   for (const fs::path& path : {applications_, image_.parent_path(), status_.parent_path(), capture_})
     fs::create_directories(path);
+  fs::permissions(directory_, fs::perms::owner_all);
 }
 
 UserHome::~UserHome() {
