@@ -92,9 +92,12 @@ def build(targets=()):
 def programs(pattern):
     """The programs of these tests, as targets of the build. They depend on those that they start."""
     command = ["ctest", "--preset", "dev", "--show-only=json-v1", "-R", pattern]
-    listing = json.loads(subprocess.run(command, cwd=TREE, capture_output=True, text=True, check=True).stdout)
-    tree = TREE / "build/dev"
-    return sorted({str(pathlib.Path(test["command"][0]).relative_to(tree)) for test in listing["tests"]})
+    listing = subprocess.run(command, cwd=TREE, capture_output=True, text=True)
+    if listing.returncode != 0:
+        return []
+    tests = json.loads(listing.stdout)["tests"]
+    return sorted({str(pathlib.Path(test["command"][0]).relative_to(TREE / "build/dev")) for test in tests
+                   if "command" in test})
 
 
 def failing_test(pattern, extra=()):
@@ -185,7 +188,8 @@ def main():
     subprocess.run([ROOT / "scripts/copy_checkout", TREE], check=True)
     PENDING.touch()
     restore(set(PENDING.read_text().split()))
-    outcome = build()
+    # Before the first build no test is known, and everything is built.
+    outcome = build(programs(against[0] if against else "|".join(mutant.tests for mutant in mutants)))
     if outcome.returncode != 0:
         sys.exit("mutants: the checkout does not build:\n" + outcome.stdout[-3000:])
     PENDING.write_text("")

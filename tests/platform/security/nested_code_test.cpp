@@ -150,6 +150,15 @@ TEST(NestedCode, nestingWithoutEndIsRefusedQuickly) {
   EXPECT_THAT(workshop().judge(other).sentence, HasSubstr("nested too deeply"));
 }
 
+TEST(NestedCode, aRequirementBeyondReasonIsNotParsed) {
+  const fs::path application = workshop().signedPlainApplication();
+  const fs::path contents = application / "Contents/Helpers/long.app/Contents";
+  test::writeInfoPlist(contents / "Info.plist", std::string(70'000, 'i'), "long", "1", "1");
+  test::writeFile(contents / "MacOS/long", "#!/bin/sh\n");
+  workshop().chain().sign(application);
+  EXPECT_THAT(workshop().judge(application).sentence, HasSubstr("a requirement that is too long"));
+}
+
 TEST(UnsealedItems, aLinkCountsByItsTextAlone) {
   const fs::path application = workshop().signedPlainApplication();
   const fs::path contents = application / "Contents";
