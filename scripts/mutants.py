@@ -21,7 +21,7 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 COPY = ROOT / "build/mutants"
 TREE = COPY / "tree"
-# The files that a mutant was built of and that no build without mutants has followed; a run may be interrupted.
+# The files that a mutant was built of and that no build of everything without mutants has followed.
 PENDING = COPY / "changed"
 LONGEST_TEST = "300"
 # One point in so many of each sweep is tried, as in the proof's short form.
@@ -189,10 +189,12 @@ def main():
     PENDING.touch()
     restore(set(PENDING.read_text().split()))
     # Before the first build no test is known, and everything is built.
-    outcome = build(programs(against[0] if against else "|".join(mutant.tests for mutant in mutants)))
+    targets = programs(against[0] if against else "|".join(mutant.tests for mutant in mutants))
+    outcome = build(targets)
     if outcome.returncode != 0:
         sys.exit("mutants: the checkout does not build:\n" + outcome.stdout[-3000:])
-    PENDING.write_text("")
+    if not targets:
+        PENDING.write_text("")
     if against:
         if failing_tests(against[0]):
             sys.exit("mutants: one of these tests fails without any mutant")

@@ -22,6 +22,7 @@ TEST(TextTest, ANameInASentenceCannotBreakOutOfIt) {
       {"caf\xC3\xA9 \xF0\x9F\x98\x80 \"x\"", "caf\xC3\xA9 \xF0\x9F\x98\x80 \"x\""},
       {"a\n\x1B[2J\x7F", "a\\x0A\\x1B[2J\\x7F"},
       {"\xC2\x85\xE2\x80\xA8\xE2\x80\xAE", "\\xC2\\x85\\xE2\\x80\\xA8\\xE2\\x80\\xAE"},
+      {"\xE2\x81\xA6\xE2\x81\xA9", "\\xE2\\x81\\xA6\\xE2\\x81\\xA9"},
       {std::string("\0\xFF", 2), "\\x00\\xFF"}};
   for (const auto& [name, shown] : cases)
     EXPECT_EQ(platform::quoted(name), '"' + shown + '"');
