@@ -72,7 +72,7 @@ struct ProofProgress {
 /// or a byte of the new application changed right after the swap, the update must go as such an update goes;
 /// else `platform::Error` says what is different. Throws `ProofRefused` where the system does not allow
 /// private mounts or tracing. What it cannot try for another reason is a sweep with one point, `notTried`,
-/// whose violation is the reason. For a process with one thread and no other children.
+/// whose name is the reason and which has no violation. For a process with one thread and no other children.
 std::vector<Sweep> prove(const ProofOptions& options, const ProvedRelease& release,
                          const std::function<void(const ProofProgress&)>& progress);
 
