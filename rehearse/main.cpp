@@ -55,6 +55,7 @@ fs::path resolved(const fs::path& path) {
 
 std::vector<fs::path> resolved(const std::vector<fs::path>& paths) {
   std::vector<fs::path> result;
+  result.reserve(paths.size());
   for (const fs::path& path : paths)
     result.push_back(resolved(path));
   return result;
@@ -119,6 +120,7 @@ Rehearsal readReport(const fs::path& path) {
 
 int merge(const CommandLine& line) {
   std::vector<Rehearsal> records;
+  records.reserve(line.merge.size());
   for (const fs::path& path : line.merge)
     records.push_back(readReport(resolved(path)));
   const fs::path directory = usableReportDirectory(*line.report);

@@ -104,6 +104,12 @@ void addFindings(const Offering& offering, const Application& installed, Pairing
     pairing.findings = compare(installed.bundle, offered->bundle);
     addStartFindings(offering, *offered, pairing);
   }
+  for (Finding& finding : pairing.findings) {
+    finding.sentence = withoutDirectory(finding.sentence, installed.bundle.parent_path());
+    if (offering.release.application)
+      finding.sentence =
+          withoutDirectory(finding.sentence, offering.release.application->bundle.parent_path());
+  }
   for (const std::string& name : pairing.aftermath.leftOver)
     pairing.findings.push_back(
         {.severity = Severity::warning,

@@ -140,6 +140,7 @@ class Rehearser {
 
   std::vector<fs::path> reachable(const std::vector<fs::path>& paths) const {
     std::vector<fs::path> result;
+    result.reserve(paths.size());
     for (const fs::path& path : paths)
       result.push_back(place_.reachable(path));
     return result;

@@ -30,15 +30,14 @@ std::string verifiedTeam(const fs::path& bundle, const std::string& identifier, 
   return team;
 }
 
-/// Paths begin with the bundle then.
+}  // namespace
+
 std::string withoutDirectory(std::string sentence, const fs::path& directory) {
   const std::string prefix = directory.native() + "/";
   for (std::size_t at = 0; (at = sentence.find(prefix)) != std::string::npos;)
     sentence.erase(at, prefix.size());
   return sentence;
 }
-
-}  // namespace
 
 Application readApplication(const PrivatePrefix& prefix, const fs::path& bundle, const std::string& source) {
   Application application{.bundle = bundle,

@@ -26,6 +26,9 @@ struct Application {
 Application readApplication(const PrivatePrefix& prefix, const std::filesystem::path& bundle,
                             const std::string& source);
 
+/// A sentence whose paths below `directory` are relative to it.
+std::string withoutDirectory(std::string sentence, const std::filesystem::path& directory);
+
 /// What is to be published.
 struct OfferedRelease {
   std::filesystem::path image;             ///< a copy
