@@ -7,7 +7,6 @@
 #include "platform/crypto/digest.hpp"
 #include "platform/foundation/bytes.hpp"
 #include "platform/foundation/error.hpp"
-#include "platform/processes/process.hpp"
 #include "rehearse/files/trees.hpp"
 
 namespace fs = std::filesystem;
@@ -53,9 +52,9 @@ std::vector<fs::path> rootsIn(const fs::path& directory) {
 
 }  // namespace
 
-PrivatePrefix::PrivatePrefix(fs::path directory, const std::vector<fs::path>& anchors)
+PrivatePrefix::PrivatePrefix(fs::path directory, const std::vector<fs::path>& anchors,
+                             const fs::path& installation)
     : directory_(std::move(directory)) {
-  const fs::path installation = platform::installationPrefix().path();
   for (const auto& [from, to] : kPrograms)
     copyFile(installation / from, directory_ / to, kProgramPermissions);
   for (const fs::path& root : rootsIn(installation / "share/quorin/anchors"))

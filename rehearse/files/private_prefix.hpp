@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/processes/process.hpp"
+
 namespace rehearse {
 
 /// A copy of the installation that this program belongs to: the updater, its tools and the trusted roots. In
@@ -11,9 +13,11 @@ namespace rehearse {
 class PrivatePrefix {
  public:
   /// Makes the copy at `directory`, which must not exist. `anchors` are files of further trusted roots, in
-  /// PEM. Throws `platform::Error` naming what cannot be copied.
+  /// PEM. `installation` is the path by which this process reaches it, which is another one in a private
+  /// place. Throws `platform::Error` naming what cannot be copied.
   explicit PrivatePrefix(std::filesystem::path directory,
-                         const std::vector<std::filesystem::path>& anchors = {});
+                         const std::vector<std::filesystem::path>& anchors = {},
+                         const std::filesystem::path& installation = platform::installationPrefix().path());
 
   const std::filesystem::path& path() const { return directory_; }
   std::filesystem::path updater() const { return directory_ / "bin/QuorinOstrevalUpdater"; }

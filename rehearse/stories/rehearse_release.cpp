@@ -6,6 +6,7 @@
 #include "platform/files/file_manager.hpp"
 #include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/error.hpp"
+#include "platform/processes/process.hpp"
 #include "rehearse/findings/findings.hpp"
 #include "rehearse/stories/application_source.hpp"
 
@@ -95,7 +96,8 @@ class Rehearser {
                                                    [&] { return readPlan(place.reachable(*request.plan)); }))
                            : std::nullopt),
         imageSize_(roomForImage()),
-        prefix_(scratch / "prefix", reachable(request.anchors)) {}
+        prefix_(scratch / "prefix", reachable(request.anchors),
+                place.reachable(platform::installationPrefix().path())) {}
 
   Rehearsal run() {
     const auto begin = std::chrono::steady_clock::now();
