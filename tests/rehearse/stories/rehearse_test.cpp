@@ -80,7 +80,9 @@ class RehearseTest : public testing::Test {
 
   test::TemporaryDirectory directory{"/var/tmp"};
   test::SampleChain chain{directory / "chain"};
-  fs::path prefix = directory / "prefix";
+  /// Below "/tmp", so that a rehearsal finds it at another path.
+  test::TemporaryDirectory installation;
+  fs::path prefix = installation / "prefix";
   fs::path scratch = directory / "scratch";
   fs::path installed;
   fs::path image;
