@@ -37,10 +37,11 @@ Tally tallyOf(const Sweep& sweep) {
   tally.old = count(PointOutcome::previous);
   tally.offered = count(PointOutcome::offered);
   tally.lost = count(PointOutcome::lost);
-  tally.failed = count(PointOutcome::notTried);
   for (const Point& point : sweep.points) {
     tally.observed += point.method == PointMethod::observed ? 1U : 0U;
     tally.violations += point.violations.size();
+    // Without a violation the system does not allow it, and the name says why.
+    tally.failed += point.outcome == PointOutcome::notTried && !point.violations.empty() ? 1U : 0U;
   }
   return tally;
 }
