@@ -85,7 +85,7 @@ std::optional<fs::path> bringApplication(const PrivatePrefix& prefix, const fs::
                                          const fs::path& to, const std::string& identifier) {
   fs::create_directories(to);
   const auto copy = [&](const fs::path& application) {
-    const fs::path place = to / application.filename();
+    fs::path place = to / application.filename();
     copyBundle(prefix, application, place);
     return place;
   };

@@ -1,5 +1,6 @@
 #include "rehearse/stories/rehearse_release.hpp"
 
+#include <array>
 #include <chrono>
 #include <ctime>
 
@@ -58,11 +59,11 @@ InstallPlan readPlan(const fs::path& path) {
 std::string presentDate() {
   const std::time_t now = std::time(nullptr);
   std::tm time{};
-  char text[32] = {};
+  std::array<char, 32> text{};
   if (::gmtime_r(&now, &time) == nullptr ||
-      std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &time) == 0)
+      std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &time) == 0)
     throw platform::Error("The date is not known.");
-  return text;
+  return text.data();
 }
 
 fs::path makeConfidential(const fs::path& directory) {
