@@ -10,6 +10,7 @@ The exit status is 0 when every mutant was seen, apart from those that the list 
   --list        prints the mutants
 """
 import collections
+import filecmp
 import json
 import os
 import pathlib
@@ -21,8 +22,8 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 COPY = ROOT / "build/mutants"
 TREE = COPY / "tree"
-# The files that a mutant was built of and that no build of everything without mutants has followed.
-PENDING = COPY / "changed"
+# The checkout as it was when the run began.
+ORIGINAL = COPY / "checkout"
 LONGEST_TEST = "300"
 # One point in so many of each sweep is tried, as in the proof's short form.
 PROOF_STRIDE = "131"
@@ -71,15 +72,31 @@ def apply(mutant):
         text = (TREE / file).read_text()
         if text.count(old) != 1:
             raise LookupError(f"{text.count(old)} places in {file} match")
-        PENDING.write_text(PENDING.read_text() + file + "\n")
         (TREE / file).write_text(text.replace(old, new))
 
 
 def restore(files):
-    """A file gets a new time, so that what was built of its mutant is built again."""
+    """A file that differs gets a new time, so that what was built of its mutant is built again."""
     for file in files:
-        if (ROOT / file).exists():
-            shutil.copyfile(ROOT / file, TREE / file)
+        if not (TREE / file).exists() or not filecmp.cmp(ORIGINAL / file, TREE / file, shallow=False):
+            (TREE / file).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(ORIGINAL / file, TREE / file)
+
+
+def files_in(directory):
+    files = subprocess.run(["find", ".", "-path", "./build", "-prune", "-o", "!", "-type", "d", "-print0"],
+                           cwd=directory, capture_output=True, text=True, check=True).stdout
+    return set(files.split("\0")) - {""}
+
+
+def synchronise():
+    shutil.rmtree(ORIGINAL, ignore_errors=True)
+    subprocess.run([ROOT / "scripts/copy_checkout", ORIGINAL], check=True)
+    TREE.mkdir(exist_ok=True)
+    files = files_in(ORIGINAL)
+    restore(files)
+    for file in files_in(TREE) - files:
+        (TREE / file).unlink()
 
 
 def build(targets=()):
@@ -185,16 +202,11 @@ def main():
         for mutant in mutants:
             print(f"{mutant.number:3} {mutant.name:34} {mutant.promise}")
         return 0
-    subprocess.run([ROOT / "scripts/copy_checkout", TREE], check=True)
-    PENDING.touch()
-    restore(set(PENDING.read_text().split()))
+    synchronise()
     # Before the first build no test is known, and everything is built.
-    targets = programs(against[0] if against else "|".join(mutant.tests for mutant in mutants))
-    outcome = build(targets)
+    outcome = build(programs(against[0] if against else "|".join(mutant.tests for mutant in mutants)))
     if outcome.returncode != 0:
         sys.exit("mutants: the checkout does not build:\n" + outcome.stdout[-3000:])
-    if not targets:
-        PENDING.write_text("")
     if against:
         if failing_tests(against[0]):
             sys.exit("mutants: one of these tests fails without any mutant")
