@@ -117,15 +117,20 @@ TEST(MalformedCode, everyArchitectureSatisfiesTheRequirement) {
   EXPECT_EQ(workshop().judge(file, "identifier com.example.tool").status, platform::errSecCSReqFailed);
 }
 
-TEST(MalformedCode, oneLargePageBindsEveryByte) {
+TEST(MalformedCode, pagesOfAnySizeBindEveryByte) {
   const fs::path file = workshop() / "large page";
   test::runSignBundle({"make-mach-o", file.native(), "--arch", "arm64", "--least-size", "600000"});
-  workshop().chain().sign(file, {"--page-size", "unlimited"});
-  const std::string whole = test::readFile(file);
-  EXPECT_TRUE(workshop().judge(file).accepted());
-  for (const std::size_t offset : {std::size_t{300'000}, std::size_t{590'000}}) {
-    test::writeFile(file, with(whole, offset, "other"));
-    EXPECT_THAT(workshop().judge(file).sentence, testing::HasSubstr("was changed after signing, at byte"));
+  for (const char* size : {"unlimited", "4096"}) {
+    workshop().chain().sign(file, {"--page-size", size});
+    const std::string whole = test::readFile(file);
+    EXPECT_TRUE(workshop().judge(file).accepted());
+    const std::size_t last = readMachO(MemorySource(whole))->front().signature->offset - 1;
+    for (const std::size_t offset : {std::size_t{300'000}, std::size_t{590'000}, last}) {
+      test::writeFile(file, with(whole, offset, "x"));
+      EXPECT_THAT(workshop().judge(file).sentence, testing::HasSubstr("was changed after signing, at byte"))
+          << size << ' ' << offset;
+    }
+    test::writeFile(file, whole);
   }
 }
 
