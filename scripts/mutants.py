@@ -15,6 +15,7 @@ import json
 import os
 import pathlib
 import re
+import resource
 import shutil
 import subprocess
 import sys
@@ -25,6 +26,8 @@ TREE = COPY / "tree"
 # The checkout as it was when the run began.
 ORIGINAL = COPY / "checkout"
 LONGEST_TEST = "300"
+# In bytes. A mutant without a limit of its own must not take the machine's memory.
+LARGEST_TEST = 4 << 30
 # One point in so many of each sweep is tried, as in the proof's short form.
 PROOF_STRIDE = "131"
 PROOF_SKIPPED = 77
@@ -117,10 +120,15 @@ def programs(pattern):
                    if "command" in test})
 
 
+def run_tests(command):
+    return subprocess.run(command, cwd=TREE, capture_output=True, text=True, errors="replace",
+                          preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (LARGEST_TEST, LARGEST_TEST)))
+
+
 def failing_test(pattern, extra=()):
     """The first test that fails, or None."""
     command = ["ctest", "--preset", "dev", "--stop-on-failure", "--timeout", LONGEST_TEST, "-R", pattern, *extra]
-    outcome = subprocess.run(command, cwd=TREE, capture_output=True, text=True, errors="replace")
+    outcome = run_tests(command)
     if outcome.returncode == 0:
         return None
     failed = re.search(r"^\s*\d+ - (\S+) \((?!Skipped|Not Run|Disabled)(\w+)", outcome.stdout, re.MULTILINE)
@@ -132,7 +140,7 @@ def failing_test(pattern, extra=()):
 def failing_tests(pattern):
     """All that fail."""
     command = ["ctest", "--preset", "dev", "--timeout", LONGEST_TEST, "-R", pattern]
-    outcome = subprocess.run(command, cwd=TREE, capture_output=True, text=True, errors="replace")
+    outcome = run_tests(command)
     return re.findall(r"^\s*\d+ - (\S+) \((?!Skipped|Not Run|Disabled)", outcome.stdout, re.MULTILINE)
 
 
@@ -157,7 +165,7 @@ def compare(mutants, pattern):
 def failing_sweep(words):
     """The first sweep of the proof that fails, of those with one of the words in their names, or None."""
     command = ["build/dev/tests/prove_updates", "--every", PROOF_STRIDE, *words.split("|")]
-    outcome = subprocess.run(command, cwd=TREE, capture_output=True, text=True, errors="replace")
+    outcome = run_tests(command)
     if outcome.returncode == 0:
         return None
     if outcome.returncode == PROOF_SKIPPED or "No sweep has" in outcome.stderr:
