@@ -157,9 +157,8 @@ void HTMLReport::writeStep(const Step& step) {
     html_.element("td", {}, [&] { writeStepWord(html_, step); });
     html_.element("th", {{"scope", "row"}}, [&] {
       html_.text(step.name);
-      const char* by = step.verdict == StepVerdict::passed ? " by the " : " refused by the ";
       if (!step.refusedBy.empty())
-        html_.element("span", {{"class", "by"}}, by + step.refusedBy);
+        html_.element("span", {{"class", "by"}}, " refused at: " + step.refusedBy);
       if (!step.message.empty())
         html_.element("span", {{"class", "message"}}, step.message);
     });

@@ -108,8 +108,7 @@ void TextReport::append(const Step& step) {
                      paddedLeft(step.verdict == StepVerdict::notTried ? "" : textOf(step.duration), 8) +
                      "  " + platform::printable(step.name);
   if (!step.refusedBy.empty())
-    text += (step.verdict == StepVerdict::passed ? ", by the " : ", refused by the ") +
-            platform::printable(step.refusedBy);
+    text += ", refused at: " + platform::printable(step.refusedBy);
   if (!step.message.empty())
     text += ": " + platform::printable(step.message);
   line(text);
