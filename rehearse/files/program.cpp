@@ -36,6 +36,7 @@ pid_t startProgram(const std::filesystem::path& program, const std::vector<std::
   std::vector<std::string> texts{program.native()};
   texts.insert(texts.end(), arguments.begin(), arguments.end());
   std::vector<char*> argumentVector;
+  argumentVector.reserve(texts.size() + 1);
   for (std::string& text : texts)
     argumentVector.push_back(text.data());
   argumentVector.push_back(nullptr);
