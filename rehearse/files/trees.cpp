@@ -102,13 +102,18 @@ std::string difference(const Inventory& expected, const Inventory& actual) {
   for (const auto& [path, description] : expected) {
     const auto found = actual.find(path);
     if (found == actual.end())
-      lines += path + " is missing\n";
+      lines.append(path).append(" is missing\n");
     else if (found->second != description)
-      lines += path + " is " + found->second + " instead of " + description + "\n";
+      lines.append(path)
+          .append(" is ")
+          .append(found->second)
+          .append(" instead of ")
+          .append(description)
+          .append("\n");
   }
   for (const auto& [path, description] : actual) {
     if (!expected.contains(path))
-      lines += path + " is new: " + description + "\n";
+      lines.append(path).append(" is new: ").append(description).append("\n");
   }
   return lines;
 }
