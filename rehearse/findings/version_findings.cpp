@@ -1,4 +1,5 @@
 #include <array>
+#include <compare>
 
 #include "platform/foundation/error.hpp"
 #include "rehearse/findings/dotted_version.hpp"
@@ -18,18 +19,18 @@ void judgeNumbers(const ApplicationName& installed, const ApplicationName& offer
   const auto version = compareVersions(offered.version, installed.version);
   const std::string both =
       "The new version is " + fullVersion(offered) + ", the installed one " + fullVersion(installed);
-  if (build < 0 || (build == 0 && version < 0)) {
+  if (std::is_lt(build) || (std::is_eq(build) && std::is_lt(version))) {
     findings.push_back(finding("downgrade", both + ": users would get an older version."));
     return;
   }
-  if (build == 0)
+  if (std::is_eq(build))
     findings.push_back(
         finding("build-does-not-rise", both + ": the build is the same, so that what compares builds takes "
                                               "the update for installed, or offers it again and again."));
-  if (version < 0)
+  if (std::is_lt(version))
     findings.push_back(
         finding("version-falls", both + ": users would see a lower version although the build is higher."));
-  if (version == 0 && build > 0)
+  if (std::is_eq(version) && std::is_gt(build))
     findings.push_back(finding("version-does-not-rise", both + ": users cannot tell the two apart."));
 }
 
