@@ -97,25 +97,4 @@ Inventory inventory(const fs::path& root, const std::function<std::string(const 
   return entries;
 }
 
-std::string difference(const Inventory& expected, const Inventory& actual) {
-  std::string lines;
-  for (const auto& [path, description] : expected) {
-    const auto found = actual.find(path);
-    if (found == actual.end())
-      lines.append(path).append(" is missing\n");
-    else if (found->second != description)
-      lines.append(path)
-          .append(" is ")
-          .append(found->second)
-          .append(" instead of ")
-          .append(description)
-          .append("\n");
-  }
-  for (const auto& [path, description] : actual) {
-    if (!expected.contains(path))
-      lines.append(path).append(" is new: ").append(description).append("\n");
-  }
-  return lines;
-}
-
 }  // namespace rehearse

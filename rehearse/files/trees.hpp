@@ -45,14 +45,12 @@ void copyTree(const std::filesystem::path& from, const std::filesystem::path& to
 std::string digestWhereLong(const std::string& content);
 
 /// Every entry below `root`, by its relative path: type, permissions, and content, where that is long its
-/// length and SHA-256, or link text. `contentOf` gives the content of a regular file as `digestWhereLong` does. Names count as the same when they are canonically equivalent, since file systems
-/// store them in either form. Two trees are the same when their inventories are equal.
+/// length and SHA-256, or link text. `contentOf` gives the content of a regular file as `digestWhereLong`
+/// does. Names count as the same when they are canonically equivalent, since file systems store them in
+/// either form. Two trees are the same when their inventories are equal.
 using Inventory = std::map<std::string, std::string>;
 Inventory inventory(const std::filesystem::path& root);
 Inventory inventory(const std::filesystem::path& root,
                     const std::function<std::string(const std::filesystem::path&)>& contentOf);
-
-/// The entries in which two inventories differ, a line each; empty when they are the same.
-std::string difference(const Inventory& expected, const Inventory& actual);
 
 }  // namespace rehearse

@@ -229,7 +229,7 @@ PlannedSweep faultSweep(const Rehearsed& rehearsed) {
     for (const int error : kindOf(call.call.number).errors) {
       const std::string name = call.name + ": " + nameOf(error);
       if (sweep.selects(name, isChangeByUpdater(call.call)))
-        sweep.add({name, faultTask(rehearsed, call, error, index < kFirstCallsOfLoader)});
+        sweep.add(name, faultTask(rehearsed, call, error, index < kFirstCallsOfLoader));
     }
   });
   return sweep;
@@ -246,7 +246,7 @@ std::vector<PlannedSweep> breakdownSweeps(const Rehearsed& rehearsed) {
       const std::string& name = calls[index].name;
       if (index >= firstOfItsOwn(rehearsed) && !isJudges(rehearsed, calls[index]) &&
           sweep.selects(name, isWhole))
-        sweep.add({name, breakdownTask(rehearsed, breakdown, turn)});
+        sweep.add(name, breakdownTask(rehearsed, breakdown, turn));
       ++turn;
     }
     return sweep;
@@ -270,10 +270,10 @@ PlannedSweep killSweep(const Rehearsed& rehearsed) {
         const std::string name =
             call.name + (isBefore ? ": before it " : ": after it ") + nameOf(victim) + " killed";
         if (sweep.selects(name))
-          sweep.add({name, killTask(rehearsed, call, {.kind = kind, .victim = victim}, nullptr),
-                     victim != Victim::everyone ? std::string()
-                     : isBefore                 ? call.before
-                                                : call.after});
+          sweep.add(name, killTask(rehearsed, call, {.kind = kind, .victim = victim}, nullptr),
+                    victim != Victim::everyone ? std::string()
+                    : isBefore                 ? call.before
+                                               : call.after);
       }
     }
   });
@@ -289,8 +289,8 @@ PlannedSweep secondKillSweep(const Rehearsed& rehearsed) {
     const RecordedCall& second = rehearsed.calls[index * kStep % rehearsed.calls.size()];
     const std::string name = call.name + ", then " + second.name;
     if (sweep.selects(name))
-      sweep.add(
-          {name, killTask(rehearsed, call, {.kind = Kind::killBefore, .victim = Victim::everyone}, &second)});
+      sweep.add(name,
+                killTask(rehearsed, call, {.kind = Kind::killBefore, .victim = Victim::everyone}, &second));
   });
   return sweep;
 }
@@ -301,7 +301,7 @@ PlannedSweep killSweepWithoutExchange(const Material& material, const Selection&
   for (std::size_t calls = 1; calls <= kStepsInItsPlace; ++calls) {
     const std::string name = "call " + std::to_string(calls) + " after the exchange";
     if (sweep.selects(name, true))
-      sweep.add({name, killTaskWithoutExchange(material, calls)});
+      sweep.add(name, killTaskWithoutExchange(material, calls));
   }
   return sweep;
 }

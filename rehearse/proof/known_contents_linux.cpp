@@ -35,7 +35,7 @@ std::string KnownContents::contentOf(const fs::path& file) {
                           nanoseconds(status.st_ctim)};
   if (const auto found = known_.find(identity); found != known_.end())
     return found->second;
-  const std::string content = digestWhereLong(readFile(file));
+  std::string content = digestWhereLong(readFile(file));
   if (known_.size() >= kGreatestCount)
     known_.clear();
   if (nanoseconds(status.st_ctim) + kClockStep < nanoseconds(now))

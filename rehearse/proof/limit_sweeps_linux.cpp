@@ -208,13 +208,13 @@ std::vector<PlannedSweep> limitSweeps(const Material& material, const NextUpdate
       const std::size_t value = step == steps ? limit.enough : step * limit.step;
       const std::string name = std::to_string(value);
       if (sweep.selects(name, step % wide == 0 || step == steps))
-        sweep.add({name, limitTask(material, nextUpdates, limit, value)});
+        sweep.add(name, limitTask(material, nextUpdates, limit, value));
     }
     sweeps.push_back(std::move(sweep));
   }
   PlannedSweep readOnly("limit, a read-only temporary directory", selection);
   if (readOnly.selects("read-only"))
-    readOnly.add({"read-only", readOnlyTask(material, nextUpdates)});
+    readOnly.add("read-only", readOnlyTask(material, nextUpdates));
   sweeps.push_back(std::move(readOnly));
   return sweeps;
 }
@@ -238,10 +238,10 @@ PlannedSweep hangSweep(const Rehearsed& rehearsed) {
   PlannedSweep sweep("time, a tool hangs or the parent does not end", rehearsed.selection);
   const std::string parent = "a parent that does not end";
   if (sweep.selects(parent, true))
-    sweep.add({parent, endlessParentTask(rehearsed.material, rehearsed.nextUpdates)});
+    sweep.add(parent, endlessParentTask(rehearsed.material, rehearsed.nextUpdates));
   for (const RecordedCall& call : rehearsed.calls)
     if (isByTool(call.call, rehearsed.material) && !isJudges(rehearsed, call) && sweep.selects(call.name))
-      sweep.add({call.name, hangTask(rehearsed, call)});
+      sweep.add(call.name, hangTask(rehearsed, call));
   return sweep;
 }
 

@@ -342,9 +342,9 @@ PlannedSweep sweepUnder(const Material& material, const Conditions& conditions, 
   // One recorded update has all of them.
   const std::string cuts = "all cuts";
   if (sweep.selects(cuts))
-    sweep.add({cuts, [&material, conditions, samples](const Place& place, const auto& report) {
-                 PowerCuts(material, conditions, place, samples, report).run();
-               }});
+    sweep.add(cuts, [&material, conditions, samples](const Place& place, const auto& report) {
+      PowerCuts(material, conditions, place, samples, report).run();
+    });
   return sweep;
 }
 

@@ -47,7 +47,9 @@ class PlannedSweep {
   /// Counts a point, and returns whether it is to be added. Where `always`, it is part of each sample, as the
   /// first one is.
   bool selects(const std::string& point, bool always = false);
-  void add(PlannedPoint point) { points_.push_back(std::move(point)); }
+  void add(std::string point, Task task, std::string state = {}) {
+    points_.push_back({std::move(point), std::move(task), std::move(state)});
+  }
 
   const std::string& name() const { return name_; }
   const std::vector<PlannedPoint>& points() const { return points_; }
