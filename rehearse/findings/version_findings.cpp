@@ -42,7 +42,7 @@ void judgeArchitectures(const BundleFacts& installed, const BundleFacts& offered
   };
   constexpr std::array<Kind, 2> kKinds{
       {{"x86_64", "it does not start on Macs with Intel processors, where the installed version comes back"},
-       {"arm64", "Macs with Apple processors have to translate it, and ask the user for that if need be"}}};
+       {"arm64", "Macs with an arm64 processor have to translate it, and ask the user for that if need be"}}};
   if (!offered.architectures)
     return;
   for (const auto& [architecture, consequence] : kKinds) {
