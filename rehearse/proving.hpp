@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "rehearse/command_line.hpp"
+#include "rehearse/rehearsal_options.hpp"
 #include "rehearse/stories/release.hpp"
 
 namespace rehearse {

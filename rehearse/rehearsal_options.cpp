@@ -1,4 +1,4 @@
-#include "rehearse/command_line.hpp"
+#include "rehearse/rehearsal_options.hpp"
 
 #include <algorithm>
 #include <array>
