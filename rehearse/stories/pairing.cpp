@@ -22,19 +22,6 @@ std::string versionOf(const ApplicationName& name) {
   return name.version + " (" + name.build + ")";
 }
 
-/// What the updater is told, with a plan or without. Without an application in the image, the installed one
-/// provides what it could have been.
-InstallPlan expectationsFor(const Offering& offering, const Application& installed) {
-  if (offering.plan)
-    return *offering.plan;
-  InstallPlan plan = planFor(offering.release, installed.bundle.filename());
-  if (!offering.release.application) {
-    plan.expectedBundleIdentifier = installed.name.identifier;
-    plan.expectedTeamIdentifier = installed.team;
-  }
-  return plan;
-}
-
 /// Why the update is refused, as a person would say it, or as the updater does.
 std::string reasonOf(const Offering& offering, const Application& installed, const UpdateRun& run) {
   const auto& offered = offering.release.application;
@@ -175,7 +162,7 @@ Pairing rehearsePairing(const Offering& offering, const Application& installed, 
   UserHome home(offering.prefix, directory, installed);
   const Scene scene{.home = home,
                     .release = offering.release,
-                    .expectations = expectationsFor(offering, installed),
+                    .expectations = offering.plan ? *offering.plan : planFor(offering.release, installed),
                     .instructions = {.system = offering.system, .refusedExecutables = {}},
                     .images = offering.images,
                     .progress = [&](const std::string& step) {

@@ -184,7 +184,7 @@ class Rehearser {
       return readApplication(prefix_, *bundle, source.native());
     });
     if (plan.empty())
-      plan = textOf(plan_ ? *plan_ : planFor(offering.release, installed.bundle.filename()));
+      plan = textOf(plan_ ? *plan_ : planFor(offering.release, installed));
     Pairing pairing = rehearsePairing(offering, installed, place_.home() / "user");
     if (pairing.wouldInstall && request_.prove)
       pairing.sweeps = request_.prove(prefix_, offering.release, installed, scratch_ / "proof");

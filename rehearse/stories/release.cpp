@@ -68,15 +68,18 @@ OfferedRelease readRelease(const PrivatePrefix& prefix, const fs::path& image, c
   return release;
 }
 
-InstallPlan planFor(const OfferedRelease& release, const std::string& bundleName) {
+InstallPlan planFor(const OfferedRelease& release, const Application& installed) {
   InstallPlan plan;
   plan.dmgPath = "/Users/Shared/" + fs::path(release.source).filename().native();
-  plan.targetAppPath = "/Applications/" + bundleName;
+  plan.targetAppPath = "/Applications/" + installed.bundle.filename().native();
   plan.statusPath = "/Users/Shared/update-status.json";
   plan.expectedSHA256 = release.digest;
+  plan.expectedBundleIdentifier = installed.name.identifier;
+  plan.expectedTeamIdentifier = installed.team;
   if (release.application) {
     plan.expectedBundleIdentifier = release.application->name.identifier;
-    plan.expectedTeamIdentifier = release.application->team;
+    if (!release.application->team.empty())
+      plan.expectedTeamIdentifier = release.application->team;
     plan.expectedVersion = release.application->name.version;
     plan.expectedBuild = release.application->name.build;
   }

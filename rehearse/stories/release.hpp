@@ -43,8 +43,10 @@ OfferedRelease readRelease(const PrivatePrefix& prefix, const std::filesystem::p
                            const std::string& source, const std::string& identifier,
                            const std::filesystem::path& directory);
 
-/// The plan that an application writes to install the release. Its paths are examples.
-QuorinOstrevalUpdater::InstallPlan planFor(const OfferedRelease& release, const std::string& bundleName);
+/// The plan that the installed application writes to install the release. Its paths are examples. What cannot
+/// be verified of the release, its team or the identifier of an absent application, is that of the installed
+/// one.
+QuorinOstrevalUpdater::InstallPlan planFor(const OfferedRelease& release, const Application& installed);
 
 /// The plan as JSON text for a person, with a line for each member.
 std::string textOf(const QuorinOstrevalUpdater::InstallPlan& plan);

@@ -161,6 +161,9 @@ TEST_F(RehearseTest, FaultsOfAReleaseAreVerdicts) {
   const fs::path newer = makeSigned("3.0");
   const fs::path damaged = makeSigned("0.9");
   test::writeFile(damaged / "Contents/Resources/text.txt", "changed");
+  const fs::path changed = makeSigned("4.0");
+  test::writeFile(changed / "Contents/Resources/text.txt", "changed");
+  const fs::path damagedImage = makeImage(changed.parent_path(), "4.0.dmg");
   test::writeFile(
       directory / "other plan.json",
       R"({"dmgPath":"/x","targetAppPath":"/x.app","expectedBundleIdentifier":)"
@@ -168,6 +171,8 @@ TEST_F(RehearseTest, FaultsOfAReleaseAreVerdicts) {
       R"("expectedBuild":"2.0","expectedSHA256":"00","statusPath":"/y"})");
   std::vector<std::string> newerWithPlan = arguments(image, newer);
   newerWithPlan.insert(newerWithPlan.end(), {"--plan", (directory / "other plan.json").native()});
+  const std::string changedAfterSigning =
+      "\"Quorin Ostreval.app/Contents/Resources/text.txt\" was changed after signing.";
   const std::string noSignature =
       "WOULD BE REFUSED: The installed application has no valid Developer ID signature: ";
   struct Case {
@@ -179,9 +184,11 @@ TEST_F(RehearseTest, FaultsOfAReleaseAreVerdicts) {
   const std::vector<Case> cases{
       {arguments(withoutApplication, installed), "WOULD BE REFUSED: The image contains no application.",
        "application in the image"},
-      {arguments(image, damaged),
-       noSignature + "\"Quorin Ostreval.app/Contents/Resources/text.txt\" was changed after signing.",
-       "installed application"},
+      {arguments(image, damaged), noSignature + changedAfterSigning, "installed application"},
+      {arguments(damagedImage, installed),
+       "WOULD BE REFUSED: The application in the image has no valid Developer ID signature: " +
+           changedAfterSigning,
+       "application in the image"},
       {newerWithPlan, "WOULD BE REFUSED: The plan expects the digest \"00\", the image has ",
        "digest of the image", "downgrade"},
   };
