@@ -1,5 +1,6 @@
 #include "rehearse/stories/rehearse_release.hpp"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <ctime>
@@ -8,6 +9,8 @@
 #include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/processes/process.hpp"
+#include "platform/security/certificate.hpp"
+#include "rehearse/files/trees.hpp"
 #include "rehearse/findings/findings.hpp"
 #include "rehearse/stories/application_source.hpp"
 
@@ -97,8 +100,7 @@ class Rehearser {
                                                    [&] { return readPlan(place.reachable(*request.plan)); }))
                            : std::nullopt),
         imageSize_(roomForImage()),
-        prefix_(scratch / "prefix", reachable(request.anchors),
-                place.reachable(platform::installationPrefix().path())) {}
+        prefix_(scratch / "prefix", anchors(), place.reachable(platform::installationPrefix().path())) {}
 
   Rehearsal run() {
     const auto begin = std::chrono::steady_clock::now();
@@ -141,11 +143,17 @@ class Rehearser {
     return size;
   }
 
-  std::vector<fs::path> reachable(const std::vector<fs::path>& paths) const {
+  /// The given files, which contain nothing but roots: with others, every signature would be refused.
+  std::vector<fs::path> anchors() const {
     std::vector<fs::path> result;
-    result.reserve(paths.size());
-    for (const fs::path& path : paths)
-      result.push_back(place_.reachable(path));
+    result.reserve(request_.anchors.size());
+    for (const fs::path& path : request_.anchors)
+      reading("The file of trusted roots", path, [&] {
+        result.push_back(place_.reachable(path));
+        const auto roots = platform::Certificate::fromPEM(readFile(result.back()));
+        if (!std::ranges::all_of(roots, &platform::Certificate::isRoot))
+          throw platform::Error("One of its certificates is not a self-signed root.");
+      });
     return result;
   }
 
@@ -171,10 +179,18 @@ class Rehearser {
     return release;
   }
 
+  /// Room for the update of an installed application of that size.
+  void requireSpaceFor(const OfferedRelease& release, std::uint64_t installed) const {
+    const std::uint64_t offered = release.application ? release.application->size : 0;
+    requireSpace(scratch_, neededFor(imageSize_, std::max(offered, installed)));
+  }
+
   Pairing rehearseOne(const Offering& offering, const fs::path& source, std::string& plan) {
     const fs::path directory = confidential_ / "installed";
     const platform::ScopeExit removal([&] { removeItem(directory); });
     progress("reading " + source.filename().native());
+    requireSpaceFor(offering.release, reading("The installed application", source,
+                                              [&] { return sizeOfTree(place_.reachable(source)); }));
     const Application installed = reading("The installed application", source, [&] {
       const auto bundle =
           bringApplication(prefix_, place_.reachable(source), directory,
@@ -183,6 +199,7 @@ class Rehearser {
         throw platform::Error("The image contains no application.");
       return readApplication(prefix_, *bundle, source.native());
     });
+    requireSpaceFor(offering.release, installed.size);
     if (plan.empty())
       plan = textOf(plan_ ? *plan_ : planFor(offering.release, installed));
     Pairing pairing = rehearsePairing(offering, installed, place_.home() / "user");

@@ -211,6 +211,11 @@ TEST_F(RehearseTest, WhatCannotBeRehearsedIsASentence) {
   intoFull.insert(intoFull.end(), {"--report", (directory / "full").native()});
   std::vector<std::string> inTemporary = arguments(image, installed);
   inTemporary.at(5) = "/tmp";
+  const auto withRoots = [this](const fs::path& file) {
+    std::vector<std::string> words = arguments(image, installed);
+    words.insert(words.end(), {"--anchors", file.native()});
+    return words;
+  };
   const auto littleSpace = [this] {
     if (!test::enterPrivateMounts() ||
         ::mount("tmpfs", scratch.c_str(), "tmpfs", 0, "size=1m,mode=0777") != 0)
@@ -236,6 +241,8 @@ TEST_F(RehearseTest, WhatCannotBeRehearsedIsASentence) {
       {arguments(directory / "missing.dmg", installed), "missing.dmg\" cannot be read: No such file"},
       {arguments(directory / "no image.dmg", installed), "no image.dmg\" cannot be read: "},
       {arguments(image, directory / "full"), "full\" cannot be read: "},
+      {withRoots(directory / "no image.dmg"), "no image.dmg\" cannot be read: it does not contain cert"},
+      {withRoots(directory / "chain/leaf.pem"), "is not a self-signed root"},
       {intoFull, "full\" is not empty."},
       {inTemporary, "is below /tmp, which the updater's tools use"},
       {arguments(image, installed), " MB free; --scratch names another place.", littleSpace},
