@@ -76,16 +76,24 @@ fs::path makeConfidential(const fs::path& directory) {
   return directory;
 }
 
+/// A sweep that was not tried consists of one point: the reason.
+bool isNotTried(const Sweep& sweep) {
+  return sweep.total == 1 && sweep.points.size() == 1 &&
+         sweep.points.front().outcome == PointOutcome::notTried;
+}
+
 /// What was not tried, with the installed version if there are several.
 std::vector<std::string> notTriedIn(const std::vector<Pairing>& pairings) {
   std::vector<std::string> sentences;
-  for (const Pairing& pairing : pairings)
+  for (const Pairing& pairing : pairings) {
+    const std::string version = pairings.size() > 1 ? ", over " + pairing.installed.version : std::string();
     for (const Step& step : pairing.steps)
-      if (step.verdict == StepVerdict::notTried) {
-        const std::string version =
-            pairings.size() > 1 ? ", over " + pairing.installed.version : std::string();
+      if (step.verdict == StepVerdict::notTried)
         sentences.push_back(step.name + version + ": " + step.message);
-      }
+    for (const Sweep& sweep : pairing.sweeps)
+      if (isNotTried(sweep))
+        sentences.push_back(sweep.name + version + ": " + sweep.points.front().name);
+  }
   return sentences;
 }
 
