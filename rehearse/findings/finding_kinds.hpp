@@ -64,8 +64,8 @@ inline constexpr std::array<FindingKind, 31> kFindingKinds{{
     {"entitlements-not-judged", Severity::note, "Compare them with codesign on a Mac."},
     {"version-does-not-rise", Severity::note, "Raise CFBundleShortVersionString with every release."},
     {"entitlements-added", Severity::note, "Make sure that the application needs them."},
-    {"bundle-renamed", Severity::note, "Nothing, unless the new name matters."},
-    {"space-needed", Severity::note, "Nothing, unless users are short of space."},
+    {"bundle-renamed", Severity::note, "Nothing to do, unless the new name matters."},
+    {"space-needed", Severity::note, "Nothing to do, unless users are short of space."},
 }};
 
 /// A finding of the kind with that key, which must be one of the table.
