@@ -1,7 +1,5 @@
 #include "rehearse/files/trees.hpp"
 
-#include <unistd.h>
-
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -11,26 +9,10 @@
 #include "platform/foundation/bytes.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/text.hpp"
-#include "platform/foundation/uuid.hpp"
 
 namespace fs = std::filesystem;
 
 namespace rehearse {
-
-TemporaryDirectory::TemporaryDirectory() : TemporaryDirectory(fs::temp_directory_path()) {}
-
-TemporaryDirectory::TemporaryDirectory(const fs::path& parent)
-    : path_(parent / ("quorin-rehearsal-" + platform::UUID().uuidString())) {
-  fs::create_directory(path_);
-}
-
-TemporaryDirectory::~TemporaryDirectory() {
-  try {
-    removeItem(path_);
-  } catch (const platform::Error&) {
-    // It was moved or mounted away, and nothing waits for the answer.
-  }
-}
 
 std::string sentenceOf(const std::exception& failure) {
   const auto* const operation = dynamic_cast<const fs::filesystem_error*>(&failure);

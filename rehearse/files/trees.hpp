@@ -9,23 +9,6 @@
 
 namespace rehearse {
 
-/// A scratch directory, removed with everything in it at the end of its life, as far as it can be.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory();
-  /// The same below `parent`.
-  explicit TemporaryDirectory(const std::filesystem::path& parent);
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-  ~TemporaryDirectory();
-
-  const std::filesystem::path& path() const { return path_; }
-  std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
-
- private:
-  std::filesystem::path path_;
-};
-
 /// A failure's sentence for a person; of a failed operation on a file, its item and reason.
 std::string sentenceOf(const std::exception& failure);
 

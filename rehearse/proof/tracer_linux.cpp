@@ -385,11 +385,11 @@ void Tracer::killAll() {
 }  // namespace
 
 Ending trace(const fs::path& program, const std::vector<std::string>& arguments, const Watcher& watcher) {
-  const TemporaryDirectory capture("/var/tmp");
+  const Capture capture;
   std::vector<sock_filter> filter = filterOfInterest(watcher);
   const sock_fprog filterProgram{static_cast<unsigned short>(filter.size()), filter.data()};
 
-  const pid_t child = startProgram(program, arguments, capture.path(), [&] {
+  const pid_t child = startProgram(program, arguments, capture, [&] {
     if (watcher.prepare)
       watcher.prepare();
     if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0 || ::raise(SIGSTOP) != 0 ||
@@ -398,8 +398,8 @@ Ending trace(const fs::path& program, const std::vector<std::string>& arguments,
       ::_exit(126);
   });
   Ending ending = Tracer(watcher, child).run();
-  ending.output = readFile(capture / "stdout");
-  ending.error = readFile(capture / "stderr");
+  ending.output = capture.output();
+  ending.error = capture.error();
   return ending;
 }
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -43,11 +44,7 @@ bool isRefused(const URL& application, const StartInstructions& instructions) {
       Data::contentsOf(application.appendingPathComponent("Contents/MacOS").appendingPathComponent(*name));
   const std::string digest =
       platform::hexadecimal(platform::digestOf(platform::DigestAlgorithm::sha256, executable.bytes()));
-  for (const std::string& refused : instructions.refusedExecutables) {
-    if (refused == digest)
-      return true;
-  }
-  return false;
+  return std::ranges::find(instructions.refusedExecutables, digest) != instructions.refusedExecutables.end();
 }
 
 std::string reasonNotToStart(const URL& application, const StartInstructions& instructions) {

@@ -20,7 +20,7 @@ using QuorinOstrevalUpdater::InstallPlan;
 /// The team of a signature that satisfies what the updater requires. Throws `platform::Error`.
 std::string verifiedTeam(const fs::path& bundle, const std::string& identifier, const fs::path& anchors) {
   platform::StaticCode code = platform::StaticCode::atLocation(URL::fileURLWithPath(bundle.native()));
-  const std::string team = code.signingInformation().teamIdentifier.value_or("");
+  std::string team = code.signingInformation().teamIdentifier.value_or("");
   const auto requirement = QuorinSupport::CodeSignature::developerIDRequirement(identifier, team);
   if (!requirement)
     throw platform::Error(team.empty() ? "The signature names no team."

@@ -36,13 +36,13 @@ class Signals {
       if (!isIgnored(signal))
         ::sigaddset(&set_, signal);
     // Cannot fail with valid arguments.
-    static_cast<void>(::sigprocmask(SIG_BLOCK, &set_, &before_));
+    static_cast<void>(::pthread_sigmask(SIG_BLOCK, &set_, &before_));
   }
   Signals(const Signals&) = delete;
   Signals& operator=(const Signals&) = delete;
   ~Signals() { restore(); }
 
-  void restore() const { static_cast<void>(::sigprocmask(SIG_SETMASK, &before_, nullptr)); }
+  void restore() const { static_cast<void>(::pthread_sigmask(SIG_SETMASK, &before_, nullptr)); }
 
   int wait() const {
     return platform::uninterrupted([this] { return ::sigwaitinfo(&set_, nullptr); });
@@ -54,7 +54,7 @@ class Signals {
 };
 
 fs::path makeScratch(const fs::path& parent) {
-  const fs::path scratch = parent / ("quorin-rehearsal-" + platform::UUID().uuidString());
+  fs::path scratch = parent / ("quorin-rehearsal-" + platform::UUID().uuidString());
   platform::NSFileManager::defaultManager().createDirectoryAtURL(
       platform::URL::fileURLWithPath(scratch.native()), platform::IntermediateDirectories::no,
       platform::DirectoryAccess::ownerOnly);

@@ -50,9 +50,8 @@ UserHome::UserHome(const PrivatePrefix& prefix, fs::path directory, const Applic
       image_(directory_ / "Downloads" / "offered.dmg"),
       plan_(directory_ / "Downloads" / "plan.json"),
       status_(directory_ / "Library" / "status.json"),
-      ready_(directory_ / "Downloads" / "ready"),
-      capture_(directory_ / "capture") {
-  for (const fs::path& path : {applications_, image_.parent_path(), status_.parent_path(), capture_})
+      ready_(directory_ / "Downloads" / "ready") {
+  for (const fs::path& path : {applications_, image_.parent_path(), status_.parent_path()})
     fs::create_directories(path);
   fs::permissions(directory_, fs::perms::owner_all);
 }
@@ -87,7 +86,8 @@ std::vector<std::string> UserHome::arguments(pid_t parent) const {
 }
 
 UpdateRun UserHome::run(const Inventory* offered, const std::function<void()>& prepare) {
-  const pid_t updater = startProgram(prefix_.updater(), arguments(kEndedParent), capture_, prepare);
+  const Capture capture;
+  const pid_t updater = startProgram(prefix_.updater(), arguments(kEndedParent), capture, prepare);
   const WatchedPlaces places{.applications = applications_,
                              .target = target_,
                              .temporary = kTemporary,
@@ -95,8 +95,7 @@ UpdateRun UserHome::run(const Inventory* offered, const std::function<void()>& p
                              .readyFile = ready_};
   Observation observation = watchRun(updater, places, kTimeLimit);
   const bool exited = !observation.overran && WIFEXITED(observation.status);
-  UpdateRun result =
-      conclude(exited ? WEXITSTATUS(observation.status) : -1, readFile(capture_ / "stderr"), offered);
+  UpdateRun result = conclude(exited ? WEXITSTATUS(observation.status) : -1, capture.error(), offered);
   result.overran = observation.overran;
   result.duration = observation.duration;
   result.observation = std::move(observation);

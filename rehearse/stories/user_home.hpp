@@ -69,7 +69,6 @@ class UserHome {
   std::filesystem::path plan_;
   std::filesystem::path status_;
   std::filesystem::path ready_;
-  std::filesystem::path capture_;
 };
 
 }  // namespace rehearse

@@ -9,6 +9,7 @@
 
 #include "platform/files/file_descriptor.hpp"
 #include "rehearse/files/trees.hpp"
+#include "tests/helpers/files.hpp"
 #include "tests/helpers/private_mounts.hpp"
 
 namespace {
@@ -21,7 +22,7 @@ void write(int file, off_t offset, const std::string& bytes) {
 }
 
 TEST(RecordedDisk, knowsWhatAFlushLeftUncertain) {
-  const rehearse::TemporaryDirectory directory;
+  const test::TemporaryDirectory directory;
   const std::string empty(65'536, '.');
   rehearse::writeFile(directory / "content", empty);
   rehearse::writeFile(directory / "disk", "");

@@ -257,8 +257,9 @@ TEST_F(RehearseTest, WhatCannotBeRehearsedIsASentence) {
 }
 
 TEST_F(RehearseTest, ASignalEndsEverythingAndLeavesNothing) {
+  const rehearse::Capture capture;
   const pid_t command =
-      test::startProgram(prefix / "bin/quorin-rehearse", arguments(image, installed), directory.path(), {});
+      test::startProgram(prefix / "bin/quorin-rehearse", arguments(image, installed), capture, {});
   const auto isUnderWay = [this] {
     return std::ranges::any_of(fs::directory_iterator(scratch), [](const fs::directory_entry& entry) {
       return fs::exists(entry.path() / "place/home/user/Library/status.json");
