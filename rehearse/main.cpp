@@ -146,27 +146,31 @@ int rehearse(const CommandLine& line) {
     const PrivatePlace place(scratch / "place");
     const Progress progress;
     request.progress = [&](const std::string& text) { progress.show(text); };
-    std::string proofFailure;
+    std::string refusal;
     if (!line.proof.empty())
       request.prove = [&](const PrivatePrefix& prefix, const OfferedRelease& release,
                           const Application& installed, const fs::path& directory) -> std::vector<Sweep> {
         try {
-          return proveUpdate(line, prefix, release, installed, directory, request.progress);
+          std::vector<Sweep> sweeps =
+              proveUpdate(line, prefix, release, installed, directory, request.progress);
+          if (const auto untried = std::ranges::find_if(sweeps, isUntried); untried != sweeps.end())
+            refusal = untried->name + ": " + untried->points.front().name;
+          return sweeps;
         } catch (const platform::Error& failure) {
-          proofFailure = failure.localizedDescription();
-          return {};
+          refusal = failure.localizedDescription();
+          return {{.name = "all sweeps",
+                   .total = 1,
+                   .points = {{refusal, PointOutcome::notTried, PointMethod::run, {}}}}};
         }
       };
     Rehearsal rehearsal = rehearseRelease(request, place, scratch);
     progress.show({});
-    if (!proofFailure.empty())
-      rehearsal.notTried.push_back("the proof: " + proofFailure);
     if (report)
       writeReport(rehearsal, place.reachable(*report));
     const int status = tell(rehearsal, line.json);
-    if (proofFailure.empty())
+    if (refusal.empty())
       return status;
-    std::cerr << "quorin-rehearse: The update could not be proved: " << proofFailure << '\n';
+    std::cerr << "quorin-rehearse: The update could not be proved: " << refusal << '\n';
     return status == EXIT_SUCCESS ? kNotRehearsed : status;
   });
 }

@@ -19,6 +19,11 @@ bool isFault(const Sweep& sweep) {
   return sweep.isControl && sweep.points.size() == sweep.total && std::ranges::all_of(sweep.points, isKept);
 }
 
+bool isUntried(const Sweep& sweep) {
+  return sweep.total == 1 && sweep.points.size() == 1 &&
+         sweep.points.front().outcome == PointOutcome::notTried;
+}
+
 bool isFault(const Pairing& pairing) {
   return !pairing.wouldInstall || std::ranges::any_of(pairing.steps, [](const Step& step) {
     return step.verdict == StepVerdict::failed;

@@ -167,6 +167,9 @@ bool isFault(const Sweep& sweep, const Point& point);
 /// none lost the application.
 bool isFault(const Sweep& sweep);
 
+/// True for a sweep that the system does not allow: its one point is the reason.
+bool isUntried(const Sweep& sweep);
+
 /// Whether users would be stopped or harmed: the update would not install, a step failed, a finding is a
 /// fault, or a sweep found one.
 bool isFault(const Pairing& pairing);

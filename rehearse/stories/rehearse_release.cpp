@@ -76,12 +76,6 @@ fs::path makeConfidential(const fs::path& directory) {
   return directory;
 }
 
-/// A sweep that was not tried consists of one point: the reason.
-bool isNotTried(const Sweep& sweep) {
-  return sweep.total == 1 && sweep.points.size() == 1 &&
-         sweep.points.front().outcome == PointOutcome::notTried;
-}
-
 /// What was not tried, with the installed version if there are several.
 std::vector<std::string> notTriedIn(const std::vector<Pairing>& pairings) {
   std::vector<std::string> sentences;
@@ -91,7 +85,7 @@ std::vector<std::string> notTriedIn(const std::vector<Pairing>& pairings) {
       if (step.verdict == StepVerdict::notTried)
         sentences.push_back(step.name + version + ": " + step.message);
     for (const Sweep& sweep : pairing.sweeps)
-      if (isNotTried(sweep))
+      if (isUntried(sweep))
         sentences.push_back(sweep.name + version + ": " + sweep.points.front().name);
   }
   return sentences;
