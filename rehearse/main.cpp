@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <optional>
 
@@ -109,6 +110,22 @@ int tell(const Rehearsal& rehearsal, bool asJSON) {
   return exitStatus(rehearsal);
 }
 
+/// Writes the report and the result, each even where the other cannot be written, and returns the exit
+/// status.
+int conclude(const Rehearsal& rehearsal, const std::optional<fs::path>& report, bool asJSON) {
+  std::exception_ptr failure;
+  try {
+    if (report)
+      writeReport(rehearsal, *report);
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  const int status = tell(rehearsal, asJSON);
+  if (failure)
+    std::rethrow_exception(failure);
+  return status;
+}
+
 Rehearsal readReport(const fs::path& path) {
   try {
     return rehearsalFromJSON(
@@ -125,8 +142,7 @@ int merge(const CommandLine& line) {
     records.push_back(readReport(resolved(path)));
   const fs::path directory = usableReportDirectory(*line.report);
   const Rehearsal rehearsal = merged(records);
-  writeReport(rehearsal, directory);
-  return tell(rehearsal, line.json);
+  return conclude(rehearsal, directory, line.json);
 }
 
 int rehearse(const CommandLine& line) {
@@ -165,9 +181,8 @@ int rehearse(const CommandLine& line) {
       };
     Rehearsal rehearsal = rehearseRelease(request, place, scratch);
     progress.show({});
-    if (report)
-      writeReport(rehearsal, place.reachable(*report));
-    const int status = tell(rehearsal, line.json);
+    const int status =
+        conclude(rehearsal, report ? std::optional(place.reachable(*report)) : std::nullopt, line.json);
     if (refusal.empty())
       return status;
     std::cerr << "quorin-rehearse: The update could not be proved: " << refusal << '\n';
