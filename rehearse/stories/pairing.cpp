@@ -16,8 +16,6 @@ namespace fs = std::filesystem;
 namespace rehearse {
 namespace {
 
-using QuorinOstrevalUpdater::InstallPlan;
-
 std::string versionOf(const ApplicationName& name) {
   return name.version + " (" + name.build + ")";
 }
