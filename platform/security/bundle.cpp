@@ -31,7 +31,7 @@ constexpr std::array<std::string_view, 1> kUnsealedVersionFiles{kViewSettings};
 constexpr std::size_t kMostVersions = 32;
 
 [[noreturn]] void refuseUnsealed(const Directory& directory, const std::string& name) {
-  throw Error(quoted(directory.pathOf(name)) + " is not covered by the signature.");
+  throw Error(platform::quoted(directory.pathOf(name)) + " is not covered by the signature.");
 }
 
 /// No seal covers these files, so they must not be executable.
@@ -84,7 +84,7 @@ Bundle readBundle(const Directory& root, const Directory& content, const std::st
   const bool inResources = codePath.empty() && hasDirectory(content, kResources);
   const Directory information = inResources ? content.subdirectory(kResources) : content;
   if (!information.kindOf(kInformation))
-    throw Error(quoted(information.pathOf(kInformation)) + " is missing.");
+    throw Error(platform::quoted(information.pathOf(kInformation)) + " is missing.");
   std::string bytes = CodeFile(information.entry(kInformation)).content(kLargestInformation);
   PropertyList list = readingPropertyList(information.pathOf(kInformation), [&] {
     return NSPropertyListSerialization::propertyListWithData(Data(bytes));
@@ -145,7 +145,7 @@ std::vector<Bundle> openVersions(const Directory& root) {
   }
   const std::optional<std::string> current = versionNamed(versions, kCurrent);
   if (!current || current == kCurrent)
-    throw Error(quoted(root.path()) + " has no current version.");
+    throw Error(platform::quoted(root.path()) + " has no current version.");
   std::vector<Bundle> bundles;
   for (const ListedItem& entry : versions.entries()) {
     if (mayBeUnsealed(entry, kUnsealedVersionFiles) ||
@@ -154,7 +154,7 @@ std::vector<Bundle> openVersions(const Directory& root) {
     if (entry.kind != ItemKind::directory)
       refuseUnsealed(versions, entry.name);
     if (bundles.size() == kMostVersions)
-      throw Error(quoted(root.path()) + " has too many versions.");
+      throw Error(platform::quoted(root.path()) + " has too many versions.");
     Bundle bundle = readBundle(root, versions.subdirectory(entry.name), {});
     bundles.insert(entry.name == current ? bundles.begin() : bundles.end(), std::move(bundle));
   }

@@ -33,7 +33,7 @@ CheckWork::Comparison CheckWork::ofPages(const CodeFile& file, const ByteRange& 
     if (!isNew)
       return earlier->second == digests ? Comparison::made : Comparison::hopeless;
     if (layouts.size() > kMostPageLayouts)
-      throw Error(quoted(file.path()) + " is signed with pages of too many sizes.");
+      throw Error(platform::quoted(file.path()) + " is signed with pages of too many sizes.");
   }
   comparedBytes_ += code.length;
   return Comparison::needed;
@@ -42,7 +42,7 @@ CheckWork::Comparison CheckWork::ofPages(const CodeFile& file, const ByteRange& 
 void CheckWork::parse(const std::string& path, std::uint64_t bytes) {
   parsedBytes_ += bytes;
   if (parsedBytes_ > kMostParsedBytes)
-    throw Error(quoted(path) +
+    throw Error(platform::quoted(path) +
                 " cannot be checked: the signatures take more work than those of any real application.");
 }
 

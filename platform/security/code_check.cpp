@@ -26,12 +26,12 @@ std::optional<PropertyList> carriedInformation(const SignedCode& code) {
 Requirement sealedRequirement(const std::string& path, const std::string& text) {
   if (text.size() > kLongestRequirement)
     throw SecurityError(errSecCSBadResource,
-                        quoted(path) + " is sealed with a requirement that is too long.");
+                        platform::quoted(path) + " is sealed with a requirement that is too long.");
   try {
     return Requirement::parse(text);
   } catch (const SecurityError& error) {
     throw SecurityError(errSecCSBadResource,
-                        sentence(quoted(path) + " is sealed with a bad requirement", error));
+                        sentence(platform::quoted(path) + " is sealed with a bad requirement", error));
   }
 }
 
@@ -39,7 +39,7 @@ Requirement sealedRequirement(const std::string& path, const std::string& text) 
 
 void CodeCheck::check(const Directory& parent, const std::string& name, const Acceptance& accept,
                       unsigned depth) {
-  const std::string place = quoted(parent.pathOf(name));
+  const std::string place = platform::quoted(parent.pathOf(name));
   if (depth > kDeepestCode)
     throw SecurityError(errSecCSBadResource, place + " is code nested too deeply.");
   atPlace(place, errSecCSSignatureFailed, [&] {
@@ -67,13 +67,13 @@ void CodeCheck::checkFile(CodeFile file, const Acceptance& accept, unsigned dept
 void CodeCheck::checkBundle(Bundle bundle, const Acceptance& accept, unsigned depth) {
   constexpr std::uint64_t kBytesOfAState = 8;  // take as long to parse as one state
   const std::string& path = bundle.content.path();
-  atPlace(quoted(path), errSecCSSignatureFailed, [&] {
+  atPlace(platform::quoted(path), errSecCSSignatureFailed, [&] {
     std::optional<Directory> signatures;
     if (bundle.content.kindOf("_CodeSignature"))
       signatures = bundle.content.subdirectory("_CodeSignature");
     const auto code = std::make_shared<const SignedCode>(readSignedCode(bundle.openExecutable(), signatures));
     if (!signatures || !signatures->kindOf("CodeResources"))
-      throw SecurityError(errSecCSBadResource, quoted(path) + " has no resource seal.");
+      throw SecurityError(errSecCSBadResource, platform::quoted(path) + " has no resource seal.");
     const BoundFiles files{.information = std::move(bundle.informationBytes),
                            .resources = CodeFile(signatures->entry("CodeResources")).content(kLargestSeal)};
     // Each architecture's code directory has a digest of these files.
@@ -113,7 +113,8 @@ void CodeCheck::checkNested(const Directory& parent, const ListedItem& entry, co
                             unsigned depth) {
   const std::string path = parent.pathOf(entry.name);
   if (entry.kind == ItemKind::link)
-    throw SecurityError(errSecCSBadResource, quoted(path) + " was replaced by a link after signing.");
+    throw SecurityError(errSecCSBadResource,
+                        platform::quoted(path) + " was replaced by a link after signing.");
   if (!sealed.requirement) {
     // A hash identifies one architecture of one version; no other would be covered.
     const auto isSealed = [&](const CheckedCode& code) {

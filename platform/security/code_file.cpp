@@ -14,20 +14,20 @@ CodeFile::CodeFile(const Entry& entry)
       path_(entry.path()),
       status_(itemStatus(statusOf(descriptor_, path_))) {
   if (status_.kind != ItemKind::file)
-    throw SystemError(quoted(path_) + " is not a regular file", EINVAL);
+    throw SystemError(platform::quoted(path_) + " is not a regular file", EINVAL);
 }
 
 void CodeFile::readAt(std::uint64_t offset, std::span<char> buffer) const {
   const std::optional<std::size_t> count = descriptor_.readAt(offset, buffer);
   if (!count)
-    throw SystemError(quoted(path_) + " could not be read", errno);
+    throw SystemError(platform::quoted(path_) + " could not be read", errno);
   if (*count < buffer.size())
-    throw Error(quoted(path_) + " became shorter while it was read.");
+    throw Error(platform::quoted(path_) + " became shorter while it was read.");
 }
 
 std::string CodeFile::content(std::uint64_t limit) const {
   if (size() > limit)
-    throw Error(quoted(path_) + " is too large.");
+    throw Error(platform::quoted(path_) + " is too large.");
   return read(0, size());
 }
 

@@ -205,7 +205,7 @@ class Parser {
 
   void requireSymbol(std::string_view symbol) {
     if (!takeSymbol(symbol))
-      throw FormatError(quoted(symbol) + " was expected");
+      throw FormatError(platform::quoted(symbol) + " was expected");
   }
 
   std::string_view text_;

@@ -14,7 +14,7 @@ constexpr std::string_view kTicket = "CodeResources";
 constexpr std::string_view kReceipts = "_MASReceipt";
 
 [[noreturn]] void refuse(const std::string& path, const std::string& what) {
-  throw SecurityError(errSecCSBadResource, quoted(path) + " " + what + ".");
+  throw SecurityError(errSecCSBadResource, platform::quoted(path) + " " + what + ".");
 }
 
 void requireKind(const Directory& directory, const ListedItem& entry, ItemKind kind) {
@@ -30,7 +30,7 @@ void requireOrdinary(const Directory& directory, const ListedItem& entry) {
 }  // namespace
 
 void ResourceCheck::run() {
-  atPlace(quoted(bundle_.root.path()), errSecCSBadResource, [this] {
+  atPlace(platform::quoted(bundle_.root.path()), errSecCSBadResource, [this] {
     checkDirectory(bundle_.content, {}, kDeepestDirectory);
     requireComplete();
   });
@@ -108,7 +108,7 @@ void ResourceCheck::checkFile(const Directory& directory, const ListedItem& entr
     // As a job, so that a failure of the earlier comparison is reported first.
     if (hopeless)
       refuse(directory.pathOf(name), "was changed after signing");
-    atPlace(quoted(directory.pathOf(name)), errSecCSBadResource, [&] {
+    atPlace(platform::quoted(directory.pathOf(name)), errSecCSBadResource, [&] {
       const CodeFile file(directory.entry(name));
       if (digestOfRange(file, {0, file.size()}, sealed.algorithm) != sealed.digest)
         refuse(file.path(), "was changed after signing");

@@ -79,7 +79,7 @@ void readDirectories(SignedSlice& slice) {
 
 SignedSlice readSlice(const MeteredFile& file, const MachOSlice& machO) {
   SignedSlice slice;
-  slice.place = quoted(file.path()) + " (" + machO.architecture + ")";
+  slice.place = platform::quoted(file.path()) + " (" + machO.architecture + ")";
   if (!machO.signature)
     refuseUnsigned(slice.place);
   if (machO.signature->length > largestSignature(machO.signature->offset))
@@ -107,13 +107,13 @@ void requireOnlySignature(const Directory& signatures) {
                     [&](const ComponentFile& component) { return entry.name == component.name; });
     if (!isComponent && entry.name != kResources)
       throw SecurityError(errSecCSBadResource,
-                          quoted(signatures.pathOf(entry.name)) + " was added after signing.");
+                          platform::quoted(signatures.pathOf(entry.name)) + " was added after signing.");
   }
 }
 
 SignedSlice readDetached(const CodeFile& file, const Directory& signatures) {
   SignedSlice slice;
-  slice.place = quoted(file.path());
+  slice.place = platform::quoted(file.path());
   slice.code = {0, file.size()};
   for (const ComponentFile& component : kComponentFiles) {
     if (!signatures.kindOf(component.name))
@@ -141,7 +141,7 @@ const CodeDirectory& SignedSlice::strongestDirectory() const {
 SignedCode readSignedCode(CodeFile file, const std::optional<Directory>& signatures) {
   SignedCode code{.file = std::make_shared<const CodeFile>(std::move(file)), .slices = {}};
   const MeteredFile metered(*code.file);
-  atPlace(quoted(code.file->path()), errSecCSSignatureFailed, [&] {
+  atPlace(platform::quoted(code.file->path()), errSecCSSignatureFailed, [&] {
     const auto machO = readMachO(metered);
     if (signatures)
       requireOnlySignature(*signatures);
@@ -159,7 +159,7 @@ SignedCode readSignedCode(CodeFile file, const std::optional<Directory>& signatu
       for (const auto& [number, blob] : code.slices.front().components)
         code.bytesRead += blob.size();
     } else {
-      refuseUnsigned(quoted(code.file->path()));
+      refuseUnsigned(platform::quoted(code.file->path()));
     }
   });
   code.bytesRead += metered.bytesRead();

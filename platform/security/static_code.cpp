@@ -10,7 +10,7 @@ namespace {
 
 [[noreturn]] void refuseLocation(const URL& location, const std::string& reason) {
   throw SecurityError(errSecCSStaticCodeNotFound,
-                      sentence("There is no code at " + quoted(location.path()), reason));
+                      sentence("There is no code at " + platform::quoted(location.path()), reason));
 }
 
 Directory parentOf(const URL& location) {
@@ -36,7 +36,7 @@ SigningInformation readInformation(const Directory& parent, const std::string& n
 }  // namespace
 
 StaticCode StaticCode::atLocation(const URL& location) {
-  return atPlace(quoted(location.path()), errSecCSStaticCodeNotFound, [&] {
+  return atPlace(platform::quoted(location.path()), errSecCSStaticCodeNotFound, [&] {
     const std::optional<URL> resolved = resolvingLinks(location);
     if (!resolved)
       refuseLocation(location, reasonOf(errno));
@@ -53,7 +53,7 @@ StaticCode StaticCode::atLocation(const URL& location) {
 
 void StaticCode::checkValidity(const Requirement* requirement, const URL& anchorsDirectory) {
   checked_.reset();
-  atPlace(quoted(location_.path()), errSecCSSignatureFailed, [&] {
+  atPlace(platform::quoted(location_.path()), errSecCSSignatureFailed, [&] {
     CodeCheck check(anchorsDirectory);
     std::optional<SigningInformation> information;
     const auto accept = [&](const CheckedCode& code) {
@@ -72,7 +72,7 @@ void StaticCode::checkValidity(const Requirement* requirement, const URL& anchor
 SigningInformation StaticCode::signingInformation() const {
   if (checked_)
     return *checked_;
-  return atPlace(quoted(location_.path()), errSecCSSignatureFailed,
+  return atPlace(platform::quoted(location_.path()), errSecCSSignatureFailed,
                  [&] { return readInformation(parentOf(location_), location_.lastPathComponent()); });
 }
 

@@ -16,7 +16,7 @@ constexpr std::uint64_t kLargestFile = 1U << 20U;
 template <typename Reason>
 [[noreturn]] void refuse(const std::string& path, const Reason& reason) {
   throw SecurityError(errSecCSSignatureFailed,
-                      sentence("The trusted roots in " + quoted(path) + " cannot be used", reason));
+                      sentence("The trusted roots in " + platform::quoted(path) + " cannot be used", reason));
 }
 
 /// Rejects an item that another user may have written.
