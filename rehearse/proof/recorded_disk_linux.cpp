@@ -124,9 +124,12 @@ void RecordedDisk::answer(std::string_view request) {
         return reply(header.unique, 0, bytesOf(agreement(take<fuse_init_in>(request))));
       case FUSE_GETATTR:
         return reply(header.unique, 0, bytesOf(attributes(content_.size())));
-      case FUSE_OPEN:
-        return reply(header.unique, 0,
-                     bytesOf(fuse_open_out{.fh = 0, .open_flags = FOPEN_KEEP_CACHE, .padding = 0}));
+      case FUSE_OPEN: {
+        // Its last member has another name in newer headers.
+        fuse_open_out opened{};
+        opened.open_flags = FOPEN_KEEP_CACHE;
+        return reply(header.unique, 0, bytesOf(opened));
+      }
       case FUSE_READ: {
         const auto range = take<fuse_read_in>(request);
         return reply(header.unique, 0, content_.read(range.offset, range.size));
