@@ -55,9 +55,9 @@ TEST(RehearsalJSONTest, SaysWhyATextIsNoRecord) {
        start + "\"pairings[0].sweeps[0].isControl\" is not true or false."},
       {text.substr(0, text.size() / 2), ""},
   };
-  for (const auto& [record, failure] : cases)
-    EXPECT_THAT(failureOf([&] { rehearsalFromJSON(record); }),
-                failure.empty() ? testing::HasSubstr("not valid JSON") : testing::HasSubstr(failure));
+  for (const auto& each : cases)
+    EXPECT_THAT(failureOf([&] { rehearsalFromJSON(each.first); }),
+                testing::HasSubstr(each.second.empty() ? "not valid JSON" : each.second));
 }
 
 TEST(MergeTest, MakesOneRecordOfItsShards) {

@@ -146,7 +146,7 @@ TEST_F(RehearseTest, AGoodReleaseWouldInstallAndWhatMustBeRefusedIs) {
 /// not be.
 TEST_F(RehearseTest, WhatIsAcceptedAndMustNotBeIsAFault) {
   const fs::path judge = prefix / "libexec/quorin/judge_start";
-  fs::rename(judge, directory / "judge");
+  fs::copy_file(judge, directory / "judge");
   test::writeFile(judge, "#!/bin/sh\nreal=\"${0%/*}/real\"\n[ -f \"$real\" ] || cp '" +
                              (directory / "judge").native() +
                              "' \"$real\"\nsed -i 's/[0-9a-f]\\{64\\}//' \"${0%/libexec/*}\""
