@@ -25,7 +25,7 @@ std::string withoutIdentifiers(const std::string& name);
 /// No process has this identifier.
 constexpr pid_t kEndedParent = 2147483647;
 
-/// Which application stands at the target's path.
+/// Which application is at the target's path.
 enum class Standing {
   previous,
   offered,
@@ -66,20 +66,20 @@ class Home {
 
   /// Where the offered application is the same as the one before, it is `offered`.
   Standing standing() const;
-  /// Whether the application of this offer stands at the target's path, complete.
+  /// Whether the application of this offer is at the target's path, complete.
   bool stands(const Offer& offer) const;
   /// What is wrong with how the run ended by itself: its exit status, its line on standard error, its status
   /// file, what was started and the application at the target's path must tell one story. Each complaint is a
   /// sentence.
   std::vector<std::string> contradictions(const Ending& ending, const Excuses& excuses = {}) const;
-  /// What lies beside the application and in the temporary directory and is not there before an update, apart
+  /// What is beside the application and in the temporary directory and was not there before an update, apart
   /// from the empty registry of images.
   std::set<std::string> leftovers() const;
   /// Those of them that have no name of what a run that died may leave.
   std::set<std::string> strangers() const;
   /// Whether the application at the target's path is one that the story damaged.
   bool isDamaged() const;
-  /// Whether the previous application lies complete in the same directory.
+  /// Whether the previous application is complete in the same directory.
   bool previousStandsBeside() const;
   /// Whether the application at the target's path is no good, though it may be complete: it does not start,
   /// or is damaged.

@@ -229,12 +229,12 @@ std::vector<std::string> Home::contradictions(const Ending& ending, const Excuse
   requireThat(!ending.overran, "The run took too long");
   requireThat(ending.signal == 0, "Signal " + std::to_string(ending.signal) + " ended the run");
   requireThat(ending.output.empty(), "There is output: " + ending.output);
-  requireThat(actual != Standing::neither, "No complete application stands at the target's path");
+  requireThat(actual != Standing::neither, "There is no complete application at the target's path");
   const bool isGood = ending.exitStatus == 0;
   requireThat(isGood || ending.exitStatus == 1, "The exit status is " + std::to_string(ending.exitStatus));
   requireThat(
       actual == (isGood || previous_.content == offered_.content ? Standing::offered : Standing::previous),
-      "The other application stands there");
+      "The other application is there");
   const std::string prefix = "QuorinOstrevalUpdater: ";
   requireThat(isGood ? ending.error.empty()
                      : excuses.line || (ending.error.starts_with(prefix) && ending.error.ends_with('\n')),

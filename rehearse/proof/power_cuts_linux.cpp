@@ -284,7 +284,7 @@ class PowerCuts {
       content_.write(history_.writes[index].offset, history_.writes[index].bytes);
   }
 
-  /// A process of its own looks at the disk as after a restart, and leaves it as it was.
+  /// Another process looks at the disk as after a restart, and leaves it as it was.
   void tryRestart(const std::string& point) {
     const pid_t child = ::fork();
     if (child == 0) {

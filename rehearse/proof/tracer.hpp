@@ -27,7 +27,7 @@ struct Fate {
   enum class Kind {
     proceed,
     fail,        ///< it is not made and gives an error
-    failAfter,   ///< it is made, and gives an error all the same
+    failAfter,   ///< it is made, and gives an error nevertheless
     pretend,     ///< it is not made and gives 0
     killBefore,  ///< the victims die before it is made
     killAfter,   ///< the victims die right after it
@@ -48,7 +48,7 @@ struct Ending {
   std::string error;
 };
 
-/// Who looks at the calls. While either is called, the caller stands still.
+/// Who looks at the calls. While either is called, the traced caller waits.
 struct Watcher {
   std::function<Fate(const SystemCall&)> before;
   /// The numbers of the calls at which to stop, of those in `systemCallKinds()`: all where there is no value.

@@ -286,7 +286,7 @@ void Tracer::beforeCall(pid_t thread) {
       }
       [[fallthrough]];
     case Fate::Kind::pretend:
-      // A call without a number is skipped, and the result stands as it is set here.
+      // A call without a number is skipped, and its result is what is set here.
       registers.orig_rax = static_cast<std::uint64_t>(-1);
       registers.rax = static_cast<std::uint64_t>(-static_cast<std::int64_t>(state.fate.errorNumber));
       ::ptrace(PTRACE_SETREGS, thread, nullptr, &registers);

@@ -49,7 +49,7 @@ std::vector<std::string> strangersIn(const Home& home) {
 
 std::vector<std::string> losses(const Home& home) {
   if (home.standing() == Standing::neither)
-    return {"No complete application stands at the target's path."};
+    return {"There is no complete application at the target's path."};
   if (home.isNoGood() && !home.previousStandsBeside())
     return {"The previous application is lost."};
   return strangersIn(home);
