@@ -157,7 +157,7 @@ TEST_F(FileManagerTest, RemovesWhatTheOwnerHadClosedToHimself) {
 }
 
 TEST_F(FileManagerTest, WhatIsMountedInATreeIsNotRemoved) {
-  const fs::path place = directory / "tree/mounted";
+  const fs::path place = directory / "tree/folder/mounted";
   fs::create_directories(place);
   const int result = test::inChild([&] {
     if (!test::enterPrivateMounts() || ::mount("none", place.c_str(), "tmpfs", 0, nullptr) != 0)
