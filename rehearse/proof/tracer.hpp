@@ -17,6 +17,7 @@ namespace rehearse {
 struct SystemCall {
   pid_t process = 0;       ///< whichever of its threads calls
   bool byUpdater = false;  ///< true for the program that was started, false for what it started
+  bool alone = false;      ///< no other process of the updater and its tools exists
   std::string program;     ///< the last component of its executable's path
   long number = 0;
   std::array<std::uint64_t, 6> arguments{};

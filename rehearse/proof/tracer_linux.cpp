@@ -1,6 +1,7 @@
 #include <elf.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
@@ -112,6 +113,32 @@ class TimeLimit {
   struct sigaction before_ {};
 };
 
+/// Keeps this thread, and what it starts meanwhile, on the processor where it is. At each stop one of tracer
+/// and traced waits for the other, and to wake another processor takes longer than the stop itself.
+class OneProcessor {
+ public:
+  OneProcessor() {
+    cpu_set_t here{};
+    CPU_ZERO(&here);
+    const int processor = ::sched_getcpu();
+    if (processor < 0 || processor >= CPU_SETSIZE || ::sched_getaffinity(0, sizeof before_, &before_) != 0)
+      return;
+    CPU_SET(static_cast<std::size_t>(processor), &here);
+    // Where it is refused, everything only takes longer.
+    isSet_ = ::sched_setaffinity(0, sizeof here, &here) == 0;
+  }
+  OneProcessor(const OneProcessor&) = delete;
+  OneProcessor& operator=(const OneProcessor&) = delete;
+  ~OneProcessor() {
+    if (isSet_)
+      ::sched_setaffinity(0, sizeof before_, &before_);
+  }
+
+ private:
+  cpu_set_t before_{};
+  bool isSet_ = false;
+};
+
 class Tracer {
  public:
   Tracer(const Watcher& watcher, pid_t tool) : watcher_(watcher), tool_(tool) {}
@@ -130,11 +157,13 @@ class Tracer {
   };
 
   void dispatch(pid_t thread, int status);
+  void happened(pid_t thread, int event);
   void ended(pid_t thread, int status);
   void beforeCall(pid_t thread);
   void afterCall(pid_t thread);
   void shiftClock(pid_t thread, const SystemCall& call);
   bool waitsInVain() const;
+  bool isAlone(pid_t process) const;
   const Thread* threadOf(pid_t process) const;
   void kill(const SystemCall& call, Fate::Victim victim);
   void killAll();
@@ -224,12 +253,7 @@ void Tracer::dispatch(pid_t thread, int status) {
   } else if (signal == (SIGTRAP | 0x80)) {
     afterCall(thread);
   } else if (event != 0) {
-    if (event == PTRACE_EVENT_EXEC) {
-      if (thread == tool_ && watcher_.leapingClock)
-        hideVdso(thread);
-      state.program = programOf(thread);
-      toolRuns_ = true;
-    }
+    happened(thread, event);
     proceed(state.call ? PTRACE_SYSCALL : PTRACE_CONT, thread);
   } else if (signal == SIGSTOP && !state.started) {
     state.started = true;
@@ -237,6 +261,21 @@ void Tracer::dispatch(pid_t thread, int status) {
   } else {
     resume(thread, signal);
   }
+}
+
+void Tracer::happened(pid_t thread, int event) {
+  if (event == PTRACE_EVENT_EXEC) {
+    if (thread == tool_ && watcher_.leapingClock)
+      hideVdso(thread);
+    known(thread).program = programOf(thread);
+    toolRuns_ = true;
+    return;
+  }
+  // What was made may stop for the first time only after its maker's next calls, or be gone already.
+  std::uint64_t made = 0;
+  if (::ptrace(PTRACE_GETEVENTMSG, thread, nullptr, &made) == 0 &&
+      identifierIn(static_cast<pid_t>(made), "Tgid:"))
+    known(static_cast<pid_t>(made));
 }
 
 void Tracer::ended(pid_t thread, int status) {
@@ -260,6 +299,7 @@ void Tracer::beforeCall(pid_t thread) {
   const SystemCall call{
       .process = state.process,
       .byUpdater = state.process == tool_,
+      .alone = isAlone(state.process),
       .program = state.program,
       .number = static_cast<long>(registers.orig_rax),
       .arguments = {registers.rdi, registers.rsi, registers.rdx, registers.r10, registers.r8, registers.r9}};
@@ -359,6 +399,11 @@ bool Tracer::waitsInVain() const {
   });
 }
 
+bool Tracer::isAlone(pid_t process) const {
+  return std::ranges::none_of(
+      threads_, [&](const auto& entry) { return entry.second.process != process && isOurs(entry.second); });
+}
+
 const Tracer::Thread* Tracer::threadOf(pid_t process) const {
   const auto found = std::ranges::find_if(
       threads_, [process](const auto& entry) { return entry.second.process == process; });
@@ -385,6 +430,7 @@ void Tracer::killAll() {
 }  // namespace
 
 Ending trace(const fs::path& program, const std::vector<std::string>& arguments, const Watcher& watcher) {
+  const OneProcessor processor;
   const Capture capture;
   std::vector<sock_filter> filter = filterOfInterest(watcher);
   const sock_fprog filterProgram{static_cast<unsigned short>(filter.size()), filter.data()};
