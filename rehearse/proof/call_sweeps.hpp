@@ -28,12 +28,16 @@ PlannedSweep faultSweep(const Rehearsed& rehearsed);
 /// is made and reported as failed.
 std::vector<PlannedSweep> breakdownSweeps(const Rehearsed& rehearsed);
 
-/// The caller, the updater or all of them die before and after each call. What is left when all of them die
-/// is what was observed there, see `DiskObserver` and `run`; after the death of one the others go on, so
-/// those points are runs.
+/// The updater and its tools die at the same time, after each call that changes files: between two of them,
+/// what a death leaves is the same. That is what was observed there, see `DiskObserver` and `run`. No sample
+/// leaves out any of these points.
 PlannedSweep killSweep(const Rehearsed& rehearsed);
 
-/// All of them die at a call, and once more during the update that follows.
+/// The caller or the updater dies before and after each call at which other processes live, which go on.
+/// Where there are none, its death is everyone's.
+PlannedSweep killSweepOfOne(const Rehearsed& rehearsed);
+
+/// All of them die after a call that changes files, and once more during the update that follows.
 PlannedSweep secondKillSweep(const Rehearsed& rehearsed);
 
 /// A control: the file system knows no exchange of names. The target's place is then empty for an instant,

@@ -135,16 +135,10 @@ Task breakdownTask(const Rehearsed& rehearsed, const Breakdown& breakdown, std::
 }
 
 std::string nameOf(Victim victim) {
-  switch (victim) {
-    case Victim::caller:
-      return "its caller";
-    case Victim::tool:
-      return "the updater";
-    case Victim::everyone:
-      return "everyone";
-  }
-  return {};
+  return victim == Victim::caller ? "its caller" : "the updater";
 }
+
+constexpr Fate kDeathOfEveryone{.kind = Kind::killAfter, .victim = Victim::everyone};
 
 Task killTask(const Rehearsed& rehearsed, const RecordedCall& call, Fate fate, const RecordedCall* second) {
   return [=, &call](const Place& place, const auto& report) {
@@ -259,21 +253,32 @@ std::vector<PlannedSweep> breakdownSweeps(const Rehearsed& rehearsed) {
 }
 
 PlannedSweep killSweep(const Rehearsed& rehearsed) {
-  PlannedSweep sweep(nameOf(rehearsed.story) + ", a kill", rehearsed.selection);
+  PlannedSweep sweep(nameOf(rehearsed.story) + ", a kill of everyone", rehearsed.selection);
   forOwnCalls(rehearsed, [&](std::size_t, const RecordedCall& call) {
-    for (const Victim victim : {Victim::caller, Victim::tool, Victim::everyone}) {
+    const bool isFirst = sweep.points().empty();
+    if (isFirst && sweep.selects(call.name + ": before it", true))
+      sweep.add(call.name + ": before it",
+                killTask(rehearsed, call, {.kind = Kind::killBefore, .victim = Victim::everyone}, nullptr));
+    if (!call.after.empty() && sweep.selects(call.name, true))
+      sweep.add(call.name, killTask(rehearsed, call, kDeathOfEveryone, nullptr), call.after);
+  });
+  return sweep;
+}
+
+PlannedSweep killSweepOfOne(const Rehearsed& rehearsed) {
+  PlannedSweep sweep(nameOf(rehearsed.story) + ", a kill of one", rehearsed.selection);
+  forOwnCalls(rehearsed, [&](std::size_t, const RecordedCall& call) {
+    if (call.call.alone)
+      return;
+    for (const Victim victim : {Victim::caller, Victim::tool}) {
       // The updater is its own calls' caller.
       if (victim == Victim::tool && call.call.byUpdater)
         continue;
       for (const Kind kind : {Kind::killBefore, Kind::killAfter}) {
-        const bool isBefore = kind == Kind::killBefore;
-        const std::string name =
-            call.name + (isBefore ? ": before it " : ": after it ") + nameOf(victim) + " killed";
+        const std::string name = call.name + (kind == Kind::killBefore ? ": before it " : ": after it ") +
+                                 nameOf(victim) + " killed";
         if (sweep.selects(name))
-          sweep.add(name, killTask(rehearsed, call, {.kind = kind, .victim = victim}, nullptr),
-                    victim != Victim::everyone ? std::string()
-                    : isBefore                 ? call.before
-                                               : call.after);
+          sweep.add(name, killTask(rehearsed, call, {.kind = kind, .victim = victim}, nullptr));
       }
     }
   });
@@ -285,12 +290,17 @@ PlannedSweep secondKillSweep(const Rehearsed& rehearsed) {
   constexpr std::size_t kStep = 7919;
   PlannedSweep sweep(nameOf(rehearsed.story) + ", a kill and another in the update after",
                      rehearsed.selection);
+  std::vector<const RecordedCall*> changes;
+  for (const RecordedCall& call : rehearsed.calls)
+    if (!call.after.empty())
+      changes.push_back(&call);
   forOwnCalls(rehearsed, [&](std::size_t index, const RecordedCall& call) {
-    const RecordedCall& second = rehearsed.calls[index * kStep % rehearsed.calls.size()];
+    if (call.after.empty())
+      return;
+    const RecordedCall& second = *changes[index * kStep % changes.size()];
     const std::string name = call.name + ", then " + second.name;
     if (sweep.selects(name))
-      sweep.add(name,
-                killTask(rehearsed, call, {.kind = Kind::killBefore, .victim = Victim::everyone}, &second));
+      sweep.add(name, killTask(rehearsed, call, kDeathOfEveryone, &second));
   });
   return sweep;
 }

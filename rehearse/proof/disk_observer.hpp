@@ -18,8 +18,7 @@ namespace rehearse {
 ///
 /// Two moments have the same description, the state, when these are the same:
 /// - which application is at the target's path, compared entry by entry with those that are known, and where
-/// it
-///   is no good, whether the previous one is complete beside it;
+///   it is no good, whether the previous one is complete beside it;
 /// - what else is beside it, in the home under hidden names and in "/tmp", by name, where the random parts of
 ///   names count as the same, and whether there are a status file and a ready file.
 /// How much of a hidden copy, of an image that is being attached or detached, or of a tool's output has been

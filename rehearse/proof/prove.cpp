@@ -66,6 +66,7 @@ class Proof {
     }
     if (has(ProofKind::kills)) {
       run(killSweep(rehearsed));
+      run(killSweepOfOne(rehearsed));
       run(secondKillSweep(rehearsed));
       if (isUpdate)
         run(killSweepWithoutExchange(material_, selection_));

@@ -52,12 +52,9 @@ std::vector<RecordedCall> recordIn(const Place& place, const Material& material,
   const auto before = [&](const SystemCall& call) {
     std::string name = names.next(call);
     if (isSteady(call, forked)) {
-      calls.push_back({std::move(name), call, disk.state(), {}});
-      // What changes no file leaves what it found.
+      calls.push_back({std::move(name), call});
       if (changesFiles(call))
         pending.push_back(calls.size() - 1);
-      else
-        calls.back().after = calls.back().before;
     }
     return Fate{};
   };
@@ -89,10 +86,9 @@ std::string textOf(const std::vector<RecordedCall>& calls) {
     return place->second;
   };
   for (const RecordedCall& call : calls) {
-    const std::size_t before = numberOf(call.before);
     const std::size_t after = numberOf(call.after);
-    text << "c " << before << ' ' << after << ' ' << call.call.process << ' ' << call.call.byUpdater << ' '
-         << call.call.number;
+    text << "c " << after << ' ' << call.call.process << ' ' << call.call.byUpdater << ' ' << call.call.alone
+         << ' ' << call.call.number;
     for (const std::uint64_t argument : call.call.arguments)
       text << ' ' << argument;
     text << ' ' << call.call.program << '\t' << call.name << '\n';
@@ -110,16 +106,14 @@ std::vector<RecordedCall> fromText(const std::string& text) {
       continue;
     }
     std::istringstream fields(line.substr(2));
-    std::size_t before = 0;
     std::size_t after = 0;
     RecordedCall call;
-    fields >> before >> after >> call.call.process >> call.call.byUpdater >> call.call.number;
+    fields >> after >> call.call.process >> call.call.byUpdater >> call.call.alone >> call.call.number;
     for (std::uint64_t& argument : call.call.arguments)
       fields >> argument;
     fields.get();
     std::getline(fields, call.call.program, '\t');
     std::getline(fields, call.name);
-    call.before = states.at(before);
     call.after = states.at(after);
     calls.push_back(std::move(call));
   }

@@ -8,12 +8,13 @@
 
 namespace rehearse {
 
-/// A call of an undisturbed update, with what was on the disk around it as `DiskObserver` describes it.
+/// A call of an undisturbed update.
 struct RecordedCall {
   std::string name;  ///< see `CallNames`
   SystemCall call;
-  std::string before;
-  std::string after;  ///< empty where the process ended in the call
+  /// What was on the disk after it, as `DiskObserver` describes it; empty where it changes no file, and so
+  /// leaves what it found.
+  std::string after = {};
 };
 
 /// The calls that an undisturbed run of a story makes, in order, without those that another run may not make.

@@ -9,7 +9,7 @@
 namespace rehearse {
 namespace {
 
-/// How many points with the same state are run at once, besides the first one.
+/// How many points with the same state are run at once, besides the first one, where no sample is taken.
 constexpr std::size_t kSamplesOfState = 3;
 
 /// Points that leave the same on the disk.
@@ -47,9 +47,10 @@ class SweepRun {
   }
 
  private:
-  static void sample(const SameState& state, std::vector<const PlannedPoint*>& into) {
-    const std::size_t step = std::max<std::size_t>(1, state.points.size() / (kSamplesOfState + 1));
-    for (std::size_t index = 0; index < state.points.size() && index <= step * kSamplesOfState; index += step)
+  void sample(const SameState& state, std::vector<const PlannedPoint*>& into) const {
+    const std::size_t samples = sweep_.isThinned() ? 0 : kSamplesOfState;
+    const std::size_t step = std::max<std::size_t>(1, state.points.size() / (samples + 1));
+    for (std::size_t index = 0; index < state.points.size() && index <= step * samples; index += step)
       into.push_back(state.points[index]);
   }
 

@@ -55,6 +55,8 @@ class PlannedSweep {
   const std::vector<PlannedPoint>& points() const { return points_; }
   std::uint64_t total() const { return total_; }
   bool isControl() const { return isControl_; }
+  /// Whether points are left out of a sample.
+  bool isThinned() const { return selection_.every > 1; }
 
  private:
   std::string name_;
@@ -77,10 +79,10 @@ struct Workshop {
 std::string inPlace(const Workshop& workshop, const std::function<std::string(const Place&)>& body);
 
 /// Tries the points of a sweep in several processes, and tells of each when it is known. Of those with the
-/// same state, the first is run and up to three others, and the state that such a run leaves is compared with
-/// the one that was observed, until one run has confirmed it; the others are then recorded as observed, with
-/// its outcome. A task that throws or dies is a violation. What a sweep that has one task with many points
-/// tells of is its total.
+/// same state, the first is run, and where no points are left out up to three others, and the state that such
+/// a run leaves is compared with the one that was observed, until one run has confirmed it; the others are
+/// then recorded as observed, with its outcome. A task that throws or dies is a violation. What a sweep that
+/// has one task with many points tells of is its total.
 Sweep run(const PlannedSweep& sweep, const Workshop& workshop,
           const std::function<void(const Point&)>& report);
 

@@ -105,7 +105,7 @@ struct Point {
 };
 
 struct Sweep {
-  std::string name;       ///< such as "update, a kill"
+  std::string name;       ///< such as "update, a kill of one"
   std::uint64_t total{};  ///< all points of the sweep, of which `points` may be a sample or a shard
   /// True for a control: what keeps the promise is taken away, and the loss must be seen.
   bool isControl = false;

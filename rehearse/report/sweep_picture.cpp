@@ -15,7 +15,9 @@ namespace {
 constexpr std::size_t kPitch = 5;
 constexpr std::size_t kMarkHeight = 10;
 constexpr std::size_t kRowHeight = 14;
-constexpr std::size_t kMarksInARow = 128;
+constexpr std::size_t kMarksInShortRow = 128;
+// More rows than this are not shown in full size.
+constexpr std::size_t kMostShortRows = 64;
 // Above and below the rows, for the marks that are larger.
 constexpr std::size_t kMargin = 8;
 
@@ -60,24 +62,39 @@ std::vector<Run> runsOf(const std::vector<Point>& points) {
   return runs;
 }
 
-std::size_t x(std::size_t index) {
-  return index % kMarksInARow * kPitch;
-}
-
-std::size_t y(std::size_t index) {
-  return kMargin + index / kMarksInARow * kRowHeight;
-}
-
-std::string pathOf(const Run& run, std::size_t centre) {
-  std::string path;
-  for (std::size_t first = run.first; first <= run.last;) {
-    const std::size_t last = std::min(run.last, first / kMarksInARow * kMarksInARow + kMarksInARow - 1);
-    path += "M" + std::to_string(x(first)) + " " + std::to_string(y(first) + centre) + "h" +
-            std::to_string((last - first + 1) * kPitch - 1);
-    first = last + 1;
+/// Where the marks are. A strip with many has longer rows, which are drawn smaller.
+class Grid {
+ public:
+  explicit Grid(std::size_t marks) : marks_(marks) {
+    while (marks > scale_ * kMarksInShortRow * scale_ * kMostShortRows)
+      ++scale_;
   }
-  return path;
-}
+
+  /// How much larger the picture is than it is shown.
+  std::size_t scale() const { return scale_; }
+  std::size_t width() const { return std::min(marks_, marksInRow()) * kPitch; }
+  std::size_t height() const { return y(marks_ - 1) + kMarkHeight + margin(); }
+  std::size_t x(std::size_t index) const { return index % marksInRow() * kPitch; }
+  std::size_t y(std::size_t index) const { return margin() + index / marksInRow() * kRowHeight; }
+
+  std::string pathOf(const Run& run, std::size_t centre) const {
+    std::string path;
+    for (std::size_t first = run.first; first <= run.last;) {
+      const std::size_t last = std::min(run.last, first / marksInRow() * marksInRow() + marksInRow() - 1);
+      path += "M" + std::to_string(x(first)) + " " + std::to_string(y(first) + centre) + "h" +
+              std::to_string((last - first + 1) * kPitch - 1);
+      first = last + 1;
+    }
+    return path;
+  }
+
+ private:
+  std::size_t marksInRow() const { return scale_ * kMarksInShortRow; }
+  std::size_t margin() const { return scale_ * kMargin; }
+
+  std::size_t marks_;
+  std::size_t scale_ = 1;
+};
 
 /// "Points 12 to 400: previous, ditto: write 12 … ditto: fsync 400"
 std::string inWords(const Run& run, const Sweep& sweep) {
@@ -94,38 +111,37 @@ std::string anchorOf(const std::string& sweep, std::size_t point) {
 }
 
 /// Larger than its neighbours, so that it is seen among thousands.
-void writeFault(HTMLWriter& html, const Point& point, std::size_t index) {
-  const std::string centre = std::to_string(x(index) + 2) + " " + std::to_string(y(index) + kMarkHeight / 2);
+void writeFault(HTMLWriter& html, const Point& point, std::size_t index, const Grid& grid) {
+  const std::string place = "translate(" + std::to_string(grid.x(index) + 2) + " " +
+                            std::to_string(grid.y(index) + kMarkHeight / 2) + ") scale(" +
+                            std::to_string(grid.scale()) + ")";
   const bool isLost = point.outcome == PointOutcome::lost;
-  html.element("g", {{"class", isLost ? "fault loss" : "fault"}}, [&] {
+  html.element("g", {{"class", isLost ? "fault loss" : "fault"}, {"transform", place}}, [&] {
     html.element("title", {},
                  point.name + ": " + wordFor(point.outcome) + (isLost ? "" : ", a promise is broken"));
-    html.element("path", {{"class", "disc"}, {"d", "M" + centre + "m-7 0a7 7 0 1 0 14 0a7 7 0 1 0-14 0"}});
-    html.element("path",
-                 {{"class", "sign"}, {"d", "M" + centre + (isLost ? "m-3-3l6 6m0-6l-6 6" : "m0-4v5m0 2v1")}});
+    html.element("path", {{"class", "disc"}, {"d", "M-7 0a7 7 0 1 0 14 0a7 7 0 1 0-14 0"}});
+    html.element("path", {{"class", "sign"}, {"d", isLost ? "M-3-3l6 6m0-6l-6 6" : "M0-4v5m0 2v1"}});
   });
 }
 
 void writeStrip(HTMLWriter& html, const Sweep& sweep, const std::vector<Run>& runs) {
-  const std::size_t columns = std::min(sweep.points.size(), kMarksInARow);
-  const std::size_t width = columns * kPitch;
-  const std::size_t height = 2 * kMargin + y(sweep.points.size() - 1) - y(0) + kMarkHeight;
+  const Grid grid(sweep.points.size());
   // Short strips are not stretched.
   html.element("svg",
                {{"class", sweep.isControl ? "strip control" : "strip"},
                 {"role", "img"},
-                {"viewBox", "0 0 " + std::to_string(width) + " " + std::to_string(height)},
-                {"style", "max-width:" + std::to_string(width * 5 / 4) + "px"},
+                {"viewBox", "0 0 " + std::to_string(grid.width()) + " " + std::to_string(grid.height())},
+                {"style", "max-width:" + std::to_string(grid.width() * 5 / 4 / grid.scale()) + "px"},
                 {"aria-label", "Strip of the sweep " + sweep.name + ": " + summaryOf(sweep)}},
                [&] {
                  for (const Run& run : runs) {
                    const Stroke stroke = strokeOf(sweep.points[run.first].outcome);
-                   html.element("path", {{"class", stroke.name}, {"d", pathOf(run, stroke.centre)}},
+                   html.element("path", {{"class", stroke.name}, {"d", grid.pathOf(run, stroke.centre)}},
                                 [&] { html.element("title", {}, inWords(run, sweep)); });
                  }
                  for (std::size_t index = 0; index < sweep.points.size(); ++index)
                    if (isFault(sweep, sweep.points[index]))
-                     writeFault(html, sweep.points[index], index);
+                     writeFault(html, sweep.points[index], index, grid);
                });
 }
 
@@ -154,7 +170,7 @@ void writeKey(HTMLWriter& html, const Point& point, const std::string& word, con
   html.element("li", {}, [&] {
     html.element("svg", {{"class", "strip"}, {"viewBox", "-7 4 18 18"}, {"aria-hidden", "true"}}, [&] {
       if (isFault(Sweep(), point))
-        writeFault(html, point, 0);
+        writeFault(html, point, 0, Grid(1));
       else
         html.element("path",
                      {{"class", stroke.name}, {"d", "M-5 " + std::to_string(stroke.centre + 8) + "h14"}});
