@@ -104,10 +104,6 @@ void addFindings(const Offering& offering, const Application& installed, Pairing
   std::ranges::stable_sort(pairing.findings, std::ranges::greater(), &Finding::severity);
 }
 
-bool wasSwapped(const UpdateRun& run) {
-  return std::ranges::find(run.observation.phases, kSwapPhase, &Phase::name) != run.observation.phases.end();
-}
-
 /// The undisturbed update.
 void rehearseUpdate(const Offering& offering, const Application& installed, const Scene& scene,
                     Pairing& pairing) {
@@ -129,7 +125,7 @@ void rehearseUpdate(const Offering& offering, const Application& installed, cons
     if (run.exitStatus == 0)
       pairing.verdict = "WOULD FAIL: " + complaint;
     return {.verdict = StepVerdict::failed,
-            .refusedBy = refusingPlace(run, wasSwapped(run)),
+            .refusedBy = refusingPlace(run, run.observation.wasSwapped),
             .message = complaint.empty() ? run.sentence : complaint};
   }));
 }

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,32 +13,32 @@
 
 namespace rehearse {
 
-/// Where a run shows what it is at.
+/// Where a run shows what it is doing. All but the target and the image are existing directories.
 struct WatchedPlaces {
   std::filesystem::path applications;  ///< the directory of the target
   std::filesystem::path target;
   std::filesystem::path temporary;
+  std::filesystem::path tools;  ///< the directory of the updater's tools
   std::filesystem::path image;
-  std::filesystem::path readyFile;
 };
 
-/// The name of the phase in which the two applications change places.
-inline constexpr const char* kSwapPhase = "swap";
-
-/// What was seen of a run, without being in its way.
+/// What was seen of a run from outside.
 struct Observation {
   int status = 0;        ///< as `waitpid` gives it
   bool overran = false;  ///< it was killed at the time limit
   Milliseconds duration{};
-  /// Those that lasted long enough to be seen, in order.
+  bool wasSwapped = false;  ///< the new application had taken the target's path
+  /// Those that were begun, in order and without gaps.
   std::vector<Phase> phases;
   std::vector<DiskUse> diskUse;
   std::uint64_t greatestBesideTarget = 0;
   std::uint64_t greatestTemporary = 0;
 };
 
-/// Watches the updater, a child of this process, until it has ended, and ends what it left running. For a
-/// process that adopts orphans and has no other children.
-Observation watchRun(pid_t updater, const WatchedPlaces& places, std::chrono::seconds timeLimit);
+/// Has `start` start the updater, a child of this process, watches it until it has ended, and ends what it
+/// left running. For a process that adopts orphans and has no other children, in the same mount namespace as
+/// the updater. Throws `platform::Error`, also when the system cannot report what happens in the places.
+Observation watchRun(const std::function<pid_t()>& start, const WatchedPlaces& places,
+                     std::chrono::seconds timeLimit);
 
 }  // namespace rehearse

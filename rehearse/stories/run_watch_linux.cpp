@@ -1,16 +1,16 @@
-#include <sys/stat.h>
+#include <poll.h>
+#include <sys/inotify.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <fstream>
-#include <optional>
-#include <thread>
 
 #include "platform/foundation/error.hpp"
 #include "rehearse/files/descendants.hpp"
+#include "rehearse/files/file_notices.hpp"
+#include "rehearse/stories/disk_meter.hpp"
 #include "rehearse/stories/run_watch.hpp"
 
 namespace fs = std::filesystem;
@@ -20,10 +20,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::uint64_t kBlockUnit = 512;
-constexpr auto kInterval = std::chrono::milliseconds(1);
-constexpr auto kDiskInterval = std::chrono::milliseconds(10);
-constexpr std::size_t kMostSamples = 500;
+constexpr auto kLongestWait = std::chrono::seconds(1);
 
 /// The phases in the order of a run.
 enum class Stage {
@@ -51,93 +48,43 @@ constexpr std::array<const char*, 14> kNames = {"wait",
                                                 "copy",
                                                 "verify the copy",
                                                 "sync",
-                                                kSwapPhase,
+                                                "swap",
                                                 "verify after the swap",
                                                 "detach",
                                                 "write the status",
                                                 "start",
                                                 "clean up"};
 
-std::optional<ino_t> inodeOf(const fs::path& path) {
-  struct stat status {};
-  return ::lstat(path.c_str(), &status) == 0 ? std::optional(status.st_ino) : std::nullopt;
-}
-
-/// What the entries below a directory occupy. What disappears meanwhile is not counted.
-std::uint64_t occupiedBelow(const fs::path& directory) {
-  std::uint64_t bytes = 0;
-  std::error_code failure;
-  fs::recursive_directory_iterator entry(directory, failure);
-  for (; !failure && entry != fs::recursive_directory_iterator(); entry.increment(failure)) {
-    struct stat status {};
-    if (::lstat(entry->path().c_str(), &status) == 0)
-      bytes += static_cast<std::uint64_t>(status.st_blocks) * kBlockUnit;
-  }
-  return bytes;
-}
-
-std::vector<fs::path> openFilesOf(pid_t process) {
-  std::vector<fs::path> files;
-  std::error_code failure;
-  fs::directory_iterator entry("/proc/" + std::to_string(process) + "/fd", failure);
-  for (; !failure && entry != fs::directory_iterator(); entry.increment(failure))
-    files.push_back(entry->path());
-  return files;
-}
-
-/// What the files without a name occupy that a process has open.
-std::uint64_t occupiedByNamelessFilesOf(pid_t process) {
-  std::uint64_t bytes = 0;
-  for (const fs::path& file : openFilesOf(process)) {
-    struct stat status {};
-    if (::stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 0)
-      bytes += static_cast<std::uint64_t>(status.st_blocks) * kBlockUnit;
-  }
-  return bytes;
-}
-
-bool hasOpen(pid_t process, const fs::path& path) {
-  return std::ranges::any_of(openFilesOf(process), [&](const fs::path& file) {
-    std::error_code failure;
-    return fs::read_symlink(file, failure) == path;
-  });
-}
-
-/// Whether the process waits for written data to reach the disk.
-bool isSyncing(pid_t process) {
-  std::ifstream file("/proc/" + std::to_string(process) + "/syscall");
-  long number = -1;
-  return file >> number && (number == SYS_syncfs || number == SYS_fsync || number == SYS_fdatasync);
-}
-
-std::string toolOf(pid_t updater) {
-  for (const pid_t child : childrenOf(updater)) {
-    std::error_code failure;
-    std::string name =
-        fs::read_symlink("/proc/" + std::to_string(child) + "/exe", failure).filename().native();
-    if (name == "hdiutil" || name == "ditto" || name == "open")
-      return name;
-  }
-  return {};
-}
+/// The names the updater uses: of the copy before the swap, and of the directory for a tool's output, which
+/// it removes once it knows that the tool has ended.
+constexpr std::string_view kCopyPrefix = ".quorin-update-";
+constexpr std::string_view kOutputPrefix = "QuorinCommand-";
 
 class Watch {
  public:
-  Watch(pid_t updater, const WatchedPlaces& places)
-      : updater_(updater),
-        places_(places),
-        target_(inodeOf(places.target)),
-        before_{{}, occupiedBelow(places.applications), occupiedBelow(places.temporary)} {
+  explicit Watch(const WatchedPlaces& places)
+      : places_(places),
+        meter_(places.applications, places.temporary),
+        applications_(notices_.watch(places.applications, IN_OPEN | IN_CREATE | IN_MOVE)),
+        downloads_(notices_.watch(places.image.parent_path(), IN_OPEN | IN_CLOSE_NOWRITE)),
+        tools_(notices_.watch(places.tools, IN_OPEN)),
+        temporary_(notices_.watch(places.temporary, IN_DELETE)) {
     seen_.phases.push_back({kNames[0], {}, {}});
   }
 
-  void look() {
-    const Stage stage = stageNow();
-    if (stage != stage_)
-      enter(stage);
-    last_ = now();
-    if (Clock::now() >= nextDiskUse_)
-      lookAtDisk();
+  int descriptor() const { return notices_.descriptor(); }
+  DiskMeter& meter() { return meter_; }
+  Milliseconds now() const { return std::chrono::duration_cast<Milliseconds>(Clock::now() - begin_); }
+
+  /// Follows the run up to now.
+  void follow() {
+    const Stage before = stage_;
+    const std::vector<FileNotice> notices = notices_.take();
+    const Milliseconds time = now();
+    for (const FileNotice& notice : notices)
+      follow(notice, time);
+    if (stage_ != before)
+      meter_.measureSoon();
   }
 
   Observation result(int status, bool overran) {
@@ -145,112 +92,133 @@ class Watch {
     seen_.overran = overran;
     seen_.duration = now();
     seen_.phases.back().end = seen_.duration;
+    seen_.diskUse = meter_.uses();
+    seen_.greatestBesideTarget = meter_.greatest().besideTarget;
+    seen_.greatestTemporary = meter_.greatest().temporary;
     return std::move(seen_);
   }
 
  private:
-  Milliseconds now() const { return std::chrono::duration_cast<Milliseconds>(Clock::now() - begin_); }
+  void follow(const FileNotice& notice, Milliseconds time) {
+    if (notice.directory == applications_)
+      followApplications(notice, time);
+    else if (notice.directory == tools_)
+      followToolBegin(notice.name, time);
+    else if (notice.directory == temporary_ && notice.name.starts_with(kOutputPrefix))
+      followToolEnd(time);
+    else if (notice.directory == downloads_ && notice.name == places_.image.filename())
+      followImage(notice.events, time);
+  }
 
-  Stage stageNow() {
-    const std::string tool = toolOf(updater_);
+  void followImage(std::uint32_t events, Milliseconds time) {
+    if (stage_ == Stage::wait && (events & IN_OPEN) != 0)
+      enter(Stage::digest, time);
+    else if (stage_ == Stage::digest && (events & IN_CLOSE_NOWRITE) != 0)
+      enter(Stage::verifyInstalled, time);
+  }
+
+  void followToolBegin(const std::string& tool, Milliseconds time) {
     if (tool == "hdiutil")
-      return stage_ > Stage::attach ? Stage::detach : Stage::attach;
-    if (tool == "ditto")
-      return Stage::copy;
-    if (tool == "open")
-      return Stage::start;
-    switch (stage_) {
-      case Stage::wait:
-        return fs::exists(places_.readyFile) ? Stage::digest : stage_;
-      case Stage::digest:
-        imageWasOpen_ = imageWasOpen_ || hasOpen(updater_, places_.image);
-        return imageWasOpen_ && !hasOpen(updater_, places_.image) ? Stage::verifyInstalled : stage_;
-      case Stage::attach:
-        return Stage::verifyImage;
-      case Stage::copy:
-        return Stage::verifyCopy;
-      case Stage::verifyCopy:
-      case Stage::sync:
-        if (inodeOf(places_.target) != target_)
-          return Stage::verifySwapped;
-        return isSyncing(updater_) ? Stage::sync : stage_;
-      case Stage::detach:
-        return Stage::status;
-      case Stage::start:
-        return Stage::cleanUp;
-      default:
-        return stage_;
+      enter(stage_ > Stage::attach ? Stage::detach : Stage::attach, time);
+    else if (tool == "ditto")
+      enter(Stage::copy, time);
+    else if (tool == "open")
+      enter(Stage::start, time);
+  }
+
+  void followToolEnd(Milliseconds time) {
+    for (const Stage stage : {Stage::attach, Stage::copy, Stage::detach, Stage::start})
+      if (stage_ == stage)
+        return enter(static_cast<Stage>(static_cast<std::size_t>(stage) + 1), time);
+  }
+
+  void followApplications(const FileNotice& notice, Milliseconds time) {
+    if (notice.name.empty()) {
+      if ((notice.events & IN_OPEN) != 0)
+        opened_ = time;
+    } else if ((notice.events & IN_MOVED_FROM) != 0) {
+      movedFrom_ = notice;
+      if (stage_ == Stage::verifyCopy && notice.name.starts_with(kCopyPrefix)) {
+        // The updater opens the directory just before it syncs, and then renames.
+        enter(Stage::sync, std::max(opened_, seen_.phases.back().begin));
+        enter(Stage::swap, time);
+        offered_ = notice.name;
+      }
+    } else if ((notice.events & (IN_MOVED_TO | IN_CREATE)) != 0) {
+      meter_.addName(notice.name);
+      if ((notice.events & IN_MOVED_TO) != 0 && notice.cookie == movedFrom_.cookie)
+        followRename(movedFrom_.name, notice.name, time);
     }
   }
 
-  void enter(Stage stage) {
-    const Milliseconds time = now();
-    if (stage == Stage::verifySwapped) {
-      // An instant between this look and the one before.
-      seen_.phases.back().end = last_;
-      seen_.phases.push_back({kNames[static_cast<std::size_t>(Stage::swap)], last_, time});
-    } else {
-      seen_.phases.back().end = time;
-    }
+  /// An exchange of names is two renames here, in either order.
+  void followRename(const std::string& from, const std::string& to, Milliseconds time) {
+    if (stage_ != Stage::swap || from != offered_)
+      return;
+    offered_ = to;
+    seen_.wasSwapped = to == places_.target.filename();
+    if (seen_.wasSwapped)
+      enter(Stage::verifySwapped, time);
+  }
+
+  void enter(Stage stage, Milliseconds time) {
+    if (stage == stage_)
+      return;
+    seen_.phases.back().end = time;
     seen_.phases.push_back({kNames[static_cast<std::size_t>(stage)], time, time});
     stage_ = stage;
-    lookAtDisk();
   }
 
-  void lookAtDisk() {
-    const auto begin = Clock::now();
-    DiskUse use{now(), occupiedBelow(places_.applications), occupiedBelow(places_.temporary)};
-    for (const pid_t process : descendantsOf(updater_))
-      use.temporary += occupiedByNamelessFilesOf(process);
-    use.besideTarget -= std::min(use.besideTarget, before_.besideTarget);
-    use.temporary -= std::min(use.temporary, before_.temporary);
-    seen_.greatestBesideTarget = std::max(seen_.greatestBesideTarget, use.besideTarget);
-    seen_.greatestTemporary = std::max(seen_.greatestTemporary, use.temporary);
-    seen_.diskUse.push_back(use);
-    if (seen_.diskUse.size() > kMostSamples)
-      thinOut();
-    // Looking takes a tenth of the time at the most.
-    const auto end = Clock::now();
-    nextDiskUse_ = end + std::max<Clock::duration>(diskInterval_, 10 * (end - begin));
-  }
-
-  void thinOut() {
-    std::size_t index = 0;
-    std::erase_if(seen_.diskUse, [&](const DiskUse&) { return index++ % 2 != 0; });
-    diskInterval_ *= 2;
-  }
-
-  pid_t updater_;
   const WatchedPlaces& places_;
-  std::optional<ino_t> target_;
-  DiskUse before_;
   Clock::time_point begin_ = Clock::now();
-  Clock::time_point nextDiskUse_ = begin_;
-  Clock::duration diskInterval_ = kDiskInterval;
-  Milliseconds last_{};
+  DiskMeter meter_;
+  FileNotices notices_;
+  int applications_;
+  int downloads_;
+  int tools_;
+  int temporary_;
   Stage stage_ = Stage::wait;
-  bool imageWasOpen_ = false;
+  Milliseconds opened_{};  ///< when the directory of the applications was, last
+  FileNotice movedFrom_;
+  std::string offered_;  ///< the name of the new application during the swap
   Observation seen_;
 };
 
+/// Waits for notices, the end of a process, or a time.
+void await(int notices, const platform::FileDescriptor& process, Clock::time_point until) {
+  std::array<pollfd, 2> descriptors{{{notices, POLLIN, 0}, {process.get(), POLLIN, 0}}};
+  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
+  const int timeout =
+      static_cast<int>(std::clamp<decltype(wait)>(wait, 0, Milliseconds(kLongestWait).count()));
+  if (platform::uninterrupted([&] { return ::poll(descriptors.data(), descriptors.size(), timeout); }) < 0)
+    throw platform::SystemError("The updater could not be awaited", errno);
+}
+
 }  // namespace
 
-Observation watchRun(pid_t updater, const WatchedPlaces& places, std::chrono::seconds timeLimit) {
-  Watch watch(updater, places);
+Observation watchRun(const std::function<pid_t()>& start, const WatchedPlaces& places,
+                     std::chrono::seconds timeLimit) {
+  Watch watch(places);
+  const pid_t updater = start();
+  const platform::FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, updater, 0)));
+  if (!process.isOpen())
+    throw platform::SystemError("The updater could not be awaited", errno);
   const auto deadline = Clock::now() + timeLimit;
   while (true) {
+    await(watch.descriptor(), process, std::min(deadline, watch.meter().next()));
     int status = 0;
     const pid_t ended = ::waitpid(updater, &status, WNOHANG);
     if (ended < 0 && errno != EINTR)
       throw platform::SystemError("The updater could not be awaited", errno);
+    watch.follow();
     const bool overran = ended <= 0 && Clock::now() >= deadline;
     if (ended > 0 || overran) {
       Observation result = watch.result(status, overran);
       endAllChildren();
       return result;
     }
-    watch.look();
-    std::this_thread::sleep_for(kInterval);
+    if (Clock::now() >= watch.meter().next())
+      watch.meter().measure(updater, watch.now());
   }
 }
 

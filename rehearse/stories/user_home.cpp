@@ -87,13 +87,15 @@ std::vector<std::string> UserHome::arguments(pid_t parent) const {
 
 UpdateRun UserHome::run(const Inventory* offered, const std::function<void()>& prepare) {
   const Capture capture;
-  const pid_t updater = startProgram(prefix_.updater(), arguments(kEndedParent), capture, prepare);
   const WatchedPlaces places{.applications = applications_,
                              .target = target_,
                              .temporary = kTemporary,
-                             .image = image_,
-                             .readyFile = ready_};
-  Observation observation = watchRun(updater, places, kTimeLimit);
+                             .tools = prefix_.path() / "libexec/quorin",
+                             .image = image_};
+  const auto start = [&] {
+    return startProgram(prefix_.updater(), arguments(kEndedParent), capture, prepare);
+  };
+  Observation observation = watchRun(start, places, kTimeLimit);
   const bool exited = !observation.overran && WIFEXITED(observation.status);
   UpdateRun result = conclude(exited ? WEXITSTATUS(observation.status) : -1, capture.error(), offered);
   result.overran = observation.overran;

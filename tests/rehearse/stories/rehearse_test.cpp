@@ -108,6 +108,22 @@ void expectGood(const Outcome& outcome) {
         << step.name << ": " << step.message;
 }
 
+/// However short they were, and however busy the machine.
+void expectAllPhases(const std::vector<rehearse::Phase>& phases) {
+  std::vector<std::string> names;
+  rehearse::Milliseconds end{};
+  for (const rehearse::Phase& phase : phases) {
+    EXPECT_EQ(phase.begin, end) << phase.name;
+    EXPECT_GE(phase.end, phase.begin) << phase.name;
+    names.push_back(phase.name);
+    end = phase.end;
+  }
+  EXPECT_THAT(names, testing::ElementsAre("wait", "digest", "verify the installed application", "attach",
+                                          "verify the image", "copy", "verify the copy", "sync", "swap",
+                                          "verify after the swap", "detach", "write the status", "start",
+                                          "clean up"));
+}
+
 void becomeOrdinaryWherePossible() {
   if (::geteuid() == 0 &&
       test::inChild([] { return becomeOrdinary() && test::enterPrivateMounts() ? 0 : 1; }) == 0)
@@ -125,6 +141,7 @@ TEST_F(RehearseTest, AGoodReleaseWouldInstallAndWhatMustBeRefusedIs) {
   const Outcome outcome = run(words, becomeOrdinaryWherePossible);
   expectGood(outcome);
   const Rehearsal rehearsal = rehearse::rehearsalFromJSON(outcome.output);
+  expectAllPhases(rehearsal.pairings.at(0).phases);
   for (const auto& [name, place] :
        {std::pair("start refused", "start"),
         std::pair("refuse a flipped byte, old digest", "digest of the image"),
@@ -246,6 +263,10 @@ TEST_F(RehearseTest, WhatCannotBeRehearsedIsASentence) {
     if (!test::inject({.number = SYS_unshare, .errorNumber = EPERM}))
       ::_exit(99);
   };
+  const auto noNotices = [] {
+    if (!test::inject({.number = SYS_inotify_init1, .errorNumber = EMFILE}))
+      ::_exit(99);
+  };
   struct Case {
     std::vector<std::string> words;
     std::string sentence;
@@ -268,6 +289,7 @@ TEST_F(RehearseTest, WhatCannotBeRehearsedIsASentence) {
       {inTemporary, "is below /tmp, which the updater's tools use"},
       {arguments(image, installed), " MB free; --scratch names another place.", littleSpace},
       {arguments(image, installed), "for private mounts", noNamespaces},
+      {arguments(image, installed), "has reached the limit fs.inotify.max_user_instances.", noNotices},
   };
   for (const Case& each : cases) {
     const Outcome outcome = run(each.words, each.prepare);
