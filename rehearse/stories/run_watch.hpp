@@ -13,7 +13,7 @@
 
 namespace rehearse {
 
-/// Where a run shows what it is doing. All but the target and the image are existing directories.
+/// Where a run shows what it is doing. The directories exist, that of the image too.
 struct WatchedPlaces {
   std::filesystem::path applications;  ///< the directory of the target
   std::filesystem::path target;

@@ -6,6 +6,7 @@
 
 #include "platform/foundation/error.hpp"
 #include "platform/hdiutil/child_program.hpp"
+#include "tools/make_disk_image/volume_names.hpp"
 
 namespace make_disk_image {
 namespace {
@@ -40,13 +41,18 @@ MadeVolume makeHfsPlusVolume(const platform::URL& folder, const std::string& vol
                              const FileDescriptor& directory) {
   if (volumeName.empty() || volumeName.size() > kLongestName)
     throw Error("The volume's name must have 1 to " + std::to_string(kLongestName) + " bytes.");
+  const std::vector<std::string> paths = pathsBelow(folder);
+  requireDistinct(paths);
   auto disk = std::make_unique<platform::hdiutil::RawDisk>(runXorriso(folder, volumeName, directory));
   const auto partitions = platform::hdiutil::readPartitionMap(*disk);
   const auto volume = std::find_if(partitions.begin(), partitions.end(),
                                    [](const Partition& partition) { return partition.type == "Apple_HFS"; });
   if (volume == partitions.end())
     throw Error("xorriso did not make an HFS Plus volume.");
-  return {std::move(disk), *volume};
+  MadeVolume made{std::move(disk), *volume};
+  // xorriso changes names that it regards as equal or invalid.
+  requirePaths(paths, made);
+  return made;
 }
 
 }  // namespace make_disk_image
