@@ -148,6 +148,11 @@ std::optional<FileIdentity> Entry::identity() const {
   return isKnown ? std::optional(identityOf(status)) : std::nullopt;
 }
 
+bool areInOneDirectory(const Entry& one, const Entry& other) {
+  const auto identity = identityOf(one.directory.descriptor());
+  return identity && identity == identityOf(other.directory.descriptor());
+}
+
 FileDescriptor Entry::open(int flags, unsigned mode) const {
   FileDescriptor opened =
       FileDescriptor::tryOpenAt(directory.descriptor(), name, flags | O_NOFOLLOW | O_NONBLOCK, mode);

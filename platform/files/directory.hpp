@@ -117,6 +117,9 @@ struct Entry {
   FileDescriptor open(int flags, unsigned mode = 0) const;
 };
 
+/// Whether two entries are in one directory; false if that cannot be found out.
+bool areInOneDirectory(const Entry& one, const Entry& other);
+
 /// The absolute location of the item that `url` leads to, with all links resolved. Nothing, with the reason
 /// in `errno`, when the item does not exist or cannot be reached.
 std::optional<URL> resolvingLinks(const URL& url);

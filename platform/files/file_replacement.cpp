@@ -84,7 +84,8 @@ void NSFileManager::replaceItemAt(const URL& target, const URL& replacement,
     throw SystemError(quoted(target.path()) + " could not be replaced by " + quoted(replacement.path()),
                       failure);
   syncDirectory(targetName.directory.descriptor(), target.path());
-  syncDirectory(replacementName.directory.descriptor(), replacement.path());
+  if (!areInOneDirectory(replacementName, targetName))
+    syncDirectory(replacementName.directory.descriptor(), replacement.path());
   steps.commit();
 }
 

@@ -238,8 +238,8 @@ class Files : public MacOSTest {
 
 TEST_F(Files, AReplacementIsOneExchangeBetweenFlushes) {
   EXPECT_EQ(replace(), "");
-  EXPECT_THAT(recorder.calls, ElementsAre("fsync", "fsync", "fsync", "F_FULLFSYNC", "EXCL", "SWAP",
-                                          "F_FULLFSYNC", "F_FULLFSYNC"));
+  EXPECT_THAT(recorder.calls,
+              ElementsAre("fsync", "fsync", "fsync", "F_FULLFSYNC", "EXCL", "SWAP", "F_FULLFSYNC"));
   EXPECT_TRUE(std::filesystem::exists(directory_ / "old/inside/file"));
 }
 
