@@ -13,8 +13,6 @@
 #include "rehearse/stories/disk_meter.hpp"
 #include "rehearse/stories/run_watch.hpp"
 
-namespace fs = std::filesystem;
-
 namespace rehearse {
 namespace {
 
