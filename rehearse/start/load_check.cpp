@@ -133,7 +133,7 @@ std::vector<LoadCheck::Candidate> LoadCheck::candidates(const std::string& name,
 std::optional<std::string> LoadCheck::reasonNotToLoad(const std::string& name, std::size_t image) {
   const std::vector<Candidate> places = candidates(name, image);
   if (places.empty())
-    return "no place to look for it is given";
+    return "no LC_RPATH leads to it in the application";
   std::string reasons;
   for (const Candidate& place : places) {
     const std::optional<std::string> reason = reasonNotToLoad(place, image);

@@ -14,9 +14,6 @@ struct MissingLibrary {
   std::string loader;  ///< the path in the bundle of the first code that needs it
   std::string name;    ///< as the loader has it, such as "@rpath/libsample.dylib"
   std::string reason;  ///< a clause for each place in which it was looked for
-
-  auto operator<=>(const MissingLibrary&) const =
-      default;  // NOLINT(modernize-use-nullptr): the compiler's own text
 };
 
 /// Follows for one architecture what the dynamic loader does before a main executable runs: finds each

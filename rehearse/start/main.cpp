@@ -49,8 +49,8 @@ bool isRefused(const URL& application, const StartInstructions& instructions) {
 
 std::string reasonNotToStart(const URL& application, const StartInstructions& instructions) {
   std::string reason;
-  for (const std::string& obstacle : rehearse::obstaclesToStart(application.path(), instructions.system))
-    reason += (reason.empty() ? "" : " ") + obstacle;
+  for (const auto& [kind, sentence] : rehearse::obstaclesToStart(application.path(), instructions.system))
+    reason += (reason.empty() ? "" : " ") + sentence;
   if (reason.empty() && isRefused(application, instructions))
     reason = "This rehearsal refuses the start.";
   return reason;

@@ -43,15 +43,25 @@ bool staysBelow(const std::string& path) {
          std::ranges::none_of(parts, [](const auto& part) { return part == "." || part == ".."; });
 }
 
+/// Of the code in a file, for some of its architectures.
+struct CodeFault {
+  ObstacleKind kind = ObstacleKind::build;
+  std::string path;
+  std::string clause;
+
+  auto operator<=>(const CodeFault&) const =
+      default;  // NOLINT(modernize-use-nullptr): the compiler's own text
+};
+
 class StartCheck {
  public:
   StartCheck(const std::filesystem::path& application, SystemVersion system)
       : tree_(application), system_(system) {}
 
-  std::vector<std::string> obstacles() {
+  std::vector<Obstacle> obstacles() {
     for (const auto& [one, other] : tree_.collisions())
-      add("On the usual file system of a Mac " + platform::quoted(one) + " and " + platform::quoted(other) +
-          " are one item.");
+      add(ObstacleKind::names, "On the usual file system of a Mac " + platform::quoted(one) + " and " +
+                                   platform::quoted(other) + " are one item.");
     if (const std::optional<PropertyList> information = readInformation()) {
       checkLeastSystem(*information);
       if (const BundleTree::Item* executable = findExecutable(*information))
@@ -61,7 +71,7 @@ class StartCheck {
   }
 
  private:
-  void add(std::string sentence) { obstacles_.push_back(std::move(sentence)); }
+  void add(ObstacleKind kind, std::string sentence) { obstacles_.push_back({kind, std::move(sentence)}); }
 
   CodeFile open(const BundleTree::Item& item) const {
     return CodeFile(platform::Entry::at(platform::URL::fileURLWithPath((tree_.root() / item.path).native())));
@@ -70,14 +80,15 @@ class StartCheck {
   std::optional<PropertyList> readInformation() {
     const BundleTree::Item* item = tree_.resolve(kInformation).item;
     if (item == nullptr || item->kind != ItemKind::file) {
-      add("Its " + platform::quoted(kInformation) + " is missing.");
+      add(ObstacleKind::information, "Its " + platform::quoted(kInformation) + " is missing.");
       return std::nullopt;
     }
     const std::string bytes = open(*item).content(kLargestInformation);
     try {
       return platform::NSPropertyListSerialization::propertyListWithData(platform::Data(bytes));
     } catch (const platform::PropertyListError& error) {
-      add(platform::sentence("Its " + platform::quoted(kInformation) + " cannot be read", error));
+      add(ObstacleKind::information,
+          platform::sentence("Its " + platform::quoted(kInformation) + " cannot be read", error));
       return std::nullopt;
     }
   }
@@ -87,8 +98,10 @@ class StartCheck {
     if (!text)
       return;
     try {
-      if (systemVersion(*text) > system_)
-        add("It requires macOS " + *text + ", and this is macOS " + versionText(system_) + ".");
+      required_ = systemVersion(*text);
+      if (required_ > system_)
+        add(ObstacleKind::system,
+            "It requires macOS " + *text + ", and this is macOS " + versionText(system_) + ".");
     } catch (const platform::Error&) {
       // The system takes no notice of what is not a version either.
     }
@@ -97,28 +110,31 @@ class StartCheck {
   const BundleTree::Item* findExecutable(const PropertyList& information) {
     const auto name = information.stringForKey("CFBundleExecutable");
     if (!name) {
-      add("Its Info.plist names no executable.");
+      add(ObstacleKind::executable, "Its Info.plist names no executable.");
       return nullptr;
     }
     if (!staysBelow(*name)) {
-      add("The executable " + platform::quoted(*name) + " is not in its Contents/MacOS.");
+      add(ObstacleKind::executable,
+          "The executable " + platform::quoted(*name) + " is not in its Contents/MacOS.");
       return nullptr;
     }
     const BundleTree::Place place = tree_.resolve(std::string(kCode) + "/" + *name);
     if (place.leavesBundle) {
-      add("Its executable " + platform::quoted(*name) + " is a link out of the application.");
+      add(ObstacleKind::executable,
+          "Its executable " + platform::quoted(*name) + " is a link out of the application.");
       return nullptr;
     }
     if (place.item == nullptr) {
-      add("Its executable " + platform::quoted(*name) + " is missing.");
+      add(ObstacleKind::executable, "Its executable " + platform::quoted(*name) + " is missing.");
       return nullptr;
     }
     if (place.item->kind != ItemKind::file) {
-      add("Its executable " + platform::quoted(*name) + " is not a file.");
+      add(ObstacleKind::executable, "Its executable " + platform::quoted(*name) + " is not a file.");
       return nullptr;
     }
     if ((place.item->permissions & 0111U) == 0) {
-      add("Its executable " + platform::quoted(*name) + " has no permission to execute.");
+      add(ObstacleKind::permission,
+          "Its executable " + platform::quoted(*name) + " has no permission to execute.");
       return nullptr;
     }
     return place.item;
@@ -132,13 +148,14 @@ class StartCheck {
         return;
       }
     } catch (const platform::FormatError& error) {
-      add(platform::sentence(
-          "Its executable " + platform::quoted(executable.path) + " is not a valid Mach-O file", error));
+      add(ObstacleKind::executable,
+          platform::sentence(
+              "Its executable " + platform::quoted(executable.path) + " is not a valid Mach-O file", error));
       return;
     }
     if (const auto obstacle =
             obstacleToScript(file.read(0, std::min<std::uint64_t>(file.size(), kLongestFirstLine)), system_))
-      add(*obstacle);
+      add(ObstacleKind::interpreter, *obstacle);
   }
 
   /// Code for arm64 does not matter to a system from before its Macs, unless there is no other.
@@ -155,21 +172,10 @@ class StartCheck {
       if (!isUsed(slice, slices))
         continue;
       anyUsed = true;
-      MachOLinkage linkage = platform::readMachOLinkage(file, slice.range);
-      const std::string place = platform::quoted(executable.path) + " (" + slice.architecture + ")";
-      if (linkage.fileType != platform::mach_o::file_type::kExecutable) {
-        add(place + " is a Mach-O file, but not a program.");
-        continue;
-      }
-      checkTarget(place, linkage.targets);
-      for (const MissingLibrary& missing :
-           LoadCheck(tree_, slice.architecture).missingLibraries(executable.path, std::move(linkage)))
-        missing_[missing] += (missing_[missing].empty() ? "" : ", ") + slice.architecture;
+      checkSlice(executable.path, slice.architecture, platform::readMachOLinkage(file, slice.range));
     }
-    for (const auto& [missing, architectures] : missing_)
-      add(platform::sentence(platform::quoted(missing.loader) + " (" + architectures +
-                                 ") needs the library " + platform::quoted(missing.name),
-                             missing.reason));
+    for (const auto& [fault, architectures] : codeFaults_)
+      add(fault.kind, platform::quoted(fault.path) + " (" + architectures + ") " + fault.clause);
     if (!anyUsed)
       refuseArchitectures(executable, slices);
   }
@@ -178,33 +184,47 @@ class StartCheck {
     std::string names;
     for (const MachOSlice& slice : slices)
       names += (names.empty() ? "" : ", ") + slice.architecture;
-    add("Its executable " + platform::quoted(executable.path) +
-        " has no code for arm64 or x86_64, only for " + names + ".");
+    add(ObstacleKind::build, "Its executable " + platform::quoted(executable.path) +
+                                 " has no code for arm64 or x86_64, only for " + names + ".");
   }
 
-  void checkTarget(const std::string& place, const std::vector<MachOTarget>& targets) {
-    bool isForMac = targets.empty();
-    for (const MachOTarget& target : targets) {
+  void checkSlice(const std::string& path, const std::string& architecture, MachOLinkage linkage) {
+    const auto note = [&](ObstacleKind kind, const std::string& where, const std::string& clause) {
+      std::string& architectures = codeFaults_[{kind, where, clause}];
+      architectures += (architectures.empty() ? "" : ", ") + architecture;
+    };
+    if (linkage.fileType != platform::mach_o::file_type::kExecutable) {
+      note(ObstacleKind::build, path, "is a Mach-O file, but not a program.");
+      return;
+    }
+    bool isForMac = linkage.targets.empty();
+    for (const MachOTarget& target : linkage.targets) {
       // Catalyst counts in versions of another system; LSMinimumSystemVersion has the one that matters.
       isForMac |= target.platform == build_platform::kMacOS || target.platform == build_platform::kCatalyst;
       const SystemVersion least{target.major, target.minor, target.patch};
-      if (target.platform == build_platform::kMacOS && least > system_)
-        add(place + " is built for macOS " + versionText(least) + " and later, and this is macOS " +
-            versionText(system_) + ".");
+      if (target.platform == build_platform::kMacOS && least > std::max(system_, required_))
+        note(ObstacleKind::system, path,
+             "is built for macOS " + versionText(least) + " and later, and this is macOS " +
+                 versionText(system_) + ".");
     }
     if (!isForMac)
-      add(place + " is built for another system than macOS.");
+      note(ObstacleKind::build, path, "is built for another system than macOS.");
+    for (const MissingLibrary& missing :
+         LoadCheck(tree_, architecture).missingLibraries(path, std::move(linkage)))
+      note(ObstacleKind::library, missing.loader,
+           platform::sentence("needs the library " + platform::quoted(missing.name), missing.reason));
   }
 
   BundleTree tree_;
   SystemVersion system_;
-  std::map<MissingLibrary, std::string> missing_;  ///< with the architectures for which it is missing
-  std::vector<std::string> obstacles_;
+  SystemVersion required_;                       ///< by Info.plist
+  std::map<CodeFault, std::string> codeFaults_;  ///< with the architectures that have them
+  std::vector<Obstacle> obstacles_;
 };
 
 }  // namespace
 
-std::vector<std::string> obstaclesToStart(const std::filesystem::path& application, SystemVersion system) {
+std::vector<Obstacle> obstaclesToStart(const std::filesystem::path& application, SystemVersion system) {
   return StartCheck(application, system).obstacles();
 }
 

@@ -22,6 +22,23 @@ SystemVersion systemVersion(const std::string& text);
 /// "14.0" or "14.0.1".
 std::string versionText(SystemVersion version);
 
+/// What would have to be changed for an application to start.
+enum class ObstacleKind {
+  names,        ///< two names that are one
+  information,  ///< Info.plist cannot be read
+  executable,   ///< there is none, or it cannot be read
+  permission,   ///< nobody may execute it
+  interpreter,  ///< it is a script that not every Mac can run
+  build,        ///< it is not a program for a Mac
+  system,       ///< a later system is required
+  library,      ///< a library cannot be loaded
+};
+
+struct Obstacle {
+  ObstacleKind kind = ObstacleKind::executable;
+  std::string sentence;
+};
+
 /// Judges without executing anything whether an application can start on that version of the system:
 ///  - Info.plist names an executable below Contents/MacOS, which exists and has permission to execute, and
 ///    does not require a later system.
@@ -34,8 +51,8 @@ std::string versionText(SystemVersion version);
 ///
 /// Code that runs later is not judged: helper programs, plug-ins, what the application loads itself.
 ///
-/// Returns why it cannot start, a sentence each; empty when it can. Throws `platform::Error` when the bundle
+/// Returns why it cannot start, each reason once; empty when it can. Throws `platform::Error` when the bundle
 /// cannot be read.
-std::vector<std::string> obstaclesToStart(const std::filesystem::path& application, SystemVersion system);
+std::vector<Obstacle> obstaclesToStart(const std::filesystem::path& application, SystemVersion system);
 
 }  // namespace rehearse
