@@ -26,24 +26,33 @@ URL location(const BundleTree& tree, const BundleTree::Item& item) {
   return URL::fileURLWithPath((tree.root() / item.path).native());
 }
 
-PropertyList readInformation(const BundleTree& tree) {
-  const std::string path = platform::quoted((tree.root() / kInformation).native());
-  const BundleTree::Item* item = tree.resolve(kInformation).item;
-  if (item == nullptr || item->kind != ItemKind::file)
-    throw platform::Error(path + " is missing.");
+/// Without one that can be read, `whyNotIdentified` says so.
+void readInformation(BundleFacts& facts) {
+  const BundleTree::Item* item = facts.tree.resolve(kInformation).item;
+  if (item == nullptr || item->kind != ItemKind::file) {
+    facts.whyNotIdentified = "has no Info.plist";
+    return;
+  }
   try {
-    return platform::NSPropertyListSerialization::propertyListWithData(
-        platform::Data(CodeFile(platform::Entry::at(location(tree, *item))).content(kLargestInformation)));
-  } catch (const platform::PropertyListError& error) {
-    throw platform::Error(platform::sentence(path + " cannot be read", error));
+    facts.information = platform::NSPropertyListSerialization::propertyListWithData(platform::Data(
+        CodeFile(platform::Entry::at(location(facts.tree, *item))).content(kLargestInformation)));
+    facts.hasInformation = true;
+  } catch (const platform::Error&) {
+    facts.whyNotIdentified = "has an Info.plist that cannot be read";
   }
 }
 
-std::string value(const PropertyList& information, const BundleTree& tree, const char* key) {
-  std::optional<std::string> text = information.stringForKey(key);
-  if (!text)
-    throw platform::Error(platform::quoted((tree.root() / kInformation).native()) + " has no " + key + ".");
-  return std::move(*text);
+void readName(BundleFacts& facts) {
+  const auto read = [&](const char* key, std::string& value) {
+    std::optional<std::string> text = facts.information.stringForKey(key);
+    if (text)
+      value = std::move(*text);
+    else if (facts.whyNotIdentified.empty())
+      facts.whyNotIdentified = std::string("has no ") + key;
+  };
+  read("CFBundleIdentifier", facts.name.identifier);
+  read("CFBundleShortVersionString", facts.name.version);
+  read("CFBundleVersion", facts.name.build);
 }
 
 /// What the code of a Mac's architectures requires; the least, since it starts where one of them does.
@@ -107,21 +116,20 @@ void readLeastSystem(BundleFacts& facts) {
 }  // namespace
 
 BundleFacts readFacts(const std::filesystem::path& application, const std::string& source) {
-  BundleTree tree(application);
-  PropertyList information = readInformation(tree);
-  ApplicationName name{.bundleName = tree.root().filename().native(),
-                       .identifier = value(information, tree, "CFBundleIdentifier"),
-                       .version = value(information, tree, "CFBundleShortVersionString"),
-                       .build = value(information, tree, "CFBundleVersion"),
-                       .source = source};
-  BundleFacts facts{.name = std::move(name),
-                    .tree = std::move(tree),
-                    .information = std::move(information),
+  BundleFacts facts{.name = {},
+                    .whyNotIdentified = {},
+                    .tree = BundleTree(application),
+                    .hasInformation = false,
+                    .information = PropertyList(PropertyList::Dictionary()),
                     .executable = nullptr,
                     .architectures = {},
                     .leastSystem = {},
                     .signature = {},
                     .whyNotSigned = {}};
+  facts.name.bundleName = facts.tree.root().filename().native();
+  facts.name.source = source;
+  readInformation(facts);
+  readName(facts);
   readExecutable(facts);
   readLeastSystem(facts);
   return facts;

@@ -16,8 +16,10 @@ namespace rehearse {
 /// What findings are made of. An object of this type refers to the files, which must not change.
 struct BundleFacts {
   ApplicationName name;
+  std::string whyNotIdentified;  ///< as in `Identity`
   BundleTree tree;
-  platform::PropertyList information;
+  bool hasInformation = false;                   ///< there is an Info.plist that can be read
+  platform::PropertyList information;            ///< without it, empty
   const BundleTree::Item* executable = nullptr;  ///< null when there is none
   /// Of the main executable's code; nothing for a script, which all run.
   std::optional<std::set<std::string>> architectures;
@@ -26,8 +28,8 @@ struct BundleFacts {
   std::string whyNotSigned;  ///< a sentence when there is no signature
 };
 
-/// Throws `platform::Error` unless the bundle can be read and its Info.plist has an identifier and both
-/// versions. A damaged executable or signature counts as none.
+/// Throws `platform::Error` unless the bundle can be read. A damaged Info.plist, executable or signature
+/// counts as none.
 BundleFacts readFacts(const std::filesystem::path& application, const std::string& source);
 
 }  // namespace rehearse

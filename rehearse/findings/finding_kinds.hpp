@@ -16,11 +16,28 @@ struct FindingKind {
 };
 
 /// Every key, the worst first. docs/rehearsal.md explains each.
-inline constexpr std::array<FindingKind, 31> kFindingKinds{{
+inline constexpr std::array<FindingKind, 41> kFindingKinds{{
+    {"plan-differs", Severity::fault, "Publish the image that the plan names, or correct the plan."},
+    {"no-application", Severity::fault, "Put the application into the image."},
+    {"not-identified", Severity::fault,
+     "Give CFBundleIdentifier, CFBundleShortVersionString and CFBundleVersion in Info.plist, and sign "
+     "again."},
+    {"installed-not-identified", Severity::fault,
+     "Compare your copy with what was published. If that is the same, users of this version must install the "
+     "new one by hand; tell them how."},
     {"not-signed", Severity::fault,
      "Sign the application with a Developer ID before it goes into the image."},
     {"installed-not-signed", Severity::fault,
      "Users of this version must install the new one by hand; tell them how."},
+    {"changed-after-signing", Severity::fault,
+     "Sign the application again after the last change to it, and make the image then."},
+    {"signature-invalid", Severity::fault,
+     "Sign the application with a Developer ID after the last change to it. The root of a test chain is "
+     "named "
+     "with --anchors."},
+    {"installed-signature-invalid", Severity::fault,
+     "Compare your copy with what was published. If that is the same, users of this version must install the "
+     "new one by hand; tell them how."},
     {"not-developer-id", Severity::fault, "Sign with the team's Developer ID Application certificate."},
     {"identifier-changed", Severity::fault,
      "Keep CFBundleIdentifier. Another identifier takes an installation by the user."},
@@ -33,6 +50,8 @@ inline constexpr std::array<FindingKind, 31> kFindingKinds{{
     {"library-of-other-team", Severity::fault,
      "Sign all libraries with the application's certificate, or give the application the entitlement "
      "com.apple.security.cs.disable-library-validation."},
+    {"cannot-start", Severity::fault, "Publish a version that starts."},
+    {"update-failed", Severity::fault, "Do not publish before the reason is known."},
     {"build-does-not-rise", Severity::warning, "Raise CFBundleVersion with every release."},
     {"version-falls", Severity::warning, "Raise CFBundleShortVersionString with every release."},
     {"architecture-lost", Severity::warning,
@@ -56,11 +75,11 @@ inline constexpr std::array<FindingKind, 31> kFindingKinds{{
     {"unreadable-for-others", Severity::warning, "Make files readable for everyone (chmod -R go+rX)."},
     {"writable-for-others", Severity::warning, "Take the permission away (chmod -R go-w)."},
     {"link-leaves-bundle", Severity::warning, "Link to items in the application only, by relative paths."},
+    {"left-over", Severity::warning, "Users can remove it; report it to the maintainers of the updater."},
     {"link-broken", Severity::note, "Remove the link, or add what it leads to."},
     {"requirement-not-judged", Severity::note,
      "Check with codesign on a Mac that the new version satisfies the designated requirement of the "
-     "installed "
-     "one."},
+     "installed one."},
     {"entitlements-not-judged", Severity::note, "Compare them with codesign on a Mac."},
     {"version-does-not-rise", Severity::note, "Raise CFBundleShortVersionString with every release."},
     {"entitlements-added", Severity::note, "Make sure that the application needs them."},

@@ -6,15 +6,17 @@
 
 namespace rehearse {
 
-ApplicationName nameOf(const std::filesystem::path& application, const std::string& source) {
-  return readFacts(application, source).name;
+Identity identityOf(const std::filesystem::path& application, const std::string& source) {
+  const BundleFacts facts = readFacts(application, source);
+  return {facts.name, facts.whyNotIdentified};
 }
 
 std::vector<Finding> compare(const std::filesystem::path& installed, const std::filesystem::path& offered) {
   const BundleFacts before = readFacts(installed, installed.native());
   const BundleFacts after = readFacts(offered, offered.native());
   std::vector<Finding> findings;
-  for (const auto judge : {judgeVersions, judgeSignatures, judgeEntitlements, judgeLibraries, judgeFiles})
+  for (const auto judge :
+       {judgeIdentities, judgeVersions, judgeSignatures, judgeEntitlements, judgeLibraries, judgeFiles})
     judge(before, after, findings);
   sortWorstFirst(findings);
   return findings;

@@ -8,13 +8,20 @@
 
 namespace rehearse {
 
-/// What `application`'s property list says of it. `source` is what it was read from. Throws `platform::Error`
-/// when it cannot be read.
-ApplicationName nameOf(const std::filesystem::path& application, const std::string& source);
+/// What an application's Info.plist says of it.
+struct Identity {
+  ApplicationName name;  ///< what Info.plist does not say is empty
+  /// Why the updater takes it for no application, a clause such as "has no CFBundleVersion"; empty when it
+  /// takes it for one.
+  std::string whyNotIdentified;
+};
 
-/// What users would notice of an update from one application to the other that is no failure of the update:
-/// the worst first. Both are bundles on disk; neither needs to be validly signed. Throws `platform::Error`
-/// when one cannot be read.
+/// `source` is what `application` was read from. Throws `platform::Error` when the bundle cannot be read.
+Identity identityOf(const std::filesystem::path& application, const std::string& source);
+
+/// What users would notice of an update from one application to the other, and what about the two prevents
+/// it: the worst first. Both are bundles on disk; neither needs to be validly signed or complete. Throws
+/// `platform::Error` when one cannot be read.
 std::vector<Finding> compare(const std::filesystem::path& installed, const std::filesystem::path& offered);
 
 }  // namespace rehearse

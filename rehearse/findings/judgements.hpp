@@ -8,6 +8,8 @@ namespace rehearse {
 
 // The parts of `compare`, one for each subject. Each adds what it finds, in any order.
 
+void judgeIdentities(const BundleFacts& installed, const BundleFacts& offered,
+                     std::vector<Finding>& findings);
 void judgeVersions(const BundleFacts& installed, const BundleFacts& offered, std::vector<Finding>& findings);
 void judgeSignatures(const BundleFacts& installed, const BundleFacts& offered,
                      std::vector<Finding>& findings);

@@ -98,15 +98,17 @@ void judgeTicket(const BundleFacts& offered, std::vector<Finding>& findings) {
 
 void judgeSignatures(const BundleFacts& installed, const BundleFacts& offered,
                      std::vector<Finding>& findings) {
-  if (!installed.signature)
+  // Without an Info.plist there is no executable to look at, which is told already.
+  if (!installed.signature && installed.hasInformation)
     findings.push_back(finding("installed-not-signed",
                                "The installed version is not signed, so that the update "
                                "is refused: " +
                                    installed.whyNotSigned));
   if (!offered.signature) {
-    findings.push_back(
-        finding("not-signed",
-                "The new version is not signed, so that the update is refused: " + offered.whyNotSigned));
+    if (offered.hasInformation)
+      findings.push_back(
+          finding("not-signed",
+                  "The new version is not signed, so that the update is refused: " + offered.whyNotSigned));
     return;
   }
   judgeCertificate(*offered.signature, findings);
@@ -120,11 +122,14 @@ void judgeSignatures(const BundleFacts& installed, const BundleFacts& offered,
     return;
   const auto before = installed.signature->team();
   const auto after = offered.signature->team();
-  if (before && after && *before != *after)
+  const bool isOfOtherTeam = before && after && *before != *after;
+  if (isOfOtherTeam)
     findings.push_back(finding("team-changed", "It is signed by the team " + platform::quoted(*after) +
                                                    ", the installed version by " + platform::quoted(*before) +
                                                    ": the update is refused."));
-  judgeRequirement(*installed.signature, offered, findings);
+  // Another team or identifier never satisfies the requirement, and is told already.
+  if (!isOfOtherTeam && installed.name.identifier == offered.name.identifier)
+    judgeRequirement(*installed.signature, offered, findings);
 }
 
 }  // namespace rehearse

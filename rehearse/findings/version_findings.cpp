@@ -9,16 +9,12 @@
 namespace rehearse {
 namespace {
 
-std::string fullVersion(const ApplicationName& name) {
-  return name.version + " (" + name.build + ")";
-}
-
 void judgeNumbers(const ApplicationName& installed, const ApplicationName& offered,
                   std::vector<Finding>& findings) {
   const auto build = compareVersions(offered.build, installed.build);
   const auto version = compareVersions(offered.version, installed.version);
   const std::string both =
-      "The new version is " + fullVersion(offered) + ", the installed one " + fullVersion(installed);
+      "The new version is " + versionOf(offered) + ", the installed one " + versionOf(installed);
   if (std::is_lt(build) || (std::is_eq(build) && std::is_lt(version))) {
     findings.push_back(finding("downgrade", both + ": users would get an older version."));
     return;
@@ -68,8 +64,22 @@ void judgeLeastSystem(const BundleFacts& installed, const BundleFacts& offered,
 
 }  // namespace
 
+void judgeIdentities(const BundleFacts& installed, const BundleFacts& offered,
+                     std::vector<Finding>& findings) {
+  if (!installed.whyNotIdentified.empty())
+    findings.push_back(
+        finding("installed-not-identified",
+                "The installed version " + installed.whyNotIdentified + ": the update is refused."));
+  if (!offered.whyNotIdentified.empty())
+    findings.push_back(
+        finding("not-identified", "The new version " + offered.whyNotIdentified +
+                                      ": the updater finds no application in the image, and the update is "
+                                      "refused."));
+}
+
 void judgeVersions(const BundleFacts& installed, const BundleFacts& offered, std::vector<Finding>& findings) {
-  if (offered.name.identifier != installed.name.identifier)
+  const bool areIdentified = installed.whyNotIdentified.empty() && offered.whyNotIdentified.empty();
+  if (areIdentified && offered.name.identifier != installed.name.identifier)
     findings.push_back(finding("identifier-changed",
                                "The identifier is " + platform::quoted(offered.name.identifier) +
                                    ", that of the installed version " +
@@ -78,7 +88,8 @@ void judgeVersions(const BundleFacts& installed, const BundleFacts& offered, std
     findings.push_back(finding(
         "bundle-renamed", "The new application is called " + platform::quoted(offered.name.bundleName) +
                               "; users keep the name " + platform::quoted(installed.name.bundleName) + "."));
-  judgeNumbers(installed.name, offered.name, findings);
+  if (areIdentified)
+    judgeNumbers(installed.name, offered.name, findings);
   judgeArchitectures(installed, offered, findings);
   judgeLeastSystem(installed, offered, findings);
 }

@@ -4,6 +4,11 @@
 
 namespace rehearse {
 
+std::string versionOf(const ApplicationName& name) {
+  return (name.version.empty() ? "no version" : name.version) + " (" +
+         (name.build.empty() ? "no build" : name.build) + ")";
+}
+
 bool isFault(const Sweep& sweep, const Point& point) {
   if (point.outcome == PointOutcome::lost)
     return !sweep.isControl;

@@ -16,7 +16,7 @@ using Milliseconds = std::chrono::milliseconds;
 /// How much a finding matters: to know, to consider before publishing, or users would be stopped.
 enum class Severity { note, warning, fault };
 
-/// Something about a release that an update itself does not fail from, or what it fails from.
+/// Something about a release that users would notice, or from which the update fails.
 struct Finding {
   Severity severity = Severity::note;
   std::string key;       ///< stable, such as "build-does-not-rise"; docs/rehearsal.md has a section for each
@@ -25,7 +25,8 @@ struct Finding {
   auto operator<=>(const Finding&) const = default;
 };
 
-/// An application as a person names it: "Quorin Ostreval 2.0 (200)".
+/// An application as a person names it: "Quorin Ostreval 2.0 (200)". What its Info.plist does not say is
+/// empty.
 struct ApplicationName {
   std::string bundleName;  ///< of the directory, such as "Quorin Ostreval.app"
   std::string identifier;
@@ -34,6 +35,12 @@ struct ApplicationName {
   std::string source;   ///< the bundle or image that it was read from, as it was given
   auto operator<=>(const ApplicationName&) const = default;
 };
+
+/// "2.0 (200)", or "no version (no build)" for what is not known.
+std::string versionOf(const ApplicationName& name);
+
+/// The name of the step that is the update itself, undisturbed.
+inline constexpr const char* kUpdateStep = "update";
 
 enum class StepVerdict {
   passed,    ///< it went as it has to, which for some steps means that the update was refused
@@ -113,7 +120,7 @@ struct Sweep {
   auto operator<=>(const Sweep&) const = default;
 };
 
-/// One installed version, updated to the offered one.
+/// One installed version, updated to the offered one. Where it would not install, findings say why.
 struct Pairing {
   ApplicationName installed;
   bool wouldInstall = false;

@@ -58,10 +58,6 @@ std::string wordFor(const Step& step) {
   return {};
 }
 
-std::string versionOf(const ApplicationName& name) {
-  return name.version + " (" + name.build + ")";
-}
-
 std::string textOf(Milliseconds time) {
   const auto milliseconds = static_cast<std::uint64_t>(std::max(time.count(), Milliseconds::rep{0}));
   if (milliseconds < 1000)

@@ -16,9 +16,6 @@ std::string wordFor(PointOutcome outcome);
 /// "passed", "failed", "not tried", or "refused" for a step that went as it has to by a refusal.
 std::string wordFor(const Step& step);
 
-/// "2.0 (200)"
-std::string versionOf(const ApplicationName& name);
-
 /// "212 ms", "3.4 s", "3 min 4 s"
 std::string textOf(Milliseconds time);
 

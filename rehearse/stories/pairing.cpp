@@ -2,10 +2,8 @@
 
 #include <algorithm>
 
-#include "platform/foundation/error.hpp"
-#include "platform/foundation/text.hpp"
-#include "rehearse/findings/findings.hpp"
 #include "rehearse/stories/application_source.hpp"
+#include "rehearse/stories/explanation.hpp"
 #include "rehearse/stories/refusals.hpp"
 #include "rehearse/stories/refusing_place.hpp"
 #include "rehearse/stories/traced_stories.hpp"
@@ -15,35 +13,6 @@ namespace fs = std::filesystem;
 
 namespace rehearse {
 namespace {
-
-std::string versionOf(const ApplicationName& name) {
-  return name.version + " (" + name.build + ")";
-}
-
-/// Why the update is refused, as a person would say it, or as the updater does.
-std::string reasonOf(const Offering& offering, const Application& installed, const UpdateRun& run) {
-  const auto& offered = offering.release.application;
-  if (offering.plan) {
-    const std::vector<std::string> sentences = differences(*offering.plan, offering.release);
-    if (!sentences.empty())
-      return sentences.front();
-  }
-  if (!offered)
-    return "The image contains no application.";
-  if (!platform::canonicallyEquivalent(offered->name.identifier, installed.name.identifier))
-    return "The image contains " + platform::quoted(offered->name.identifier) + ", installed is " +
-           platform::quoted(installed.name.identifier) + ".";
-  if (offered->team.empty())
-    return platform::sentence("The application in the image has no valid Developer ID signature",
-                              platform::Error(offered->signatureFailure));
-  if (installed.team.empty())
-    return platform::sentence("The installed application has no valid Developer ID signature",
-                              platform::Error(installed.signatureFailure));
-  if (offered->team != installed.team)
-    return "The image contains an application of the team " + platform::quoted(offered->team) +
-           ", installed is one of " + platform::quoted(installed.team) + ".";
-  return run.sentence.empty() ? complaintAboutRefusal(run) : run.sentence;
-}
 
 std::string describeTarget(const UpdateRun& run, const Application& installed,
                            const OfferedRelease& release) {
@@ -74,40 +43,10 @@ std::string complaintAboutSuccess(const UpdateRun& run) {
   return {};
 }
 
-void addStartFindings(const Offering& offering, const Application& offered, Pairing& pairing) {
-  for (const std::string& obstacle : obstaclesToStart(offered.bundle, offering.system))
-    pairing.findings.push_back({.severity = Severity::fault,
-                                .key = "cannot-start",
-                                .sentence = obstacle,
-                                .advice =
-                                    "Users keep the previous version, which the updater puts back; publish a "
-                                    "version that starts."});
-}
-
-void addFindings(const Offering& offering, const Application& installed, Pairing& pairing) {
-  if (const auto& offered = offering.release.application) {
-    pairing.findings = compare(installed.bundle, offered->bundle);
-    addStartFindings(offering, *offered, pairing);
-  }
-  for (Finding& finding : pairing.findings) {
-    finding.sentence = withoutDirectory(finding.sentence, installed.bundle.parent_path());
-    if (offering.release.application)
-      finding.sentence =
-          withoutDirectory(finding.sentence, offering.release.application->bundle.parent_path());
-  }
-  for (const std::string& name : pairing.aftermath.leftOver)
-    pairing.findings.push_back(
-        {.severity = Severity::warning,
-         .key = "left-over",
-         .sentence = "The update leaves " + name + ".",
-         .advice = "Users can remove it; report it to the maintainers of the updater."});
-  std::ranges::stable_sort(pairing.findings, std::ranges::greater(), &Finding::severity);
-}
-
 /// The undisturbed update.
 void rehearseUpdate(const Offering& offering, const Application& installed, const Scene& scene,
                     Pairing& pairing) {
-  pairing.steps.push_back(play(scene, "update", [&]() -> Outturn {
+  pairing.steps.push_back(play(scene, kUpdateStep, [&]() -> Outturn {
     scene.home.furnish(offering.release.image, scene.expectations, scene.instructions);
     const auto& offered = offering.release.application;
     UpdateRun run = scene.home.run(offered ? &offered->inventory : nullptr);
@@ -116,16 +55,19 @@ void rehearseUpdate(const Offering& offering, const Application& installed, cons
     pairing.aftermath = aftermathOf(run, installed, offering.release);
     const std::string complaint =
         run.exitStatus == 0 ? complaintAboutSuccess(run) : complaintAboutRefusal(run);
+    const std::string place = refusingPlace(run, run.observation.wasSwapped);
+    pairing.findings = findingsOf(offering, installed, run, place, complaint);
     if (run.exitStatus == 0 && complaint.empty()) {
       pairing.wouldInstall = true;
       pairing.verdict = "WOULD INSTALL: " + versionOf(offered->name) + " over " + versionOf(installed.name);
       return {.verdict = StepVerdict::passed, .refusedBy = {}, .message = {}};
     }
-    pairing.verdict = "WOULD BE REFUSED: " + reasonOf(offering, installed, run);
-    if (run.exitStatus == 0)
-      pairing.verdict = "WOULD FAIL: " + complaint;
+    pairing.verdict = run.exitStatus == 0
+                          ? "WOULD FAIL: " + complaint
+                          : "WOULD BE REFUSED: " +
+                                (complaint.empty() ? headlineOf(offering, installed, run, place) : complaint);
     return {.verdict = StepVerdict::failed,
-            .refusedBy = refusingPlace(run, run.observation.wasSwapped),
+            .refusedBy = place,
             .message = complaint.empty() ? run.sentence : complaint};
   }));
 }
@@ -166,15 +108,10 @@ Pairing rehearsePairing(const Offering& offering, const Application& installed, 
   Pairing pairing;
   pairing.installed = installed.name;
   rehearseUpdate(offering, installed, scene, pairing);
-  addFindings(offering, installed, pairing);
   if (pairing.wouldInstall) {
     pairing.steps.push_back(play(scene, "start refused", [&] { return startRefused(scene); }));
     append(pairing.steps, tracedStories(scene));
     append(pairing.steps, refusals(scene));
-  } else {
-    pairing.steps.push_back(play(scene, "all other stories", []() -> Outturn {
-      throw NotTried("They show something only of an update that succeeds.");
-    }));
   }
   return pairing;
 }

@@ -23,8 +23,8 @@ struct Offering {
   std::function<void(const std::string&)> progress;
 };
 
-/// Rehearses all stories of the update of one installed application, in `directory`, which is removed at the
-/// end. For a process in a private place.
+/// Rehearses the update of one installed application and, if it succeeds, all other stories, in `directory`,
+/// which is removed at the end. For a process in a private place.
 Pairing rehearsePairing(const Offering& offering, const Application& installed,
                         const std::filesystem::path& directory);
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <ctime>
+#include <type_traits>
 
 #include "platform/files/file_manager.hpp"
 #include "platform/foundation/best_effort.hpp"
@@ -41,19 +42,6 @@ void requireSpace(const fs::path& scratch, std::uint64_t needed) {
                           std::to_string(available / kMegabyte) + " MB free; --scratch names another place.");
 }
 
-/// Runs a part of the reading; its failure names the item as it was given.
-template <typename Part>
-auto reading(const std::string& what, const fs::path& item, Part&& part) {
-  const std::string subject = what + " " + platform::quoted(item.native()) + " cannot be read";
-  try {
-    return part();
-  } catch (const platform::Error& failure) {
-    throw platform::Error(platform::sentence(subject, failure));
-  } catch (const fs::filesystem_error& failure) {
-    throw platform::Error(platform::sentence(subject, failure.code().message()));
-  }
-}
-
 InstallPlan readPlan(const fs::path& path) {
   return platform::JSONDecoder().decode<InstallPlan>(
       platform::Data::contentsOf(platform::URL::fileURLWithPath(path.native())));
@@ -76,18 +64,31 @@ fs::path makeConfidential(const fs::path& directory) {
   return directory;
 }
 
-/// What was not tried, with the installed version if there are several.
+/// What was not tried, with the installed version if there are several. What has one reason is one sentence.
 std::vector<std::string> notTriedIn(const std::vector<Pairing>& pairings) {
-  std::vector<std::string> sentences;
+  std::vector<std::pair<std::string, std::string>> namesByReason;
+  const auto add = [&](const std::string& name, const std::string& reason) {
+    const auto known = std::ranges::find(namesByReason, reason, &std::pair<std::string, std::string>::second);
+    if (known == namesByReason.end())
+      namesByReason.emplace_back(name, reason);
+    else
+      known->first += ", " + name;
+  };
   for (const Pairing& pairing : pairings) {
-    const std::string version = pairings.size() > 1 ? ", over " + pairing.installed.version : std::string();
+    const std::string version = pairings.size() > 1 ? " over " + versionOf(pairing.installed) : std::string();
     for (const Step& step : pairing.steps)
       if (step.verdict == StepVerdict::notTried)
-        sentences.push_back(step.name + version + ": " + step.message);
+        add(step.name + version, step.message);
     for (const Sweep& sweep : pairing.sweeps)
       if (isUntried(sweep))
-        sentences.push_back(sweep.name + version + ": " + sweep.points.front().name);
+        add(sweep.name + version, sweep.points.front().name);
+    if (!pairing.wouldInstall)
+      add("everything but the update itself" + version, "It shows something only where the update succeeds.");
   }
+  std::vector<std::string> sentences;
+  sentences.reserve(namesByReason.size());
+  for (const auto& [names, reason] : namesByReason)
+    sentences.push_back(names + ": " + reason);
   return sentences;
 }
 
@@ -126,16 +127,33 @@ class Rehearser {
                             .progress = request_.progress};
     for (const fs::path& installed : request_.installed)
       rehearsal.pairings.push_back(rehearseOne(offering, installed, rehearsal.plan));
-    rehearsal.judgedNotRun = {"the start of the application on macOS " +
-                                  std::to_string(request_.system.major) + "." +
-                                  std::to_string(request_.system.minor),
-                              "the tools of macOS: the programs in libexec/quorin do their work here"};
+    rehearsal.judgedNotRun = {"The start of the application on macOS " + versionText(request_.system) +
+                                  ": judged by its executable, its libraries and its file names.",
+                              "The tools of macOS: the programs in libexec/quorin do their work here."};
     rehearsal.notTried = notTriedIn(rehearsal.pairings);
     rehearsal.duration = std::chrono::duration_cast<Milliseconds>(std::chrono::steady_clock::now() - begin);
     return rehearsal;
   }
 
  private:
+  /// Runs a part of the reading; its failure names the item as it was given, and nothing in the scratch
+  /// directory.
+  template <typename Part>
+  std::invoke_result_t<Part> reading(const std::string& what, const fs::path& item, Part&& part) const {
+    const std::string subject = what + " " + platform::quoted(item.native()) + " cannot be read";
+    try {
+      return part();
+    } catch (const platform::Error& failure) {
+      std::string reason = platform::sentence(subject, failure).substr(subject.size());
+      reason = replaceAll(std::move(reason), platform::quoted(place_.reachable(item).native()), "it");
+      for (const fs::path& directory : {confidential_ / "release/application", confidential_ / "installed"})
+        reason = withoutDirectory(std::move(reason), directory);
+      throw platform::Error(subject + reason);
+    } catch (const fs::filesystem_error& failure) {
+      throw platform::Error(platform::sentence(subject, failure.code().message()));
+    }
+  }
+
   /// The image's size, for which there is room. An application is rarely smaller than its image; its own size
   /// is known once the image is read.
   std::uint64_t roomForImage() const {
@@ -171,7 +189,7 @@ class Rehearser {
       identifier = plan_->expectedBundleIdentifier;
     else if (fs::is_directory(place_.reachable(request_.installed.front())))
       platform::bestEffort(
-          [&] { identifier = nameOf(place_.reachable(request_.installed.front()), {}).identifier; });
+          [&] { identifier = identityOf(place_.reachable(request_.installed.front()), {}).name.identifier; });
     OfferedRelease release = reading("The image", request_.image, [&] {
       return rehearse::readRelease(prefix_, place_.reachable(request_.image), request_.image.native(),
                                    identifier, confidential_ / "release");

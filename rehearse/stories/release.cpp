@@ -3,6 +3,7 @@
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/text.hpp"
 #include "platform/security/requirement.hpp"
+#include "platform/security/security_error.hpp"
 #include "platform/security/static_code.hpp"
 #include "rehearse/findings/findings.hpp"
 #include "rehearse/stories/application_source.hpp"
@@ -32,24 +33,34 @@ std::string verifiedTeam(const fs::path& bundle, const std::string& identifier, 
 
 }  // namespace
 
+std::string replaceAll(std::string text, const std::string& what, std::string_view by) {
+  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + by.size()))
+    text.replace(at, what.size(), by);
+  return text;
+}
+
 std::string withoutDirectory(std::string sentence, const fs::path& directory) {
-  const std::string prefix = directory.native() + "/";
-  for (std::size_t at = 0; (at = sentence.find(prefix)) != std::string::npos;)
-    sentence.erase(at, prefix.size());
-  return sentence;
+  return replaceAll(std::move(sentence), directory.native() + "/", "");
 }
 
 Application readApplication(const PrivatePrefix& prefix, const fs::path& bundle, const std::string& source) {
+  const Identity identity = identityOf(bundle, source);
   Application application{.bundle = bundle,
-                          .name = nameOf(bundle, source),
+                          .name = identity.name,
                           .inventory = inventory(bundle),
+                          .whyNotIdentified = identity.whyNotIdentified,
                           .team = {},
                           .signatureFailure = {},
+                          .isChanged = false,
                           .size = sizeOfTree(bundle)};
+  if (!application.whyNotIdentified.empty())
+    return application;
   try {
     application.team = verifiedTeam(bundle, application.name.identifier, prefix.anchors());
   } catch (const platform::Error& failure) {
     application.signatureFailure = withoutDirectory(failure.localizedDescription(), bundle.parent_path());
+    const auto* refusal = dynamic_cast<const platform::SecurityError*>(&failure);
+    application.isChanged = refusal != nullptr && refusal->status() == platform::errSecCSBadResource;
   }
   return application;
 }
@@ -62,7 +73,12 @@ OfferedRelease readRelease(const PrivatePrefix& prefix, const fs::path& image, c
   fs::copy_file(image, release.image);
   fs::permissions(release.image, fs::perms(0644));
   release.digest = QuorinOstrevalUpdater::sha256(URL::fileURLWithPath(release.image.native()));
-  const auto bundle = bringApplication(prefix, release.image, directory / "application", identifier);
+  std::optional<fs::path> bundle;
+  try {
+    bundle = bringApplication(prefix, release.image, directory / "application", identifier);
+  } catch (const platform::Error& failure) {
+    throw platform::Error(replaceAll(failure.localizedDescription(), release.image.native(), image.native()));
+  }
   if (bundle)
     release.application = readApplication(prefix, *bundle, source);
   return release;
@@ -77,7 +93,8 @@ InstallPlan planFor(const OfferedRelease& release, const Application& installed)
   plan.expectedBundleIdentifier = installed.name.identifier;
   plan.expectedTeamIdentifier = installed.team;
   if (release.application) {
-    plan.expectedBundleIdentifier = release.application->name.identifier;
+    if (!release.application->name.identifier.empty())
+      plan.expectedBundleIdentifier = release.application->name.identifier;
     if (!release.application->team.empty())
       plan.expectedTeamIdentifier = release.application->team;
     plan.expectedVersion = release.application->name.version;
@@ -106,25 +123,27 @@ std::string textOf(const InstallPlan& plan) {
   return text + "\n";
 }
 
-std::vector<std::string> differences(const InstallPlan& plan, const OfferedRelease& release) {
-  std::vector<std::string> sentences;
+std::vector<Difference> differences(const InstallPlan& plan, const OfferedRelease& release) {
+  std::vector<Difference> all;
   const auto compare = [&](const std::string& what, const std::string& expected, const std::string& actual,
                            const std::string& holder) {
     if (!platform::canonicallyEquivalent(expected, actual))
-      sentences.push_back("The plan expects the " + what + " " + platform::quoted(expected) + ", " + holder +
-                          " has " + platform::quoted(actual) + ".");
+      all.push_back({what, "The plan expects the " + what + " " + platform::quoted(expected) + ", " + holder +
+                               " has " + platform::quoted(actual) + "."});
   };
   compare("digest", platform::lowercased(plan.expectedSHA256), release.digest, "the image");
   if (!release.application)
-    return sentences;
+    return all;
   const Application& application = *release.application;
+  if (!application.whyNotIdentified.empty())
+    return all;
   const std::string holder = "the application in the image";
   compare("identifier", plan.expectedBundleIdentifier, application.name.identifier, holder);
   compare("version", plan.expectedVersion, application.name.version, holder);
   compare("build", plan.expectedBuild, application.name.build, holder);
   if (!application.team.empty())
     compare("team", plan.expectedTeamIdentifier, application.team, holder);
-  return sentences;
+  return all;
 }
 
 }  // namespace rehearse

@@ -33,12 +33,6 @@ std::string failureIn(const std::string& standardError) {
   return line.starts_with(kLineBegin) ? line.substr(kLineBegin.size()) : line;
 }
 
-std::string replaceAll(std::string text, const std::string& what, std::string_view by) {
-  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + by.size()))
-    text.replace(at, what.size(), by);
-  return text;
-}
-
 }  // namespace
 
 UserHome::UserHome(const PrivatePrefix& prefix, fs::path directory, const Application& installed)
