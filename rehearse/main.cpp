@@ -76,8 +76,13 @@ fs::path usableReportDirectory(const fs::path& directory) {
   if (failure)
     throw platform::SystemError(subject + " cannot be used", failure.value());
   fs::path existing = result;
-  while (!fs::exists(existing, failure) && existing.has_relative_path())
+  while (!fs::exists(existing, failure) && existing.has_relative_path()) {
+    if (fs::is_symlink(existing, failure))
+      throw platform::Error(
+          subject + " cannot be used: " + platform::quoted(existing.native()) + " is a symbolic link to " +
+          platform::quoted(fs::read_symlink(existing).native()) + ", which does not exist.");
     existing = existing.parent_path();
+  }
   if (!fs::is_directory(existing))
     throw platform::SystemError(subject + " cannot be used", ENOTDIR);
   if (::access(existing.c_str(), W_OK) != 0)
@@ -102,11 +107,15 @@ Colours coloursOfOutput() {
   return ::isatty(STDOUT_FILENO) == 1 ? Colours::terminal : Colours::none;
 }
 
+/// Writes to standard output. Throws `platform::SystemError` when that fails.
+void print(const std::string& what, const std::string& text) {
+  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
+    throw platform::SystemError(what + " could not be written to standard output", errno);
+}
+
 /// Writes the result to standard output and returns the exit status.
 int tell(const Rehearsal& rehearsal, bool asJSON) {
-  const std::string text = asJSON ? json(rehearsal) : textReport(rehearsal, coloursOfOutput());
-  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
-    throw platform::SystemError("The result could not be written", errno);
+  print("The result", asJSON ? json(rehearsal) : textReport(rehearsal, coloursOfOutput()));
   return exitStatus(rehearsal);
 }
 
@@ -194,7 +203,7 @@ int run(const std::vector<std::string>& words) {
   try {
     const CommandLine line = parseCommandLine(words);
     if (line.help) {
-      std::cout << kUsage;
+      print("The help", kUsage);
       return EXIT_SUCCESS;
     }
     return line.merge.empty() ? rehearse(line) : merge(line);

@@ -23,9 +23,19 @@ void writeMap(const char* path, const std::string& text) {
   platform::FileDescriptor::open(platform::URL::fileURLWithPath(path), O_WRONLY).writeAll(text, path);
 }
 
+/// For a failed call about mounts or namespaces, where ENOSPC is about a limit of the system, not about
+/// space.
+[[noreturn]] void refuse(const std::string& what, int reason, const char* limit) {
+  if (reason == ENOSPC)
+    throw platform::Error(
+        platform::sentence(what, std::string("the system's limit of ") + limit + " is reached"));
+  throw platform::SystemError(what, reason);
+}
+
 void mount(const char* what, const fs::path& at, const char* type, unsigned long flags, const char* options) {
   if (::mount(what, at.c_str(), type, flags, options) != 0)
-    throw platform::SystemError("Nothing could be mounted at " + platform::quoted(at.native()), errno);
+    refuse("Nothing could be mounted at " + platform::quoted(at.native()), errno,
+           "mounts (/proc/sys/fs/mount-max)");
 }
 
 std::string memoryOptions(std::optional<std::uint64_t> bytes) {
@@ -67,11 +77,11 @@ void enterPrivateMounts() {
   const gid_t group = ::getegid();
   if (::unshare(user == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) != 0) {
     const int reason = errno;
-    throw platform::SystemError(user == 0
-                                    ? "The superuser needs the capability CAP_SYS_ADMIN for private mounts"
-                                    : "The system must allow user namespaces to this user for private "
-                                      "mounts, or the superuser must run the command",
-                                reason);
+    refuse(reason == ENOSPC ? "No private mounts can be had"
+           : user == 0      ? "The superuser needs the capability CAP_SYS_ADMIN for private mounts"
+                            : "The system must allow user namespaces to this user for private "
+                              "mounts, or the superuser must run the command",
+           reason, "namespaces (/proc/sys/user/max_mnt_namespaces, max_user_namespaces)");
   }
   try {
     if (user != 0) {

@@ -5,8 +5,8 @@
 namespace rehearse {
 
 std::string versionOf(const ApplicationName& name) {
-  return (name.version.empty() ? "no version" : name.version) + " (" +
-         (name.build.empty() ? "no build" : name.build) + ")";
+  const auto known = [](const std::string& value) { return value.empty() ? "?" : value; };
+  return known(name.version) + " (" + known(name.build) + ")";
 }
 
 bool isFault(const Sweep& sweep, const Point& point) {

@@ -36,7 +36,7 @@ struct ApplicationName {
   auto operator<=>(const ApplicationName&) const = default;
 };
 
-/// "2.0 (200)", or "no version (no build)" for what is not known.
+/// "2.0 (200)", with a question mark for what is not known.
 std::string versionOf(const ApplicationName& name);
 
 /// The name of the step that is the update itself, undisturbed.

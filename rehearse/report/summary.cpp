@@ -66,8 +66,11 @@ std::vector<Ranked> concernsOf(const Pairing& pairing) {
                                                   .sentence = finding.sentence,
                                                   .advice = finding.advice,
                                                   .versions = {}});
+  const bool hasFault =
+      std::ranges::find(pairing.findings, Severity::fault, &Finding::severity) != pairing.findings.end();
   for (const Step& step : pairing.steps)
-    if (step.verdict == StepVerdict::failed)
+    // Findings say why the update failed.
+    if (step.verdict == StepVerdict::failed && !(hasFault && step.name == kUpdateStep))
       result.emplace_back(Urgency::step, Concern{.severity = Severity::fault,
                                                  .title = step.name + " failed",
                                                  .sentence = step.message,

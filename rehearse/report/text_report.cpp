@@ -94,13 +94,12 @@ void TextReport::appendLines(const std::string& label, const std::vector<std::st
 }
 
 void TextReport::append(const Concern& concern, bool hasSeveralVersions) {
-  std::string text = coloured(colourOf(concern.severity), wordFor(concern.severity)) + ": " +
-                     platform::printable(concern.title) + ": " + platform::printable(concern.sentence);
+  line(coloured(colourOf(concern.severity), wordFor(concern.severity)) + ": " +
+       platform::printable(concern.title) +
+       (hasSeveralVersions ? ", over " + platform::printable(listed(concern.versions)) : ""));
+  line("  " + platform::printable(concern.sentence));
   if (!concern.advice.empty())
-    text += " " + platform::printable(concern.advice);
-  if (hasSeveralVersions)
-    text += " (installed: " + platform::printable(listed(concern.versions)) + ")";
-  line(text);
+    line("  → " + platform::printable(concern.advice));
 }
 
 void TextReport::append(const Step& step) {
@@ -108,7 +107,7 @@ void TextReport::append(const Step& step) {
                      paddedLeft(step.verdict == StepVerdict::notTried ? "" : textOf(step.duration), 8) +
                      "  " + platform::printable(step.name);
   if (!step.refusedBy.empty())
-    text += ", refused at: " + platform::printable(step.refusedBy);
+    text += " [" + platform::printable(step.refusedBy) + "]";
   if (!step.message.empty())
     text += ": " + platform::printable(step.message);
   line(text);

@@ -97,7 +97,7 @@ Outturn refusedAmong(const Scene& scene, const std::function<std::vector<Mount>(
   std::vector<Mount> mounts;
   try {
     mounts = mount();
-  } catch (const platform::SystemError& failure) {
+  } catch (const platform::Error& failure) {
     throw NotTried(failure.localizedDescription());
   }
   Outturn outturn = refused(scene);
