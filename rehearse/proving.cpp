@@ -18,7 +18,8 @@ std::vector<Sweep> proveUpdate(const CommandLine& line, const PrivatePrefix& pre
                 .every = line.every,
                 .jobs = line.jobs,
                 .shard = line.shard,
-                .directory = directory},
+                .directory = directory,
+                .fileSystems = line.fileSystems},
                {.prefix = prefix.path(),
                 .system = line.system,
                 .installed = installed.bundle,
@@ -34,7 +35,7 @@ std::vector<Sweep> proveUpdate(const CommandLine& line, const PrivatePrefix& pre
                 .next = {}},
                [&](const ProofProgress& state) {
                  progress(installed.name.version + ": " + state.sweep + ", " + std::to_string(state.done) +
-                          (state.selected == 0 ? "" : " of " + std::to_string(state.selected)));
+                          " of " + std::to_string(state.selected));
                });
 }
 

@@ -55,6 +55,25 @@ std::set<ProofKind> proofKinds(const std::string& text) {
   return kinds;
 }
 
+/// In one order, whatever order they come in.
+std::vector<std::string> fileSystems(const std::string& text) {
+  const std::vector<std::string> words = splitAtCommas(text);
+  for (const std::string& word : words)
+    if (std::ranges::find(kDiskFileSystems, word) == kDiskFileSystems.end())
+      throw UsageError("--disk needs ext4, xfs or btrfs, or several with commas between them, not " +
+                       platform::quoted(word) + ".");
+  std::vector<std::string> names(kDiskFileSystems.begin(), kDiskFileSystems.end());
+  std::erase_if(names, [&](const std::string& name) { return std::ranges::count(words, name) == 0; });
+  return names;
+}
+
+std::string joinedWithCommas(const std::vector<std::string>& parts) {
+  std::string text;
+  for (const std::string& part : parts)
+    text.append(text.empty() ? "" : ",").append(part);
+  return text;
+}
+
 Shard shardOf(const std::string& text) {
   const std::size_t slash = text.find('/');
   if (slash == std::string::npos)
@@ -91,6 +110,7 @@ Options optionsOf(CommandLine& line) {
       {"--macos", {[&](const std::string& value) { line.system = versionOf(value); }}},
       {"--anchors", {[&](const std::string& value) { line.anchors.emplace_back(value); }, true}},
       {"--prove", {[&](const std::string& value) { line.proof = proofKinds(value); }}},
+      {"--disk", {[&](const std::string& value) { line.fileSystems = fileSystems(value); }}},
       {"--every", {[&](const std::string& value) { line.every = number("--every", value, kGreatestStep); }}},
       {"--jobs", {[&](const std::string& value) { line.jobs = number("--jobs", value, kMostJobs); }}},
       {"--shard", {[&](const std::string& value) { line.shard = shardOf(value); }}},
@@ -115,6 +135,8 @@ void requireConsistency(const CommandLine& line, const std::set<std::string>& gi
   for (const char* option : {"--every", "--jobs", "--shard"})
     if (given.contains(option) && line.proof.empty())
       throw UsageError(std::string(option) + " needs --prove.");
+  if (given.contains("--disk") && !line.proof.contains(ProofKind::powerCuts))
+    throw UsageError("--disk needs --prove with power-cuts.");
 }
 
 std::string textOf(SystemVersion system) {
@@ -136,6 +158,7 @@ Rehearses the update of an installed application, a bundle or an image with one,
   --macos VERSION      the system for which starts are judged, by default 14.0
   --anchors FILE.pem   further trusted roots
   --prove SWEEPS       kills, faults, power-cuts, limits, with commas between them
+  --disk SYSTEMS       cuts the power on disks with ext4, xfs, btrfs, with commas between them, by default ext4
   --every N            tries one of N points of each sweep
   --jobs N             tries that many points at a time
   --shard I/N          tries the I-th of N parts of each sweep; --merge joins their reports
@@ -179,11 +202,13 @@ std::vector<std::string> recordedOptions(const CommandLine& line) {
   if (line.plan)
     options.emplace_back(kPlanOption);
   if (!line.proof.empty()) {
-    std::string parts;
+    std::vector<std::string> parts;
     for (const auto& [name, part] : kProofKinds)
       if (line.proof.contains(part))
-        parts += (parts.empty() ? "" : ",") + std::string(name);
-    options.push_back("--prove " + parts);
+        parts.emplace_back(name);
+    options.push_back("--prove " + joinedWithCommas(parts));
+    if (line.proof.contains(ProofKind::powerCuts))
+      options.push_back("--disk " + joinedWithCommas(line.fileSystems));
     options.push_back("--every " + std::to_string(line.every));
   }
   return options;

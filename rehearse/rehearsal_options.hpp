@@ -29,8 +29,9 @@ struct CommandLine {
   SystemVersion system{14, 0, 0};
   std::vector<std::filesystem::path> anchors;
   std::set<ProofKind> proof;
-  unsigned every = 1;  ///< of the points of a sweep, one of so many is tried
-  unsigned jobs = 0;   ///< how many points are tried at a time; 0 leaves it to the proof
+  std::vector<std::string> fileSystems{"ext4"};  ///< of the disks on which power is cut
+  unsigned every = 1;                            ///< of the points of a sweep, one of so many is tried
+  unsigned jobs = 0;  ///< how many points are tried at a time; 0 leaves it to the proof
   Shard shard;
   bool json = false;
   std::vector<std::filesystem::path> merge;

@@ -253,7 +253,10 @@ std::vector<PlannedSweep> breakdownSweeps(const Rehearsed& rehearsed) {
 }
 
 PlannedSweep killSweep(const Rehearsed& rehearsed) {
-  PlannedSweep sweep(nameOf(rehearsed.story) + ", a kill of everyone", rehearsed.selection);
+  constexpr std::size_t kSamplesOfState = 3;
+  const bool isThinned = rehearsed.selection.every > 1;
+  PlannedSweep sweep(nameOf(rehearsed.story) + ", a kill of everyone", rehearsed.selection, false,
+                     isThinned ? 0 : kSamplesOfState);
   forOwnCalls(rehearsed, [&](std::size_t, const RecordedCall& call) {
     const bool isFirst = sweep.points().empty();
     if (isFirst && sweep.selects(call.name + ": before it", true))

@@ -46,7 +46,7 @@ struct Excuses {
 class Home {
  public:
   /// What is in `directory` is the home's, and what is in `temporary`, which is "/tmp" for the updater. Both
-  /// exist.
+  /// exist. What is there is taken for what another one has made for the same story, until it is furnished.
   Home(const Material& material, Story story, std::filesystem::path directory,
        std::filesystem::path temporary);
 

@@ -101,7 +101,9 @@ Home::Home(const Material& material, Story story, fs::path directory, fs::path t
     : material_(material),
       story_(story),
       directory_(std::move(directory)),
-      temporary_(std::move(temporary)) {}
+      temporary_(std::move(temporary)),
+      previous_(material.old),
+      offered_(offerOf(material, story).application) {}
 
 void Home::clear() const {
   empty(temporary_);

@@ -25,13 +25,15 @@ class Proof {
         selection_{std::max<std::size_t>(options.every, 1), options.shard},
         workshop_{options.directory,
                   options.jobs != 0 ? options.jobs : 2 * std::max(1U, std::thread::hardware_concurrency()),
-                  [&material] { material.starts->settle(); }} {}
+                  [&material] { material.starts->settle(); }},
+        stories_(stories()) {}
 
   std::vector<Sweep> run() {
-    for (const Story story : {Story::update, Story::rollback, Story::revert})
+    for (const Story story : stories_)
       runStory(story);
     if (has(ProofKind::powerCuts))
-      runPowerCuts();
+      for (const std::string& fileSystem : options_.fileSystems)
+        runPowerCuts(fileSystem);
     if (has(ProofKind::limits))
       for (const PlannedSweep& sweep : limitSweeps(material_, nextUpdates_, selection_))
         run(sweep);
@@ -47,16 +49,21 @@ class Proof {
            });
   }
 
+  /// Those that the material can go through.
+  std::vector<Story> stories() {
+    if (material_.canRefuseStart)
+      return {Story::update, Story::rollback, Story::revert};
+    if (has(ProofKind::kills) || has(ProofKind::faults) || has(ProofKind::powerCuts))
+      notTried(nameOf(Story::rollback),
+               "Both applications have the same executable, so that the start of the new one alone "
+               "cannot be refused.");
+    return {Story::update, Story::revert};
+  }
+
   void runStory(Story story) {
     const bool isUpdate = story == Story::update;
     if (!has(ProofKind::kills) && !has(ProofKind::faults) && !(isUpdate && has(ProofKind::limits)))
       return;
-    if (story == Story::rollback && !material_.canRefuseStart) {
-      notTried(nameOf(story),
-               "Both applications have the same executable, so that the start of the new one alone "
-               "cannot be refused.");
-      return;
-    }
     const std::vector<RecordedCall> calls = record(material_, story, workshop_);
     const Rehearsed rehearsed{material_, nextUpdates_, story, calls, selection_};
     if (has(ProofKind::faults)) {
@@ -75,14 +82,17 @@ class Proof {
       run(hangSweep(rehearsed));
   }
 
-  void runPowerCuts() {
-    const std::string obstacle = inPlace(
-        workshop_, [this](const Place& place) { return obstacleToPowerCuts(options_.fileSystem, place); });
-    if (obstacle.empty())
-      for (const PlannedSweep& sweep : powerCutSweeps(material_, options_.fileSystem, selection_))
-        run(sweep);
-    else if (isWanted("power cuts"))
-      notTried("power cuts", obstacle);
+  void runPowerCuts(const std::string& fileSystem) {
+    std::vector<PowerCutSweep> sweeps = powerCutSweeps(fileSystem, stories_);
+    std::erase_if(sweeps, [this](const PowerCutSweep& sweep) { return !isWanted(sweep.name()); });
+    if (sweeps.empty())
+      return;
+    const std::string obstacle =
+        inPlace(workshop_, [&](const Place& place) { return obstacleToPowerCuts(fileSystem, place); });
+    if (!obstacle.empty())
+      return notTried("power cuts on " + fileSystem, obstacle);
+    for (const PowerCutSweep& sweep : sweeps)
+      run(plan(sweep, material_, selection_, workshop_));
   }
 
   void notTried(const std::string& name, const std::string& reason) {
@@ -107,6 +117,7 @@ class Proof {
   Selection selection_;
   Workshop workshop_;
   std::vector<Sweep> results_;
+  std::vector<Story> stories_;
 };
 
 }  // namespace

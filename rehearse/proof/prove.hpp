@@ -1,11 +1,13 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "rehearse/proof/material.hpp"
@@ -22,16 +24,20 @@ enum class ProofKind {
   limits,     ///< space, descriptors, processes, memory and time are short
 };
 
+/// The file systems on whose disks power can be cut.
+inline constexpr std::array<std::string_view, 3> kDiskFileSystems{"ext4", "xfs", "btrfs"};
+
 struct ProofOptions {
   std::set<ProofKind> kinds;
   std::size_t every = 1;  ///< one point of so many is tried
   unsigned jobs = 0;      ///< how many at the same time; 0 for two a processor, since an update mostly waits
   Shard shard = {};
-  /// For what is made meanwhile. It exists, on a file system with room for a copy of both applications, and
-  /// is not below "/tmp". The updates take place in memory.
+  /// For what is made meanwhile. It exists, on a file system with room for a copy of both applications, with
+  /// power cuts also for the image and for what a file system records besides, and is not below "/tmp". The
+  /// updates take place in memory.
   std::filesystem::path directory = {};
-  /// Of the disks on which power is cut: "ext4", "xfs" or "btrfs".
-  std::string fileSystem = "ext4";
+  /// Of the disks on which power is cut, of `kDiskFileSystems`.
+  std::vector<std::string> fileSystems{"ext4"};
   /// Only the sweeps that have one of these words in their names; all without a word.
   std::vector<std::string> words = {};
 };
@@ -64,7 +70,7 @@ struct ProvedRelease {
 struct ProofProgress {
   const std::string& sweep;
   std::size_t done;
-  std::size_t selected;  ///< the points of the sweep that are tried; 0 when that is not known
+  std::size_t selected;  ///< the points of the sweep that are tried
   const Point& latest;
 };
 

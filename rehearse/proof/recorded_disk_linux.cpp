@@ -13,9 +13,9 @@
 #include <cstring>
 #include <exception>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
+#include "platform/foundation/error.hpp"
 #include "rehearse/proof/recorded_disk.hpp"
 
 namespace fs = std::filesystem;
@@ -64,17 +64,18 @@ fuse_attr_out attributes(std::uint64_t size) {
 
 }  // namespace
 
-RecordedDisk::RecordedDisk(ReversibleFile& content, fs::path path)
+RecordedDisk::RecordedDisk(ReversibleFile& content, fs::path path, DiskHistory* history)
     : content_(content),
       path_(std::move(path)),
-      device_(::open("/dev/fuse", O_RDWR | O_NONBLOCK | O_CLOEXEC)) {
+      device_(::open("/dev/fuse", O_RDWR | O_NONBLOCK | O_CLOEXEC)),
+      history_(history) {
   if (!device_.isOpen())
-    throw std::system_error(errno, std::generic_category(), "/dev/fuse");
+    throw platform::SystemError("/dev/fuse could not be opened", errno);
   const std::string options = "fd=" + std::to_string(device_.get()) +
                               ",rootmode=100600,user_id=" + std::to_string(::geteuid()) +
                               ",group_id=" + std::to_string(::getegid());
   if (::mount("disk", path_.c_str(), "fuse", MS_NOSUID | MS_NODEV, options.c_str()) != 0)
-    throw std::system_error(errno, std::generic_category(), "a FUSE mount");
+    throw platform::SystemError("A FUSE mount was refused", errno);
   // The signals of the process are for its other thread, which waits for them.
   sigset_t all;
   sigset_t before;
@@ -93,12 +94,9 @@ RecordedDisk::~RecordedDisk() {
 
 std::size_t RecordedDisk::writes() const {
   const std::scoped_lock lock(mutex_);
-  return history_.writes.size();
-}
-
-DiskHistory RecordedDisk::takeHistory() {
-  const std::scoped_lock lock(mutex_);
-  return std::exchange(history_, {});
+  if (!failure_.empty())
+    throw platform::Error(failure_);
+  return history_ == nullptr ? 0 : history_->writes();
 }
 
 void RecordedDisk::serve() {
@@ -136,11 +134,13 @@ void RecordedDisk::answer(std::string_view request) {
       }
       case FUSE_WRITE: {
         const auto range = take<fuse_write_in>(request);
-        write(range.offset, request.substr(0, range.size));
+        const std::string_view bytes = request.substr(0, range.size);
+        content_.write(range.offset, bytes);
+        record([&](DiskHistory& history) { history.addWrite(range.offset, bytes); });
         return reply(header.unique, 0, bytesOf(fuse_write_out{.size = range.size, .padding = 0}));
       }
       case FUSE_FSYNC:
-        flush();
+        record([](DiskHistory& history) { history.addFlush(); });
         return reply(header.unique, 0);
       case FUSE_FLUSH:
       case FUSE_RELEASE:
@@ -167,15 +167,15 @@ void RecordedDisk::reply(std::uint64_t request, int error, std::string_view body
       ::writev(device_.get(), parts.data(), static_cast<int>(parts.size()));
 }
 
-void RecordedDisk::write(std::uint64_t offset, std::string_view bytes) {
-  content_.write(offset, bytes);
+void RecordedDisk::record(const std::function<void(DiskHistory&)>& add) {
   const std::scoped_lock lock(mutex_);
-  history_.writes.push_back({offset, std::string(bytes)});
-}
-
-void RecordedDisk::flush() {
-  const std::scoped_lock lock(mutex_);
-  history_.flushes.push_back(history_.writes.size());
+  if (history_ == nullptr || !failure_.empty())
+    return;
+  try {
+    add(*history_);
+  } catch (const platform::Error& failure) {
+    failure_ = failure.localizedDescription();
+  }
 }
 
 }  // namespace rehearse

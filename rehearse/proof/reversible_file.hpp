@@ -10,8 +10,8 @@
 
 namespace rehearse {
 
-/// A file of constant size whose latest writes can be taken back. For one thread at a time. Operations throw
-/// `std::system_error`.
+/// A file of constant size whose latest writes can be taken back. What is zero takes no memory to remember,
+/// and no space once it is zero again. For one thread at a time. Operations throw `platform::SystemError`.
 class ReversibleFile {
  public:
   explicit ReversibleFile(const std::filesystem::path& path);
@@ -26,12 +26,17 @@ class ReversibleFile {
   std::size_t writes() const { return replaced_.size(); }
   /// Takes back the latest writes, until `writes` are left.
   void takeBack(std::size_t writes);
+  /// Makes what has been written so far final.
+  void keep() { replaced_.clear(); }
 
  private:
   struct Replaced {
     std::uint64_t offset;
-    std::string bytes;
+    std::size_t size;
+    std::string bytes;  ///< empty when they were all zero
   };
+
+  void restore(const Replaced& replaced) const;
 
   platform::FileDescriptor file_;
   std::uint64_t size_;

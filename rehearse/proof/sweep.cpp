@@ -9,9 +9,6 @@
 namespace rehearse {
 namespace {
 
-/// How many points with the same state are run at once, besides the first one, where no sample is taken.
-constexpr std::size_t kSamplesOfState = 3;
-
 /// Points that leave the same on the disk.
 struct SameState {
   std::vector<const PlannedPoint*> points;
@@ -48,7 +45,7 @@ class SweepRun {
 
  private:
   void sample(const SameState& state, std::vector<const PlannedPoint*>& into) const {
-    const std::size_t samples = sweep_.isThinned() ? 0 : kSamplesOfState;
+    const std::size_t samples = sweep_.samplesOfState();
     const std::size_t step = std::max<std::size_t>(1, state.points.size() / (samples + 1));
     for (std::size_t index = 0; index < state.points.size() && index <= step * samples; index += step)
       into.push_back(state.points[index]);
@@ -89,7 +86,7 @@ class SweepRun {
     }
   }
 
-  /// In the order of the plan; what nobody planned by name comes as it came.
+  /// In the order of the plan; what nobody planned, such as that a worker died, comes as it came.
   Sweep sorted() const {
     Sweep sweep{
         .name = sweep_.name(), .total = sweep_.total(), .isControl = sweep_.isControl(), .points = {}};

@@ -27,7 +27,7 @@ struct Place {
   std::filesystem::path temporary;
 };
 
-/// Tries one point or several, and tells of each.
+/// Tries a point and tells of it.
 using Task = std::function<void(const Place&, const std::function<void(const Result&)>&)>;
 
 struct PlannedPoint {
@@ -41,8 +41,13 @@ struct PlannedPoint {
 /// The points of a sweep that were selected, in order.
 class PlannedSweep {
  public:
-  PlannedSweep(std::string name, Selection selection, bool isControl = false)
-      : name_(std::move(name)), selection_(selection), isControl_(isControl) {}
+  /// Of the points with the same state, `samplesOfState` are run besides the first one: a state may not
+  /// describe all that is on the disk.
+  PlannedSweep(std::string name, Selection selection, bool isControl = false, std::size_t samplesOfState = 0)
+      : name_(std::move(name)),
+        selection_(selection),
+        isControl_(isControl),
+        samplesOfState_(samplesOfState) {}
 
   /// Counts a point, and returns whether it is to be added. Where `always`, it is part of each sample, as the
   /// first one is.
@@ -55,13 +60,13 @@ class PlannedSweep {
   const std::vector<PlannedPoint>& points() const { return points_; }
   std::uint64_t total() const { return total_; }
   bool isControl() const { return isControl_; }
-  /// Whether points are left out of a sample.
-  bool isThinned() const { return selection_.every > 1; }
+  std::size_t samplesOfState() const { return samplesOfState_; }
 
  private:
   std::string name_;
   Selection selection_;
   bool isControl_;
+  std::size_t samplesOfState_;
   std::vector<PlannedPoint> points_;
   std::uint64_t total_ = 0;
 };
@@ -78,11 +83,11 @@ struct Workshop {
 /// failed from.
 std::string inPlace(const Workshop& workshop, const std::function<std::string(const Place&)>& body);
 
-/// Tries the points of a sweep in several processes, and tells of each when it is known. Of those with the
-/// same state, the first is run, and where no points are left out up to three others, and the state that such
-/// a run leaves is compared with the one that was observed, until one run has confirmed it; the others are
-/// then recorded as observed, with its outcome. A task that throws or dies is a violation. What a sweep that
-/// has one task with many points tells of is its total.
+/// Tries the points of a sweep in several processes, each in the order of the plan and then in that of the
+/// states, and tells of each when it is known. Of those with the same state, the first is run and the sweep's
+/// samples, and the state that such a run leaves is compared with the one that was observed, until one run
+/// has confirmed it; the others are then recorded as observed, with its outcome. A task that throws or dies
+/// is a violation.
 Sweep run(const PlannedSweep& sweep, const Workshop& workshop,
           const std::function<void(const Point&)>& report);
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -24,9 +25,9 @@ constexpr std::size_t kShownViolations = 20;
 constexpr std::size_t kPointsPerLine = 500;
 
 constexpr const char* kUsage =
-    "Usage: prove_updates [--every N] [--shard I/N] [--jobs N] [--disk ext4|xfs|btrfs] [WORD]...\n"
+    "Usage: prove_updates [--every N] [--shard I/N] [--jobs N] [--disk ext4,xfs,btrfs] [WORD]...\n"
     "Tries one point of N, by default all, of the sweeps that have one of the words in their names, by "
-    "default all. Power is cut on disks with ext4 by default.\n";
+    "default all. Power is cut on disks with each of the file systems, by default ext4.\n";
 
 rehearse::Shard shardOf(const std::string& text) {
   rehearse::Shard shard;
@@ -34,6 +35,16 @@ rehearse::Shard shardOf(const std::string& text) {
       shard.number > shard.count)
     throw std::invalid_argument(kUsage);
   return shard;
+}
+
+std::vector<std::string> fileSystems(const std::string& text) {
+  std::vector<std::string> names;
+  std::istringstream list(text);
+  for (std::string name; std::getline(list, name, ',');)
+    names.push_back(std::ranges::count(rehearse::kDiskFileSystems, name) == 1
+                        ? name
+                        : throw std::invalid_argument(kUsage));
+  return names;
 }
 
 rehearse::ProofOptions parse(const std::vector<std::string>& texts) {
@@ -47,7 +58,7 @@ rehearse::ProofOptions parse(const std::vector<std::string>& texts) {
     else if (texts[index] == "--jobs" && hasValue)
       options.jobs = static_cast<unsigned>(std::stoul(texts[++index]));
     else if (texts[index] == "--disk" && hasValue)
-      options.fileSystem = texts[++index];
+      options.fileSystems = fileSystems(texts[++index]);
     else if (texts[index] == "--shard" && hasValue)
       options.shard = shardOf(texts[++index]);
     else if (!texts[index].starts_with('-'))

@@ -5,15 +5,16 @@
 #include <unistd.h>
 
 #include <optional>
-#include <system_error>
 
 #include "platform/files/file_descriptor.hpp"
+#include "platform/foundation/error.hpp"
 #include "rehearse/files/trees.hpp"
 #include "tests/helpers/files.hpp"
 #include "tests/helpers/private_mounts.hpp"
 
 namespace {
 
+using rehearse::DiskHistory;
 using rehearse::RecordedDisk;
 using rehearse::ReversibleFile;
 
@@ -27,11 +28,12 @@ TEST(RecordedDisk, knowsWhatAFlushLeftUncertain) {
   rehearse::writeFile(directory / "content", empty);
   rehearse::writeFile(directory / "disk", "");
   ReversibleFile content(directory / "content");
+  DiskHistory recorded = DiskHistory::create(directory / "history");
   std::optional<RecordedDisk> disk;
   try {
     if (test::enterPrivateMounts())
-      disk.emplace(content, directory / "disk");
-  } catch (const std::system_error&) {
+      disk.emplace(content, directory / "disk", &recorded);
+  } catch (const platform::SystemError&) {
   }
   if (!disk)
     GTEST_SKIP() << "The system refuses private mounts or FUSE.";
@@ -45,12 +47,13 @@ TEST(RecordedDisk, knowsWhatAFlushLeftUncertain) {
     // Behind the end there is no disk.
     EXPECT_EQ(::pwrite(file.get(), "x", 1, 65'536), -1);
   }
-  const rehearse::DiskHistory history = disk->takeHistory();
+  EXPECT_EQ(disk->writes(), 3U);
   disk.reset();
-  ASSERT_EQ(history.writes.size(), 3U);
-  EXPECT_EQ(history.flushes, std::vector<std::size_t>{1});
-  EXPECT_EQ(history.writes[1].offset, 65'530U);
-  EXPECT_EQ(history.writes[1].bytes, "second");
+  const DiskHistory history = DiskHistory::open(directory / "history");
+  ASSERT_EQ(history.writes(), 3U);
+  EXPECT_EQ(history.flushes(), std::vector<std::size_t>{1});
+  EXPECT_EQ(history.write(1).offset, 65'530U);
+  EXPECT_EQ(history.write(1).bytes, "second");
   EXPECT_EQ(content.read(512, 5), "third");
   content.takeBack(1);
   EXPECT_EQ(content.read(512, 5), "first");
