@@ -16,8 +16,8 @@ class CallNames {
   /// `updater` is the name of the updater's program.
   explicit CallNames(std::string updater) : updater_(std::move(updater)) {}
 
-  /// Names the next call; those of one kind must not be left out. A process that the updater has made and
-  /// that is not yet a tool is "QuorinOstrevalUpdater, child".
+  /// Names the next call, counted among those of its kind that are named at all. A process that the updater
+  /// has made and that is not yet a tool is "QuorinOstrevalUpdater, child".
   std::string next(const SystemCall& call);
 
  private:

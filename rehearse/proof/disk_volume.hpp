@@ -14,7 +14,8 @@ struct DiskFileSystem {
   std::string name;               ///< one of `kDiskFileSystems`
   std::vector<std::string> make;  ///< a program and its arguments
   std::uint64_t size;             ///< of a disk, in bytes, without what is to be on it
-  std::string namesFirst;         ///< the options with which names reach the disk before content does
+  std::string options;            ///< of each mount
+  std::string namesFirst;         ///< further ones with which names reach the disk before content does
   /// Writes the file system's own records up to now, and no other file's content.
   void (*commit)(const std::filesystem::path& volume);
 };
@@ -31,7 +32,8 @@ void copyDisk(const std::filesystem::path& from, const std::filesystem::path& to
 /// A disk in a file, mounted on "volume" in a directory as long as this exists.
 class Volume {
  public:
-  /// `options` are empty or begin with a comma. `history` as `RecordedDisk` has it. Throws `platform::Error`.
+  /// Mounts it with further options, which are empty or begin with a comma. `history` as `RecordedDisk` has
+  /// it. Throws `platform::Error`.
   Volume(ReversibleFile& content, const std::filesystem::path& directory, const DiskFileSystem& fileSystem,
          const std::string& options, DiskHistory* history = nullptr);
   Volume(const Volume&) = delete;

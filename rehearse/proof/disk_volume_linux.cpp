@@ -57,9 +57,10 @@ fs::path emptyFile(const fs::path& path) {
 
 const DiskFileSystem& diskFileSystem(const std::string& name) {
   static const std::vector<DiskFileSystem> kAll{
-      {"ext4", {"/sbin/mkfs.ext4", "-q", "-F"}, 24 * kMebibyte, ",data=writeback", commitByFlush},
-      {"xfs", {"/sbin/mkfs.xfs", "-q"}, 320 * kMebibyte, "", commitByFlush},
-      {"btrfs", {"/sbin/mkfs.btrfs", "-q"}, 128 * kMebibyte, "", commitTransaction},
+      {"ext4", {"/sbin/mkfs.ext4", "-q", "-F"}, 24 * kMebibyte, "", ",data=writeback", commitByFlush},
+      // Several copies of one disk are mounted at the same time.
+      {"xfs", {"/sbin/mkfs.xfs", "-q"}, 320 * kMebibyte, ",nouuid", "", commitByFlush},
+      {"btrfs", {"/sbin/mkfs.btrfs", "-q"}, 128 * kMebibyte, "", "", commitTransaction},
   };
   const auto found = std::ranges::find(kAll, name, &DiskFileSystem::name);
   if (found == kAll.end())
@@ -84,8 +85,8 @@ Volume::Volume(ReversibleFile& content, const fs::path& directory, const DiskFil
       mountPoint_(directory / "volume"),
       disk_(content, emptyFile(directory / "device"), history) {
   fs::create_directories(mountPoint_);
-  runOrThrow("/bin/mount",
-             {"-t", fileSystem.name, "-o", "loop" + options, disk_.path().native(), mountPoint_.native()});
+  runOrThrow("/bin/mount", {"-t", fileSystem.name, "-o", "loop" + fileSystem.options + options,
+                            disk_.path().native(), mountPoint_.native()});
 }
 
 Volume::~Volume() {

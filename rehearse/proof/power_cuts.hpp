@@ -46,4 +46,7 @@ PlannedSweep plan(const PowerCutSweep& sweep, const Material& material, const Se
 /// `std::invalid_argument` for a file system that has no sweeps.
 std::string obstacleToPowerCuts(const std::string& fileSystem, const Place& place);
 
+/// Whether the system mounts several copies of one disk at the same time, as several workers do.
+bool mountsCopies(const std::string& fileSystem, const Place& place);
+
 }  // namespace rehearse

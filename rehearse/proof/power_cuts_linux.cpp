@@ -325,4 +325,21 @@ std::string obstacleToPowerCuts(const std::string& fileSystem, const Place& plac
   }
 }
 
+bool mountsCopies(const std::string& fileSystem, const Place& place) {
+  const DiskFileSystem& kind = diskFileSystem(fileSystem);
+  const fs::path disk = place.home / "disk";
+  const fs::path copy = place.home / "copy of it";
+  makeDisk(kind, disk, 0);
+  copyDisk(disk, copy);
+  ReversibleFile content(disk);
+  ReversibleFile contentOfCopy(copy);
+  const Volume volume(content, place.home / "first", kind, "");
+  try {
+    const Volume second(contentOfCopy, place.home / "second", kind, "");
+    return true;
+  } catch (const platform::Error&) {
+    return false;
+  }
+}
+
 }  // namespace rehearse

@@ -91,8 +91,14 @@ class Proof {
         inPlace(workshop_, [&](const Place& place) { return obstacleToPowerCuts(fileSystem, place); });
     if (!obstacle.empty())
       return notTried("power cuts on " + fileSystem, obstacle);
+    Workshop workshop = workshop_;
+    // Before Linux 6.7, btrfs does not.
+    if (inPlace(workshop_, [&](const Place& place) -> std::string {
+          return mountsCopies(fileSystem, place) ? "several" : "one";
+        }) == "one")
+      workshop.workers = 1;
     for (const PowerCutSweep& sweep : sweeps)
-      run(plan(sweep, material_, selection_, workshop_));
+      run(plan(sweep, material_, selection_, workshop), workshop);
   }
 
   void notTried(const std::string& name, const std::string& reason) {
@@ -101,10 +107,13 @@ class Proof {
   }
 
   void run(const PlannedSweep& sweep) {
-    if (!isWanted(sweep.name()))
-      return;
+    if (isWanted(sweep.name()))
+      run(sweep, workshop_);
+  }
+
+  void run(const PlannedSweep& sweep, const Workshop& workshop) {
     std::size_t done = 0;
-    results_.push_back(rehearse::run(sweep, workshop_, [&](const Point& point) {
+    results_.push_back(rehearse::run(sweep, workshop, [&](const Point& point) {
       if (progress_)
         progress_({sweep.name(), ++done, sweep.points().size(), point});
     }));

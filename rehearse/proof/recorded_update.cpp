@@ -44,8 +44,7 @@ class Marks {
 
   void lookAfter(const SystemCall& call) {
     const std::string name = names_.next(call);
-    if (changesFiles(call))
-      add(name, std::exchange(isFirst_, false) || conditions_.samples(call, name));
+    add(name, std::exchange(isFirst_, false) || conditions_.samples(call, name));
   }
   void add(const std::string& call, bool isSampled) {
     if (isSampled && conditions_.commits)
@@ -97,7 +96,9 @@ std::string RecordedUpdate::record(const Material& material, const RecordedCondi
   };
   const Ending ending =
       home.run({.before = fateOf,
+                .calls = callsThatChangeFiles(),
                 .after = [&](const SystemCall& call, std::int64_t) { marks.lookAfter(call); },
+                .wantsAfter = changesFiles,
                 .timeLimit = std::chrono::minutes(10)});
   marks.add("the end", true);
   requireThatItWent(conditions.story, ending, home);

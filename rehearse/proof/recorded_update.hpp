@@ -25,7 +25,9 @@ struct RecordedConditions {
 
 /// What had been written when a call ended that changes a file, or the update did.
 struct Mark {
-  std::string call;  ///< see `CallNames`; "the end" for the last one
+  /// Counted among those that change a file, since a file system lists a directory in an order that is not
+  /// the same twice, and a tool reads it in that order; "the end" for the last one. See `CallNames`.
+  std::string call;
   std::size_t writes = 0;
   bool isSampled = false;
 };
