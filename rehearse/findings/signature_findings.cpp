@@ -127,8 +127,9 @@ void judgeSignatures(const BundleFacts& installed, const BundleFacts& offered,
     findings.push_back(finding("team-changed", "It is signed by the team " + platform::quoted(*after) +
                                                    ", the installed version by " + platform::quoted(*before) +
                                                    ": the update is refused."));
-  // Another team or identifier never satisfies the requirement, and is told already.
-  if (!isOfOtherTeam && installed.name.identifier == offered.name.identifier)
+  // Another signer or identifier, which never satisfies the requirement, is told already.
+  if (!isOfOtherTeam && offered.signature->isDeveloperID() &&
+      installed.name.identifier == offered.name.identifier)
     judgeRequirement(*installed.signature, offered, findings);
 }
 

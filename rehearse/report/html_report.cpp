@@ -29,7 +29,7 @@ class HTMLReport {
   void writeConcern(const Concern& concern);
   void writePairing(const Pairing& pairing, std::size_t index);
   /// The titles of the faults that concern an installed version.
-  std::vector<std::string> faultsOf(const Pairing& pairing) const;
+  std::vector<std::string> faultsOf(std::size_t pairing) const;
   void writeStep(const Step& step);
   void writeSteps(const Pairing& pairing);
   void writeAftermath(const Aftermath& aftermath);
@@ -76,9 +76,11 @@ void HTMLReport::writeHead() {
 void HTMLReport::writeVerdict() {
   const bool isGood = exitStatus(rehearsal_) == 0;
   html_.element("header", {{"class", isGood ? "verdict good" : "verdict bad"}}, [&] {
-    html_.element(
-        "p", {{"class", "kicker"}},
-        "Rehearsal of an update · " + rehearsal_.offered.bundleName + " " + versionOf(rehearsal_.offered));
+    const ApplicationName& offered = rehearsal_.offered;
+    html_.element("p", {{"class", "kicker"}},
+                  "Rehearsal of an update · " + (offered.bundleName.empty()
+                                                     ? rehearsal_.subject.image
+                                                     : offered.bundleName + " " + versionOf(offered)));
     const std::size_t colon = verdict_.find(':');
     html_.element("h1", {}, [&] {
       html_.element("span", {{"class", "mark"}, {"aria-hidden", "true"}}, isGood ? "✓" : "✕");
@@ -93,19 +95,23 @@ void HTMLReport::writeVerdict() {
 void HTMLReport::writeFacts() {
   std::uint64_t installs = 0;
   std::uint64_t passed = 0;
-  std::uint64_t steps = 0;
+  std::uint64_t failed = 0;
+  std::uint64_t untried = 0;
   std::uint64_t points = 0;
   std::uint64_t lost = 0;
   std::uint64_t beside = 0;
   std::uint64_t temporary = 0;
   for (const Pairing& pairing : rehearsal_.pairings) {
     installs += pairing.wouldInstall ? 1U : 0U;
-    steps += pairing.steps.size();
-    passed +=
-        static_cast<std::uint64_t>(std::ranges::count(pairing.steps, StepVerdict::passed, &Step::verdict));
+    for (const Step& step : pairing.steps) {
+      passed += step.verdict == StepVerdict::passed ? 1U : 0U;
+      failed += step.verdict == StepVerdict::failed ? 1U : 0U;
+      untried += step.verdict == StepVerdict::notTried ? 1U : 0U;
+    }
     for (const Sweep& sweep : pairing.sweeps) {
-      points += sweep.points.size();
-      lost += countsOf(sweep).losses;
+      const Counts counts = countsOf(sweep);
+      points += sweep.points.size() - counts.of(PointOutcome::notTried);
+      lost += counts.losses;
     }
     beside = std::max(beside, pairing.aftermath.greatestBesideTarget);
     temporary = std::max(temporary, pairing.aftermath.greatestTemporary);
@@ -119,10 +125,13 @@ void HTMLReport::writeFacts() {
   html_.element("dl", {{"class", "facts"}}, [&] {
     fact("Installed versions", textOf(installs),
          "of " + textOf(rehearsal_.pairings.size()) + " would install");
-    fact("Steps", textOf(passed), "of " + textOf(steps) + " went as they must");
+    fact("Steps", textOf(passed),
+         "of " + textOf(passed + failed) + " went as they must" +
+             (untried > 0 ? ", " + textOf(untried) + " not tried" : ""));
     if (points > 0)
       fact("Points of failure", textOf(points), lost == 0 ? "none lost" : textOf(lost) + " lost");
-    fact("Disk needed", bytesOf(beside), "and " + bytesOf(temporary) + " in /tmp");
+    if (installs > 0)
+      fact("Disk needed", bytesOf(beside), "and " + bytesOf(temporary) + " in /tmp");
   });
 }
 
@@ -168,6 +177,8 @@ void HTMLReport::writeStep(const Step& step) {
 
 void HTMLReport::writeSteps(const Pairing& pairing) {
   html_.element("h3", {}, "Steps");
+  if (pairing.steps.size() > 1)
+    html_.element("p", {}, kWhatMustBeRefused);
   html_.element("table", {{"class", "steps"}}, [&] {
     html_.element("thead", {}, [&] {
       html_.element("tr", {}, [&] {
@@ -223,11 +234,11 @@ void HTMLReport::writeSweeps(const Pairing& pairing, std::size_t index) {
     writeSweep(html_, pairing.sweeps[sweep], anchorOf(index) + "-sweep-" + std::to_string(sweep + 1));
 }
 
-std::vector<std::string> HTMLReport::faultsOf(const Pairing& pairing) const {
+std::vector<std::string> HTMLReport::faultsOf(std::size_t pairing) const {
   std::vector<std::string> titles;
   for (const Concern& concern : concerns_)
     if (concern.severity == Severity::fault &&
-        std::ranges::find(concern.versions, versionOf(pairing.installed)) != concern.versions.end())
+        std::ranges::find(concern.pairings, pairing) != concern.pairings.end())
       titles.push_back(concern.title);
   return titles;
 }
@@ -240,7 +251,7 @@ void HTMLReport::writePairing(const Pairing& pairing, std::size_t index) {
       html_.text(", " + pairing.installed.identifier);
     });
     html_.element("p", {{"class", pairing.wouldInstall ? "judgement" : "judgement bad"}}, pairing.verdict);
-    if (const std::vector<std::string> faults = faultsOf(pairing); pairing.wouldInstall && !faults.empty())
+    if (const std::vector<std::string> faults = faultsOf(index); pairing.wouldInstall && !faults.empty())
       html_.element("p", {{"class", "judgement bad"}}, "But: " + listed(faults) + ".");
     if (!pairing.phases.empty() || !pairing.diskUse.empty())
       html_.element("h3", {}, "The update");
@@ -271,8 +282,8 @@ void HTMLReport::writeSubject() {
         term(name, [&] { html_.element("code", {}, value); });
       };
       code("Image", subject.image);
-      code("Its SHA-256", subject.imageDigest);
-      code("The updater's", subject.updaterDigest);
+      code("SHA-256 of it", subject.imageDigest);
+      code("SHA-256 of the updater", subject.updaterDigest);
       if (!subject.options.empty())
         term("Options", [&] { html_.element("code", {}, listed(subject.options)); });
       if (rehearsal_.shards.size() == 1 && rehearsal_.shards.front().count > 1)

@@ -94,7 +94,7 @@ void writeMatrix(HTMLWriter& html, const Rehearsal& rehearsal) {
               writeRow(name, [&](const Pairing& pairing) {
                 const auto step = std::ranges::find(pairing.steps, name, &Step::name);
                 if (step == pairing.steps.end())
-                  html.text("none");
+                  writeMark(html, "not-tried", "–", "not tried");
                 else
                   writeStepWord(html, *step);
               });

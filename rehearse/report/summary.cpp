@@ -17,7 +17,8 @@ using Ranked = std::pair<Urgency, Concern>;
 Concern concernOf(const Sweep& sweep, const Counts& counts, const Point& first) {
   const std::string at =
       " of the sweep " + platform::quoted(sweep.name) + ", the first at " + platform::quoted(first.name);
-  Concern concern{.severity = Severity::fault, .title = {}, .sentence = {}, .advice = {}, .versions = {}};
+  Concern concern{
+      .severity = Severity::fault, .title = {}, .sentence = {}, .advice = {}, .versions = {}, .pairings = {}};
   if (counts.losses > 0) {
     concern.title = "the application is lost";
     concern.sentence = "No complete application is left at " + counted(counts.losses, "point") + at +
@@ -41,7 +42,8 @@ void append(std::vector<Ranked>& concerns, const Sweep& sweep) {
                                   .title = "a control shows nothing",
                                   .sentence = judgementOf(sweep),
                                   .advice = "Do not rely on the other sweeps: they would not see a loss.",
-                                  .versions = {}});
+                                  .versions = {},
+                                  .pairings = {}});
     return;
   }
   const bool isLoss = counts.losses > 0;
@@ -65,7 +67,8 @@ std::vector<Ranked> concernsOf(const Pairing& pairing) {
                                                   .title = inWords(finding.key),
                                                   .sentence = finding.sentence,
                                                   .advice = finding.advice,
-                                                  .versions = {}});
+                                                  .versions = {},
+                                                  .pairings = {}});
   const bool hasFault =
       std::ranges::find(pairing.findings, Severity::fault, &Finding::severity) != pairing.findings.end();
   for (const Step& step : pairing.steps)
@@ -75,14 +78,16 @@ std::vector<Ranked> concernsOf(const Pairing& pairing) {
                                                  .title = step.name + " failed",
                                                  .sentence = step.message,
                                                  .advice = {},
-                                                 .versions = {}});
+                                                 .versions = {},
+                                                 .pairings = {}});
   const auto isFaulty = [](const Ranked& ranked) { return ranked.second.severity == Severity::fault; };
   if (!pairing.wouldInstall && std::ranges::none_of(result, isFaulty))
     result.emplace_back(Urgency::step, Concern{.severity = Severity::fault,
                                                .title = "the update would be refused",
                                                .sentence = pairing.verdict,
                                                .advice = {},
-                                               .versions = {}});
+                                               .versions = {},
+                                               .pairings = {}});
   return result;
 }
 
@@ -96,8 +101,8 @@ std::string numberOf(Severity severity, const std::vector<Concern>& concerns) {
 
 std::vector<Concern> concerns(const Rehearsal& rehearsal) {
   std::vector<Ranked> ranked;
-  for (const Pairing& pairing : rehearsal.pairings)
-    for (Ranked& more : concernsOf(pairing)) {
+  for (std::size_t index = 0; index < rehearsal.pairings.size(); ++index)
+    for (Ranked& more : concernsOf(rehearsal.pairings[index])) {
       const auto known = std::ranges::find_if(ranked, [&](const Ranked& each) {
         const auto members = [](const Concern& concern) {
           return std::tie(concern.severity, concern.title, concern.sentence, concern.advice);
@@ -105,7 +110,10 @@ std::vector<Concern> concerns(const Rehearsal& rehearsal) {
         return members(each.second) == members(more.second);
       });
       Concern& concern = known == ranked.end() ? ranked.emplace_back(std::move(more)).second : known->second;
-      concern.versions.push_back(versionOf(pairing.installed));
+      const std::string version = versionOf(rehearsal.pairings[index].installed);
+      if (std::ranges::find(concern.versions, version) == concern.versions.end())
+        concern.versions.push_back(version);
+      concern.pairings.push_back(index);
     }
   std::ranges::stable_sort(ranked, {}, [](const Ranked& each) {
     return std::pair(-static_cast<int>(each.second.severity), each.first);

@@ -17,7 +17,8 @@ struct Concern {
   std::string title;                  ///< such as "build does not rise"
   std::string sentence;               ///< what is found, and what users would see
   std::string advice;                 ///< what to do; may be empty
-  std::vector<std::string> versions;  ///< the installed ones that it is about
+  std::vector<std::string> versions;  ///< the installed ones that it is about, each once
+  std::vector<std::size_t> pairings;  ///< the places of theirs in the record
 };
 
 /// Everything of the kind, the most important first: a lost application, a broken promise, then by severity.

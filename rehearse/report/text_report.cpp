@@ -169,6 +169,8 @@ void TextReport::append(const std::vector<Sweep>& sweeps) {
 void TextReport::append(const Pairing& pairing) {
   heading("Over " + versionOf(pairing.installed) + ", " + pairing.installed.source);
   line(platform::printable(pairing.verdict));
+  if (pairing.steps.size() > 1)
+    line(std::string("\nSteps. ") + kWhatMustBeRefused);
   for (const Step& step : pairing.steps)
     append(step);
   append(pairing.aftermath);

@@ -13,6 +13,10 @@ namespace rehearse {
 std::string wordFor(Severity severity);
 std::string wordFor(PointOutcome outcome);
 
+/// What an outsider has to know to read the steps.
+inline constexpr const char* kWhatMustBeRefused =
+    "The update has to pass, and so has the control. Every other step has to be refused.";
+
 /// "passed", "failed", "not tried", or "refused" for a step that went as it has to by a refusal.
 std::string wordFor(const Step& step);
 

@@ -83,7 +83,7 @@ std::vector<std::string> notTriedIn(const std::vector<Pairing>& pairings) {
       if (isUntried(sweep))
         add(sweep.name + version, sweep.points.front().name);
     if (!pairing.wouldInstall)
-      add("everything but the update itself" + version, "It shows something only where the update succeeds.");
+      add("everything but the update itself" + version, "it shows something only where the update succeeds.");
   }
   std::vector<std::string> sentences;
   sentences.reserve(namesByReason.size());

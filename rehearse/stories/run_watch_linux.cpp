@@ -163,8 +163,19 @@ class Watch {
     if (stage == stage_)
       return;
     seen_.phases.back().end = time;
-    seen_.phases.push_back({kNames[static_cast<std::size_t>(stage)], time, time});
+    seen_.phases.push_back({nameOf(stage), time, time});
     stage_ = stage;
+  }
+
+  /// A start before the swap, or after another, is that of the previous application.
+  std::string nameOf(Stage stage) {
+    if (stage != Stage::start)
+      return kNames[static_cast<std::size_t>(stage)];
+    const bool isOfPrevious = wasStarted_ || stage_ < Stage::swap;
+    if (wasStarted_)
+      seen_.phases.back().name = "put the previous back";
+    wasStarted_ = true;
+    return isOfPrevious ? "start the previous" : kNames[static_cast<std::size_t>(stage)];
   }
 
   const WatchedPlaces& places_;
@@ -179,6 +190,7 @@ class Watch {
   Milliseconds opened_{};  ///< when the directory of the applications was, last
   FileNotice movedFrom_;
   std::string offered_;  ///< the name of the new application during the swap
+  bool wasStarted_ = false;
   Observation seen_;
 };
 

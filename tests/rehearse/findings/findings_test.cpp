@@ -121,8 +121,7 @@ TEST(Findings, ofVersionsAndArchitectures) {
       {{"build-does-not-rise"}, [](Release&, Release& offered) { offered.build = "1.0"; }},
       {{"version-falls"}, [](Release& installed, Release&) { installed.version = "2.10"; }},
       {{"version-does-not-rise"}, [](Release& installed, Release&) { installed.version = "2"; }},
-      {{"identifier-changed", "requirement-changed"},
-       [](Release&, Release& offered) { offered.identifier = "com.example.other"; }},
+      {{"identifier-changed"}, [](Release&, Release& offered) { offered.identifier = "com.example.other"; }},
       {{"architecture-lost"},
        [](Release&, Release& offered) { offered.beforeSigning = executableFor({Architecture::arm64}); }},
       {{},
@@ -150,10 +149,8 @@ TEST(Findings, ofSignatures) {
          };
        }},
       {{"installed-not-signed"}, [](Release& installed, Release&) { installed.options = {}; }},
-      {{"not-developer-id", "requirement-changed"},
-       [&](Release&, Release& offered) { offered.chain = development; }},
-      {{"team-changed", "requirement-changed"},
-       [&](Release&, Release& offered) { offered.chain = otherTeam; }},
+      {{"not-developer-id"}, [&](Release&, Release& offered) { offered.chain = development; }},
+      {{"team-changed"}, [&](Release&, Release& offered) { offered.chain = otherTeam; }},
       // What was signed with one certificate only is known by that certificate.
       {{"requirement-changed"}, [&](Release& installed, Release&) { installed.chain = development; }},
       {{"certificate-expired", "no-time-stamp"},
@@ -275,8 +272,9 @@ TEST(Findings, everyKeyIsExplained) {
 TEST(Findings, whatCannotBeRead) {
   const test::TemporaryDirectory directory;
   const fs::path application = make(directory, {});
-  EXPECT_EQ(rehearse::nameOf(application, "given"),
+  EXPECT_EQ(rehearse::identityOf(application, "given").name,
             (rehearse::ApplicationName{"Sample Application.app", "com.example.sample", "1.0", "1", "given"}));
+  EXPECT_EQ(rehearse::identityOf(application, "given").whyNotIdentified, "");
   EXPECT_THROW(compare(directory / "none.app", application), platform::Error);
   test::copyTree(application, directory / "Renamed.app");
   EXPECT_EQ(keys(compare(directory / "Renamed.app", application)),
@@ -284,10 +282,23 @@ TEST(Findings, whatCannotBeRead) {
   test::writeInfoPlist(application / "Contents/Info.plist", "com.example.sample", "", "1.0", "1");
   // Without an executable there is nothing to be signed, which is a finding.
   EXPECT_THAT(keys(compare(application, application)), testing::Contains("not-signed"));
-  test::writeFile(application / "Contents/Info.plist", "<plist><dict/></plist>");
-  EXPECT_THROW(rehearse::nameOf(application, "given"), platform::Error);
-  fs::remove(application / "Contents/Info.plist");
-  EXPECT_THROW(rehearse::nameOf(application, "given"), platform::Error);
+
+  // What the updater does not take for an application is told once for each of the two.
+  const fs::path complete = directory / "Renamed.app";
+  const fs::path information = application / "Contents/Info.plist";
+  for (const auto& [text, reason] :
+       {std::pair("<plist><dict/></plist>", "has no CFBundleIdentifier"),
+        std::pair("<plist><dict><key>CFBundleIdentifier</key><string>a</string></dict></plist>",
+                  "has no CFBundleShortVersionString"),
+        std::pair("{", "has an Info.plist that cannot be read"), std::pair("", "has no Info.plist")}) {
+    test::writeFile(information, text);
+    if (*text == '\0')
+      fs::remove(information);
+    EXPECT_EQ(rehearse::identityOf(application, "given").whyNotIdentified, reason);
+    EXPECT_EQ(compare(complete, application).front().key, "not-identified");
+    EXPECT_EQ(compare(application, complete).front().key, "installed-not-identified");
+  }
+  EXPECT_THAT(keys(compare(complete, application)), testing::Not(testing::Contains("not-signed")));
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <sys/mount.h>
@@ -16,6 +17,7 @@
 #include "tests/helpers/program.hpp"
 #include "tests/helpers/sample_application.hpp"
 #include "tests/helpers/syscall_fault.hpp"
+#include "tools/sign_bundle/mach_o_maker.hpp"
 
 namespace fs = std::filesystem;
 
@@ -50,6 +52,17 @@ class RehearseTest : public testing::Test {
                                                          .shortVersion = version,
                                                          .version = version,
                                                          .executable = test::SampleExecutable::machO});
+    chain.sign(application);
+    return application;
+  }
+
+  /// Without CFBundleShortVersionString.
+  fs::path makeWithoutVersion(const std::string& name) {
+    fs::path application = makeSigned(name);
+    std::string text = test::readFile(application / "Contents/Info.plist");
+    const std::string key = "CFBundleShortVersionString";
+    text.replace(text.find(key), key.size(), "Other");
+    test::writeFile(application / "Contents/Info.plist", text);
     chain.sign(application);
     return application;
   }
@@ -193,36 +206,95 @@ TEST_F(RehearseTest, FaultsOfAReleaseAreVerdicts) {
       R"("expectedBuild":"2.0","expectedSHA256":"00","statusPath":"/y"})");
   std::vector<std::string> newerWithPlan = arguments(image, newer);
   newerWithPlan.insert(newerWithPlan.end(), {"--plan", (directory / "other plan.json").native()});
-  const std::string changedAfterSigning =
-      "\"Quorin Ostreval.app/Contents/Resources/text.txt\" was changed after signing.";
-  const std::string noSignature =
-      "WOULD BE REFUSED: The installed application has no valid Developer ID signature: ";
+  const std::string text = "\"Quorin Ostreval.app/Contents/Resources/text.txt\" was changed after signing.";
+  const std::string noVersion = "has no CFBundleShortVersionString";
+  const fs::path unsignedApplication = makeSigned("5.0");
+  fs::remove_all(unsignedApplication / "Contents/_CodeSignature");
+  test::writeFile(unsignedApplication / "Contents/MacOS/Quorin Ostreval", sign_bundle::makeMachO({}));
+  const fs::path unsignedImage = makeImage(unsignedApplication.parent_path(), "5.0.dmg");
+  const fs::path lacking = makeSigned("6.0");
+  test::writeFile(lacking / "Contents/MacOS/Quorin Ostreval",
+                  sign_bundle::makeMachO({.libraries = {"@rpath/libkit.dylib"}}));
+  chain.sign(lacking);
+  const fs::path lackingImage = makeImage(lacking.parent_path(), "6.0.dmg");
+  const fs::path nameless = makeWithoutVersion("7.0");
+  const fs::path namelessImage = makeImage(nameless.parent_path(), "7.0.dmg");
+  const fs::path later = makeSigned("8.0");
+  test::writeFile(later / "Contents/MacOS/Quorin Ostreval",
+                  sign_bundle::makeMachO({.leastSystem = 0x000F0000}));
+  chain.sign(later);
+  const fs::path laterImage = makeImage(later.parent_path(), "8.0.dmg");
   struct Case {
     std::vector<std::string> words;
     std::string verdict;
     std::string refusedBy;
-    std::string finding = {};
+    std::vector<std::string> faults;
+    std::string sentence;  ///< part of the first fault's
   };
   const std::vector<Case> cases{
-      {arguments(withoutApplication, installed), "WOULD BE REFUSED: The image contains no application.",
-       "application in the image"},
-      {arguments(image, damaged), noSignature + changedAfterSigning, "installed application"},
+      {arguments(withoutApplication, installed),
+       "The image contains no application.",
+       "application in the image",
+       {"no-application"},
+       "no application"},
+      {arguments(image, damaged),
+       "The installed application has no valid Developer ID signature.",
+       "installed application",
+       {"installed-signature-invalid"},
+       text},
       {arguments(damagedImage, installed),
-       "WOULD BE REFUSED: The application in the image has no valid Developer ID signature: " +
-           changedAfterSigning,
-       "application in the image"},
-      {newerWithPlan, "WOULD BE REFUSED: The plan expects the digest \"00\", the image has ",
-       "digest of the image", "downgrade"},
+       "The application in the image has no valid Developer ID signature.",
+       "application in the image",
+       {"changed-after-signing"},
+       text},
+      {arguments(unsignedImage, installed),
+       "The application in the image has no valid Developer ID signature.",
+       "application in the image",
+       {"not-signed"},
+       "is not signed at all"},
+      {arguments(lackingImage, installed),
+       "The new version cannot start.",
+       "start",
+       {"cannot-start"},
+       "\"@rpath/libkit.dylib\": no LC_RPATH leads to it"},
+      {arguments(laterImage, installed),
+       "The new version cannot start.",
+       "start",
+       {"cannot-start"},
+       "is built for macOS 15.0 and later"},
+      {arguments(namelessImage, installed),
+       "The application in the image " + noVersion + ".",
+       "application in the image",
+       {"not-identified"},
+       noVersion},
+      {arguments(image, nameless),
+       "The installed application " + noVersion + ".",
+       "installed application",
+       {"installed-not-identified"},
+       noVersion},
+      {newerWithPlan,
+       "The plan and the image differ: digest, version.",
+       "digest of the image",
+       {"plan-differs", "downgrade"},
+       "expects the digest \"00\", the image has "},
   };
   for (const Case& each : cases) {
     const Outcome outcome = run(each.words);
     EXPECT_EQ(outcome.exitStatus, 1) << outcome.output << outcome.error;
     const Rehearsal rehearsal = rehearse::rehearsalFromJSON(outcome.output);
-    EXPECT_THAT(rehearsal.pairings.at(0).verdict, testing::StartsWith(each.verdict));
+    const rehearse::Pairing& pairing = rehearsal.pairings.at(0);
+    EXPECT_EQ(pairing.verdict, "WOULD BE REFUSED: " + each.verdict);
     EXPECT_EQ(stepOf(rehearsal, "update").refusedBy, each.refusedBy);
-    if (!each.finding.empty()) {
-      EXPECT_EQ(rehearsal.pairings.at(0).findings.at(0).key, each.finding);
+    // One cause is one fault, and makes no warning besides.
+    std::vector<std::string> faults;
+    for (const rehearse::Finding& finding : pairing.findings) {
+      EXPECT_NE(finding.key, "minimum-system-raised");
+      if (finding.severity == rehearse::Severity::fault)
+        faults.push_back(finding.key);
     }
+    EXPECT_EQ(faults, each.faults);
+    EXPECT_THAT(pairing.findings.at(0).sentence, HasSubstr(each.sentence));
+    EXPECT_THAT(outcome.output, testing::Not(HasSubstr(scratch.native())));
   }
 }
 
@@ -267,6 +339,16 @@ TEST_F(RehearseTest, WhatCannotBeRehearsedIsASentence) {
     if (!test::inject({.number = SYS_inotify_init1, .errorNumber = EMFILE}))
       ::_exit(99);
   };
+  const auto noMounts = [] {
+    if (!test::inject({.number = SYS_mount,
+                       .errorNumber = ENOSPC,
+                       .argument = test::SyscallFault::Argument{3, MS_BIND | MS_REC}}))
+      ::_exit(99);
+  };
+  const auto noOutput = [] { ::dup2(::open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); };
+  fs::create_symlink(directory / "nothing", directory / "link");
+  std::vector<std::string> intoLink = intoFull;
+  intoLink.back() = (directory / "link/report").native();
   struct Case {
     std::vector<std::string> words;
     std::string sentence;
@@ -281,15 +363,20 @@ TEST_F(RehearseTest, WhatCannotBeRehearsedIsASentence) {
       {{"--shard", "3/2"}, "--shard needs a number from 1 to 2, not \"3\"."},
       {{"--merge", "x", "--image", "y", "--report", "z"}, "--image does not go with --merge."},
       {arguments(directory / "missing.dmg", installed), "missing.dmg\" cannot be read: No such file"},
-      {arguments(directory / "no image.dmg", installed), "no image.dmg\" cannot be read: "},
+      {arguments(directory / "no image.dmg", installed),
+       "no image.dmg\" cannot be read: it could not be attached: it is not a disk image."},
       {arguments(image, directory / "full"), "full\" cannot be read: "},
       {withRoots(directory / "no image.dmg"), "no image.dmg\" cannot be read: it does not contain cert"},
       {withRoots(directory / "chain/leaf.pem"), "is not a self-signed root"},
       {intoFull, "full\" is not empty."},
+      {intoLink, "/link\" is a symbolic link to \""},
+      {{"--help"}, "could not be written to standard output: No space left", noOutput},
       {inTemporary, "is below /tmp, which the updater's tools use"},
       {arguments(image, installed), " MB free; --scratch names another place.", littleSpace},
       {arguments(image, installed), "for private mounts", noNamespaces},
       {arguments(image, installed), "has reached the limit fs.inotify.max_user_instances.", noNotices},
+      {arguments(image, installed), "the system's limit of mounts (/proc/sys/fs/mount-max) is reached.",
+       noMounts},
   };
   for (const Case& each : cases) {
     const Outcome outcome = run(each.words, each.prepare);
