@@ -48,6 +48,8 @@ TEST_F(CompleteUpdateTest, NoVariableIsReadAndAllArePassedOn) {
     expectUpdated(outcome);
     return lines;
   };
+  // By the runtime of a build that counts lines, in its own process.
+  const std::string kSetByCounters = "__LLVM_PROFILE_RT_INIT_ONCE";
   const std::set<std::string> ours{"QuorinOstrevalUpdater", "hdiutil", "ditto", "open"};
   std::string program;
   std::string verb;
@@ -65,7 +67,7 @@ TEST_F(CompleteUpdateTest, NoVariableIsReadAndAllArePassedOn) {
           << program << " has " << object;
       seen.insert(verb == "has" ? "the application" : "");
     } else {
-      EXPECT_TRUE(verb == "asks" || (verb == "has" && object == "0"))
+      EXPECT_TRUE(verb == "asks" || (verb == "has" && object == "0") || object == kSetByCounters)
           << program << ' ' << verb << ' ' << object;
       seen.insert(program);
     }
