@@ -37,7 +37,7 @@ inline constexpr std::array<FindingKind, 41> kFindingKinds{{
      "with --anchors."},
     {"installed-signature-invalid", Severity::fault,
      "Compare your copy with what was published. If that is the same, users of this version must install the "
-     "new one by hand; tell them how."},
+     "new one by hand; tell them how. The root of a test chain is named with --anchors."},
     {"not-developer-id", Severity::fault, "Sign with the team's Developer ID Application certificate."},
     {"identifier-changed", Severity::fault,
      "Keep CFBundleIdentifier. Another identifier takes an installation by the user."},

@@ -109,6 +109,8 @@ void judgeSignatures(const BundleFacts& installed, const BundleFacts& offered,
       findings.push_back(
           finding("not-signed",
                   "The new version is not signed, so that the update is refused: " + offered.whyNotSigned));
+    if (offered.hasInformation && offered.executable == nullptr)
+      findings.back().advice = "Name a program in Contents/MacOS as CFBundleExecutable, and sign again.";
     return;
   }
   judgeCertificate(*offered.signature, findings);

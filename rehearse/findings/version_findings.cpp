@@ -90,6 +90,8 @@ void judgeVersions(const BundleFacts& installed, const BundleFacts& offered, std
                               "; users keep the name " + platform::quoted(installed.name.bundleName) + "."));
   if (areIdentified)
     judgeNumbers(installed.name, offered.name, findings);
+  if (!installed.hasInformation)
+    return;
   judgeArchitectures(installed, offered, findings);
   judgeLeastSystem(installed, offered, findings);
 }

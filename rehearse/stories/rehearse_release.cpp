@@ -64,31 +64,54 @@ fs::path makeConfidential(const fs::path& directory) {
   return directory;
 }
 
-/// What was not tried, with the installed version if there are several. What has one reason is one sentence.
-std::vector<std::string> notTriedIn(const std::vector<Pairing>& pairings) {
-  std::vector<std::pair<std::string, std::string>> namesByReason;
-  const auto add = [&](const std::string& name, const std::string& reason) {
-    const auto known = std::ranges::find(namesByReason, reason, &std::pair<std::string, std::string>::second);
-    if (known == namesByReason.end())
-      namesByReason.emplace_back(name, reason);
-    else
-      known->first += ", " + name;
-  };
+/// Something that was not tried, and the installed versions with which it was not.
+struct Untried {
+  std::string name;
+  std::string reason;
+  std::vector<std::string> versions;
+};
+
+std::vector<Untried> untriedIn(const std::vector<Pairing>& pairings) {
+  std::vector<Untried> all;
   for (const Pairing& pairing : pairings) {
-    const std::string version = pairings.size() > 1 ? " over " + versionOf(pairing.installed) : std::string();
+    const auto add = [&](const std::string& name, const std::string& reason) {
+      const auto known = std::ranges::find_if(
+          all, [&](const Untried& each) { return each.name == name && each.reason == reason; });
+      Untried& untried = known == all.end() ? all.emplace_back(Untried{name, reason, {}}) : *known;
+      untried.versions.push_back(versionOf(pairing.installed));
+    };
     for (const Step& step : pairing.steps)
       if (step.verdict == StepVerdict::notTried)
-        add(step.name + version, step.message);
+        add(step.name, step.message);
     for (const Sweep& sweep : pairing.sweeps)
       if (isUntried(sweep))
-        add(sweep.name + version, sweep.points.front().name);
+        add(sweep.name, sweep.points.front().name);
     if (!pairing.wouldInstall)
-      add("everything but the update itself" + version, "it shows something only where the update succeeds.");
+      add("everything but the update itself", "it shows something only where the update succeeds.");
+  }
+  return all;
+}
+
+/// A sentence for all that was not tried for one reason, with the installed versions unless they are all.
+std::vector<std::string> notTriedIn(const std::vector<Pairing>& pairings) {
+  std::vector<Untried> merged;
+  for (const Untried& untried : untriedIn(pairings)) {
+    const auto known = std::ranges::find_if(merged, [&](const Untried& each) {
+      return each.reason == untried.reason && each.versions == untried.versions;
+    });
+    if (known == merged.end())
+      merged.push_back(untried);
+    else
+      known->name += ", " + untried.name;
   }
   std::vector<std::string> sentences;
-  sentences.reserve(namesByReason.size());
-  for (const auto& [names, reason] : namesByReason)
-    sentences.push_back(names + ": " + reason);
+  for (const auto& [names, reason, versions] : merged) {
+    std::string text = names;
+    if (versions.size() < pairings.size())
+      for (const std::string& version : versions)
+        text.append(text == names ? ", over " : ", ").append(version);
+    sentences.push_back(text + ": " + reason);
+  }
   return sentences;
 }
 

@@ -299,6 +299,8 @@ TEST(Findings, whatCannotBeRead) {
     EXPECT_EQ(compare(application, complete).front().key, "installed-not-identified");
   }
   EXPECT_THAT(keys(compare(complete, application)), testing::Not(testing::Contains("not-signed")));
+  EXPECT_THAT(keys(compare(application, complete)),
+              ElementsAre("installed-not-identified", "bundle-renamed"));
 }
 
 }  // namespace
