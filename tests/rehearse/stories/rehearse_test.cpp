@@ -298,6 +298,18 @@ TEST_F(RehearseTest, FaultsOfAReleaseAreVerdicts) {
   }
 }
 
+/// Here the program in place of `open` fails without a judgement.
+TEST_F(RehearseTest, AFailureThatNothingInTheReleaseExplainsIsAFinding) {
+  test::writeFile(prefix / "libexec/quorin/judge_start", "#!/bin/sh\necho broken >&2\nexit 1\n");
+  const Outcome outcome = run(arguments(image, installed));
+  EXPECT_EQ(outcome.exitStatus, 1) << outcome.error;
+  const Rehearsal rehearsal = rehearse::rehearsalFromJSON(outcome.output);
+  const rehearse::Finding& finding = rehearsal.pairings.at(0).findings.at(0);
+  EXPECT_EQ(finding.key, "update-failed");
+  EXPECT_THAT(finding.sentence, HasSubstr("broken"));
+  EXPECT_THAT(rehearsal.notTried, testing::ElementsAre(testing::StartsWith("everything but the update")));
+}
+
 /// An ordinary user has no loop devices.
 TEST_F(RehearseTest, AProofThatTriesNothingIsNoSuccess) {
   std::vector<std::string> words = arguments(image, installed);
