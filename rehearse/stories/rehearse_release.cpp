@@ -110,7 +110,7 @@ std::vector<std::string> notTriedIn(const std::vector<Pairing>& pairings) {
     if (versions.size() < pairings.size())
       for (const std::string& version : versions)
         text.append(text == names ? ", over " : ", ").append(version);
-    sentences.push_back(text + ": " + reason);
+    sentences.push_back(text.append(": ").append(reason));
   }
   return sentences;
 }
