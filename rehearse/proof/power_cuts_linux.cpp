@@ -9,6 +9,7 @@
 #include <memory>
 #include <random>
 #include <utility>
+#include <vector>
 
 #include "platform/foundation/error.hpp"
 #include "rehearse/files/program.hpp"
@@ -80,9 +81,9 @@ std::size_t blocksIn(const DiskHistory& history, std::size_t begin, std::size_t 
   return blocks;
 }
 
-/// What a disk may keep of several blocks, the same for the same name on each machine. All of them are not
-/// among it.
-std::map<KeptBlocks, std::string> partsOf(std::size_t blocks, const std::string& name) {
+/// What a disk may keep of several blocks, with a name for each. On two machines that write as many blocks,
+/// it is the same.
+std::vector<std::pair<std::string, KeptBlocks>> partsOf(std::size_t blocks, const std::string& name) {
   std::seed_seq seed(name.begin(), name.end());
   std::mt19937 random(seed);
   const auto half = [&] {
@@ -92,11 +93,7 @@ std::map<KeptBlocks, std::string> partsOf(std::size_t blocks, const std::string&
   };
   KeptBlocks last(blocks);
   last.back() = true;
-  std::map<KeptBlocks, std::string> parts{{KeptBlocks(blocks), "none"}, {last, "the last"}};
-  parts.emplace(half(), "a half");
-  parts.emplace(half(), "another half");
-  parts.erase(KeptBlocks(blocks, true));
-  return parts;
+  return {{"none", KeptBlocks(blocks)}, {"the last", last}, {"a half", half()}, {"another half", half()}};
 }
 
 /// A disk that goes forward through a recorded update. Operations throw `platform::Error`.
@@ -216,12 +213,13 @@ class Planning {
   Planning(PlannedSweep& sweep, std::shared_ptr<CutTrials> trials)
       : sweep_(sweep), trials_(std::move(trials)) {}
 
-  /// A control has its sampled calls only, so that it is known when all of its points were tried.
+  /// Calls with no write between them leave the same disk. A control has its sampled calls only, so that it
+  /// is known when all of its points were tried.
   void addBehindCalls(bool isControl) {
     for (const Mark& mark : trials_->update().marks())
       if (const std::string name = pointBehind(mark.call);
           (mark.isSampled || !isControl) && sweep_.selects(name, mark.isSampled))
-        add(name, {mark.writes, mark.writes, {}, stateAfter(mark.writes)});
+        add(name, upTo(mark.writes));
   }
 
   void addBetweenFlushes() {
@@ -235,21 +233,38 @@ class Planning {
       const auto mark = std::ranges::lower_bound(marks, end, {}, &Mark::writes);
       const std::string& call = mark == marks.end() ? marks.back().call : mark->call;
       const std::string flush = call + ", flush " + std::to_string(++flushes[call]);
-      for (const auto& [kept, part] : partsOf(blocksIn(history, begin, end), flush))
-        if (const std::string name = flush + ", " + part + " of the writes before it";
-            sweep_.selects(name, true))
-          add(name, {begin, end, kept, {}});
+      addParts(begin, end, blocksIn(history, begin, end), flush);
       begin = end;
     }
   }
 
  private:
-  /// Calls with no write between them leave the same disk. States are tried in their order: forward.
+  /// Parts of few blocks may be the same.
+  void addParts(std::size_t begin, std::size_t end, std::size_t blocks, const std::string& flush) {
+    const auto parts = partsOf(blocks, flush);
+    for (const auto& [part, kept] : parts) {
+      const std::string name =
+          std::string(flush).append(", ").append(part).append(" of the writes before it");
+      if (!sweep_.selects(name, true))
+        continue;
+      if (const auto count = static_cast<std::size_t>(std::ranges::count(kept, true));
+          count == 0 || count == blocks)
+        add(name, upTo(count == 0 ? begin : end));
+      else
+        add(name, {begin, end, kept,
+                   stateAfter(begin) + ", " +
+                       std::ranges::find(parts, kept, &std::pair<std::string, KeptBlocks>::second)->first});
+    }
+  }
+
+  /// States are tried in their order: forward.
   static std::string stateAfter(std::size_t writes) {
     constexpr std::size_t kDigits = 12;
     const std::string number = std::to_string(writes);
     return "after write " + std::string(kDigits - std::min(kDigits, number.size()), '0') + number;
   }
+
+  static Cut upTo(std::size_t writes) { return {writes, writes, {}, stateAfter(writes)}; }
 
   void add(const std::string& name, Cut cut) {
     std::string state = cut.state;
