@@ -26,6 +26,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "7zip (>= 22)")
 # The file systems of the power cuts that quorin-rehearse tries.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS e2fsprogs)
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "btrfs-progs, xfsprogs")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "updater of Quorin Ostreval, and rehearsals of its releases
 Finishes the self-update of a macOS application: verifies the downloaded disk
 image and the signature of the application in it, replaces the installed

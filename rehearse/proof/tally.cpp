@@ -20,16 +20,18 @@ void add(std::ostream& text, const Tally& tally, const std::string& verdict) {
 
 std::string verdictOn(const Tally& tally) {
   const std::string count = tally.violations == 0 ? "none" : std::to_string(tally.violations);
+  if (tally.isControl && tally.keepsPromise())
+    return count + (tally.lost != 0 ? ", as a control must" : " in this part of a control");
   if (tally.isControl)
-    return count +
-           (tally.keepsPromise() ? ", as a control must" : ", and a control must lose the application");
+    return count + ", and a control must lose the application";
   return tally.keepsPromise() ? count : count + ": THE PROMISE IS BROKEN OR NOT PROVED";
 }
 
 }  // namespace
 
 Tally tallyOf(const Sweep& sweep) {
-  Tally tally{.name = sweep.name, .isControl = sweep.isControl};
+  Tally tally{
+      .name = sweep.name, .isControl = sweep.isControl, .isWhole = sweep.points.size() >= sweep.total};
   const auto count = [&](PointOutcome outcome) {
     return static_cast<std::size_t>(std::ranges::count(sweep.points, outcome, &Point::outcome));
   };

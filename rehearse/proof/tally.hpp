@@ -19,10 +19,12 @@ struct Tally {
   std::size_t observed = 0;  ///< were not run, since what they leave was seen to be the same as in a run
   std::size_t violations = 0;
   bool isControl = false;
+  bool isWhole = true;  ///< all points of the sweep are here
 
-  /// A control must be seen to lose the application, and nothing else may break any promise.
+  /// A control must be seen to lose the application where it is whole, and nothing else may break any
+  /// promise.
   bool keepsPromise() const {
-    return failed == 0 && (isControl ? lost != 0 && lost == violations : violations == 0);
+    return failed == 0 && (isControl ? lost == violations && (lost != 0 || !isWhole) : violations == 0);
   }
 };
 
