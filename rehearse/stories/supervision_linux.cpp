@@ -7,6 +7,7 @@
 #include <exception>
 
 #include "platform/files/file_manager.hpp"
+#include "platform/foundation/best_effort.hpp"
 #include "platform/foundation/error.hpp"
 #include "platform/foundation/uuid.hpp"
 #include "rehearse/files/descendants.hpp"
@@ -20,6 +21,9 @@ namespace {
 
 constexpr int kFailed = 2;
 
+/// Tells the inner supervisor that the outer one has died. It arrives also where signals are ignored.
+constexpr int kOuterDied = SIGUSR1;
+
 /// Such as SIGHUP for a program that is to survive its terminal.
 bool isIgnored(int signal) {
   struct sigaction action {};
@@ -32,6 +36,7 @@ class Signals {
   Signals() {
     ::sigemptyset(&set_);
     ::sigaddset(&set_, SIGCHLD);
+    ::sigaddset(&set_, kOuterDied);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
       if (!isIgnored(signal))
         ::sigaddset(&set_, signal);
@@ -63,15 +68,13 @@ fs::path makeScratch(const fs::path& parent) {
   return scratch;
 }
 
-[[noreturn]] void runChild(const std::function<int(const fs::path&)>& work, const fs::path& scratch,
-                           const Signals& signals, pid_t supervisor) {
+[[noreturn]] void runChild(const std::function<int()>& body, int deathSignal, pid_t supervisor) {
   // Without a supervisor nobody would clean up. It may have ended before the call took effect.
-  if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || ::getppid() != supervisor)
+  if (::prctl(PR_SET_PDEATHSIG, deathSignal) != 0 || ::getppid() != supervisor)
     ::_exit(kFailed);
-  signals.restore();
   int status = kFailed;
   try {
-    status = work(scratch);
+    status = body();
   } catch (const std::exception& failure) {
     static_cast<void>(std::fprintf(stderr, "quorin-rehearse: %s\n", sentenceOf(failure).c_str()));
   }
@@ -106,30 +109,55 @@ End awaitEnd(pid_t child, const Signals& signals) {
   }
 }
 
-}  // namespace
-
-int supervise(const fs::path& parent, const std::function<int(const fs::path& scratch)>& work) {
-  const Signals signals;
+/// Runs `body` in a child, which `deathSignal` reaches when this process dies, and then ends all that the
+/// child has started.
+End runBelow(const std::function<int()>& body, int deathSignal, const Signals& signals) {
   if (::prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0)
     throw platform::SystemError("The process cannot adopt orphans", errno);
-  const fs::path scratch = makeScratch(parent);
   static_cast<void>(std::fflush(nullptr));
   const pid_t supervisor = ::getpid();
   const pid_t child = ::fork();
   if (child == 0)
-    runChild(work, scratch, signals, supervisor);
-  const int forkFailure = errno;
-  const End end = child < 0 ? End() : awaitEnd(child, signals);
-  // Its mounts end with the last of its processes.
-  endAllChildren();
-  removeItem(scratch);
+    runChild(body, deathSignal, supervisor);
   if (child < 0)
-    throw platform::SystemError("No process could be started", forkFailure);
-  if (end.signal != 0) {
-    static_cast<void>(::signal(end.signal, SIG_DFL));
-    static_cast<void>(::raise(end.signal));
-    signals.restore();
-  }
+    throw platform::SystemError("No process could be started", errno);
+  const End end = awaitEnd(child, signals);
+  endAllChildren();
+  return end;
+}
+
+/// Ends this process by the signal, where one is to end it.
+void endBy(int signal, const Signals& signals) {
+  if (signal == 0)
+    return;
+  static_cast<void>(::signal(signal, SIG_DFL));
+  static_cast<void>(::raise(signal));
+  signals.restore();
+}
+
+}  // namespace
+
+int supervise(const fs::path& parent, const std::function<int(const fs::path& scratch)>& work) {
+  const Signals signals;
+  const fs::path scratch = makeScratch(parent);
+  const platform::ScopeExit removal([&] { removeItem(scratch); });
+  // Of two supervisors each cleans up after the other, since none can after its own SIGKILL. The mounts in
+  // the scratch directory end with the last process that sees them.
+  const auto superviseInTurn = [&] {
+    const End end = runBelow(
+        [&] {
+          signals.restore();
+          return work(scratch);
+        },
+        SIGKILL, signals);
+    if (end.signal == kOuterDied)
+      removeItem(scratch);
+    endBy(end.signal, signals);
+    return end.status;
+  };
+  const End end = runBelow(superviseInTurn, kOuterDied, signals);
+  removeItem(scratch);
+  endBy(end.signal, signals);
   return end.status;
 }
 
