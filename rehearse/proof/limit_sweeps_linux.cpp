@@ -97,7 +97,8 @@ std::vector<Limit> limits(const Material& material) {
       {"open files", 1, 64, 4, resource(RLIMIT_NOFILE)},
       {"the size of a file", stepTo(material.enoughFile, 256), material.enoughFile, 1024,
        resource(RLIMIT_FSIZE)},
-      {"memory", 1 << 20, material.enoughMemory, 1 << 20, resource(RLIMIT_AS)},
+      // The first of them are too little for the system to load the program.
+      {"memory", 1 << 20, material.enoughMemory, 4 << 20, resource(RLIMIT_AS)},
   };
   // Only the superuser can have a user without other processes.
   if (::geteuid() == 0)

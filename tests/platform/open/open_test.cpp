@@ -1,13 +1,16 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <thread>
 
 #include "tests/helpers/files.hpp"
 #include "tests/helpers/program.hpp"
+#include "tests/helpers/syscall_fault.hpp"
 
 namespace fs = std::filesystem;
 using test::Outcome;
@@ -77,6 +80,8 @@ TEST_F(OpenTest, SaysWhyAnApplicationCannotBeOpened) {
   writeFile(executable, "#!/bin/sh\n");
   fs::permissions(executable, fs::perms::owner_read);
   expectRefused("could not be started: Permission denied.");
+  // Also where nothing can be written.
+  EXPECT_EQ(open([] { return test::inject({SYS_write, EIO}) ? void() : ::_exit(126); }).exitStatus, 1);
   fs::remove(executable);
   makeBundle("app", "no program of any kind\n");
   expectRefused("could not be started: Exec format error.");
