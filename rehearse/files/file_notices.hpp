@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,9 +26,11 @@ class FileNotices {
   /// Throws `platform::Error`, as `watch` does, naming the limit if one of the user's limits is reached.
   FileNotices();
 
-  /// Watches the names in an existing directory from now on for some events, bits as in `FileNotice`. A
-  /// directory is watched once.
+  /// Watches the names in a directory from now on for some events, bits as in `FileNotice`. A directory is
+  /// watched once.
   int watch(const std::filesystem::path& directory, std::uint32_t events);
+  /// The same, or nothing where there is no such directory.
+  std::optional<int> tryWatch(const std::filesystem::path& directory, std::uint32_t events);
 
   /// Those that are queued, without waiting. Throws `platform::Error` if the kernel had to drop some.
   std::vector<FileNotice> take();

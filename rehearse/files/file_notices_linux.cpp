@@ -43,10 +43,19 @@ FileNotices::FileNotices() : queue_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
 }
 
 int FileNotices::watch(const std::filesystem::path& directory, std::uint32_t events) {
-  const int watched = ::inotify_add_watch(queue_.get(), directory.c_str(), events | IN_ONLYDIR);
-  if (watched < 0)
+  const auto watched = tryWatch(directory, events);
+  if (!watched)
     throwNotWatched(errno, ENOSPC, "fs.inotify.max_user_watches");
-  return watched;
+  return *watched;
+}
+
+std::optional<int> FileNotices::tryWatch(const std::filesystem::path& directory, std::uint32_t events) {
+  const int watched = ::inotify_add_watch(queue_.get(), directory.c_str(), events | IN_ONLYDIR);
+  if (watched >= 0)
+    return watched;
+  if (errno != ENOENT && errno != ENOTDIR)
+    throwNotWatched(errno, ENOSPC, "fs.inotify.max_user_watches");
+  return std::nullopt;
 }
 
 std::vector<FileNotice> FileNotices::take() {

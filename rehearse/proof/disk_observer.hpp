@@ -7,7 +7,7 @@
 #include <set>
 #include <string>
 
-#include "platform/files/file_descriptor.hpp"
+#include "rehearse/files/file_notices.hpp"
 #include "rehearse/proof/home.hpp"
 
 namespace rehearse {
@@ -30,8 +30,8 @@ namespace rehearse {
 /// is looked at again without one.
 class DiskObserver {
  public:
-  /// `home` is furnished and exists as long as this. Throws `platform::SystemError` where no more notices can
-  /// be had.
+  /// `home` is furnished and exists as long as this. Throws `platform::Error` where no more notices can be
+  /// had.
   explicit DiskObserver(const Home& home);
 
   const std::string& state();
@@ -44,7 +44,7 @@ class DiskObserver {
   std::string describe();
 
   const Home& home_;
-  platform::FileDescriptor notices_;
+  FileNotices notices_;
   /// The tree to which a watched directory belongs, by its inode; 0 for the directories of names.
   std::map<int, ino_t> trees_;
   std::set<ino_t> changedTrees_;

@@ -1,12 +1,6 @@
 #include <sys/inotify.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <cstring>
-
-#include "platform/foundation/error.hpp"
 #include "rehearse/proof/disk_observer.hpp"
 
 namespace fs = std::filesystem;
@@ -38,10 +32,7 @@ std::string wordFor(Standing standing) {
 
 }  // namespace
 
-DiskObserver::DiskObserver(const Home& home)
-    : home_(home), notices_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-  if (!notices_.isOpen())
-    throw platform::SystemError("Changes of files cannot be observed", errno);
+DiskObserver::DiskObserver(const Home& home) : home_(home) {
   watchNames();
   state_ = describe();
 }
@@ -53,12 +44,8 @@ const std::string& DiskObserver::state() {
 }
 
 void DiskObserver::watch(const fs::path& directory, ino_t tree) {
-  const int watch = ::inotify_add_watch(notices_.get(), directory.c_str(), kChanges | IN_ONLYDIR);
-  if (watch >= 0)
-    trees_[watch] = tree;
-  else if (errno != ENOENT && errno != ENOTDIR)
-    throw platform::SystemError("Changes of " + platform::quoted(directory.native()) + " cannot be observed",
-                                errno);
+  if (const auto watched = notices_.tryWatch(directory, kChanges))
+    trees_[*watched] = tree;
 }
 
 void DiskObserver::watchNames() {
@@ -80,35 +67,19 @@ void DiskObserver::watchTree(ino_t tree) {
 /// Whether there was a change that the state may depend on.
 bool DiskObserver::takeNotices() {
   bool concerns = false;
-  alignas(inotify_event) std::array<char, 16'384> buffer{};
-  while (true) {
-    const ssize_t size = ::read(notices_.get(), buffer.data(), buffer.size());
-    if (size < 0 && errno == EINTR)
+  for (const FileNotice& notice : notices_.take()) {
+    const auto tree = trees_.find(notice.directory);
+    if (tree == trees_.end())
       continue;
-    if (size < 0 && errno != EAGAIN)
-      throw platform::SystemError("Changes of files cannot be observed", errno);
-    if (size <= 0)
-      return concerns;
-    for (std::size_t place = 0; place + sizeof(inotify_event) <= static_cast<std::size_t>(size);) {
-      inotify_event notice{};
-      std::memcpy(&notice, buffer.data() + place, sizeof notice);
-      place += sizeof notice + notice.len;
-      if ((notice.mask & IN_Q_OVERFLOW) != 0) {
-        changedTrees_ = watchedTrees_;
-        concerns = true;
-      }
-      const auto tree = trees_.find(notice.wd);
-      if (tree == trees_.end())
-        continue;
-      if ((notice.mask & IN_IGNORED) != 0) {
-        trees_.erase(tree);
-        continue;
-      }
-      if (tree->second != 0)
-        changedTrees_.insert(tree->second);
-      concerns = concerns || tree->second == 0 || tree->second == atTarget_ || isNoGood_;
+    if ((notice.events & IN_IGNORED) != 0) {
+      trees_.erase(tree);
+      continue;
     }
+    if (tree->second != 0)
+      changedTrees_.insert(tree->second);
+    concerns = concerns || tree->second == 0 || tree->second == atTarget_ || isNoGood_;
   }
+  return concerns;
 }
 
 std::string DiskObserver::describe() {
