@@ -111,7 +111,7 @@ void NSFileManager::exchangeItems(const URL& one, const URL& other) const {
     throw SystemError(quoted(one.path()) + " could not be exchanged with " + quoted(other.path()), failure);
   // The items are exchanged; a failure reported now would claim that they are not.
   bestEffort([&] { syncDirectory(oneEntry.directory.descriptor(), one.path()); });
-  if (!areInOneDirectory(otherEntry, oneEntry))
+  if (!areInOneDirectory(oneEntry, otherEntry))
     bestEffort([&] { syncDirectory(otherEntry.directory.descriptor(), other.path()); });
 }
 
