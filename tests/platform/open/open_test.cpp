@@ -80,8 +80,9 @@ TEST_F(OpenTest, SaysWhyAnApplicationCannotBeOpened) {
   writeFile(executable, "#!/bin/sh\n");
   fs::permissions(executable, fs::perms::owner_read);
   expectRefused("could not be started: Permission denied.");
-  // Also where nothing can be written.
-  EXPECT_EQ(open([] { return test::inject({SYS_write, EIO}) ? void() : ::_exit(126); }).exitStatus, 1);
+  // Also where nothing can be written to the first descriptor that the program opens.
+  const test::SyscallFault fault{SYS_write, EIO, test::SyscallFault::Argument{0, 3}};
+  EXPECT_EQ(open([=] { return test::inject(fault) ? void() : ::_exit(126); }).exitStatus, 1);
   fs::remove(executable);
   makeBundle("app", "no program of any kind\n");
   expectRefused("could not be started: Exec format error.");
