@@ -144,7 +144,8 @@ Task killTask(const Rehearsed& rehearsed, const RecordedCall& call, Fate fate, c
   return [=, &call](const Place& place, const auto& report) {
     Home home(rehearsed.material, rehearsed.story, place.home, place.temporary);
     home.furnish();
-    AtCall death(rehearsed.material, call, fate);
+    const auto among = fate.victim == Victim::everyone ? AtCall::Among::changes : AtCall::Among::calls;
+    AtCall death(rehearsed.material, call, fate, among);
     const Ending ending = home.run(death.watcher());
     if (!death.isReached()) {
       report({"", PointOutcome::notReached});
@@ -159,9 +160,9 @@ Task killTask(const Rehearsed& rehearsed, const RecordedCall& call, Fate fate, c
       result.state = DiskObserver(home).state();
     if (second != nullptr) {
       home.offer(rehearsed.material.update);
-      home.run(AtCall(rehearsed.material, *second, fate).watcher());
+      home.run(AtCall(rehearsed.material, *second, fate, among).watcher());
       if (home.standing() == Standing::neither)
-        result.violations.push_back("After a second kill at \"" + second->name +
+        result.violations.push_back("After a second kill at \"" + second->change +
                                     "\" no complete application is at the target's path.");
     }
     append(result.violations, rehearsed.nextUpdates(rehearsed.material, home));
@@ -257,13 +258,15 @@ PlannedSweep killSweep(const Rehearsed& rehearsed) {
   const bool isThinned = rehearsed.selection.every > 1;
   PlannedSweep sweep(nameOf(rehearsed.story) + ", a kill of everyone", rehearsed.selection, false,
                      isThinned ? 0 : kSamplesOfState);
+  bool isFirst = true;
   forOwnCalls(rehearsed, [&](std::size_t, const RecordedCall& call) {
-    const bool isFirst = sweep.points().empty();
-    if (isFirst && sweep.selects(call.name + ": before it", true))
-      sweep.add(call.name + ": before it",
+    if (call.after.empty())
+      return;
+    if (std::exchange(isFirst, false) && sweep.selects(call.change + ": before it", true))
+      sweep.add(call.change + ": before it",
                 killTask(rehearsed, call, {.kind = Kind::killBefore, .victim = Victim::everyone}, nullptr));
-    if (!call.after.empty() && sweep.selects(call.name, true))
-      sweep.add(call.name, killTask(rehearsed, call, kDeathOfEveryone, nullptr), call.after);
+    if (sweep.selects(call.change, true))
+      sweep.add(call.change, killTask(rehearsed, call, kDeathOfEveryone, nullptr), call.after);
   });
   return sweep;
 }
@@ -297,11 +300,16 @@ PlannedSweep secondKillSweep(const Rehearsed& rehearsed) {
   for (const RecordedCall& call : rehearsed.calls)
     if (!call.after.empty())
       changes.push_back(&call);
-  forOwnCalls(rehearsed, [&](std::size_t index, const RecordedCall& call) {
+  // The order of names is the same in each run, that of the calls is not.
+  const auto nameOfChange = [](const RecordedCall* call) -> const std::string& { return call->change; };
+  std::ranges::sort(changes, {}, nameOfChange);
+  forOwnCalls(rehearsed, [&](std::size_t, const RecordedCall& call) {
     if (call.after.empty())
       return;
-    const RecordedCall& second = *changes[index * kStep % changes.size()];
-    const std::string name = call.name + ", then " + second.name;
+    const auto place = static_cast<std::size_t>(
+        std::ranges::lower_bound(changes, call.change, {}, nameOfChange) - changes.begin());
+    const RecordedCall& second = *changes[place * kStep % changes.size()];
+    const std::string name = call.change + ", then " + second.change;
     if (sweep.selects(name))
       sweep.add(name, killTask(rehearsed, call, kDeathOfEveryone, &second));
   });

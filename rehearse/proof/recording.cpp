@@ -46,13 +46,14 @@ std::vector<RecordedCall> recordIn(const Place& place, const Material& material,
   home.furnish();
   DiskObserver disk(home);
   CallNames names(material.updater.filename());
+  CallNames changeNames(material.updater.filename());
   std::vector<RecordedCall> calls;
   std::set<pid_t> forked;
   std::list<std::size_t> pending;
   const auto before = [&](const SystemCall& call) {
     std::string name = names.next(call);
     if (isSteady(call, forked)) {
-      calls.push_back({std::move(name), call});
+      calls.push_back({std::move(name), changesFiles(call) ? changeNames.next(call) : "", call});
       if (changesFiles(call))
         pending.push_back(calls.size() - 1);
     }
@@ -91,7 +92,7 @@ std::string textOf(const std::vector<RecordedCall>& calls) {
          << ' ' << call.call.number;
     for (const std::uint64_t argument : call.call.arguments)
       text << ' ' << argument;
-    text << ' ' << call.call.program << '\t' << call.name << '\n';
+    text << ' ' << call.call.program << '\t' << call.name << '\t' << call.change << '\n';
   }
   return text.str();
 }
@@ -113,7 +114,8 @@ std::vector<RecordedCall> fromText(const std::string& text) {
       fields >> argument;
     fields.get();
     std::getline(fields, call.call.program, '\t');
-    std::getline(fields, call.name);
+    std::getline(fields, call.name, '\t');
+    std::getline(fields, call.change);
     call.after = states.at(after);
     calls.push_back(std::move(call));
   }

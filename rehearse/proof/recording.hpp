@@ -11,6 +11,9 @@ namespace rehearse {
 /// A call of an undisturbed update.
 struct RecordedCall {
   std::string name;  ///< see `CallNames`
+  /// The same, counted among the calls that change files; empty where it changes none. Several threads copy
+  /// and read files in an order that is not the same twice, so that which openat is a change is not either.
+  std::string change = {};
   SystemCall call;
   /// What was on the disk after it, as `DiskObserver` describes it; empty where it changes no file, and so
   /// leaves what it found.

@@ -54,12 +54,13 @@ class SweepRun {
   /// The next point of a state that no run has confirmed.
   void untried(const SameState& state, std::vector<const PlannedPoint*>& into) const {
     const auto found = std::ranges::find_if(
-        state.points, [this](const PlannedPoint* point) { return !results_.contains(point->name); });
+        state.points, [this](const PlannedPoint* point) { return !begun_.contains(point); });
     if (found != state.points.end())
       into.push_back(*found);
   }
 
   void tryAll(const std::vector<const PlannedPoint*>& points) {
+    begun_.insert(points.begin(), points.end());
     runPoints(points, workshop_, [this](const Result& result) {
       const auto [place, isNew] = results_.insert_or_assign(
           result.point, Point{result.point, result.outcome, PointMethod::run, result.violations});
@@ -109,6 +110,8 @@ class SweepRun {
   const std::function<void(const Point&)>& report_;
   std::map<std::string, SameState> states_;
   std::map<std::string, Point> results_;
+  /// Not tried again, even where a worker has died of them and there is no result.
+  std::set<const PlannedPoint*> begun_;
   std::vector<std::string> order_;
 };
 

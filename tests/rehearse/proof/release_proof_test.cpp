@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <iterator>
@@ -7,6 +8,7 @@
 
 #include "rehearse/files/private_prefix.hpp"
 #include "rehearse/proof/prove.hpp"
+#include "rehearse/proof/sweep.hpp"
 #include "rehearse/proof/tally.hpp"
 #include "tests/helpers/files.hpp"
 #include "tests/helpers/program.hpp"
@@ -111,6 +113,8 @@ TEST_F(ReleaseProof, isDividedByNames) {
   };
   const std::pair<ProofKind, std::string> cases[] = {
       {ProofKind::faults, "update, names can no longer"},
+      {ProofKind::kills, "revert, a kill of everyone"},
+      {ProofKind::kills, "revert, a kill and another"},
       {ProofKind::powerCuts, "update, power cuts on ext4, as the system writes"}};
   for (const auto& [kind, word] : cases) {
     SCOPED_TRACE(word);
@@ -140,6 +144,20 @@ TEST_F(ReleaseProof, isDividedByNames) {
     EXPECT_THAT(differences, testing::IsEmpty());
     EXPECT_EQ(count, joined.size());
   }
+}
+
+/// A worker that dies of a point is told of, and its points are not tried for ever.
+TEST(SweepRun, endsWhereWorkersDie) {
+  test::TemporaryDirectory directory("/var/tmp");
+  rehearse::PlannedSweep sweep("deadly", {});
+  for (const char* name : {"first", "second"})
+    if (sweep.selects(name))
+      sweep.add(
+          name, [](const rehearse::Place&, const auto&) { ::_exit(1); }, "a state");
+  const rehearse::Sweep result = rehearse::run(sweep, {directory.path(), 1, {}}, [](const Point&) {});
+  ASSERT_EQ(result.points.size(), 1U);
+  EXPECT_EQ(result.points.front().name, "a worker");
+  EXPECT_FALSE(tallyOf(result).keepsPromise());
 }
 
 }  // namespace
