@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <linux/fs.h>
 #include <sys/syscall.h>
 
 #include <algorithm>
@@ -22,7 +23,7 @@ std::vector<SystemCallKind> makeKinds() {
   return {
       {SYS_open, "open", forOpen},
       {SYS_openat, "openat", forOpen},
-      {SYS_openat2, "openat2", forOpen},
+      {SYS_openat2, "openat2", forOpen, true},
       {SYS_creat, "creat", forOpen, true},
       {SYS_close, "close", {EIO, EINTR}},
       {SYS_read, "read", forRead},
@@ -32,6 +33,9 @@ std::vector<SystemCallKind> makeKinds() {
       {SYS_write, "write", forWrite, true},
       {SYS_pwrite64, "pwrite64", forWrite, true},
       {SYS_writev, "writev", forWrite, true},
+      {SYS_pwritev, "pwritev", forWrite, true},
+      {SYS_pwritev2, "pwritev2", forWrite, true},
+      {SYS_splice, "splice", forWrite, true},
       {SYS_copy_file_range, "copy_file_range", forWrite, true},
       {SYS_sendfile, "sendfile", forWrite, true},
       {SYS_fallocate, "fallocate", forWrite, true},
@@ -53,6 +57,8 @@ std::vector<SystemCallKind> makeKinds() {
       {SYS_getcwd, "getcwd", {ENOMEM}},
       {SYS_chdir, "chdir", forLook},
       {SYS_fchdir, "fchdir", forLook},
+      {SYS_mknod, "mknod", forNames, true},
+      {SYS_mknodat, "mknodat", forNames, true},
       {SYS_mkdir, "mkdir", forNames, true},
       {SYS_mkdirat, "mkdirat", forNames, true},
       {SYS_rename, "rename", forNames, true},
@@ -68,10 +74,20 @@ std::vector<SystemCallKind> makeKinds() {
       {SYS_chmod, "chmod", {EIO, EPERM}, true},
       {SYS_fchmod, "fchmod", {EIO, EPERM}, true},
       {SYS_fchmodat, "fchmodat", {EIO, EPERM}, true},
+      {SYS_chown, "chown", {EIO, EPERM}, true},
+      {SYS_fchown, "fchown", {EIO, EPERM}, true},
+      {SYS_lchown, "lchown", {EIO, EPERM}, true},
+      {SYS_fchownat, "fchownat", {EIO, EPERM}, true},
+      {SYS_utime, "utime", {EIO, EPERM}, true},
+      {SYS_utimes, "utimes", {EIO, EPERM}, true},
+      {SYS_futimesat, "futimesat", {EIO, EPERM}, true},
       {SYS_utimensat, "utimensat", {EIO, EPERM}, true},
       {SYS_setxattr, "setxattr", {EIO, ENOSPC}, true},
       {SYS_lsetxattr, "lsetxattr", {EIO, ENOSPC}, true},
       {SYS_fsetxattr, "fsetxattr", {EIO, ENOSPC}, true},
+      {SYS_removexattr, "removexattr", {EIO, EPERM}, true},
+      {SYS_lremovexattr, "lremovexattr", {EIO, EPERM}, true},
+      {SYS_fremovexattr, "fremovexattr", {EIO, EPERM}, true},
       {SYS_getxattr, "getxattr", {EIO}},
       {SYS_lgetxattr, "lgetxattr", {EIO}},
       {SYS_fgetxattr, "fgetxattr", {EIO}},
@@ -123,8 +139,17 @@ const SystemCallKind& kindOf(long number) {
 }
 
 bool changesFiles(const SystemCall& call) {
-  if (call.number == SYS_openat)
-    return (call.arguments[2] & (O_WRONLY | O_RDWR | O_CREAT | O_TRUNC)) != 0;
+  constexpr std::uint64_t kOpensForChange = O_WRONLY | O_RDWR | O_CREAT | O_TRUNC;
+  switch (call.number) {
+    case SYS_open:
+      return (call.arguments[1] & kOpensForChange) != 0;
+    case SYS_openat:
+      return (call.arguments[2] & kOpensForChange) != 0;
+    case SYS_ioctl:
+      return call.arguments[1] == FICLONE || call.arguments[1] == FICLONERANGE;
+    default:
+      break;
+  }
   return kindOf(call.number).changesFiles;
 }
 
@@ -133,7 +158,7 @@ bool isRename(const SystemCall& call) {
 }
 
 std::vector<long> callsThatChangeFiles() {
-  std::vector<long> numbers{SYS_openat};
+  std::vector<long> numbers{SYS_open, SYS_openat, SYS_ioctl};
   for (const SystemCallKind& kind : systemCallKinds())
     if (kind.changesFiles)
       numbers.push_back(kind.number);
