@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "rehearse/files/descendants.hpp"
+#include "rehearse/files/served_disks.hpp"
 
 namespace fs = std::filesystem;
 
@@ -35,9 +36,13 @@ std::vector<pid_t> descendantsOf(pid_t process) {
 }
 
 void endAllChildren() {
-  while (true) {
-    for (const pid_t child : childrenOf(::getpid()))
+  constexpr int kPatience = 50;  // rounds
+  for (int round = 1;; ++round) {
+    for (const pid_t child : childrenOf(::getpid())) {
       ::kill(child, SIGKILL);
+      if (round % kPatience == 0)
+        abandonDisksOf(child);
+    }
     while (::waitpid(-1, nullptr, WNOHANG) > 0)
       continue;
     if (::waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD)

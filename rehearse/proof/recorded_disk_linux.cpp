@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "platform/foundation/error.hpp"
+#include "rehearse/files/served_disks.hpp"
 #include "rehearse/proof/recorded_disk.hpp"
 
 namespace fs = std::filesystem;
@@ -74,7 +75,7 @@ RecordedDisk::RecordedDisk(ReversibleFile& content, fs::path path, DiskHistory* 
   const std::string options = "fd=" + std::to_string(device_.get()) +
                               ",rootmode=100600,user_id=" + std::to_string(::geteuid()) +
                               ",group_id=" + std::to_string(::getegid());
-  if (::mount("disk", path_.c_str(), "fuse", MS_NOSUID | MS_NODEV, options.c_str()) != 0)
+  if (::mount(kServedDisk, path_.c_str(), "fuse", MS_NOSUID | MS_NODEV, options.c_str()) != 0)
     throw platform::SystemError("A FUSE mount was refused", errno);
   // The signals of the process are for its other thread, which waits for them.
   sigset_t all;

@@ -2,12 +2,18 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
+#include <array>
 #include <optional>
+#include <string>
 
 #include "platform/files/file_descriptor.hpp"
 #include "platform/foundation/error.hpp"
+#include "rehearse/files/program.hpp"
+#include "rehearse/files/served_disks.hpp"
 #include "rehearse/files/trees.hpp"
 #include "tests/helpers/files.hpp"
 #include "tests/helpers/private_mounts.hpp"
@@ -60,6 +66,38 @@ TEST(RecordedDisk, knowsWhatAFlushLeftUncertain) {
   EXPECT_EQ(content.read(65'530, 99), "......");
   content.takeBack(0);
   EXPECT_EQ(rehearse::readFile(directory / "content"), empty);
+}
+
+/// As it is where the server's thread has ended and another one waits for it.
+TEST(ServedDisks, areAbandonedInTheMountsOfAnotherProcess) {
+  if (::geteuid() != 0)
+    GTEST_SKIP() << "Only the superuser enters the mounts of another process.";
+  constexpr int kRefused = 77;
+  constexpr int kPatience = 5000;  // milliseconds
+  const test::TemporaryDirectory directory;
+  rehearse::writeFile(directory / "a disk", "");
+  std::array<int, 2> ready{};
+  ASSERT_EQ(::pipe(ready.data()), 0);
+  const pid_t owner = ::fork();
+  if (owner == 0) {
+    const int device = ::open("/dev/fuse", O_RDWR | O_NONBLOCK);
+    const std::string options = "fd=" + std::to_string(device) + ",rootmode=100600,user_id=0,group_id=0";
+    if (!test::enterPrivateMounts() ||
+        ::mount(rehearse::kServedDisk, (directory / "a disk").c_str(), "fuse", 0, options.c_str()) != 0)
+      ::_exit(kRefused);
+    ::close(ready[1]);
+    pollfd connection{device, 0, 0};
+    ::_exit(::poll(&connection, 1, kPatience) == 1 && (connection.revents & POLLERR) != 0 ? 0 : 1);
+  }
+  ::close(ready[1]);
+  char none = 0;
+  EXPECT_EQ(::read(ready[0], &none, 1), 0);
+  ::close(ready[0]);
+  rehearse::abandonDisksOf(owner);
+  if (const int status = rehearse::waitFor(owner); status == kRefused)
+    GTEST_SKIP() << "The system refuses private mounts or FUSE.";
+  else
+    EXPECT_EQ(status, 0);
 }
 
 }  // namespace
