@@ -36,13 +36,12 @@ std::vector<pid_t> descendantsOf(pid_t process) {
 }
 
 void endAllChildren() {
-  constexpr int kPatience = 50;  // rounds
-  for (int round = 1;; ++round) {
-    for (const pid_t child : childrenOf(::getpid())) {
+  while (true) {
+    // First: a process that unmounts as it dies, and serves that mount itself, would wait for ever.
+    for (const pid_t process : descendantsOf(::getpid()))
+      abandonDisksOf(process);
+    for (const pid_t child : childrenOf(::getpid()))
       ::kill(child, SIGKILL);
-      if (round % kPatience == 0)
-        abandonDisksOf(child);
-    }
     while (::waitpid(-1, nullptr, WNOHANG) > 0)
       continue;
     if (::waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD)

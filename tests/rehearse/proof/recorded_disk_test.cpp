@@ -68,7 +68,6 @@ TEST(RecordedDisk, knowsWhatAFlushLeftUncertain) {
   EXPECT_EQ(rehearse::readFile(directory / "content"), empty);
 }
 
-/// As it is where the server's thread has ended and another one waits for it.
 TEST(ServedDisks, areAbandonedInTheMountsOfAnotherProcess) {
   if (::geteuid() != 0)
     GTEST_SKIP() << "Only the superuser enters the mounts of another process.";
