@@ -43,7 +43,7 @@ inline constexpr std::array<FindingKind, 41> kFindingKinds{{
      "Keep CFBundleIdentifier. Another identifier takes an installation by the user."},
     {"team-changed", Severity::fault,
      "Sign with the team of the installed version. Another team takes an installation by the user."},
-    {"downgrade", Severity::fault, "Offer a newer version, or raise CFBundleVersion."},
+    {"downgrade", Severity::fault, "Offer a newer version, or exclude these users in the feed."},
     {"names-collide", Severity::fault, "Rename one of the two and sign again."},
     {"signature-in-attributes", Severity::fault,
      "Move scripts and data to Contents/Resources, where the seal covers them, and sign again."},
