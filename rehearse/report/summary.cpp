@@ -148,9 +148,12 @@ std::string verdictOf(const Rehearsal& rehearsal) {
 std::string judgementOf(const Rehearsal& rehearsal, const std::vector<Concern>& concerns) {
   const std::string numbers =
       numberOf(Severity::fault, concerns) + ", " + numberOf(Severity::warning, concerns) + ".";
+  const bool hasWarning =
+      std::ranges::find(concerns, Severity::warning, &Concern::severity) != concerns.end();
   if (exitStatus(rehearsal) != 0)
     return "Not ready to publish: " + numbers;
-  return "Nothing speaks against publishing: " + numbers;
+  // Warnings are to be considered first.
+  return (hasWarning ? "Read before publishing: " : "Nothing speaks against publishing: ") + numbers;
 }
 
 Counts countsOf(const Sweep& sweep) {

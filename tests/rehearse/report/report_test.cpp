@@ -22,8 +22,12 @@ std::string firstLine(const std::string& text) {
 
 TEST(ReportTest, VerdictIsFirst) {
   EXPECT_THAT(textReport(goodRehearsal()),
-              StartsWith("WOULD INSTALL: 2.0 (200) over 1.0 (100)\nNothing speaks against publishing: no "
-                         "fault, 1 warning.\nwarning: "));
+              StartsWith("WOULD INSTALL: 2.0 (200) over 1.0 (100)\nRead before publishing: no fault, 1 "
+                         "warning.\nwarning: "));
+  Rehearsal flawless = goodRehearsal();
+  flawless.pairings.front().findings.clear();
+  EXPECT_THAT(textReport(flawless),
+              HasSubstr("\nNothing speaks against publishing: no fault, no warning.\n"));
   Rehearsal rehearsal = troubledRehearsal();
   EXPECT_THAT(firstLine(textReport(rehearsal)), StartsWith("WOULD BE REFUSED: 2.0 (200) over 0.9 <beta>"));
   for (Pairing& pairing : rehearsal.pairings)
