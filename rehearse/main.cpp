@@ -98,8 +98,10 @@ void writeReport(const Rehearsal& rehearsal, const fs::path& directory) {
   };
   write("report.html", htmlReport(rehearsal));
   write("report.json", json(rehearsal));
-  // The plan of a rehearsal with one is the user's.
-  if (std::ranges::find(rehearsal.subject.options, kPlanOption) == rehearsal.subject.options.end())
+  // The plan of a rehearsal with one is the user's, and that of a release that nobody can install is for
+  // nobody.
+  if (std::ranges::find(rehearsal.subject.options, kPlanOption) == rehearsal.subject.options.end() &&
+      std::ranges::any_of(rehearsal.pairings, &Pairing::wouldInstall))
     write("plan.json", rehearsal.plan);
 }
 

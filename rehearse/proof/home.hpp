@@ -14,7 +14,7 @@ namespace rehearse {
 enum class Story {
   update,    ///< the new application is installed and starts
   rollback,  ///< it does not start, and the previous one is put back
-  revert,    ///< it is damaged right behind the swap, and the previous one is put back
+  revert,    ///< it is damaged right after the swap, and the previous one is put back
 };
 
 std::string nameOf(Story story);

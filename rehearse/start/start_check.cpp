@@ -101,7 +101,7 @@ class StartCheck {
       required_ = systemVersion(*text);
       if (required_ > system_)
         add(ObstacleKind::system,
-            "It requires macOS " + *text + ", and this is macOS " + versionText(system_) + ".");
+            "It requires macOS " + *text + ", and starts are judged for macOS " + versionText(system_) + ".");
     } catch (const platform::Error&) {
       // The system takes no notice of what is not a version either.
     }
@@ -204,7 +204,7 @@ class StartCheck {
       const SystemVersion least{target.major, target.minor, target.patch};
       if (target.platform == build_platform::kMacOS && least > std::max(system_, required_))
         note(ObstacleKind::system, path,
-             "is built for macOS " + versionText(least) + " and later, and this is macOS " +
+             "is built for macOS " + versionText(least) + " and later, and starts are judged for macOS " +
                  versionText(system_) + ".");
     }
     if (!isForMac)

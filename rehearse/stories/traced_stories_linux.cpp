@@ -71,7 +71,7 @@ Outturn gaveUp(const Scene& scene, const Watcher& watcher, pid_t parent, const c
 }  // namespace
 
 std::vector<Step> tracedStories(const Scene& scene) {
-  return {play(scene, "damage right behind the swap", [&] { return damageBehindSwap(scene); }),
+  return {play(scene, "damage right after the swap", [&] { return damageBehindSwap(scene); }),
           play(scene, "give up on a parent that does not end",
                [&] { return gaveUp(scene, shortWaits(), ::getpid(), kByParent); }),
           play(scene, "give up on a tool that hangs",

@@ -43,7 +43,7 @@ std::vector<Step> steps() {
   return {
       {"update", passed, 3412ms, "", "Version 2.0 was installed."},
       {"start refused", passed, 4120ms, "", "The previous version was restored and started."},
-      {"damage behind the swap", passed, 3890ms, "last verification",
+      {"damage right after the swap", passed, 3890ms, "last verification",
        "The installed application is damaged."},
       {"refuse a flipped byte, old digest", passed, 212ms, digest,
        "The image does not have the expected digest."},

@@ -301,13 +301,18 @@ TEST_F(RehearseTest, FaultsOfAReleaseAreVerdicts) {
 /// Here the program in place of `open` fails without a judgement.
 TEST_F(RehearseTest, AFailureThatNothingInTheReleaseExplainsIsAFinding) {
   test::writeFile(prefix / "libexec/quorin/judge_start", "#!/bin/sh\necho broken >&2\nexit 1\n");
-  const Outcome outcome = run(arguments(image, installed));
+  std::vector<std::string> words = arguments(image, installed);
+  words.insert(words.end(), {"--report", (directory / "report").native()});
+  const Outcome outcome = run(words);
   EXPECT_EQ(outcome.exitStatus, 1) << outcome.error;
   const Rehearsal rehearsal = rehearse::rehearsalFromJSON(outcome.output);
   const rehearse::Finding& finding = rehearsal.pairings.at(0).findings.at(0);
   EXPECT_EQ(finding.key, "update-failed");
   EXPECT_THAT(finding.sentence, HasSubstr("broken"));
   EXPECT_THAT(rehearsal.notTried, testing::ElementsAre(testing::StartsWith("everything but the update")));
+  EXPECT_TRUE(fs::exists(directory / "report/report.html"));
+  // There is no plan to publish.
+  EXPECT_FALSE(fs::exists(directory / "report/plan.json"));
 }
 
 /// An ordinary user has no loop devices.
