@@ -130,8 +130,9 @@ class OneProcessor {
   OneProcessor(const OneProcessor&) = delete;
   OneProcessor& operator=(const OneProcessor&) = delete;
   ~OneProcessor() {
+    // Where that fails, this thread stays here, and only takes longer.
     if (isSet_)
-      ::sched_setaffinity(0, sizeof before_, &before_);
+      static_cast<void>(::sched_setaffinity(0, sizeof before_, &before_));
   }
 
  private:
